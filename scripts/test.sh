@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Sets everything up, then builds and runs the tests twice: a normal build and one under
+# AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+
+scripts/setup.sh build
+(cd build && ctest --output-on-failure -j "$jobs")
+
+scripts/setup.sh build-sanitize -DULVEK_SANITIZE=ON -DULVEK_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
+(cd build-sanitize &&
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --output-on-failure -j "$jobs")

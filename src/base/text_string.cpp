@@ -1,0 +1,63 @@
+#include "base/text_string.h"
+
+#include <unicode/ustring.h>
+
+namespace ulvek {
+
+TextString fromUtf8(std::string_view utf8) {
+  if (utf8.empty()) return {};
+  TextString out(utf8.size(), u'\0');
+  int32_t length = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strFromUTF8WithSub(reinterpret_cast<UChar*>(out.data()), static_cast<int32_t>(out.size()),
+                       &length, utf8.data(), static_cast<int32_t>(utf8.size()), 0xFFFD, nullptr,
+                       &status);
+  if (U_FAILURE(status)) return {};
+  out.resize(static_cast<std::size_t>(length));
+  return out;
+}
+
+bool fromUtf8Strict(std::string_view utf8, TextString& out) {
+  out.clear();
+  if (utf8.empty()) return true;
+  out.resize(utf8.size());
+  int32_t length = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strFromUTF8(reinterpret_cast<UChar*>(out.data()), static_cast<int32_t>(out.size()), &length,
+                utf8.data(), static_cast<int32_t>(utf8.size()), &status);
+  if (U_FAILURE(status)) {
+    out.clear();
+    return false;
+  }
+  out.resize(static_cast<std::size_t>(length));
+  return true;
+}
+
+static bool convertToUtf8(TextView text, std::string& out, bool substitute) {
+  out.clear();
+  if (text.empty()) return true;
+  out.resize(text.size() * 3);
+  int32_t length = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strToUTF8WithSub(out.data(), static_cast<int32_t>(out.size()), &length,
+                     reinterpret_cast<const UChar*>(text.data()), static_cast<int32_t>(text.size()),
+                     substitute ? 0xFFFD : U_SENTINEL, nullptr, &status);
+  if (U_FAILURE(status)) {
+    out.clear();
+    return false;
+  }
+  out.resize(static_cast<std::size_t>(length));
+  return true;
+}
+
+std::string toUtf8(TextView text) {
+  std::string out;
+  convertToUtf8(text, out, true);
+  return out;
+}
+
+bool toUtf8Strict(TextView text, std::string& out) { return convertToUtf8(text, out, false); }
+
+TextString fromAscii(std::string_view ascii) { return TextString(ascii.begin(), ascii.end()); }
+
+}  // namespace ulvek

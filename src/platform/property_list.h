@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "base/property_value.h"
+
+namespace ulvek {
+
+// Nesting deeper than this is refused as malformed: nobody writes such lists, attackers do.
+inline constexpr int kMaxPropertyListDepth = 512;
+
+// Parses a binary ("bplist00…") or XML property list; nothing when the bytes are not one.
+std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes);
+
+// Serialises a value as a binary property list, version 1.0; nothing (with the serializer's
+// message) when the value cannot be written.
+std::optional<Data> binaryPropertyList(const PropertyValue& value,
+                                       std::string* errorMessage = nullptr);
+
+// Serialises a value as an XML property list.
+std::optional<std::string> xmlPropertyList(const PropertyValue& value);
+
+}  // namespace ulvek

@@ -1,0 +1,49 @@
+#include "test_support.h"
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace ulvek::testing {
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "ulvektest-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TemporaryFolder::write(std::string_view relativePath, std::string_view bytes) const {
+  std::filesystem::path file = path_ / relativePath;
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream out(file, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return file.string();
+}
+
+CapturedLog::CapturedLog() {
+  setLogSink([this](std::string_view line) { lines_.emplace_back(line); });
+}
+
+CapturedLog::~CapturedLog() { setLogSink({}); }
+
+bool CapturedLog::contains(std::string_view fragment) const {
+  for (const std::string& line : lines_)
+    if (line.find(fragment) != std::string::npos) return true;
+  return false;
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream buffer;
+  buffer << in.rdbuf();
+  return buffer.str();
+}
+
+std::filesystem::path corpusPath() { return ULVEK_CORPUS_DIR; }
+
+}  // namespace ulvek::testing

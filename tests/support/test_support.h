@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/log.h"
+#include "base/text_string.h"
+
+namespace ulvek::testing {
+
+// A fresh folder under the system's temporary folder, removed with everything in it at the end.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  // Writes a file below the folder (creating parent folders) and answers its path.
+  std::string write(std::string_view relativePath, std::string_view bytes) const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Collects log lines while alive instead of writing them to stderr.
+class CapturedLog {
+ public:
+  CapturedLog();
+  ~CapturedLog();
+  const std::vector<std::string>& lines() const { return lines_; }
+  bool contains(std::string_view fragment) const;
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+// Reads a whole file; empty when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
+// The shared test corpus (charsets/, html/).
+std::filesystem::path corpusPath();
+
+}  // namespace ulvek::testing
