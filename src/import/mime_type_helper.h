@@ -5,6 +5,7 @@
 
 #include "base/property_value.h"
 #include "import/import_result.h"
+#include "text/html_meta.h"
 
 namespace ulvek {
 
@@ -26,6 +27,10 @@ class MIMETypeHelper {
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
                                                    const PropertyDictionary* xattributes);
+
+  // Internal: maps an HTML page's meta attributes (title, description, author, keywords) into the
+  // result with put-if-present; absent or empty meta writes nothing.
+  static void copyHTMLMetaAttributes(const HtmlMetaAttributes* meta, ImportResult& result);
 };
 
 }  // namespace ulvek
