@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/error.h"
+#include "base/property_value.h"
+
+namespace ulvek {
+
+// Resource properties an item can be asked for.
+namespace ResourceKey {
+inline constexpr std::string_view IsPackage = "NSURLIsPackageKey";
+inline constexpr std::string_view IsDirectory = "NSURLIsDirectoryKey";
+inline constexpr std::string_view IsRegularFile = "NSURLIsRegularFileKey";
+inline constexpr std::string_view IsSymbolicLink = "NSURLIsSymbolicLinkKey";
+inline constexpr std::string_view FileSize = "NSURLFileSizeKey";
+}  // namespace ResourceKey
+
+// Bytes of a file's data plus its resource fork; for a folder, the sum over the files inside it
+// down to 100 levels, symbolic links inside it not followed. 0 for anything that cannot be
+// examined.
+std::uint64_t fileSizeAtPath(const std::string& path);
+
+// A resource property of the item at the path (the item itself, a final symbolic link not
+// followed); nothing for an unknown key. A missing item sets a POSIX error.
+std::optional<PropertyValue> getResourceValueForKey(std::string_view key, const std::string& path,
+                                                    ErrorOut error = nullptr);
+
+// The Boolean value of that property; false when it is missing or not a Boolean. An empty path
+// answers false without error.
+bool getBoolValueForKey(std::string_view key, const std::string& path, ErrorOut error = nullptr);
+
+}  // namespace ulvek
