@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "base/property_value.h"
+#include "import/import_result.h"
+
+// JSON text of results for the command line: one object per result, on one line.
+namespace ulvek {
+
+// Strings become UTF-8 (a lone surrogate becomes U+FFFD), dates ISO 8601 UTC with six fractional
+// digits ("2023-11-14T22:13:20.123456Z"), data base64, integers exact in both signednesses,
+// non-finite reals null. Dictionary keys are sorted.
+std::string toJson(const PropertyValue& value);
+
+// The result's keys in the order of ImportKey::All, any other key after them in sorted order.
+std::string toJson(const ImportResult& result);
+
+// The date text used above; years beyond four digits carry a sign.
+std::string isoDateString(Date date);
+
+}  // namespace ulvek
