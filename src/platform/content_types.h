@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/error.h"
+
+namespace ulvek {
+
+// Uniform type identifiers the rest of the system asks about by name.
+inline constexpr std::string_view kUTTypeData = "public.data";
+inline constexpr std::string_view kUTTypeText = "public.text";
+inline constexpr std::string_view kUTTypePlainText = "public.plain-text";
+inline constexpr std::string_view kUTTypeHTML = "public.html";
+inline constexpr std::string_view kUTTypeXML = "public.xml";
+inline constexpr std::string_view kUTTypePDF = "com.adobe.pdf";
+inline constexpr std::string_view kUTTypeImage = "public.image";
+inline constexpr std::string_view kUTTypeFolder = "public.folder";
+inline constexpr std::string_view kUTTypePackage = "com.apple.package";
+
+// One row of the built-in type table. Extensions are lower case and compared without regard to
+// case; MIME types are lower case.
+struct ContentTypeInfo {
+  std::string_view identifier;
+  std::span<const std::string_view> extensions;
+  std::span<const std::string_view> mimeTypes;
+  std::span<const std::string_view> parents;
+};
+
+// The table row of an identifier; null for identifiers the table does not declare (dyn. ones).
+const ContentTypeInfo* contentTypeInfo(std::string_view identifier);
+
+// The type declared for a file name extension (any case); nothing for an unknown one.
+std::optional<std::string_view> contentTypeForExtension(std::string_view extension);
+// The type declared for a MIME type (parameters after ";" and case ignored); nothing if unknown.
+std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType);
+// The preferred extension and MIME type of a declared type.
+std::optional<std::string_view> preferredExtension(std::string_view identifier);
+std::optional<std::string_view> preferredMIMEType(std::string_view identifier);
+
+// Whether `type` is `conformsTo` or descends from it through the table's parents.
+bool typeConformsTo(std::string_view type, std::string_view conformsTo);
+
+// The MIME type libmagic sniffs from a file's contents or from bytes ("application/pdf");
+// nothing when the magic database cannot be loaded or the file cannot be read.
+std::optional<std::string> sniffedMIMETypeOfFile(const std::string& path);
+std::optional<std::string> sniffedMIMEType(std::span<const std::uint8_t> bytes);
+
+// The content type of the item at `path` (symbolic links followed): a folder answers its package
+// type or "public.folder"; a file its extension's type, else the type of the MIME type libmagic
+// sniffs, else a "dyn." identifier that names what is known. Nothing (and a POSIX error) when
+// the item cannot be examined.
+std::optional<std::string> typeOfFile(const std::string& path, ErrorOut error = nullptr);
+
+// The package test: a folder whose extension names a package type of the table, or whose Finder
+// flags carry the bundle bit. Symbolic links are not followed. A missing item answers false with
+// a POSIX error; an empty path answers false without one.
+bool isPackageAtPath(const std::string& path, ErrorOut error = nullptr);
+
+}  // namespace ulvek
