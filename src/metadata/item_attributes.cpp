@@ -1,0 +1,140 @@
+#include "metadata/item_attributes.h"
+
+#include <unicode/unorm.h>
+#include <unicode/unorm2.h>
+
+#include <array>
+
+#include "base/log.h"
+#include "metadata/metadata_store.h"
+
+namespace ulvek {
+namespace {
+
+constexpr std::string_view kSpotlightWhereFroms = "kMDItemWhereFroms";
+constexpr std::string_view kSpotlightTitle = "kMDItemTitle";
+
+constexpr std::array<std::string_view, 4> kOpenMetaTagKeys = {
+    MetaDataKey::OMUserTags, MetaDataKey::OMUserTagsShort, MetaDataKey::OpenMetaUserTags,
+    MetaDataKey::OpenMetaUserTagsShort};
+
+void logInvalidArray(const PropertyValue& value) {
+  logLine("Invalid array: " + std::string(value.className()));
+}
+
+// Equal without regard to case, and canonically equivalent forms count as equal: file names
+// written on other systems are often decomposed while titles are not.
+bool equalIgnoringCase(TextView a, TextView b) {
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t order = unorm_compare(a.data(), static_cast<int32_t>(a.size()), b.data(),
+                                static_cast<int32_t>(b.size()),
+                                U_COMPARE_IGNORE_CASE | U_FOLD_CASE_DEFAULT, &status);
+  if (U_FAILURE(status)) return a == b;
+  return order == 0;
+}
+
+std::optional<TextString> strictUtf8(const std::uint8_t* bytes, size_t length) {
+  TextString text;
+  if (!fromUtf8Strict(std::string_view(reinterpret_cast<const char*>(bytes), length), text))
+    return std::nullopt;
+  return text;
+}
+
+}  // namespace
+
+std::optional<PropertyArray> getUserTags(const PropertyDictionary& attributes) {
+  if (kPlatformHasSystemTags) {
+    if (auto tags = getMavericksTags(attributes)) return tags;
+    return getOpenMetaTags(attributes);
+  }
+  if (auto tags = getOpenMetaTags(attributes)) return tags;
+  return getMavericksTags(attributes);
+}
+
+std::optional<PropertyArray> getMavericksTags(const PropertyDictionary& attributes) {
+  const PropertyValue* value = find(attributes, MetaDataKey::UserTags);
+  if (!value) return std::nullopt;
+  const PropertyArray* elements = value->array();
+  if (!elements) {
+    logInvalidArray(*value);
+    return std::nullopt;
+  }
+  // The system keeps the tag's colour after a line feed.
+  PropertyArray names;
+  names.reserve(elements->size());
+  for (const PropertyValue& element : *elements) {
+    const TextString* text = element.string();
+    if (!text) continue;
+    names.emplace_back(TextView(*text).substr(0, text->find(u'\n')));
+  }
+  return names;
+}
+
+std::optional<PropertyArray> getOpenMetaTags(const PropertyDictionary& attributes) {
+  if (!OVMetaDataStore::useOpenMeta()) return std::nullopt;
+  for (std::string_view key : kOpenMetaTagKeys) {
+    const PropertyValue* value = find(attributes, key);
+    if (!value) continue;
+    const PropertyArray* tags = value->array();
+    if (!tags) {
+      logInvalidArray(*value);
+      continue;
+    }
+    if (!tags->empty()) return *tags;
+  }
+  return std::nullopt;
+}
+
+std::optional<TextString> getWhereFrom(const PropertyDictionary& attributes) {
+  const PropertyValue* value = find(attributes, kSpotlightWhereFroms);
+  if (!value) value = find(attributes, MetaDataKey::WhereFroms);
+  if (!value) return std::nullopt;
+
+  if (const PropertyArray* addresses = value->array()) {
+    if (addresses->empty()) return std::nullopt;
+    value = &addresses->front();
+  } else if (const Data* bytes = value->data(); bytes && !bytes->empty()) {
+    // Some downloaders store a C string, terminating 0 included.
+    if (bytes->back() != 0) return strictUtf8(bytes->data(), bytes->size());
+    size_t length = 0;
+    while ((*bytes)[length] != 0) ++length;
+    return strictUtf8(bytes->data(), length);
+  }
+  if (const TextString* text = value->string()) return *text;
+  return std::nullopt;
+}
+
+std::optional<PropertyValue> getFinderComment(const PropertyDictionary& attributes) {
+  const PropertyValue* value = find(attributes, MetaDataKey::FinderComment);
+  if (!value) return std::nullopt;
+  return *value;
+}
+
+bool isEditableNote(const PropertyDictionary& attributes) {
+  return find(attributes, MetaDataKey::IsEditableNote) != nullptr;
+}
+
+std::optional<TextString> getItemTitleForFile(const PropertyDictionary& attributes,
+                                              std::string_view path) {
+  const PropertyValue* value = find(attributes, kSpotlightTitle);
+  const TextString* title = value ? value->string() : nullptr;
+  if (!title) return std::nullopt;
+  // A title that only repeats the file's name or path says nothing.
+  if (equalIgnoringCase(*title, lastPathComponent(path))) return std::nullopt;
+  if (!path.empty() && equalIgnoringCase(*title, fromUtf8(path))) return std::nullopt;
+  return *title;
+}
+
+std::optional<TextString> finderComment(const std::string& path, bool useAppleScript) {
+  return std::nullopt;
+}
+
+TextString lastPathComponent(std::string_view path) {
+  size_t end = path.find_last_not_of('/');
+  if (end == std::string_view::npos) return path.empty() ? TextString() : TextString(u"/");
+  std::string_view trimmed = path.substr(0, end + 1);
+  size_t slash = trimmed.rfind('/');
+  return fromUtf8(slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1));
+}
+
+}  // namespace ulvek
