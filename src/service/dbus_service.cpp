@@ -1,0 +1,192 @@
+#include "service/dbus_service.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "base/log.h"
+#include "service/dbus_interface.h"
+#include "service/dbus_values.h"
+
+namespace ulvek {
+namespace {
+
+DBusService& serviceOf(void* userdata) { return *static_cast<DBusService*>(userdata); }
+
+std::string posixMessage(int negativeErrno) { return std::strerror(-negativeErrno); }
+
+// Runs one operation and turns an escaping exception into the caller's error reply; the
+// operation's own Part decides what it catches, the transport catches the rest.
+template <typename Operation>
+int guarded(std::string_view selector, sd_bus_error* replyError, Operation operation) {
+  try {
+    return operation();
+  } catch (const NotSupportedError& exception) {
+    logException(selector, MIMETypeHelper::kClassName, exception);
+    return sd_bus_error_set(replyError, SD_BUS_ERROR_NOT_SUPPORTED, exception.what());
+  } catch (const std::exception& exception) {
+    logException(selector, MIMETypeHelper::kClassName, exception);
+    return sd_bus_error_set(replyError, SD_BUS_ERROR_FAILED, exception.what());
+  } catch (...) {
+    logUnknownException(selector, MIMETypeHelper::kClassName);
+    return sd_bus_error_set(replyError, SD_BUS_ERROR_FAILED, "an exception of unknown type");
+  }
+}
+
+int replyWithResult(sd_bus_message* call, const ImportResult& result, sd_bus_error* replyError) {
+  sd_bus_message* reply = nullptr;
+  int r = sd_bus_message_new_method_return(call, &reply);
+  if (r >= 0) r = dbus::appendResult(reply, result);
+  if (r >= 0) r = sd_bus_send(nullptr, reply, nullptr);
+  sd_bus_message_unref(reply);
+  if (r < 0) {
+    return sd_bus_error_setf(replyError, SD_BUS_ERROR_FAILED, "Cannot send the result: %s",
+                             posixMessage(r).c_str());
+  }
+  return 1;
+}
+
+// A path argument; the bus guarantees UTF-8 without NUL.
+int readPath(sd_bus_message* call, std::string& path) {
+  const char* text = nullptr;
+  int r = sd_bus_message_read_basic(call, 's', &text);
+  if (r >= 0) path = text ? text : "";
+  return r;
+}
+
+template <ImportResult (MIMETypeHelper::*open)(const std::string&)>
+int onOpenPath(std::string_view selector, sd_bus_message* call, void* userdata,
+               sd_bus_error* replyError) {
+  std::string path;
+  if (int r = readPath(call, path); r < 0) return r;
+  return guarded(selector, replyError, [&] {
+    ImportResult result = (serviceOf(userdata).helper().*open)(path);
+    return replyWithResult(call, result, replyError);
+  });
+}
+
+template <bool (MIMETypeHelper::*ask)(const std::string&)>
+int onAskPath(std::string_view selector, sd_bus_message* call, void* userdata,
+              sd_bus_error* replyError) {
+  std::string path;
+  if (int r = readPath(call, path); r < 0) return r;
+  return guarded(selector, replyError, [&] {
+    bool answer = (serviceOf(userdata).helper().*ask)(path);
+    return sd_bus_reply_method_return(call, "b", int{answer});
+  });
+}
+
+int onTerminate(sd_bus_message*, void*, sd_bus_error*) {
+  // Two-way call that never answers: the caller sees the connection go away.
+  std::exit(0);
+}
+
+int onPing(sd_bus_message* call, void*, sd_bus_error*) {
+  return sd_bus_reply_method_return(call, nullptr);
+}
+
+int onOpenData(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  const void* bytes = nullptr;
+  std::size_t size = 0;
+  const char* url = nullptr;
+  const char* mimeType = nullptr;
+  int r = sd_bus_message_read_array(call, 'y', &bytes, &size);
+  if (r >= 0) r = sd_bus_message_read(call, "ss", &url, &mimeType);
+  if (r < 0) return r;
+  // D-Bus has no null: empty stands for absent.
+  std::optional<Data> data;
+  if (size > 0) {
+    const auto* begin = static_cast<const std::uint8_t*>(bytes);
+    data.emplace(begin, begin + size);
+  }
+  auto optionalText = [](const char* text) -> std::optional<TextString> {
+    if (!text || !*text) return std::nullopt;
+    return fromUtf8(text);
+  };
+  return guarded("openData:URL:MIMEType:", replyError, [&] {
+    ImportResult result =
+        serviceOf(userdata).helper().openData(data, optionalText(url), optionalText(mimeType));
+    return replyWithResult(call, result, replyError);
+  });
+}
+
+int onOpenDirectory(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  return onOpenPath<&MIMETypeHelper::openDirectory>("openDirectory:", call, userdata, replyError);
+}
+int onOpenFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  return onOpenPath<&MIMETypeHelper::openFile>("openFile:", call, userdata, replyError);
+}
+int onOpenAttributes(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  return onOpenPath<&MIMETypeHelper::openAttributes>("openAttributes:", call, userdata, replyError);
+}
+int onSupportsFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  return onAskPath<&MIMETypeHelper::supportsFile>("supportsFile:", call, userdata, replyError);
+}
+int onIsPlainFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+  return onAskPath<&MIMETypeHelper::isPlainFile>("isPlainFile:", call, userdata, replyError);
+}
+
+// Declaration order is the interface's order; introspection lists the methods this way.
+const sd_bus_vtable kVTable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Terminate", "", "", onTerminate, 0),
+    SD_BUS_METHOD("Ping", "", "", onPing, 0),
+    SD_BUS_METHOD_WITH_NAMES("OpenData", "ayss",
+                             SD_BUS_PARAM(data) SD_BUS_PARAM(url) SD_BUS_PARAM(mimeType), "a{sv}",
+                             SD_BUS_PARAM(result), onOpenData, 0),
+    SD_BUS_METHOD_WITH_NAMES("OpenDirectory", "s", SD_BUS_PARAM(path), "a{sv}",
+                             SD_BUS_PARAM(result), onOpenDirectory, 0),
+    SD_BUS_METHOD_WITH_NAMES("OpenFile", "s", SD_BUS_PARAM(path), "a{sv}", SD_BUS_PARAM(result),
+                             onOpenFile, 0),
+    SD_BUS_METHOD_WITH_NAMES("OpenAttributes", "s", SD_BUS_PARAM(path), "a{sv}",
+                             SD_BUS_PARAM(result), onOpenAttributes, 0),
+    SD_BUS_METHOD_WITH_NAMES("SupportsFile", "s", SD_BUS_PARAM(path), "b", SD_BUS_PARAM(supported),
+                             onSupportsFile, 0),
+    SD_BUS_METHOD_WITH_NAMES("IsPlainFile", "s", SD_BUS_PARAM(path), "b", SD_BUS_PARAM(plain),
+                             onIsPlainFile, 0),
+    SD_BUS_VTABLE_END,
+};
+
+}  // namespace
+
+DBusService::~DBusService() {
+  sd_bus_slot_unref(slot_);
+  sd_bus_flush_close_unref(bus_);
+}
+
+bool DBusService::start(ErrorOut error) {
+  clearError(error);
+  int r = sd_bus_open_user(&bus_);
+  if (r >= 0) r = sd_bus_set_method_call_timeout(bus_, dbus::kCallTimeoutMicroseconds);
+  if (r >= 0) {
+    r = sd_bus_add_object_vtable(bus_, &slot_, dbus::kObjectPath, dbus::kInterfaceName, kVTable,
+                                 this);
+  }
+  if (r < 0) {
+    setError(error, Error::posix(-r, ""));
+    return false;
+  }
+  // Without queueing: a second instance must not take over when the first one ends.
+  r = sd_bus_request_name(bus_, dbus::kServiceName, 0);
+  ownsName_ = r >= 0;
+  if (!ownsName_) {
+    logLine(std::string("Cannot own ") + dbus::kServiceName + " (" + posixMessage(r) +
+            "); this instance stays unreachable");
+  }
+  return true;
+}
+
+void DBusService::run() {
+  for (;;) {
+    int r = sd_bus_process(bus_, nullptr);
+    if (r > 0) continue;
+    if (r == 0) r = sd_bus_wait(bus_, UINT64_MAX);
+    if (r < 0 && r != -EINTR) {
+      logLine("Lost the session bus: " + posixMessage(r));
+      return;
+    }
+  }
+}
+
+}  // namespace ulvek

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include "base/error.h"
+#include "import/mime_type_helper.h"
+
+namespace ulvek {
+
+// Serves the root object's eight operations on the session bus, one request at a time on the
+// calling thread. Import failures come back to the caller as D-Bus errors: NotSupportedError as
+// org.freedesktop.DBus.Error.NotSupported, any other exception as org.freedesktop.DBus.Error.Failed
+// with its message; the service logs the exception and goes on serving.
+class DBusService {
+ public:
+  explicit DBusService(MIMETypeHelper& helper) : helper_(helper) {}
+  ~DBusService();
+  DBusService(const DBusService&) = delete;
+  DBusService& operator=(const DBusService&) = delete;
+
+  // Connects to the session bus (DBUS_SESSION_BUS_ADDRESS, else the user's bus), exports the
+  // root object and asks for the well-known name without queueing. A name that another process
+  // holds is only logged: the service then keeps running, reachable by no well-known name. Fails
+  // only when there is no bus to connect to.
+  bool start(ErrorOut error);
+
+  // Whether the well-known name was granted by start().
+  bool ownsName() const { return ownsName_; }
+
+  // Serves requests until the connection to the bus ends; Terminate ends the process instead.
+  void run();
+
+  MIMETypeHelper& helper() { return helper_; }
+
+ private:
+  MIMETypeHelper& helper_;
+  sd_bus* bus_ = nullptr;
+  sd_bus_slot* slot_ = nullptr;
+  bool ownsName_ = false;
+};
+
+}  // namespace ulvek
