@@ -1,0 +1,77 @@
+#include "cli/command.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ostream>
+
+#include "base/error.h"
+#include "service/json.h"
+
+namespace ulvek::cli {
+namespace {
+
+// Filled by static registrations before main runs, read only afterwards.
+std::vector<Command>& table() {
+  static std::vector<Command> commands;
+  return commands;
+}
+
+}  // namespace
+
+CommandRegistration::CommandRegistration(Command command) {
+  if (!findCommand(command.name)) table().push_back(command);
+}
+
+std::vector<Command> registeredCommands() {
+  std::vector<Command> commands = table();
+  std::sort(commands.begin(), commands.end(),
+            [](const Command& a, const Command& b) { return a.name < b.name; });
+  return commands;
+}
+
+const Command* findCommand(std::string_view name) {
+  for (const Command& command : table()) {
+    if (command.name == name) return &command;
+  }
+  return nullptr;
+}
+
+void printResult(std::ostream& out, const ImportResult& result) { out << toJson(result) << '\n'; }
+
+void printError(CommandIO& io, std::string_view command, std::string_view message) {
+  io.err << "ulvekbot " << command << ": " << message << '\n';
+}
+
+int runForEachPath(std::string_view command, const std::vector<std::string>& paths, CommandIO& io,
+                   const std::function<ImportResult(const std::string& path)>& operation) {
+  if (paths.empty()) {
+    printError(io, command, "expects at least one path");
+    return kExitUsage;
+  }
+  int status = kExitSuccess;
+  for (const std::string& path : paths) {
+    // The operations answer a smaller result for a missing item; on the command line a typo
+    // deserves an error instead. A dangling link is an item of its own and goes through.
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+      printError(io, command, path + ": " + std::strerror(errno));
+      status = kExitFailure;
+      continue;
+    }
+    try {
+      printResult(io.out, operation(path));
+    } catch (const NotSupportedError& exception) {
+      printError(io, command, path + ": not supported yet (" + exception.what() + ")");
+      status = kExitFailure;
+    } catch (const std::exception& exception) {
+      printError(io, command, path + ": " + exception.what());
+      status = kExitFailure;
+    }
+  }
+  return status;
+}
+
+}  // namespace ulvek::cli

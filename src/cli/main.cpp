@@ -1,0 +1,50 @@
+// ulvekbot: runs imports in-process (or through the daemon) and prints results as JSON.
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "cli/command.h"
+
+namespace {
+
+using ulvek::cli::Command;
+
+void printUsage(std::ostream& out) {
+  out << "usage: ulvekbot COMMAND [ARGUMENTS...]\n"
+         "       ulvekbot COMMAND --help\n\n"
+         "Commands:\n";
+  for (const Command& command : ulvek::cli::registeredCommands()) {
+    out << "  " << command.name << ' ' << command.usage << "\n      " << command.summary << '\n';
+  }
+}
+
+bool isHelp(std::string_view argument) { return argument == "--help" || argument == "-h"; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (arguments.empty()) {
+    printUsage(std::cerr);
+    return ulvek::cli::kExitUsage;
+  }
+  if (isHelp(arguments[0]) || arguments[0] == "help") {
+    printUsage(std::cout);
+    return ulvek::cli::kExitSuccess;
+  }
+  const Command* command = ulvek::cli::findCommand(arguments[0]);
+  if (!command) {
+    std::cerr << "ulvekbot: unknown command \"" << arguments[0] << "\" (see ulvekbot --help)\n";
+    return ulvek::cli::kExitUsage;
+  }
+  arguments.erase(arguments.begin());
+  if (arguments.size() == 1 && isHelp(arguments[0])) {
+    std::cout << "usage: ulvekbot " << command->name << ' ' << command->usage << "\n  "
+              << command->summary << '\n';
+    return ulvek::cli::kExitSuccess;
+  }
+  ulvek::cli::CommandIO io{std::cout, std::cerr};
+  int status = command->run(arguments, io);
+  std::cout.flush();
+  return status;
+}
