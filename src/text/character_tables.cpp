@@ -2,6 +2,7 @@
 
 #include <unicode/uchar.h>
 #include <unicode/unorm2.h>
+#include <unicode/uscript.h>
 #include <unicode/ustring.h>
 
 #include <algorithm>
@@ -143,19 +144,25 @@ class DiacriticFolder {
     return composed[0];
   }
 
-  // Letters such as o with stroke or l with stroke have no decomposition; their character name
-  // ("... LETTER O WITH STROKE") still names the base letter.
+  // Latin letters such as o with stroke or l with stroke have no decomposition, yet readers take
+  // them for accented letters; their character name ("... LETTER O WITH STROKE") names the base.
+  // Other scripts keep such letters: there they are letters of their own (Ukrainian ghe with
+  // upturn, Kazakh letters with descender).
   std::optional<char16_t> baseOfLetterWithMark(char16_t c) const {
     UErrorCode status = U_ZERO_ERROR;
     UChar buffer[8];
     if (unorm2_getDecomposition(nfd_, c, buffer, 8, &status) > 0) return std::nullopt;
+    status = U_ZERO_ERROR;
+    if (uscript_getScript(c, &status) != USCRIPT_LATIN) return std::nullopt;
     char name[128];
     status = U_ZERO_ERROR;
     int32_t length = u_charName(c, U_UNICODE_CHAR_NAME, name, sizeof name, &status);
     if (U_FAILURE(status) || length <= 0) return std::nullopt;
     std::string_view full(name, static_cast<std::size_t>(length));
     std::size_t with = full.find(" WITH ");
-    if (with == std::string_view::npos || full.find(" LETTER ") == std::string_view::npos) {
+    // "D WITH SMALL LETTER Z" is a digraph, not a D with a mark.
+    if (with == std::string_view::npos || full.find(" LETTER ") > with ||
+        full.find("LETTER", with) != std::string_view::npos) {
       return std::nullopt;
     }
     std::string base(full.substr(0, with));
