@@ -1,5 +1,7 @@
 #include "readers/reader.h"
 
+#include <array>
+
 namespace ulvek {
 
 namespace {
@@ -12,6 +14,16 @@ class AbsentReader final : public Reader {
 
 const AbsentReader kAbsentReader;
 
+constexpr std::size_t kRouteCount = static_cast<std::size_t>(ReaderRoute::AddressCard) + 1;
+
+using ReaderFunction = const Reader& (*)();
+constexpr std::array<ReaderFunction, kRouteCount> kReaders = {
+    importerHost,       pdfReader,         webArchiveReader,
+    textBundleReader,   wordPerfectReader, attributedDocumentReader,
+    textClippingReader, addressCardReader};
+
+std::array<const Reader*, kRouteCount> standIns{};
+
 }  // namespace
 
 // Placeholders; see the table in reader.h.
@@ -23,5 +35,20 @@ const Reader& wordPerfectReader() { return kAbsentReader; }
 const Reader& attributedDocumentReader() { return kAbsentReader; }
 const Reader& textClippingReader() { return kAbsentReader; }
 const Reader& addressCardReader() { return kAbsentReader; }
+
+const Reader& readerFor(ReaderRoute route) {
+  auto index = static_cast<std::size_t>(route);
+  if (const Reader* standIn = standIns[index]) return *standIn;
+  return kReaders[index]();
+}
+
+ScopedReaderStandIn::ScopedReaderStandIn(ReaderRoute route, const Reader& standIn)
+    : route_(route), previous_(standIns[static_cast<std::size_t>(route)]) {
+  standIns[static_cast<std::size_t>(route)] = &standIn;
+}
+
+ScopedReaderStandIn::~ScopedReaderStandIn() {
+  standIns[static_cast<std::size_t>(route_)] = previous_;
+}
 
 }  // namespace ulvek

@@ -30,21 +30,19 @@ class Reader {
 // reader by defining the function below in its own source file and deleting the placeholder from
 // reader.cpp.
 //
-// | reader                     | route                                  | attributes answered |
-// |----------------------------|----------------------------------------|------------------------------|
-// | importerHost()             | e-mail, images, chats, AppleScript and | Spotlight attributes;
-// text   | |                            | files no reader knows                  | under
-// "kMDItemTextContent"   | | pdfReader()                | PDF, PDF bundles, PostScript files     |
-// Spotlight attributes, as the | |                            | | importer host answers them   | |
-// webArchiveReader()         | web archives                           | kBaseURLAttribute, | | | |
-// kHTMLSourceAttribute         | | textBundleReader()         | text bundles and text packs | none
-// | | wordPerfectReader()        | WordPerfect documents                  | none | |
-// attributedDocumentReader() | RTF, RTFD, Word, OpenDocument and the  | document attributes with |
-// |                            | other attributed-string formats        | kDocumentTypeAttribute |
-// | textClippingReader()       | text clippings                         | kDocumentTypeAttribute |
-// | addressCardReader()        | address cards (vCard)                  | Spotlight attributes;
-// text   | |                            |                                        | under
-// "kMDItemTextContent"   |
+//   importerHost()              e-mail, images, chats, AppleScript and files no reader knows;
+//                               answers Spotlight attributes, the text as kTextContentAttribute
+//   pdfReader()                 PDF, PDF bundles and PostScript files; Spotlight attributes, as
+//                               the importer host answers them
+//   webArchiveReader()          web archives; the searchable text, kBaseURLAttribute and
+//                               kHTMLSourceAttribute
+//   textBundleReader()          text bundles and text packs; text only
+//   wordPerfectReader()         WordPerfect documents; text only
+//   attributedDocumentReader()  RTF, RTFD, Word, OpenDocument and the other attributed-string
+//                               formats; text and DocumentAttribute values
+//   textClippingReader()        text clippings; text and DocumentAttribute::DocumentType
+//   addressCardReader()         address cards (vCard); Spotlight attributes, the text (one line
+//                               per field) as kTextContentAttribute
 const Reader& importerHost();
 const Reader& pdfReader();
 const Reader& webArchiveReader();
@@ -54,6 +52,35 @@ const Reader& attributedDocumentReader();
 const Reader& textClippingReader();
 const Reader& addressCardReader();
 
+// The routes above, for the dispatcher's one lookup.
+enum class ReaderRoute {
+  ImporterHost,
+  PDF,
+  WebArchive,
+  TextBundle,
+  WordPerfect,
+  AttributedDocument,
+  TextClipping,
+  AddressCard,
+};
+
+// The reader of a route: its function above, unless a stand-in is in place.
+const Reader& readerFor(ReaderRoute route);
+
+// Puts a stand-in reader in place of a route's reader while alive, so tests can reach the paths
+// that only a reader which answers (or throws) opens. Not for concurrent use.
+class ScopedReaderStandIn {
+ public:
+  ScopedReaderStandIn(ReaderRoute route, const Reader& standIn);
+  ~ScopedReaderStandIn();
+  ScopedReaderStandIn(const ScopedReaderStandIn&) = delete;
+  ScopedReaderStandIn& operator=(const ScopedReaderStandIn&) = delete;
+
+ private:
+  ReaderRoute route_;
+  const Reader* previous_;
+};
+
 // Spotlight attribute that carries a document's text.
 inline constexpr std::string_view kTextContentAttribute = "kMDItemTextContent";
 
@@ -61,9 +88,20 @@ inline constexpr std::string_view kTextContentAttribute = "kMDItemTextContent";
 inline constexpr std::string_view kBaseURLAttribute = "BaseURL";
 inline constexpr std::string_view kHTMLSourceAttribute = "HTMLSource";
 
-// Attributed documents: the format the reader recognised. A reader that fell back to reading the
-// file as plain text reports kPlainTextDocumentType.
-inline constexpr std::string_view kDocumentTypeAttribute = "DocumentType";
+// Document attributes of attributed documents and text clippings. "DocumentType" names the format
+// the reader recognised; a reader that fell back to reading the file as plain text reports
+// kPlainTextDocumentType, because the dispatcher hands such Word files to the importers instead.
+namespace DocumentAttribute {
+inline constexpr std::string_view Title = "Title";
+inline constexpr std::string_view Subject = "Subject";
+inline constexpr std::string_view Author = "Author";
+inline constexpr std::string_view Keywords = "Keywords";
+inline constexpr std::string_view Comment = "Comment";
+inline constexpr std::string_view Copyright = "Copyright";
+inline constexpr std::string_view CreationTime = "CreationTime";
+inline constexpr std::string_view ModificationTime = "ModificationTime";
+inline constexpr std::string_view DocumentType = "DocumentType";
+}  // namespace DocumentAttribute
 inline constexpr std::u16string_view kPlainTextDocumentType = u"NSPlainText";
 inline constexpr std::u16string_view kRTFTextDocumentType = u"NSRTF";
 inline constexpr std::u16string_view kRTFDTextDocumentType = u"NSRTFD";
