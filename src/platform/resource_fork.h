@@ -70,7 +70,7 @@ class ResourceMap {
         mapEnd_(mapEnd) {}
 
   template <typename Visit>
-  void visit(Visit&& visitor) const;
+  void visit(std::optional<std::uint32_t> onlyType, Visit&& visitor) const;
   std::optional<ByteView> resourceData(std::size_t dataOffsetInArea) const;
 
   ByteView fork_;
