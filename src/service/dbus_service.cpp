@@ -16,21 +16,22 @@ DBusService& serviceOf(void* userdata) { return *static_cast<DBusService*>(userd
 
 std::string posixMessage(int negativeErrno) { return std::strerror(-negativeErrno); }
 
+int setErrorReply(sd_bus_error* replyError, const DBusErrorReply& reply) {
+  return sd_bus_error_set(replyError, reply.name.c_str(), reply.message.c_str());
+}
+
 // Runs one operation and turns an escaping exception into the caller's error reply; the
-// operation's own Part decides what it catches, the transport catches the rest.
+// operation decides what it catches itself, the transport catches the rest.
 template <typename Operation>
 int guarded(std::string_view selector, sd_bus_error* replyError, Operation operation) {
   try {
     return operation();
-  } catch (const NotSupportedError& exception) {
-    logException(selector, MIMETypeHelper::kClassName, exception);
-    return sd_bus_error_set(replyError, SD_BUS_ERROR_NOT_SUPPORTED, exception.what());
   } catch (const std::exception& exception) {
     logException(selector, MIMETypeHelper::kClassName, exception);
-    return sd_bus_error_set(replyError, SD_BUS_ERROR_FAILED, exception.what());
+    return setErrorReply(replyError, errorReplyFor(std::current_exception()));
   } catch (...) {
     logUnknownException(selector, MIMETypeHelper::kClassName);
-    return sd_bus_error_set(replyError, SD_BUS_ERROR_FAILED, "an exception of unknown type");
+    return setErrorReply(replyError, errorReplyFor(std::current_exception()));
   }
 }
 
@@ -149,6 +150,18 @@ const sd_bus_vtable kVTable[] = {
 };
 
 }  // namespace
+
+DBusErrorReply errorReplyFor(std::exception_ptr exception) {
+  try {
+    std::rethrow_exception(exception);
+  } catch (const NotSupportedError& notSupported) {
+    return {SD_BUS_ERROR_NOT_SUPPORTED, notSupported.what()};
+  } catch (const std::exception& other) {
+    return {SD_BUS_ERROR_FAILED, other.what()};
+  } catch (...) {
+    return {SD_BUS_ERROR_FAILED, "an exception of unknown type"};
+  }
+}
 
 DBusService::~DBusService() {
   sd_bus_slot_unref(slot_);

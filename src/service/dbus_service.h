@@ -1,11 +1,21 @@
 #pragma once
 
+#include <exception>
+#include <string>
+
 #include <systemd/sd-bus.h>
 
 #include "base/error.h"
 #include "import/mime_type_helper.h"
 
 namespace ulvek {
+
+// The D-Bus error that an exception escaping an operation answers.
+struct DBusErrorReply {
+  std::string name;
+  std::string message;
+};
+DBusErrorReply errorReplyFor(std::exception_ptr exception);
 
 // Serves the root object's eight operations on the session bus, one request at a time on the
 // calling thread. Import failures come back to the caller as D-Bus errors: NotSupportedError as
