@@ -1,0 +1,658 @@
+#include "text/text_decoding.h"
+
+#include <fcntl.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+#include <uchardet/uchardet.h>
+#include <unicode/ucsdet.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include "text/character_tables.h"
+#include "text/entity_conversion.h"
+#include "text/markup_scanner.h"
+
+namespace ulvek {
+
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+// ---- Reading ----------------------------------------------------------------------------------
+
+// The whole file in one buffer, read once and dropped from the page cache afterwards: imports
+// read each file once, and caching it would only push out what the user is working with.
+class FileBytes {
+ public:
+  static std::optional<FileBytes> read(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    std::optional<FileBytes> bytes = readAll(fd);
+    ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+    ::close(fd);
+    return bytes;
+  }
+
+  Bytes span() const { return {data_.get(), size_}; }
+
+ private:
+  static std::optional<FileBytes> readAll(int fd) {
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) return std::nullopt;
+    FileBytes bytes;
+    // Regular files come in one read of their size; anything else (or a file that grows while
+    // we read) in doubling steps.
+    std::size_t capacity =
+        S_ISREG(info.st_mode) ? static_cast<std::size_t>(info.st_size) + 1 : 65536;
+    bytes.data_ = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+    for (;;) {
+      if (bytes.size_ == capacity) {
+        std::size_t grown = capacity * 2;
+        auto larger = std::make_unique_for_overwrite<std::uint8_t[]>(grown);
+        std::memcpy(larger.get(), bytes.data_.get(), bytes.size_);
+        bytes.data_ = std::move(larger);
+        capacity = grown;
+      }
+      ssize_t count = ::read(fd, bytes.data_.get() + bytes.size_, capacity - bytes.size_);
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return std::nullopt;
+      if (count == 0) break;
+      bytes.size_ += static_cast<std::size_t>(count);
+    }
+    return bytes;
+  }
+
+  std::unique_ptr<std::uint8_t[]> data_;
+  std::size_t size_ = 0;
+};
+
+// ---- Detection --------------------------------------------------------------------------------
+
+struct DetectorName {
+  std::string_view name;
+  CFStringEncoding encoding;
+};
+
+// uchardet's answers that the charset-name rules would read differently from what uchardet
+// means; every other answer goes through CFEncodingFromName.
+constexpr DetectorName kDetectorNames[] = {
+    {"UTF-16", kCFEncodingUnicode},  // uchardet says so only with a byte-order mark
+    {"UTF-32", kCFEncodingUTF32},
+    {"X-ISO-10646-UCS-4-3412", kCFEncodingInvalid},
+    {"X-ISO-10646-UCS-4-2143", kCFEncodingInvalid},
+    {"UHC", 0x0422},
+    {"CP949", 0x0422},
+    {"MAC-CENTRALEUROPE", kCFEncodingMacCentralEurRoman},
+    {"TIS-620", 0x020B},  // ISO-8859-11 less the no-break space
+    {"ISO-2022-KR", 0x0840},
+    {"ISO-2022-CN", 0x0830},
+    {"HZ-GB-2312", kCFEncodingHZGB2312},
+    {"VISCII", 0x0A07},
+    {"KOI8-U", 0x0A08},
+    {"CP737", 0x0405},
+    {"IBM865", 0x041A},
+};
+
+// ICU's detector answers these wide forms without a byte-order mark, which uchardet does not try.
+constexpr DetectorName kWideDetectorNames[] = {
+    {"UTF-16BE", kCFEncodingUTF16BE},
+    {"UTF-16LE", kCFEncodingUTF16LE},
+    {"UTF-32BE", kCFEncodingUTF32BE},
+    {"UTF-32LE", kCFEncodingUTF32LE},
+};
+constexpr int32_t kWideDetectorConfidence = 50;
+
+StringEncoding stringEncodingForDetected(CFStringEncoding cf) {
+  if (cf == kCFEncodingShiftJIS) return kShiftJISStringEncoding;
+  return stringEncodingFromCFEncoding(cf);
+}
+
+std::optional<StringEncoding> uchardetEncoding(Bytes bytes) {
+  std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(), uchardet_delete);
+  if (!detector) return std::nullopt;
+  if (uchardet_handle_data(detector.get(), reinterpret_cast<const char*>(bytes.data()),
+                           bytes.size()) != 0)
+    return std::nullopt;
+  uchardet_data_end(detector.get());
+  const char* answer = uchardet_get_charset(detector.get());
+  if (!answer || !*answer) return std::nullopt;
+  std::string_view name(answer);
+  CFStringEncoding cf = kCFEncodingInvalid;
+  auto known = std::find_if(std::begin(kDetectorNames), std::end(kDetectorNames),
+                            [&](const DetectorName& entry) { return entry.name == name; });
+  cf = known != std::end(kDetectorNames) ? known->encoding : CFEncodingFromName(fromAscii(name));
+  if (cf == kCFEncodingInvalid) return std::nullopt;
+  StringEncoding encoding = stringEncodingForDetected(cf);
+  if (encoding == kEncodingNotFound) return std::nullopt;
+  return encoding;
+}
+
+std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
+  if (bytes.size() < 4 || bytes.size() > static_cast<std::size_t>(INT32_MAX)) return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<UCharsetDetector, decltype(&ucsdet_close)> detector(ucsdet_open(&status),
+                                                                      ucsdet_close);
+  if (U_FAILURE(status)) return std::nullopt;
+  // ICU looks at the first units only; a short sample keeps this cheap on huge files.
+  constexpr std::size_t kSample = 65536;
+  ucsdet_setText(detector.get(), reinterpret_cast<const char*>(bytes.data()),
+                 static_cast<int32_t>(std::min(bytes.size(), kSample)), &status);
+  const UCharsetMatch* match = ucsdet_detect(detector.get(), &status);
+  if (U_FAILURE(status) || !match) return std::nullopt;
+  const char* name = ucsdet_getName(match, &status);
+  int32_t confidence = ucsdet_getConfidence(match, &status);
+  if (U_FAILURE(status) || !name || confidence < kWideDetectorConfidence) return std::nullopt;
+  for (const DetectorName& entry : kWideDetectorNames)
+    if (entry.name == name) return stringEncodingFromCFEncoding(entry.encoding);
+  return std::nullopt;
+}
+
+// ---- Markup decoding --------------------------------------------------------------------------
+
+struct Decoding {
+  TextString text;
+  std::size_t replacements = 0;
+};
+
+// The markup converter in string-encoding terms: nothing when no units come out.
+std::optional<Decoding> decodeMarkup(Bytes bytes, StringEncoding encoding) {
+  CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
+  if (cf == kCFEncodingInvalid) return std::nullopt;
+  Decoding decoding{convertBytes(bytes, cf)};
+  if (decoding.text.empty()) return std::nullopt;
+  decoding.replacements = countReplacementCharacters(decoding.text);
+  return decoding;
+}
+
+bool isCzechEncoding(StringEncoding encoding) {
+  return encoding == kKamenickyStringEncoding || encoding == kKOI8CS2StringEncoding;
+}
+
+// The second decoding, in the declared encoding.
+std::optional<Decoding> decodeDeclared(Bytes bytes, StringEncoding declared) {
+  if (isCzechEncoding(declared)) return Decoding{decodeCzech(bytes, declared), 0};
+  return decodeMarkup(bytes, declared);
+}
+
+bool startsWith(Bytes bytes, std::string_view prefix) {
+  return bytes.size() >= prefix.size() &&
+         std::memcmp(bytes.data(), prefix.data(), prefix.size()) == 0;
+}
+
+// Property-list extensions, compared without regard to case. The import layer keeps the same
+// list for classification; this layer sits below it and cannot ask.
+constexpr std::string_view kPropertyListExtensions[] = {
+    "plist", "strings", "qfilter", "scriptsuite", "entitlements", "scriptterminology"};
+
+bool hasPropertyListExtension(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  if (extension.size() < 2) return false;
+  extension.erase(0, 1);
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::find(std::begin(kPropertyListExtensions), std::end(kPropertyListExtensions),
+                   extension) != std::end(kPropertyListExtensions);
+}
+
+// A property list of any format as the text of its XML form.
+std::optional<TextString> propertyListAsXml(Bytes bytes) {
+  if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  plist_t root = nullptr;
+  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<uint32_t>(bytes.size()), &root);
+  if (!root) return std::nullopt;
+  char* xml = nullptr;
+  uint32_t length = 0;
+  plist_to_xml(root, &xml, &length);
+  plist_free(root);
+  if (!xml) return std::nullopt;
+  TextString text;
+  bool valid = fromUtf8Strict(std::string_view(xml, length), text);
+  plist_to_xml_free(xml);
+  if (!valid) return std::nullopt;
+  return text;
+}
+
+// Steps 3 to 6 of markup file decoding, on bytes that are not a property list.
+std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEncoding,
+                                           StringEncoding& used) {
+  used = defaultEncoding;
+  std::optional<Decoding> first = decodeMarkup(bytes, defaultEncoding);
+  if (!first) return std::nullopt;
+
+  StringEncoding declared = markupEncoding(first->text);
+  if (declared == defaultEncoding || declared == kEncodingNotFound ||
+      declared == kASCIIStringEncoding)
+    return std::move(first->text);
+
+  std::optional<Decoding> second = decodeDeclared(bytes, declared);
+  if (second) {
+    if (second->replacements > first->replacements) return std::move(first->text);
+    // Well-formed UTF-8 with multi-byte sequences that claims a single-byte charset: the bytes
+    // are right and the label is wrong, which the longer single-byte decoding gives away.
+    if (second->replacements == 0 && first->replacements == 0 &&
+        defaultEncoding == kUTF8StringEncoding &&
+        (declared == kISOLatin1StringEncoding || declared == kWindowsCP1251StringEncoding) &&
+        second->text.size() > first->text.size()) {
+      used = kUTF8StringEncoding;
+      return std::move(first->text);
+    }
+    used = declared;
+    return std::move(second->text);
+  }
+
+  used = declared;
+  if (declared == kUTF8StringEncoding) {
+    used = kMacOSRomanStringEncoding;
+    if (std::optional<TextString> roman = decodeBytes(bytes, kMacOSRomanStringEncoding))
+      return roman;
+  }
+  return std::move(first->text);
+}
+
+// Converters for the fallback lists of markup data declared as Shift JIS or EUC-CN.
+constexpr CFStringEncoding kJapaneseFallbacks[] = {0x0A01, 0x0628, 0x0001, 0x0420, 0x0620,
+                                                   0x0621, 0x0622, 0x0623, 0x0624, 0x0920,
+                                                   0x0820, 0x0822, 0x0821, 0x0823};
+constexpr CFStringEncoding kChineseFallbacks[] = {0x0931, 0x0630, 0x0A05, 0x0631,
+                                                  0x0A03, 0x0A06, 0x0A09};
+constexpr StringEncoding kEUCCNStringEncoding = 0x80000930;
+constexpr StringEncoding kBig5StringEncoding = 0x80000A03;
+constexpr StringEncoding kBig5HKSCSStringEncoding = 0x80000A06;
+
+std::optional<TextString> firstConvertible(Bytes bytes, std::span<const CFStringEncoding> list) {
+  for (CFStringEncoding encoding : list) {
+    TextString text = convertBytes(bytes, encoding);
+    if (!text.empty()) return text;
+  }
+  return std::nullopt;
+}
+
+// ---- Header fields ----------------------------------------------------------------------------
+
+std::optional<TextString> findHeaderField(TextView text, TextView name, char16_t quotation,
+                                          char16_t separator, bool allowWhite) {
+  if (name.empty() || text.size() < name.size()) return std::nullopt;
+  const CharacterTables& tables = characterTables();
+  const CharacterSetRep& white = tables.whiteSpaceAndNewline;
+  const std::size_t length = text.size();
+  for (std::size_t start = 0; start + name.size() <= length; ++start) {
+    std::size_t k = 0;
+    while (k < name.size() && tables.upper[text[start + k]] == name[k]) ++k;
+    if (k < name.size()) continue;
+
+    std::size_t p = start + name.size();
+    while (p < length && white.contains(text[p])) ++p;
+    if (p >= length || text[p] != u'=') continue;
+    ++p;
+    if (allowWhite)
+      while (p < length && white.contains(text[p])) ++p;
+
+    char16_t unit = p < length ? text[p] : 0;
+    bool quoted =
+        p < length && (unit == quotation || (allowWhite && (unit == u'"' || unit == u'\'')));
+    if (quoted) {
+      std::size_t close = text.find(unit, p + 1);
+      if (close == TextView::npos || close == p + 1) continue;
+      return TextString(text.substr(p + 1, close - p - 1));
+    }
+    std::size_t end = p;
+    if (allowWhite) {
+      while (end < length && text[end] != separator && text[end] != u'"' && text[end] != u'\'' &&
+             text[end] != u'>' && !white.contains(text[end]))
+        ++end;
+    } else if (separator != 0) {
+      end = std::min(text.find(separator, p), length);
+    } else {
+      end = length;
+    }
+    if (end == p) continue;
+    return TextString(text.substr(p, end - p));
+  }
+  return std::nullopt;
+}
+
+// ---- Declared charset -------------------------------------------------------------------------
+
+struct CharsetDeclaration {
+  TextString charset;
+  TextRange range;
+};
+
+bool nameEquals(const MarkupItem& item, std::string_view name) {
+  return item.nameLength == name.size() && item.nameIs(name);
+}
+
+std::optional<CharsetDeclaration> findCharsetDeclaration(TextView text) {
+  std::optional<CharsetDeclaration> found;
+  auto handler = [&](const MarkupItem& item) -> bool {
+    if (!item.hasName() || item.state != MarkupState::Tag) return false;
+    const TextRange tagRange = item.tagRange();
+    const TextView tag = item.tag();
+    if (nameEquals(item, "xml") && tag.size() > 1 && tag[1] == u'?') {
+      std::optional<TextString> encoding =
+          attributeOfTagCharacters(item.units, tagRange, "ENCODING");
+      if (!encoding) return false;
+      found = CharsetDeclaration{std::move(*encoding), tagRange};
+      return true;
+    }
+    if (nameEquals(item, "body")) return true;
+    if (!nameEquals(item, "meta") || tag.size() < 3 || tag[1] == u'/') return false;
+    std::optional<TextString> charset;
+    if (std::optional<TextString> content = contentAttributeOfTagCharacters(item.units, tagRange))
+      charset = findHeaderField(*content, u"CHARSET", u'\'', u';', true);
+    if (!charset) charset = attributeOfTagCharacters(item.units, tagRange, "CHARSET");
+    if (!charset) return false;
+    found = CharsetDeclaration{stringByConvertingEntitiesToCharacters(*charset), tagRange};
+    return true;
+  };
+  parseXmlWithHandler(text, handler, nullptr, false);
+  return found;
+}
+
+// ---- Writing ----------------------------------------------------------------------------------
+
+std::atomic<StringEncoding> gDefaultEncoding{kUTF8StringEncoding};
+
+bool writeBytes(std::string_view bytes, const std::string& path, bool atomically) {
+  std::string target = path;
+  if (atomically) {
+    std::filesystem::path directory = std::filesystem::path(path).parent_path();
+    target = ((directory.empty() ? std::filesystem::path(".") : directory) /
+              (".ulvek-" + std::filesystem::path(path).filename().string() + "-XXXXXX"))
+                 .string();
+  }
+  int fd = atomically ? ::mkstemp(target.data())
+                      : ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  bool written = true;
+  for (std::size_t done = 0; written && done < bytes.size();) {
+    ssize_t count = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0)
+      written = false;
+    else
+      done += static_cast<std::size_t>(count);
+  }
+  if (atomically) written = written && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0;
+  written = ::close(fd) == 0 && written;
+  if (!atomically) return written;
+  if (written && ::rename(target.c_str(), path.c_str()) == 0) return true;
+  ::unlink(target.c_str());
+  return false;
+}
+
+bool isLatin1(TextView text) {
+  return std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x100; });
+}
+
+std::size_t utf8Length(TextView text) {
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char16_t c = text[i];
+    if (c < 0x80)
+      length += 1;
+    else if (c < 0x800)
+      length += 2;
+    else if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+             text[i + 1] <= 0xDFFF) {
+      length += 4;
+      ++i;
+    } else
+      length += 3;
+  }
+  return length;
+}
+
+}  // namespace
+
+// ---- Plain text -------------------------------------------------------------------------------
+
+std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t> bytes) {
+  for (auto detect : {uchardetEncoding, wideUnicodeEncoding}) {
+    std::optional<StringEncoding> encoding = detect(bytes);
+    if (!encoding) continue;
+    if (std::optional<TextString> text = decodeBytes(bytes, *encoding))
+      return DetectedText{std::move(*text), *encoding};
+  }
+  return std::nullopt;
+}
+
+std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
+                                                   StringEncoding* usedEncoding) {
+  if (usedEncoding) *usedEncoding = encoding;
+  std::optional<FileBytes> bytes = FileBytes::read(path);
+  bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
+  if (!detect) return bytes ? decodeBytes(bytes->span(), encoding) : std::nullopt;
+
+  if (bytes) {
+    if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes->span())) {
+      if (usedEncoding) *usedEncoding = detected->encoding;
+      return std::move(detected->text);
+    }
+  }
+  if (usedEncoding) *usedEncoding = kASCIIStringEncoding;
+  return bytes ? decodeBytes(bytes->span(), kASCIIStringEncoding) : std::nullopt;
+}
+
+std::optional<TextString> stringWithData(std::span<const std::uint8_t> data,
+                                         StringEncoding encoding) {
+  return decodeBytes(data, encoding);
+}
+
+std::optional<TextString> stringWithBytes(const void* bytes, std::size_t length,
+                                          StringEncoding encoding) {
+  if (!bytes && length != 0) return std::nullopt;
+  return decodeBytes({static_cast<const std::uint8_t*>(bytes), length}, encoding);
+}
+
+std::optional<TextString> stringWithCString(const char* bytes, std::size_t length,
+                                            StringEncoding encoding) {
+  return stringWithBytes(bytes, length, encoding);
+}
+
+std::optional<TextString> stringWithNullTerminatedCString(const char* bytes,
+                                                          StringEncoding encoding) {
+  if (!bytes) return std::nullopt;
+  return stringWithBytes(bytes, std::strlen(bytes), encoding);
+}
+
+StringEncoding defaultEncoding() { return gDefaultEncoding.load(); }
+void setDefaultEncoding(StringEncoding encoding) { gDefaultEncoding.store(encoding); }
+
+StringEncoding fastestEncoding(TextView text) {
+  return isAsciiString(text) ? kASCIIStringEncoding : kUnicodeStringEncoding;
+}
+
+StringEncoding smallestEncoding(TextView text) {
+  if (isAsciiString(text)) return kASCIIStringEncoding;
+  if (isLatin1(text)) return kISOLatin1StringEncoding;
+  // UTF-16 as written carries a two-byte byte-order mark.
+  return utf8Length(text) <= text.size() * 2 + 2 ? kUTF8StringEncoding : kUnicodeStringEncoding;
+}
+
+bool writeToFile(TextView text, const std::string& path, bool atomically, StringEncoding encoding) {
+  std::optional<std::string> bytes = encodeText(text, encoding);
+  return bytes && writeBytes(*bytes, path, atomically);
+}
+
+bool writeToFileUsingDefaultEncoding(TextView text, const std::string& path, bool atomically,
+                                     StringEncoding* usedEncoding) {
+  StringEncoding encoding = defaultEncoding();
+  if (usedEncoding) *usedEncoding = encoding;
+  return writeToFile(text, path, atomically, encoding);
+}
+
+bool writeToFileUsingFastestEncoding(TextView text, const std::string& path, bool atomically,
+                                     StringEncoding* usedEncoding) {
+  StringEncoding encoding = fastestEncoding(text);
+  if (usedEncoding) *usedEncoding = encoding;
+  return writeToFile(text, path, atomically, encoding);
+}
+
+bool writeToFileUsingSmallestEncoding(TextView text, const std::string& path, bool atomically,
+                                      StringEncoding* usedEncoding) {
+  StringEncoding encoding = smallestEncoding(text);
+  if (usedEncoding) *usedEncoding = encoding;
+  return writeToFile(text, path, atomically, encoding);
+}
+
+// ---- Markup -----------------------------------------------------------------------------------
+
+std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path,
+                                                         StringEncoding defaultEncoding,
+                                                         StringEncoding* usedEncoding) {
+  StringEncoding used = kEncodingNotFound;
+  std::optional<TextString> text;
+  if (std::optional<FileBytes> bytes = FileBytes::read(path)) {
+    if (startsWith(bytes->span(), "bplist") || hasPropertyListExtension(path))
+      text = propertyListAsXml(bytes->span());
+    if (!text) text = decodeMarkupFile(bytes->span(), defaultEncoding, used);
+  }
+  if (usedEncoding) *usedEncoding = used;
+  return text;
+}
+
+std::optional<TextString> stringWithMarkupData(std::span<const std::uint8_t> data,
+                                               TextView encodingName,
+                                               StringEncoding defaultEncoding, TextView) {
+  if (data.empty()) return TextString();
+
+  StringEncoding working = defaultEncoding;
+  bool named = false;
+  if (data.size() >= 3 && data[0] == 0xFE && data[1] == 0xFF)
+    working = kUTF16BigEndianStringEncoding;
+  if (data.size() >= 3 && data[0] == 0xFF && data[1] == 0xFE)
+    working = kUTF16LittleEndianStringEncoding;
+  if (!encodingName.empty()) {
+    StringEncoding encoding = NSEncodingFromName(encodingName);
+    if (encoding != 0 && encoding != kEncodingNotFound) {
+      working = encoding;
+      named = true;
+    }
+  }
+
+  std::optional<Decoding> first = decodeMarkup(data, working);
+  StringEncoding declared = first ? markupEncoding(first->text) : kEncodingNotFound;
+  if (declared == defaultEncoding || declared == kASCIIStringEncoding ||
+      declared == kEncodingNotFound)
+    return first ? std::optional<TextString>(std::move(first->text)) : std::nullopt;
+
+  if (declared == kWindowsCP1251StringEncoding) {
+    if (!(named && working == kUTF8StringEncoding)) {
+      first.reset();
+      working = kWindowsCP1250StringEncoding;
+    }
+  } else if (declared == kBig5StringEncoding) {
+    first.reset();
+    working = kBig5HKSCSStringEncoding;
+  }
+
+  std::optional<Decoding> second = decodeDeclared(data, declared);
+  if (second) {
+    if (first && named && working == kUTF8StringEncoding && second->replacements == 0 &&
+        first->replacements == 0 &&
+        (declared == kISOLatin1StringEncoding || declared == kWindowsCP1251StringEncoding) &&
+        second->text.size() > first->text.size())
+      return std::move(first->text);
+    if (first && named && second->replacements > first->replacements) return std::move(first->text);
+    return std::move(second->text);
+  }
+
+  std::optional<TextString> text;
+  if (declared == kShiftJISStringEncoding) {
+    text = firstConvertible(data, kJapaneseFallbacks);
+  } else if (declared == kEUCCNStringEncoding) {
+    text = firstConvertible(data, kChineseFallbacks);
+  } else if (first) {
+    text = std::move(first->text);
+  }
+  if (!text && working != declared) text = decodeBytes(data, working);
+  if (!text && declared != defaultEncoding && working != defaultEncoding)
+    text = decodeBytes(data, defaultEncoding);
+  return text;
+}
+
+std::optional<TextString> stringWithMarkupData(std::span<const std::uint8_t> data,
+                                               StringEncoding defaultEncoding) {
+  return stringWithMarkupData(data, TextView(), defaultEncoding);
+}
+
+std::optional<TextString> stringWithMarkupDataOfContentType(std::span<const std::uint8_t> data,
+                                                            TextView contentType,
+                                                            StringEncoding defaultEncoding) {
+  std::optional<TextString> charset = headerCharset(contentType);
+  return stringWithMarkupData(data, charset ? TextView(*charset) : TextView(), defaultEncoding);
+}
+
+TextString markupCharset(TextView text) {
+  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(text);
+  return declaration ? std::move(declaration->charset) : TextString();
+}
+
+TextRange markupCharsetRange(TextView text) {
+  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(text);
+  return declaration ? declaration->range : TextRange{};
+}
+
+StringEncoding markupEncoding(TextView text) { return NSEncodingFromName(markupCharset(text)); }
+
+StringEncoding defaultURLEncoding(TextView text) {
+  return markupEncoding(text) == kISOLatin1StringEncoding ? kISOLatin1StringEncoding
+                                                          : kUTF8StringEncoding;
+}
+
+Data markupData(TextView text, StringEncoding* usedEncoding) {
+  if (usedEncoding) *usedEncoding = kASCIIStringEncoding;
+  if (text.empty()) return {};
+  TextString charset = markupCharset(text);
+  if (!charset.empty()) {
+    StringEncoding encoding = NSEncodingFromName(charset);
+    if (encoding != kEncodingNotFound) {
+      if (std::optional<std::string> bytes = encodeText(text, encoding)) {
+        if (usedEncoding) *usedEncoding = encoding;
+        return Data(bytes->begin(), bytes->end());
+      }
+    }
+  }
+  std::string ascii = toUtf8(stringByConvertingCharactersToEntities(text));
+  return Data(ascii.begin(), ascii.end());
+}
+
+// ---- Header fields ----------------------------------------------------------------------------
+
+std::optional<TextString> headerFieldNamed(TextView text, TextView name, char16_t quotation,
+                                           char16_t separator) {
+  return findHeaderField(text, name, quotation, separator, false);
+}
+
+std::optional<TextString> HTTPHeaderFieldNamed(TextView text, TextView name) {
+  return findHeaderField(text, name, u'"', u',', false);
+}
+
+std::optional<TextString> headerFieldNamedAllowingWhite(TextView text, TextView name,
+                                                        char16_t quotation, char16_t separator) {
+  return findHeaderField(text, name, quotation, separator, true);
+}
+
+std::optional<TextString> headerCharset(TextView header) {
+  return findHeaderField(header, u"CHARSET", u'\'', u';', true);
+}
+
+StringEncoding headerEncoding(TextView header) {
+  std::optional<TextString> charset = headerCharset(header);
+  return NSEncodingFromName(charset ? TextView(*charset) : TextView());
+}
+
+}  // namespace ulvek
