@@ -89,8 +89,8 @@ CFStringEncoding CFEncodingFromName(TextView name);
 StringEncoding NSEncodingFromName(TextView name);
 
 // CF ⇄ string-encoding numbering. Numbers without a converter here answer kEncodingNotFound
-// (kCFEncodingInvalid the other way); the Czech tables have their own markers and are not
-// platform encodings.
+// (kCFEncodingInvalid the other way). The Czech CF numbers pair with their markers
+// (0xA001 ⇄ 0xFFFFFFF0, 0xA002 ⇄ 0xFFFFFFF1), so every decoding below can use them.
 StringEncoding stringEncodingFromCFEncoding(CFStringEncoding encoding);
 CFStringEncoding cfEncodingFromStringEncoding(StringEncoding encoding);
 

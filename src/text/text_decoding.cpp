@@ -425,6 +425,10 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
     if (!encoding) continue;
     if (std::optional<TextString> text = decodeBytes(bytes, *encoding))
       return DetectedText{std::move(*text), *encoding};
+    // A file cut inside a character, or with a stray bad byte, is still in the encoding the
+    // detector saw: mark the bad bytes rather than lose the whole text.
+    TextString marked = convertBytes(bytes, cfEncodingFromStringEncoding(*encoding));
+    if (!marked.empty()) return DetectedText{std::move(marked), *encoding};
   }
   return std::nullopt;
 }

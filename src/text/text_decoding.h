@@ -16,8 +16,9 @@ namespace ulvek {
 
 // Decodes a file. A given encoding (anything but 0 and 0xFFFFFFF0…0xFFFFFFFF) is used exactly,
 // with no fallback. Otherwise the encoding is detected (uchardet, then ICU for byte-order-mark-
-// less UTF-16/32) and reported through `usedEncoding`; when detection fails the file is decoded
-// as ASCII and 1 is reported. Nothing when the file cannot be read or decoded.
+// less UTF-16/32) and reported through `usedEncoding`; bytes that are malformed in the detected
+// encoding become U+FFFD. When nothing is detected the file is decoded as ASCII and 1 is
+// reported. Nothing when the file cannot be read or decoded.
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding = nullptr);
 
