@@ -31,6 +31,12 @@ class MIMETypeHelper {
   // Internal: maps an HTML page's meta attributes (title, description, author, keywords) into the
   // result with put-if-present; absent or empty meta writes nothing.
   static void copyHTMLMetaAttributes(const HtmlMetaAttributes* meta, ImportResult& result);
+
+  // Internal: maps a reader's Spotlight attributes, and an attributed-string reader's document
+  // attributes, into the result with put-if-present.
+  static void copyMetaData(const PropertyDictionary* attributes, ImportResult& result);
+  static void copyAttributedStringAttributes(const PropertyDictionary* attributes,
+                                             ImportResult& result);
 };
 
 }  // namespace ulvek
