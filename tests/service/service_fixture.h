@@ -21,7 +21,17 @@
 #include <thread>
 #include <vector>
 
+#include "service/json.h"
+
 extern char** environ;
+
+namespace ulvek {
+
+// Readable values in test failures.
+inline void PrintTo(const PropertyValue& value, std::ostream* out) { *out << toJson(value); }
+inline void PrintTo(const ImportResult& result, std::ostream* out) { *out << toJson(result); }
+
+}  // namespace ulvek
 
 namespace ulvek::testing {
 
