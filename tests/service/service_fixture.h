@@ -61,12 +61,13 @@ class ChildProcess {
   ~ChildProcess() { stop(); }
 
   // Starts `arguments` with standard output and error going to files (empty: inherited) or,
-  // for output, to `outputDescriptor` when one is given.
+  // for output, to `outputDescriptor` when one is given; in `folder` when one is given.
   static ChildProcess start(const std::vector<std::string>& arguments,
                             const std::string& outputPath = "", const std::string& errorPath = "",
-                            int outputDescriptor = -1) {
+                            int outputDescriptor = -1, const std::string& folder = "") {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
     if (outputDescriptor >= 0) {
       posix_spawn_file_actions_adddup2(&actions, outputDescriptor, STDOUT_FILENO);
     } else if (!outputPath.empty()) {
@@ -199,12 +200,12 @@ struct ProgramOutput {
   std::string err;
 };
 
-// Runs a program to its end, collecting its output through files in `folder`.
+// Runs a program in `folder` to its end, collecting its output through files there.
 inline ProgramOutput runProgram(const std::vector<std::string>& arguments,
                                 const std::filesystem::path& folder) {
   std::string outPath = (folder / "program.out").string();
   std::string errPath = (folder / "program.err").string();
-  ChildProcess child = ChildProcess::start(arguments, outPath, errPath);
+  ChildProcess child = ChildProcess::start(arguments, outPath, errPath, -1, folder.string());
   ProgramOutput output;
   output.status = child.waitForExit(std::chrono::seconds(60)).value_or(-1);
   output.out = readWholeFile(outPath);
