@@ -77,6 +77,11 @@ class FileBytes {
   std::size_t size_ = 0;
 };
 
+bool startsWith(Bytes bytes, std::string_view prefix) {
+  return bytes.size() >= prefix.size() &&
+         std::memcmp(bytes.data(), prefix.data(), prefix.size()) == 0;
+}
+
 // ---- Detection --------------------------------------------------------------------------------
 
 struct DetectorName {
@@ -138,8 +143,15 @@ std::optional<StringEncoding> uchardetEncoding(Bytes bytes) {
   return encoding;
 }
 
+bool hasByteOrderMark(Bytes bytes) {
+  return startsWith(bytes, "\xFE\xFF") || startsWith(bytes, "\xFF\xFE") ||
+         startsWith(bytes, std::string_view("\0\0\xFE\xFF", 4)) ||
+         startsWith(bytes, "\xEF\xBB\xBF");
+}
+
 std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
-  if (bytes.size() < 4 || bytes.size() > static_cast<std::size_t>(INT32_MAX)) return std::nullopt;
+  // Marked text is uchardet's; it tells UTF-16 from UTF-32 and keeps the mark's byte order.
+  if (bytes.size() < 4 || hasByteOrderMark(bytes)) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<UCharsetDetector, decltype(&ucsdet_close)> detector(ucsdet_open(&status),
                                                                       ucsdet_close);
@@ -183,11 +195,6 @@ bool isCzechEncoding(StringEncoding encoding) {
 std::optional<Decoding> decodeDeclared(Bytes bytes, StringEncoding declared) {
   if (isCzechEncoding(declared)) return Decoding{decodeCzech(bytes, declared), 0};
   return decodeMarkup(bytes, declared);
-}
-
-bool startsWith(Bytes bytes, std::string_view prefix) {
-  return bytes.size() >= prefix.size() &&
-         std::memcmp(bytes.data(), prefix.data(), prefix.size()) == 0;
 }
 
 // Property-list extensions, compared without regard to case. The import layer keeps the same
@@ -420,7 +427,10 @@ std::size_t utf8Length(TextView text) {
 // ---- Plain text -------------------------------------------------------------------------------
 
 std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t> bytes) {
-  for (auto detect : {uchardetEncoding, wideUnicodeEncoding}) {
+  // uchardet does not look for UTF-16 or UTF-32 without a byte-order mark and may call such
+  // text a multi-byte Asian encoding, so the wide forms are ruled out first. ICU's test needs
+  // NUL bytes in the right places, which 8-bit text does not have.
+  for (auto detect : {wideUnicodeEncoding, uchardetEncoding}) {
     std::optional<StringEncoding> encoding = detect(bytes);
     if (!encoding) continue;
     if (std::optional<TextString> text = decodeBytes(bytes, *encoding))
