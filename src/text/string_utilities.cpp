@@ -209,7 +209,8 @@ std::optional<TextString> stringByRemovingMultipleFeedsIfChanged(TextView text) 
 }
 
 TextString stringByRemovingMultipleSpaces(TextView text) {
-  return stringByRemovingMultipleSpacesIfChanged(text).value_or(TextString(text));
+  std::optional<TextString> result = stringByRemovingMultipleSpacesIfChanged(text);
+  return result ? std::move(*result) : TextString(text);
 }
 TextString stringByRemovingMultipleWhiteSpaces(TextView text) {
   std::optional<TextString> result = stringByRemovingMultipleWhiteSpacesIfChanged(text);

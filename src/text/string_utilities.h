@@ -26,7 +26,8 @@ std::optional<TextString> stringByTrimmingWhiteSpacesIfChanged(TextView text);
 TextView trimmedWhiteSpaces(TextView text);
 // Trims the white class (feeds true) or the space class (feeds false) at both ends.
 TextString stringByTrimmingSpacesAndFeeds(TextView text, bool feeds);
-// The trimmed part of range; "" for an empty, out-of-bounds or all-trimmed range.
+// The trimmed part of range (clipped to the text); "" for an empty, out-of-bounds or all-trimmed
+// range.
 TextString stringByTrimmingSpacesInRange(TextView text, TextRange range, bool feeds);
 
 // ---- Collapsing: every maximal run of the class becomes one replacement unit ----
