@@ -328,19 +328,17 @@ const TypeIndex& typeIndex() {
   return *index;
 }
 
-// A dynamic identifier names what is known without claiming a type: the tag class and its value,
-// hex-encoded when the value holds characters an identifier may not.
+// A dynamic identifier names what is known without claiming a type: the tag class and its value
+// ("dyn.mime-type.application.octet-stream"), the value hex-encoded when it holds characters an
+// identifier may not.
 std::string dynamicIdentifier(std::string_view tagClass, std::string_view value) {
-  bool plain = !value.empty();
-  for (char c : value) {
-    bool allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                   c == '-' || c == '.';
-    plain = plain && allowed;
-  }
-  std::string result = "dyn.";
-  result += tagClass;
-  result += '.';
-  if (plain) return result + lowercased(value);
+  std::string readable = lowercased(value);
+  std::replace(readable.begin(), readable.end(), '/', '.');
+  bool plain = !readable.empty() && std::all_of(readable.begin(), readable.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.';
+  });
+  std::string result = "dyn." + std::string(tagClass) + ".";
+  if (plain) return result + readable;
   static constexpr char kHex[] = "0123456789abcdef";
   result += 'x';
   for (unsigned char c : value) {

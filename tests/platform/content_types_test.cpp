@@ -127,6 +127,8 @@ TEST(ContentTypes, TypeOfFileUsesExtensionThenContents) {
       {"text with unknown extension", folder.write("notes.qqq", kPlainText), "public.plain-text"},
       {"binary with unknown extension", folder.write("blob.qqq", kBinary),
        "dyn.filename-extension.qqq"},
+      {"binary without extension", folder.write("blob", kBinary),
+       "dyn.mime-type.application.octet-stream"},
       {"extension wins over contents", folder.write("page.html", kMinimalPDF), "public.html"},
       {"upper-case extension", folder.write("REPORT.PDF", kMinimalPDF), "com.adobe.pdf"},
       {"package folder", rtfd, "com.apple.rtfd"},

@@ -1,0 +1,153 @@
+// `ulvekbot classify PATH...`: why a file is read the way it is. For each path it prints the
+// extension, the four-character type code, the content type and the first file test, in the
+// import's own order, that answers YES (or, when none does, what the content type decides).
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "cli/command.h"
+#include "import/file_types.h"
+#include "metadata/file_size.h"
+#include "platform/content_types.h"
+#include "platform/type_codes.h"
+#include "service/json.h"
+
+namespace ulvek::cli {
+namespace {
+
+constexpr std::string_view kCommand = "classify";
+constexpr std::string_view kAbsent = "-";
+
+struct Facts {
+  std::string path;
+  TextString extension;
+  std::optional<TextString> typeCode;
+  std::optional<std::string> contentType;
+  std::uint64_t size = 0;
+  FileClassification classification;
+  ContentTypeRoute contentRoute = ContentTypeRoute::Importer;
+};
+
+// The same questions, in the same order, as an import of the file asks.
+Facts examine(const std::string& path) {
+  Facts facts;
+  facts.path = path;
+  facts.extension = pathExtension(path);
+  facts.typeCode = HFSTypeOfFile(path);
+  facts.contentType = typeOfFile(path);
+  facts.size = fileSizeAtPath(path);
+  facts.classification = classifyFile(facts.extension, facts.typeCode, [&] {
+    return getBoolValueForKey(ResourceKey::IsPackage, path);
+  });
+  facts.contentRoute = routeForContentType(
+      facts.contentType ? std::optional<std::string_view>(*facts.contentType) : std::nullopt);
+  return facts;
+}
+
+std::string decision(const Facts& facts) {
+  if (facts.size == 0) return "empty: not classified";
+  std::string text;
+  if (facts.classification.step > 0) {
+    text = std::to_string(facts.classification.step) + " " +
+           std::string(facts.classification.test) + " → " +
+           std::string(fileClassName(facts.classification.fileClass));
+  } else {
+    text = "none → content type: " + std::string(contentTypeRouteName(facts.contentRoute));
+  }
+  if (facts.classification.packageSkipped) text += " (a package, so not read as plain text)";
+  return text;
+}
+
+PropertyValue jsonOf(const Facts& facts) {
+  PropertyDictionary object;
+  object["path"] = PropertyValue::fromUtf8(facts.path);
+  object["extension"] = PropertyValue(facts.extension);
+  object["typeCode"] = facts.typeCode ? PropertyValue(*facts.typeCode) : PropertyValue(u"");
+  object["contentType"] = PropertyValue::fromUtf8(facts.contentType.value_or(""));
+  object["size"] = PropertyValue(facts.size);
+  object["step"] = PropertyValue(facts.classification.step);
+  object["test"] = PropertyValue::fromUtf8(facts.classification.test);
+  object["class"] = PropertyValue::fromUtf8(fileClassName(facts.classification.fileClass));
+  object["packageSkipped"] = PropertyValue(facts.classification.packageSkipped);
+  if (facts.classification.step == 0)
+    object["contentTypeRoute"] = PropertyValue::fromUtf8(contentTypeRouteName(facts.contentRoute));
+  object["decision"] = PropertyValue::fromUtf8(decision(facts));
+  return PropertyValue(std::move(object));
+}
+
+// Display width in characters, so columns stay aligned with non-ASCII names.
+std::size_t width(std::string_view utf8) {
+  return static_cast<std::size_t>(
+      std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+void printAligned(std::ostream& out, const std::vector<Facts>& all) {
+  using Row = std::array<std::string, 5>;
+  std::vector<Row> rows = {{"PATH", "EXTENSION", "TYPE", "CONTENT TYPE", "FIRST YES"}};
+  for (const Facts& facts : all) {
+    rows.push_back({facts.path,
+                    facts.extension.empty() ? std::string(kAbsent) : toUtf8(facts.extension),
+                    facts.typeCode ? toUtf8(*facts.typeCode) : std::string(kAbsent),
+                    facts.contentType.value_or(std::string(kAbsent)), decision(facts)});
+  }
+  std::array<std::size_t, 5> widths{};
+  for (const Row& row : rows)
+    for (std::size_t column = 0; column < widths.size(); ++column)
+      widths[column] = std::max(widths[column], width(row[column]));
+  for (const Row& row : rows) {
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      out << row[column];
+      if (column + 1 < row.size()) out << std::string(widths[column] - width(row[column]) + 2, ' ');
+    }
+    out << '\n';
+  }
+}
+
+int run(const std::vector<std::string>& arguments, CommandIO& io) {
+  bool json = false;
+  std::vector<std::string> paths;
+  for (const std::string& argument : arguments) {
+    if (argument == "--json")
+      json = true;
+    else
+      paths.push_back(argument);
+  }
+  if (paths.empty()) {
+    printError(io, kCommand, "expects at least one path");
+    return kExitUsage;
+  }
+  int status = kExitSuccess;
+  std::vector<Facts> all;
+  for (const std::string& path : paths) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+      printError(io, kCommand, path + ": " + std::strerror(errno));
+      status = kExitFailure;
+      continue;
+    }
+    Facts facts = examine(path);
+    if (json)
+      io.out << toJson(jsonOf(facts)) << '\n';
+    else
+      all.push_back(std::move(facts));
+  }
+  if (!json && !all.empty()) printAligned(io.out, all);
+  return status;
+}
+
+const CommandRegistration registration{
+    {kCommand, "[--json] PATH...",
+     "Prints each file's extension, type code, content type and the first file test that "
+     "answers YES",
+     run}};
+
+}  // namespace
+}  // namespace ulvek::cli
