@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "import/file_types.h"
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
+#include "metadata/internet_location.h"
 #include "platform/property_list.h"
 #include "platform/resource_fork.h"
 #include "readers/reader.h"
@@ -509,6 +511,38 @@ TEST(FileImport, MissingFileAnswersTitleAndZeroSize) {
   EXPECT_EQ(stringValue(result, "Title"), u"gone.txt");
   EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), 0u);
   EXPECT_FALSE(result.contains("Text"));
+}
+
+// The location reader sits below the classification and keeps its own copy of the rule; the two
+// must name the same files.
+TEST(FileImport, LocationReaderAgreesWithTheClassification) {
+  const std::vector<std::string> extensions = {
+      "webloc", "mailloc", "ftploc",     "inetloc",     "newsloc", "fileloc",
+      "vncloc", "url",     "webhistory", "webbookmark", "WEBLOC",  "Url",
+      "txt",    "html",    "webloc2",    "loc",         ""};
+  const std::vector<std::string> types = {"",     "LINK", "ilaf", "ilat", "ilfi", "ilft", "ilge",
+                                          "ilht", "ilma", "ilns", "ilnw", "link", "TEXT", "ilxx"};
+  std::string list = xmlPropertyListText({{"URL", PropertyValue(u"https://example.org/")}});
+  for (const std::string& extension : extensions) {
+    for (const std::string& type : types) {
+      SCOPED_TRACE(extension + " '" + type + "'");
+      TemporaryFolder folder;
+      bool shortcut = type == "LINK" || extension == "url" || extension == "Url";
+      std::string name = extension.empty() ? "item" : "item." + extension;
+      std::string path = folder.write(name, shortcut ? "URL=https://example.org/\n" : list);
+      std::optional<TextString> typeCode;
+      if (!type.empty()) {
+        std::string info(32, '\0');
+        info.replace(0, 4, type);
+        ASSERT_EQ(::setxattr(path.c_str(), kFinderInfoAttribute, info.data(), info.size(), 0), 0);
+        typeCode = u"'" + fromUtf8(type) + u"'";
+      }
+      TextString ext = fromUtf8(extension);
+      bool classified = isInternetLocationExtension(
+          TextView(ext), typeCode ? OptionalText(*typeCode) : std::nullopt);
+      EXPECT_EQ(resolveInternetLocation(path).has_value(), classified);
+    }
+  }
 }
 
 TEST(IsPlainFile, AnswersByExtensionAndType) {
