@@ -202,6 +202,44 @@ constexpr TextView kAttributedFileTypes[] = {u"rtf",    u"rtfd", u"doc", u"dot",
 
 constexpr std::size_t kMaxValidPathExtension = 17;
 
+// A table's entries grouped by length, computed at compile time, so a lookup visits only the
+// entries as long as the extension (in table order) and skips the rest without a comparison.
+constexpr std::size_t kLongestIndexedEntry = 32;
+
+template <std::size_t N>
+struct LengthIndex {
+  std::array<TextView, N> entries{};
+  std::array<std::size_t, kLongestIndexedEntry + 2> start{};
+
+  std::span<const TextView> ofLength(std::size_t length) const {
+    if (length > kLongestIndexedEntry) return {};
+    return std::span<const TextView>(entries).subspan(start[length],
+                                                      start[length + 1] - start[length]);
+  }
+};
+
+template <std::size_t N>
+constexpr LengthIndex<N> indexByLength(const TextView (&table)[N]) {
+  LengthIndex<N> index;
+  std::size_t next = 0;
+  for (std::size_t length = 0; length <= kLongestIndexedEntry; ++length) {
+    index.start[length] = next;
+    for (TextView entry : table)
+      if (entry.size() == length) index.entries[next++] = entry;
+  }
+  index.start[kLongestIndexedEntry + 1] = next;
+  return index;
+}
+
+constexpr auto kInternetLocationIndex = indexByLength(kInternetLocationExtensions);
+constexpr auto kHTMLIndex = indexByLength(kHTMLExtensions);
+constexpr auto kXMLIndex = indexByLength(kXMLExtensions);
+constexpr auto kImageIndex = indexByLength(kImageFileTypes);
+constexpr auto kAttributedIndex = indexByLength(kAttributedFileTypes);
+constexpr auto kPlainTextIndex = indexByLength(kPlainTextExtensions);
+static_assert(kPlainTextIndex.start.back() == std::size(kPlainTextExtensions));
+static_assert(kImageIndex.start.back() == std::size(kImageFileTypes));
+
 // An extension folded to lower case once, so a table costs one length test per entry and a
 // character comparison only for entries of the same length. Longer extensions match nothing.
 class FoldedExtension {
@@ -242,6 +280,12 @@ bool hasText(OptionalText text) { return text && !text->empty(); }
 bool extensionIn(OptionalText extension, Table table) {
   if (!hasText(extension)) return false;
   return FoldedExtension(*extension).matchesAny(table);
+}
+
+template <std::size_t N>
+bool extensionIn(OptionalText extension, const LengthIndex<N>& index) {
+  if (!hasText(extension)) return false;
+  return FoldedExtension(*extension).matchesAny(index.ofLength(extension->size()));
 }
 
 bool exactlyIn(OptionalText text, Table table) {
@@ -295,7 +339,7 @@ bool isInternetLocationExtension(OptionalText extension, OptionalText type) {
     for (std::uint32_t locationType : kInternetLocationTypes)
       if (code == locationType) return true;
   }
-  return extensionIn(extension, kInternetLocationExtensions);
+  return extensionIn(extension, kInternetLocationIndex);
 }
 
 bool isEmailExtension(OptionalText extension) { return extensionIn(extension, kEmailExtensions); }
@@ -316,7 +360,7 @@ bool isPostScriptExtension(OptionalText extension) {
 std::span<const TextView> imageFileTypes() { return kImageFileTypes; }
 
 bool isImageExtension(OptionalText extension, OptionalText type) {
-  if (extensionIn(extension, kImageFileTypes)) return true;
+  if (extensionIn(extension, kImageIndex)) return true;
   return hasText(type) && exactlyIn(type, kImageFileTypes);
 }
 
@@ -334,7 +378,7 @@ bool isHTMLExtension(OptionalText extension) {
   TextView name = *extension;
   std::size_t question = name.find(u'?');
   if (question != TextView::npos) name = name.substr(0, question);
-  return extensionIn(name, kHTMLExtensions);
+  return extensionIn(name, kHTMLIndex);
 }
 
 bool isPropertyListExtension(OptionalText extension) {
@@ -345,7 +389,7 @@ bool isXMLExtension(OptionalText extension) {
   if (!extension || extension->size() < kShortestXMLExtension ||
       extension->size() > kLongestXMLExtension)
     return false;
-  return extensionIn(extension, kXMLExtensions);
+  return extensionIn(extension, kXMLIndex);
 }
 
 bool isSheetExtension(OptionalText extension) { return extensionIn(extension, kSheetExtensions); }
@@ -367,7 +411,7 @@ bool isAttributedExtension(OptionalText extension, OptionalText type) {
   // Plain text only goes to the attributed readers when its type code says it is styled.
   if (extensionIn(extension, kPlainTextNames)) return exactlyIn(type, kStyledTextTypes);
   if (type && *type == u"'TEXT'") return false;
-  return extensionIn(extension, kAttributedFileTypes) || exactlyIn(type, kAttributedFileTypes);
+  return extensionIn(extension, kAttributedIndex) || exactlyIn(type, kAttributedFileTypes);
 }
 
 bool isTextClippingExtension(OptionalText extension, OptionalText type) {
@@ -413,7 +457,7 @@ std::span<const TextString> customTextFileTypes() {
 bool isTextExtension(OptionalText extension, OptionalText type) {
   if (hasText(extension)) {
     FoldedExtension folded(*extension);
-    if (folded.matchesAny(kPlainTextExtensions)) return true;
+    if (folded.matchesAny(kPlainTextIndex.ofLength(folded.size()))) return true;
     if (folded.matchesAny(customTextFileTypes())) return true;
   }
   if (!type || type->size() != 6 || !exactlyIn(type, kTextTypes)) return false;
