@@ -184,8 +184,9 @@ bool DBusService::start(ErrorOut error) {
   r = sd_bus_request_name(bus_, dbus::kServiceName, 0);
   ownsName_ = r >= 0;
   if (!ownsName_) {
-    logLine(std::string("Cannot own ") + dbus::kServiceName + " (" + posixMessage(r) +
-            "); this instance stays unreachable");
+    std::string reason = r == -EEXIST ? "already taken" : "refused: " + posixMessage(r);
+    logLine(std::string("Name ") + dbus::kServiceName + " " + reason +
+            "; this instance stays unreachable");
   }
   return true;
 }
