@@ -1,0 +1,94 @@
+// Feeds markup to the scanner and every operation built on it. The first byte picks how the rest
+// becomes text: even = UTF-8 (pages as they arrive), odd = raw little-endian UTF-16 units, so lone
+// surrogates and NULs reach the scanner too. Every reported range is checked against the text.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "text/markup_scanner.h"
+
+namespace {
+
+using namespace ulvek;
+
+void check(bool condition) {
+  if (!condition) std::abort();
+}
+
+TextString textFromInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return {};
+  const std::uint8_t mode = data[0];
+  ++data;
+  --size;
+  if ((mode & 1) == 0) return fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
+  TextString text(size / 2, u'\0');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    text[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
+  }
+  return text;
+}
+
+void checkAttribute(const MarkupItem& item, std::string_view name, bool contentMode) {
+  const TextRange value = FindTagAttribute(item.units, item.tagRange(), name, contentMode);
+  if (!value.found()) return;
+  check(value.length > 0);
+  check(value.location >= item.tagLocation);
+  check(value.location + value.length <= item.tagLocation + item.tagLength);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const TextString text = textFromInput(data, size);
+  const std::size_t n = text.size();
+
+  for (bool mutableCopy : {false, true}) {
+    std::size_t lastEnd = 0;
+    bool sawFinal = false;
+    ScanMarkup(
+        text,
+        [&](const MarkupItem& item) {
+          check(!sawFinal);
+          check(item.text.size() == n);
+          check(item.textLocation >= lastEnd || item.textLocation == n);
+          check(item.textLocation <= item.tagLocation);
+          check(item.tagLocation <= n && item.tagLength <= n - item.tagLocation);
+          if (item.hasName()) {
+            check(item.state == MarkupState::Tag);
+            check(item.nameLocation > item.tagLocation);
+            check(item.nameLocation + item.nameLength <= item.tagLocation + item.tagLength);
+          }
+          if (item.isFinal()) sawFinal = true;
+          lastEnd = item.tagLocation + item.tagLength;
+          if (item.tagLength != 0) {
+            checkAttribute(item, "HREF", false);
+            checkAttribute(item, "CONTENT", true);
+            isTagOpenCharacters(item.units, item.tagRange());
+            isTagClosedCharacters(item.units, item.tagRange());
+            isMetaTagInRange(item.text, item.tagRange());
+            isRemarkTagInRange(item.text, item.tagRange());
+          }
+          // Handlers may rewrite the run in front of the item in the private copy.
+          if (item.mutableUnits) {
+            for (std::size_t i = item.textLocation; i < item.tagLocation; ++i) {
+              item.mutableUnits[i] = u' ';
+            }
+          }
+          return false;
+        },
+        nullptr, mutableCopy);
+    check(sawFinal == (n != 0));
+  }
+
+  check(stripTags(text).size() <= n + n / 2 + 1);
+  stripTag(text, "P");
+  stripAttributesOfTag(text, "A");
+  stripAttributesOfTag(text, "IMG");
+  const std::vector<TextString> prefixes = {u"<style", u"<x", u""};
+  if (std::optional<TextString> removed = stripTagBodies(text, prefixes, false)) {
+    check(removed->size() <= n);
+  }
+  stripTagBodies(text, prefixes, true);
+  return 0;
+}
