@@ -123,14 +123,23 @@ StringEncoding stringEncodingForDetected(CFStringEncoding cf) {
   return stringEncodingFromCFEncoding(cf);
 }
 
+// A detector holds a prober per charset; building one costs more than detecting a small file,
+// so each thread keeps one and resets it.
+uchardet_t reusableDetector() {
+  thread_local std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(),
+                                                                              uchardet_delete);
+  if (detector) uchardet_reset(detector.get());
+  return detector.get();
+}
+
 std::optional<StringEncoding> uchardetEncoding(Bytes bytes) {
-  std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(), uchardet_delete);
+  uchardet_t detector = reusableDetector();
   if (!detector) return std::nullopt;
-  if (uchardet_handle_data(detector.get(), reinterpret_cast<const char*>(bytes.data()),
-                           bytes.size()) != 0)
+  if (uchardet_handle_data(detector, reinterpret_cast<const char*>(bytes.data()), bytes.size()) !=
+      0)
     return std::nullopt;
-  uchardet_data_end(detector.get());
-  const char* answer = uchardet_get_charset(detector.get());
+  uchardet_data_end(detector);
+  const char* answer = uchardet_get_charset(detector);
   if (!answer || !*answer) return std::nullopt;
   std::string_view name(answer);
   CFStringEncoding cf = kCFEncodingInvalid;
@@ -152,12 +161,16 @@ bool hasByteOrderMark(Bytes bytes) {
 std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   // Marked text is uchardet's; it tells UTF-16 from UTF-32 and keeps the mark's byte order.
   if (bytes.size() < 4 || hasByteOrderMark(bytes)) return std::nullopt;
+  // ICU recognises the wide forms by the NUL bytes of their ASCII characters near the start;
+  // text without any is never one of them, and ICU's other recognisers are costly.
+  constexpr std::size_t kLead = 64;
+  if (!std::memchr(bytes.data(), 0, std::min(bytes.size(), kLead))) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<UCharsetDetector, decltype(&ucsdet_close)> detector(ucsdet_open(&status),
                                                                       ucsdet_close);
   if (U_FAILURE(status)) return std::nullopt;
   // ICU looks at the first units only; a short sample keeps this cheap on huge files.
-  constexpr std::size_t kSample = 65536;
+  constexpr std::size_t kSample = 4096;
   ucsdet_setText(detector.get(), reinterpret_cast<const char*>(bytes.data()),
                  static_cast<int32_t>(std::min(bytes.size(), kSample)), &status);
   const UCharsetMatch* match = ucsdet_detect(detector.get(), &status);

@@ -1,0 +1,106 @@
+// Feeds bytes to markup decoding as data and as files. The first byte picks the default encoding
+// (bits 0-2), the charset name passed along (bits 3-6) and whether the file entries run too
+// (bit 7); the rest is the document. Declared charsets, byte-order marks, the Czech tables and
+// the fallback lists are all reachable from the seeds.
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "base/log.h"
+#include "text/encodings.h"
+#include "text/text_decoding.h"
+
+namespace {
+
+using namespace ulvek;
+
+void check(bool condition) {
+  if (!condition) std::abort();
+}
+
+constexpr std::array<StringEncoding, 8> kDefaults = {
+    kUTF8StringEncoding,          kISOLatin1StringEncoding,
+    kASCIIStringEncoding,         kMacOSRomanStringEncoding,
+    kWindowsCP1252StringEncoding, kUTF16BigEndianStringEncoding,
+    kKamenickyStringEncoding,     0x80000210 /* no converter */};
+
+constexpr std::array<const char16_t*, 16> kNames = {
+    u"",       u"utf-8",       u"iso-8859-1", u"windows-1251", u"shift_jis", u"gb2312",
+    u"big5",   u"utf-16",      u"koi8-cs2",   u"x-kam-cs",     u"foo",       u"x-mac-japanese",
+    u"euc-kr", u"iso-2022-jp", u"utf-7",      u"auto"};
+
+// Two files reused for every input: one named like markup, one like a property list.
+struct Files {
+  std::string html, plist;
+  Files() {
+    std::string folder = (std::filesystem::temp_directory_path() / "markup-fuzz-XXXXXX").string();
+    if (!mkdtemp(folder.data())) std::abort();
+    html = folder + "/page.html";
+    plist = folder + "/list.plist";
+  }
+};
+
+void writeFile(const std::string& path, const std::uint8_t* data, std::size_t size) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) std::abort();
+  if (size) std::fwrite(data, 1, size, file);
+  std::fclose(file);
+}
+
+void checkText(const std::optional<TextString>& text) {
+  if (!text) return;
+  TextRange declaration = markupCharsetRange(*text);
+  if (declaration.found()) check(declaration.location + declaration.length <= text->size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  setLogSink([](std::string_view) {});
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Files files;
+  if (size == 0) return 0;
+  const std::uint8_t selector = data[0];
+  std::span<const std::uint8_t> bytes(data + 1, size - 1);
+  const StringEncoding defaultEncoding = kDefaults[selector & 7];
+  const TextView name = kNames[(selector >> 3) & 15];
+
+  std::optional<TextString> decoded = stringWithMarkupData(bytes, name, defaultEncoding);
+  check(decoded || !bytes.empty());  // empty data is the empty string
+  checkText(decoded);
+  if (decoded) markupData(*decoded);
+
+  // The bytes as a header and as a charset name.
+  TextString asText =
+      fromUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+  checkText(stringWithMarkupDataOfContentType(bytes, asText, defaultEncoding));
+  headerFieldNamed(asText, u"URL");
+  HTTPHeaderFieldNamed(asText, u"CHARSET");
+  CFStringEncoding cf = CFEncodingFromName(asText);
+  NSEncodingFromName(asText);
+
+  // The converter never writes past max(byte count, 32) units.
+  if (cf != kCFEncodingInvalid) {
+    check(convertBytes(bytes, cf).size() <= std::max<std::size_t>(bytes.size(), 32));
+  }
+
+  if (selector & 0x80) {
+    writeFile(files.html, bytes.data(), bytes.size());
+    StringEncoding used = 0;
+    checkText(stringWithMarkupContentsOfFile(files.html, defaultEncoding, &used));
+    stringWithContentsOfFile(files.html, kDetectEncoding, &used);
+    writeFile(files.plist, bytes.data(), bytes.size());
+    checkText(stringWithMarkupContentsOfFile(files.plist, defaultEncoding, &used));
+  } else {
+    decodeDetectingEncoding(bytes);
+  }
+  return 0;
+}
