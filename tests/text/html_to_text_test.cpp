@@ -145,6 +145,8 @@ TEST(HtmlToText, InvisibleElements) {
       {"comment", Form::Whole, u"x<!-- a > b -->y", u"xy"},
       {"cdata section", Form::Whole, u"x<![CDATA[c]]>y", u"xy"},
       {"comment in script", Form::Whole, u"<script><!-- </script> --></script>z", u"z"},
+      // Without an end tag only the start tag is markup; what follows is ordinary text.
+      {"unterminated script", Form::Whole, u"a<script>var x = 1;", u"avar x = 1;"},
   });
 }
 
@@ -284,6 +286,25 @@ TEST(HtmlToText, HostileInput) {
     }
   }
   EXPECT_EQ(utf8(stringByConvertingHtml2PlainText(nested)), "deep");
+}
+
+TEST(HtmlToText, FiftyMebibyteDocument) {
+  const TextView paragraph = u"<p>Some paragraph text &amp; more <b>bold</b> words.</p>\n";
+  const std::size_t count = (50u << 20) / paragraph.size() + 1;
+  TextString html = u"<html><head><title>Big</title><script>var a = '<p>';</script></head><body>";
+  html.reserve(html.size() + count * paragraph.size() + 16);
+  for (std::size_t i = 0; i < count; ++i) html += paragraph;
+  html += u"</body></html>";
+  ASSERT_GE(html.size(), 50u << 20);
+
+  const TextString text =
+      stringByConvertingHtml2PlainTextNonUmlauted(html, false, false, true, true);
+  const TextView expected = u"Some paragraph text & more bold words.\n\n";
+  ASSERT_EQ(text.size(), count * expected.size());
+  for (std::size_t at = 0; at < text.size(); at += expected.size() * 99991) {
+    ASSERT_EQ(TextView(text).substr(at, expected.size()), expected) << at;
+  }
+  EXPECT_EQ(TextView(text).substr(text.size() - expected.size()), expected);
 }
 
 }  // namespace
