@@ -544,8 +544,11 @@ TEST(LargeInput, HundredMebibyteSingleLineFileDecodesWithBoundedMemory) {
   }
   long grown = (peakResidentKilobytes() - before) * 1024;
   std::printf("%zu MiB single-line file: peak memory grew by %ld MiB\n", bytes >> 20, grown >> 20);
-  // The bytes, one UTF-16 copy and the converter's full-size buffer at most.
+  // The bytes, one UTF-16 copy and the converter's full-size buffer at most. AddressSanitizer
+  // holds freed memory back for a while, so the bound means nothing there.
+#if !defined(__SANITIZE_ADDRESS__)
   EXPECT_LT(grown, static_cast<long>(bytes * 4)) << grown / (1 << 20) << " MiB";
+#endif
 }
 
 }  // namespace
