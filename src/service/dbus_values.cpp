@@ -188,7 +188,10 @@ int appendVariant(sd_bus_message* message, const PropertyValue& value) {
 
 int appendDictionary(sd_bus_message* message, const PropertyDictionary& dictionary) {
   return inContainer(message, 'a', "{sv}", [&] {
-    for (const auto& [key, value] : dictionary) {
+    for (const auto& entry : dictionary) {
+      // Plain references: clang 14 cannot capture structured bindings in lambdas.
+      const std::string& key = entry.first;
+      const PropertyValue& value = entry.second;
       int r = inContainer(message, 'e', "sv", [&] {
         std::string wireKey = wireString(std::string_view(key));
         int r = sd_bus_message_append_basic(message, 's', wireKey.c_str());
