@@ -245,7 +245,10 @@ class Scanner {
     }
     if (element == nullptr) return p;
 
-    std::size_t marker = findMarkerNoCase(u, tagLocation + 1, n, element->endMarker, tables_.upper);
+    ForwardSearch& memo = endMarkerSearches_[element - kRawTextElements];
+    std::size_t marker = memo.find(tagLocation + 1, [&](std::size_t from) {
+      return findMarkerNoCase(u, from, n, element->endMarker, tables_.upper);
+    });
     if (marker == kNotFound) return p;
     // An end marker inside a "<!-- ... -->" hidden body does not count.
     std::size_t commentOpen = findExact(u, p + 1, marker, u"<!-");
@@ -263,8 +266,25 @@ class Scanner {
     return std::max(p, end < n ? end : n - 1);
   }
 
+  // Searches for an end marker start further on each time. Without remembering the last answer,
+  // every unterminated script tag would search the whole rest of the text again.
+  struct ForwardSearch {
+    std::size_t from = kNotFound;
+    std::size_t found = kNotFound;
+    template <class Search>
+    std::size_t find(std::size_t start, Search search) {
+      // The first match at or after `from` is also the first at or after any start up to it.
+      if (from != kNotFound && start >= from && (found == kNotFound || start <= found))
+        return found;
+      from = start;
+      found = search(start);
+      return found;
+    }
+  };
+
   const char16_t* units_;
   std::size_t length_;
+  ForwardSearch endMarkerSearches_[std::size(kRawTextElements)];
   MarkupTagHandler& handler_;
   const CharacterTables& tables_;
   MarkupItem item_;

@@ -457,6 +457,12 @@ TEST(MarkupScannerTest, HostileInputStaysBounded) {
   EXPECT_EQ(stripTags(comment), u"a");
   const TextString script = u"<script>" + TextString(200000, u'a') + u"<";
   EXPECT_EQ(stripTags(script).size(), 200001u);
+  // Many script and style tags without end tags: each is a plain tag, found in linear time.
+  TextString manyOpen;
+  for (int i = 0; i < 100000; ++i) manyOpen += i % 2 ? u"<script>" : u"<STYLE x=1>";
+  manyOpen += u"x";
+  EXPECT_EQ(stripTags(manyOpen), u"x");
+  EXPECT_EQ(stripTags(manyOpen + u"</style>y"), u"y");
 
   // Lone surrogates and NULs are only units.
   const TextString odd = {u'<', 0xD800, u'a', 0xDC00, u'>', 0, u'<', u'/', 0xDBFF, u'>'};
