@@ -175,13 +175,83 @@ plist_t toNode(const PropertyValue& value, int depth, std::string* errorMessage)
   return nullptr;
 }
 
+std::uint64_t readBigEndian(const std::uint8_t* bytes, std::size_t size) {
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < size; ++i) value = (value << 8) | bytes[i];
+  return value;
+}
+
+// libplist aborts the process on a dictionary key holding a NUL unit, which a hostile binary list
+// can carry. Finds such keys before libplist sees the bytes; anything else malformed is left to
+// libplist's own checks.
+bool binaryListHasKeyWithNul(std::span<const std::uint8_t> bytes) {
+  constexpr std::size_t kTrailerSize = 32;
+  if (bytes.size() < 8 + kTrailerSize || std::memcmp(bytes.data(), "bplist", 6) != 0) return false;
+  const std::uint8_t* trailer = bytes.data() + bytes.size() - kTrailerSize;
+  const std::size_t offsetSize = trailer[6];
+  const std::size_t refSize = trailer[7];
+  const std::uint64_t objectCount = readBigEndian(trailer + 8, 8);
+  const std::uint64_t tableOffset = readBigEndian(trailer + 24, 8);
+  const std::size_t end = bytes.size() - kTrailerSize;
+  if (offsetSize == 0 || offsetSize > 8 || refSize == 0 || refSize > 8) return false;
+  if (tableOffset > end || objectCount > (end - tableOffset) / offsetSize) return false;
+
+  auto objectOffset = [&](std::uint64_t index) -> std::optional<std::size_t> {
+    if (index >= objectCount) return std::nullopt;
+    std::uint64_t offset =
+        readBigEndian(bytes.data() + tableOffset + index * offsetSize, offsetSize);
+    if (offset >= end) return std::nullopt;
+    return static_cast<std::size_t>(offset);
+  };
+  // Count of an object's elements and where they start, following the 0xF extended form.
+  auto countAt = [&](std::size_t offset, std::uint64_t& count, std::size_t& start) {
+    count = bytes[offset] & 0x0F;
+    start = offset + 1;
+    if (count != 0x0F) return true;
+    if (start >= end || (bytes[start] & 0xF0) != 0x10) return false;
+    const std::size_t size = std::size_t{1} << (bytes[start] & 0x03);
+    if (start + 1 + size > end) return false;
+    count = readBigEndian(bytes.data() + start + 1, size);
+    start += 1 + size;
+    return true;
+  };
+  auto stringHasNul = [&](std::size_t offset) {
+    const unsigned type = bytes[offset] >> 4;
+    if (type != 0x5 && type != 0x6 && type != 0x7) return false;
+    std::uint64_t count = 0;
+    std::size_t start = 0;
+    if (!countAt(offset, count, start)) return false;
+    const std::uint64_t unitSize = type == 0x6 ? 2 : 1;
+    if (count > (end - start) / unitSize) return false;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      const std::uint8_t* unit = bytes.data() + start + i * unitSize;
+      if (unit[0] == 0 && (unitSize == 1 || unit[1] == 0)) return true;
+    }
+    return false;
+  };
+
+  for (std::uint64_t index = 0; index < objectCount; ++index) {
+    auto offset = objectOffset(index);
+    if (!offset || (bytes[*offset] >> 4) != 0xD) continue;
+    std::uint64_t count = 0;
+    std::size_t start = 0;
+    if (!countAt(*offset, count, start) || count > (end - start) / refSize) continue;
+    for (std::uint64_t k = 0; k < count; ++k) {
+      auto key = objectOffset(readBigEndian(bytes.data() + start + k * refSize, refSize));
+      if (key && stringHasNul(*key)) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  if (binaryListHasKeyWithNul(bytes)) return std::nullopt;
   plist_t root = nullptr;
-  plist_from_memory(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()),
-                    &root);
+  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<uint32_t>(bytes.size()), &root);
   PlistPtr owner(root);
   return toValue(root, 0);
 }

@@ -45,6 +45,16 @@ TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
       {"truncated header", "bplist00\x01\x02"},
       {"garbage", "not a property list at all"},
       {"nested 10000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
+      {"dictionary key with a NUL unit",
+       std::string(
+           "\x62\x70\x6c\x69\x73\x74\x30\x30\xd2\x01\x02\x03\x04\x54\x4c\x61\x55\x65\x6d\x53\x72"
+           "\x4e"
+           "\x51\x3d\x23\x5f\x10\x15\x68\x74\x74\x70\x73\x3a\x2f\x2f\x65\x78\x01\x00\x00\x00\x00"
+           "\x00"
+           "\x00\x00\x67\x2f\x62\x08\x0d\x12\x16\x18\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00"
+           "\x00"
+           "\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x31",
+           86)},
   };
   for (const Row& row : rows) EXPECT_FALSE(propertyListFromBytes(bytesOf(row.bytes))) << row.name;
 }
