@@ -67,7 +67,8 @@ int runPaths(DBusClient& client, const Operation& operation, const std::vector<s
     std::string absolute = absolutePath(path);
     std::optional<Error> error;
     if (operation.call) {
-      if (auto result = (client.*operation.call)(absolute, &error)) printResult(io.out, *result);
+      if (auto result = (client.*operation.call)(absolute, &error))
+        printResult(io.out, *result, path);
     } else if (auto answer = (client.*operation.question)(absolute, &error)) {
       io.out << (*answer ? "true" : "false") << '\n';
     }
@@ -100,7 +101,7 @@ int runData(DBusClient& client, const std::vector<std::string>& arguments, Comma
     printError(io, kName, "data " + arguments[0] + ": " + describe(*error));
     return kExitFailure;
   }
-  printResult(io.out, *result);
+  printResult(io.out, *result, arguments[0]);
   return kExitSuccess;
 }
 

@@ -39,7 +39,11 @@ const Command* findCommand(std::string_view name) {
   return nullptr;
 }
 
-void printResult(std::ostream& out, const ImportResult& result) { out << toJson(result) << '\n'; }
+void printResult(std::ostream& out, const ImportResult& result, std::string_view path) {
+  std::string json = toJson(result);
+  out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path)) << (json.size() > 2 ? "," : "")
+      << std::string_view(json).substr(1) << '\n';
+}
 
 void printError(CommandIO& io, std::string_view command, std::string_view message) {
   io.err << "ulvekbot " << command << ": " << message << '\n';
@@ -62,7 +66,7 @@ int runForEachPath(std::string_view command, const std::vector<std::string>& pat
       continue;
     }
     try {
-      printResult(io.out, operation(path));
+      printResult(io.out, operation(path), path);
     } catch (const NotSupportedError& exception) {
       printError(io, command, path + ": not supported yet (" + exception.what() + ")");
       status = kExitFailure;

@@ -49,8 +49,10 @@ std::vector<Command> registeredCommands();
 // Null when no command of that name is registered.
 const Command* findCommand(std::string_view name);
 
-// Writes one result as a single-line JSON object followed by a line feed.
-void printResult(std::ostream& out, const ImportResult& result);
+// Writes one result as a single-line JSON object followed by a line feed. The object's first
+// member, "path", names the item (as given, or as found in a folder walk) so that lines can be
+// told apart; the result's own keys follow.
+void printResult(std::ostream& out, const ImportResult& result, std::string_view path);
 
 // Writes "ulvekbot <command>: <message>" to the error stream.
 void printError(CommandIO& io, std::string_view command, std::string_view message);

@@ -113,7 +113,7 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
       }
       if (!result.contains(ImportKey::Text)) ++withoutText;
       progress.clear();
-      printResult(io.out, result);
+      printResult(io.out, result, files[i]);
     } catch (const std::exception& exception) {
       progress.clear();
       printError(io, kCommand, files[i] + ": " + exception.what());
@@ -125,8 +125,9 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   progress.clear();
   std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
   char summary[160];
-  std::snprintf(summary, sizeof summary, "%zu files, %llu bytes, %.3f s, %zu without text",
-                files.size(), static_cast<unsigned long long>(bytes), seconds.count(), withoutText);
+  std::snprintf(summary, sizeof summary, "%zu %s, %llu bytes, %.3f s, %zu without text",
+                files.size(), files.size() == 1 ? "file" : "files",
+                static_cast<unsigned long long>(bytes), seconds.count(), withoutText);
   io.err << "ulvekbot " << kCommand << ": " << summary << "\n";
   return status;
 }

@@ -16,6 +16,8 @@ void printUsage(std::ostream& out) {
   for (const Command& command : ulvek::cli::registeredCommands()) {
     out << "  " << command.name << ' ' << command.usage << "\n      " << command.summary << '\n';
   }
+  out << "\nResults are printed one JSON object per line: \"path\" names the item, the\n"
+         "result's keys (Title, Text, URL, Tags, FileSize, ...) follow.\n";
 }
 
 bool isHelp(std::string_view argument) { return argument == "--help" || argument == "-h"; }

@@ -66,9 +66,10 @@ class CommandLineTest : public ::testing::Test {
 };
 
 constexpr const char* kTaggedJson =
-    R"({"URL":"https://example.com/x","Tags":"Red\nBlue","SpotlightComment":"Note \"1\""})"
+    R"({"path":"tagged.txt","URL":"https://example.com/x","Tags":"Red\nBlue","SpotlightComment":"Note \"1\""})"
     "\n";
-constexpr const char* kFolderJson = "{\"Title\":\"Folder\",\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n";
+constexpr const char* kFolderJson =
+    "{\"path\":\"Folder\",\"Title\":\"Folder\",\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n";
 
 TEST_F(CommandLineTest, InProcessCommands) {
   check({
@@ -90,15 +91,21 @@ TEST_F(CommandLineTest, InProcessCommands) {
       {"attributes of two items, one line each",
        {"attributes", "tagged.txt", "Folder"},
        0,
-       "{\"URL\":\"https://example.com/x\",\"Tags\":\"Red\\nBlue\",\"SpotlightComment\":"
-       "\"Note \\\"1\\\"\"}\n{\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n",
+       "{\"path\":\"tagged.txt\",\"URL\":\"https://example.com/x\",\"Tags\":\"Red\\nBlue\","
+       "\"SpotlightComment\":\"Note \\\"1\\\"\"}\n"
+       "{\"path\":\"Folder\",\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n",
        {},
        nullptr},
-      {"attributes of a dangling link", {"attributes", "dangling"}, 0, "{}\n", {}, nullptr},
+      {"attributes of a dangling link",
+       {"attributes", "dangling"},
+       0,
+       "{\"path\":\"dangling\"}\n",
+       {},
+       nullptr},
       {"attributes of a missing item goes on with the rest",
        {"attributes", "missing", "Folder"},
        1,
-       "{\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n",
+       "{\"path\":\"Folder\",\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n",
        {},
        "ulvekbot attributes: missing: No such file or directory"},
       {"attributes without a path", {"attributes"}, 2, "", {}, "expects at least one path"},
@@ -117,7 +124,8 @@ TEST_F(CommandLineTest, NonUtf8NamesBecomeValidJson) {
   folder_.write(name, "x");
   ProgramOutput output = run({"directory", name});
   EXPECT_EQ(output.status, 0) << output.err;
-  EXPECT_EQ(output.out, "{\"Title\":\"bad \xEF\xBF\xBD name\"}\n");
+  EXPECT_EQ(output.out,
+            "{\"path\":\"bad \xEF\xBF\xBD name\",\"Title\":\"bad \xEF\xBF\xBD name\"}\n");
 }
 
 TEST_F(CommandLineTest, CallsReachTheDaemon) {
