@@ -81,6 +81,8 @@ std::optional<PropertyValue> toValue(plist_t node, int depth) {
         }
         auto element = toValue(item, depth + 1);
         std::string name = key ? key : "";
+        // Keys from a damaged list may not be UTF-8; every key we hand on is.
+        if (TextString checked; !fromUtf8Strict(name, checked)) name = toUtf8(fromUtf8(name));
         std::free(key);
         if (!element) {
           std::free(iter);
