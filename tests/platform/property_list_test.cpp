@@ -12,63 +12,48 @@ std::span<const std::uint8_t> bytesOf(const std::string& text) {
 }
 
 TEST(PropertyList, BinaryRoundTripKeepsEveryKind) {
-  PropertyDictionary dictionary{
-      {"string", PropertyValue(u"Grüße \U0001F600")},
-      {"negative", PropertyValue(std::int64_t{-5})},
-      {"real", PropertyValue(2.5)},
-      {"flag", PropertyValue(true)},
-      {"date", PropertyValue(Date{1700000000123456})},
-      {"data", PropertyValue(Data{0, 1, 2, 255})},
-      {"array", PropertyValue(PropertyArray{u"a", u"b"})},
-  };
-  PropertyValue value(dictionary);
-  auto bytes = binaryPropertyList(value);
-  ASSERT_TRUE(bytes);
-  ASSERT_GE(bytes->size(), 6u);
-  EXPECT_EQ(std::string(bytes->begin(), bytes->begin() + 6), "bplist");
-  auto back = propertyListFromBytes(*bytes);
-  ASSERT_TRUE(back);
-  EXPECT_EQ(*back, value);
+  const PropertyValue value(PropertyDictionary{{"string", u"Grüße \U0001F600"},
+                                               {"negative", std::int64_t{-5}},
+                                               {"real", 2.5},
+                                               {"flag", true},
+                                               {"date", Date{1700000000123456}},
+                                               {"data", Data{0, 1, 2, 255}},
+                                               {"array", PropertyArray{u"a", u"b"}}});
+  std::optional<Data> bytes = binaryPropertyList(value);
+  ASSERT_TRUE(bytes && bytes->size() > 8);
+  EXPECT_EQ(std::string(bytes->begin(), bytes->begin() + 8), "bplist00");
+  EXPECT_EQ(propertyListFromBytes(*bytes), value);
 }
 
 TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
-  struct Row {
-    const char* name;
-    std::string bytes;
-  };
   std::string deep;
   for (int i = 0; i < 10000; ++i) deep += "<array>";
   for (int i = 0; i < 10000; ++i) deep += "</array>";
-  const Row rows[] = {
+  const std::pair<const char*, std::string> rows[] = {
       {"empty", ""},
       {"bplist prefix only", "bplist"},
       {"truncated header", "bplist00\x01\x02"},
       {"garbage", "not a property list at all"},
       {"nested 10000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
+      // A fuzzing find: libplist aborts on such a key unless it is refused first.
       {"dictionary key with a NUL unit",
        std::string(
-           "\x62\x70\x6c\x69\x73\x74\x30\x30\xd2\x01\x02\x03\x04\x54\x4c\x61\x55\x65\x6d\x53\x72"
-           "\x4e"
-           "\x51\x3d\x23\x5f\x10\x15\x68\x74\x74\x70\x73\x3a\x2f\x2f\x65\x78\x01\x00\x00\x00\x00"
-           "\x00"
-           "\x00\x00\x67\x2f\x62\x08\x0d\x12\x16\x18\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00"
-           "\x00"
-           "\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x31",
+           "\x62\x70\x6c\x69\x73\x74\x30\x30\xd2\x01\x02\x03\x04\x54\x4c\x61\x55\x65\x6d\x53"
+           "\x72\x4e\x51\x3d\x23\x5f\x10\x15\x68\x74\x74\x70\x73\x3a\x2f\x2f\x65\x78\x01\x00"
+           "\x00\x00\x00\x00\x00\x00\x67\x2f\x62\x08\x0d\x12\x16\x18\x00\x00\x00\x00\x00\x00"
+           "\x01\x01\x00\x00\x00\x00\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00"
+           "\x00\x00\x00\x00\x00\x31",
            86)},
   };
-  for (const Row& row : rows) EXPECT_FALSE(propertyListFromBytes(bytesOf(row.bytes))) << row.name;
+  for (const auto& [name, bytes] : rows)
+    EXPECT_FALSE(propertyListFromBytes(bytesOf(bytes))) << name;
 }
 
-TEST(PropertyList, XmlIsRead) {
-  std::string xml =
-      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>URL</key>"
-      "<string>https://example.org/</string></dict></plist>";
-  auto value = propertyListFromBytes(bytesOf(xml));
-  ASSERT_TRUE(value && value->dictionary());
-  EXPECT_EQ(*find(*value->dictionary(), "URL")->string(), u"https://example.org/");
-}
-
-TEST(PropertyList, LoneSurrogateCannotBeSerialized) {
+TEST(PropertyList, XmlIsReadAndLoneSurrogatesAreNotWritten) {
+  auto value = propertyListFromBytes(
+      bytesOf("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>URL</key>"
+              "<string>https://example.org/</string></dict></plist>"));
+  EXPECT_EQ(value, PropertyValue(PropertyDictionary{{"URL", u"https://example.org/"}}));
   std::string message;
   EXPECT_FALSE(binaryPropertyList(PropertyValue(TextString(1, char16_t(0xDC00))), &message));
   EXPECT_FALSE(message.empty());

@@ -3,70 +3,42 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include "platform/extended_attributes.h"
+#include "fork_test_files.h"
+#include "platform/resource_fork.h"
 #include "test_support.h"
 
 namespace ulvek {
 namespace {
 
-using testing::TemporaryFolder;
+using namespace testing;
 
-TEST(TypeCodes, QuotedFormRoundTrips) {
-  struct Row {
-    std::uint32_t code;
-    TextView quoted;
-  };
-  const Row rows[] = {
-      {fourCharCode("TEXT"), u"'TEXT'"},
-      {fourCharCode("PDF "), u"'PDF '"},
-      {fourCharCode("wpd4"), u"'wpd4'"},
-      {0x8A4F4F4B, u"'\u00E4OOK'"},  // Mac Roman 0x8A is a-umlaut
-      {0xA9202020, u"'\u00A9   '"},  // copyright sign
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(fileTypeForHFSTypeCode(row.code), row.quoted);
-    EXPECT_EQ(HFSTypeCodeFromFileType(row.quoted), row.code);
-  }
-}
-
-TEST(TypeCodes, MalformedQuotedFormsAreZero) {
-  const TextView rows[] = {
-      u"TEXT",  u"'TEX'", u"'TEXTT'",    u"\"TEXT\"",
-      u"'TEXT", u"",      u"'\u4E2DEXT'"};  // a character Mac Roman has no byte for
-  for (TextView row : rows) EXPECT_EQ(HFSTypeCodeFromFileType(row), 0u) << toUtf8(row);
+TEST(TypeCodes, QuotedForm) {
+  EXPECT_EQ(fileTypeForHFSTypeCode(fourCharCode("PDF ")), u"'PDF '");
+  EXPECT_EQ(fileTypeForHFSTypeCode(0x8A4F4F4B), u"'\u00E4OOK'");  // the bytes are Mac Roman
+  EXPECT_EQ(HFSTypeCodeFromFileType(u"'\u00E4OOK'"), 0x8A4F4F4Bu);
+  EXPECT_EQ(HFSTypeCodeFromFileType(u"'wpd4'"), fourCharCode("wpd4"));
+  const TextView malformed[] = {u"TEXT",  u"'TEX'", u"'TEXTT'",    u"\"TEXT\"",
+                                u"'TEXT", u"",      u"'\u4E2DEXT'"};  // no Mac Roman byte
+  for (TextView row : malformed) EXPECT_EQ(HFSTypeCodeFromFileType(row), 0u) << toUtf8(row);
 }
 
 TEST(TypeCodes, TypeOfFileFromFinderInfo) {
   TemporaryFolder folder;
-  auto withInfo = [&](const char* name, std::string info) {
+  auto withInfo = [&](const char* name, const std::string& info) {
     std::string path = folder.write(name, "contents");
-    Data bytes(info.begin(), info.end());
-    EXPECT_TRUE(writeMetadataAttribute(path, "com.apple.FinderInfo", bytes, false)) << name;
+    EXPECT_TRUE(setAttribute(path, kFinderInfoAttribute, info)) << name;
     return path;
   };
-  std::string text = withInfo("text", std::string("TEXTttxt") + std::string(24, '\0'));
-  std::string exactlyFour = withInfo("four", "PDF ");
-  std::string shortInfo = withInfo("short", "TEX");
-  std::string zeroType = withInfo("zero", std::string(32, '\0'));
-  std::string plain = folder.write("plain.txt", "x");
+  std::string text = withInfo("text", finderInfo("TEXT"));
   std::string link = (folder.path() / "link").string();
   std::filesystem::create_symlink(text, link);
   std::string directory = (folder.path() / "folder").string();
   std::filesystem::create_directory(directory);
-  Data folderInfo(32, 0);
-  folderInfo[0] = 'T';  // a folder's first bytes are its window frame, not a type
-  writeMetadataAttribute(directory, "com.apple.FinderInfo", folderInfo, false);
-
+  // A folder's first bytes are its window frame, not a type.
+  setAttribute(directory, kFinderInfoAttribute, finderInfo("T"));
   // A file copied from a foreign volume keeps its Finder info in "._name".
-  std::string copied = folder.write("copied", "x");
-  std::string appleDouble("\x00\x05\x16\x07\x00\x02\x00\x00", 8);
-  appleDouble += std::string(16, '\0');
-  appleDouble += std::string("\x00\x01", 2);
-  appleDouble += std::string("\x00\x00\x00\x09\x00\x00\x00\x26\x00\x00\x00\x20", 12);
-  appleDouble += std::string("clptMACS") + std::string(24, '\0');
-  folder.write("._copied", appleDouble);
+  folder.write("._copied", appleDouble({{9, finderInfo("clpt")}}));
 
   struct Row {
     const char* name;
@@ -75,13 +47,13 @@ TEST(TypeCodes, TypeOfFileFromFinderInfo) {
   };
   const Row rows[] = {
       {"32-byte Finder info", text, u"'TEXT'"},
-      {"exactly four bytes", exactlyFour, u"'PDF '"},
-      {"shorter than four bytes", shortInfo, std::nullopt},
-      {"all-zero type", zeroType, std::nullopt},
-      {"no attribute", plain, std::nullopt},
+      {"exactly four bytes", withInfo("four", "PDF "), u"'PDF '"},
+      {"shorter than four bytes", withInfo("short", "TEX"), std::nullopt},
+      {"all-zero type", withInfo("zero", std::string(32, '\0')), std::nullopt},
+      {"no attribute", folder.write("plain.txt", "x"), std::nullopt},
       {"symbolic link not followed", link, std::nullopt},
       {"folder", directory, std::nullopt},
-      {"AppleDouble companion", copied, u"'clpt'"},
+      {"AppleDouble companion", folder.write("copied", "x"), u"'clpt'"},
       {"missing", (folder.path() / "missing").string(), std::nullopt},
       {"empty path", "", std::nullopt},
   };
