@@ -13,6 +13,7 @@
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
 #include "metadata/internet_location.h"
+#include "metadata/metadata_store.h"
 #include "platform/property_list.h"
 #include "platform/resource_fork.h"
 #include "readers/reader.h"
@@ -24,21 +25,27 @@ namespace {
 using testing::CapturedLog;
 using testing::TemporaryFolder;
 namespace fs = std::filesystem;
+namespace Key = MetaDataKey;
+using namespace std::string_view_literals;
 
-// Writes a metadata key the way the metadata store does: a binary property list under "user.K".
-void storeAttribute(const std::string& path, const std::string& key, const PropertyValue& value) {
-  Data bytes = *binaryPropertyList(value);
-  ASSERT_EQ(::setxattr(path.c_str(), ("user." + key).c_str(), bytes.data(), bytes.size(), 0), 0);
+void store(const std::string& path, std::string_view key, const PropertyValue& value) {
+  ASSERT_TRUE(OVMetaDataStore::setObject(value, key, path, false)) << key;
 }
 
-void storeWhereFrom(const std::string& path, std::u16string address) {
-  storeAttribute(path, "com.apple.metadata:kMDItemWhereFroms",
-                 PropertyValue(PropertyArray{PropertyValue(std::move(address))}));
+void storeWhereFrom(const std::string& path) {
+  store(path, Key::WhereFroms, PropertyArray{u"https://stored.example/"});
 }
 
-std::optional<std::u16string> stringValue(const ImportResult& result, std::string_view key) {
-  const TextString* value = result.string(key);
-  return value ? std::optional<std::u16string>(*value) : std::nullopt;
+// Finder information whose first four bytes are the type code; the bundle flag makes a package.
+void setFinderInfo(const std::string& path, std::string_view type, bool package = false) {
+  std::string info(32, '\0');
+  info.replace(0, type.size(), type);
+  if (package) info[8] = 0x20;
+  ASSERT_EQ(::setxattr(path.c_str(), kFinderInfoAttribute, info.data(), info.size(), 0), 0);
+}
+
+std::string xmlList(const PropertyDictionary& dictionary) {
+  return *xmlPropertyList(PropertyValue(dictionary));
 }
 
 // Expected string keys: a value, or nothing for "absent".
@@ -46,200 +53,69 @@ using Expectations = std::map<std::string, std::optional<std::u16string>, std::l
 
 void expectKeys(const ImportResult& result, const Expectations& expected) {
   for (const auto& [key, value] : expected) {
-    SCOPED_TRACE(key);
-    if (!value) {
-      EXPECT_FALSE(result.contains(key));
-    } else {
-      EXPECT_EQ(stringValue(result, key), value);
-    }
+    const TextString* stored = result.string(key);
+    EXPECT_EQ(stored ? std::optional<std::u16string>(*stored) : std::nullopt, value) << key;
   }
 }
 
-std::string xmlPropertyListText(const PropertyDictionary& dictionary) {
-  return *xmlPropertyList(PropertyValue(dictionary));
-}
+constexpr char16_t kStored[] = u"https://stored.example/";
+constexpr std::nullopt_t kNone = std::nullopt;
 
-struct ImportCase {
-  std::string label;
-  std::string fileName;
-  std::string bytes;
-  std::function<void(const std::string&)> store;  // extended attributes of the file
-  Expectations expected;
-};
-
+// Every file carries a stored where-from address, and whatever else its row stores.
 TEST(FileImport, RoutesAndPrecedence) {
-  const std::vector<ImportCase> cases = {
-      {"HTML: text, HTML title over meta title, meta description",
-       "page.html",
-       "<html><head><title> Page &amp; Title </title><meta name=\"title\" content=\"Meta\">"
-       "<meta name=\"description\" content=\"About it\"></head><body><p>Hello there</p>"
-       "</body></html>",
-       {},
-       {{"Title", u"Page & Title"}, {"Description", u"About it"}}},
-      {"HTML: meta title when there is no HTML title",
-       "meta.htm",
-       "<html><head><meta name=\"og:title\" content=\"Meta Title\"></head><body>x</body></html>",
-       {},
-       {{"Title", u"Meta Title"}}},
-      {"HTML: a php query extension is HTML", "index.php?x=1", "<p>Query page</p>", {}, {}},
-      {"XML keeps markup, converts references",
-       "data.xml",
-       "<a>fish &amp; chips &#233;</a>",
-       {},
-       {{"Title", u"data.xml"}, {"Text", u"<a>fish & chips \u00e9</a>"}}},
-      {"SHTM is HTML before XML", "page.shtm", "<b>bold &amp; clear</b>", {}, {}},
-      {"property list with CFBundleName",
-       "Info.plist",
-       xmlPropertyListText(
-           {{"CFBundleName", PropertyValue(u"Bundle Title")}, {"Other", PropertyValue(u"value")}}),
-       {},
-       {{"Title", u"Bundle Title"}}},
-      {"property list mentioning CFBundleName without the entry has no title",
-       "notes.plist",
-       xmlPropertyListText({{"Note", PropertyValue(u"see CFBundleName")}}),
-       {},
-       {{"Title", std::nullopt}}},
-      {"plain text",
-       "notes.txt",
-       "Just some words.\n",
-       {},
-       {{"Title", u"notes.txt"}, {"Text", u"Just some words.\n"}}},
-      {"comma-separated sheet is plain text",
-       "table.csv",
-       "a,b\n1,2\n",
-       {},
-       {{"Text", u"a,b\n1,2\n"}}},
-      {"address card with no reader yet has no text",
-       "person.vcf",
-       "BEGIN:VCARD\nFN:Someone\nEND:VCARD\n",
-       {},
-       {{"Text", std::nullopt}}},
-      {"shortcut: its address replaces the stored one",
-       "site.url",
-       "[InternetShortcut]\nURL=https://example.org/site\n",
-       [](const std::string& path) { storeWhereFrom(path, u"https://stored.example/"); },
-       {{"URL", u"https://example.org/site"}, {"Title", u"site.url"}, {"Text", std::nullopt}}},
-      {"webloc name becomes the title",
-       "page.webloc",
-       xmlPropertyListText({{"URL", PropertyValue(u"https://example.org/p")},
-                            {"Name", PropertyValue(u"  Named  ")}}),
-       {},
-       {{"URL", u"https://example.org/p"}, {"Title", u"  Named  "}}},
-      {"unreadable location gives up the stored address",
-       "latin.url",
-       "URL=https://example.org/caf\xE9",
-       [](const std::string& path) { storeWhereFrom(path, u"https://stored.example/"); },
-       {{"URL", std::nullopt}}},
-      {"stored where-from, tags and comment",
-       "tagged.txt",
-       "text",
-       [](const std::string& path) {
-         storeWhereFrom(path, u"https://stored.example/");
-         storeAttribute(
-             path, "com.apple.metadata:_kMDItemUserTags",
-             PropertyValue(PropertyArray{PropertyValue(u"red\n6"), PropertyValue(u"blue")}));
-         storeAttribute(path, "com.apple.metadata:kMDItemFinderComment",
-                        PropertyValue(u"A comment"));
-       },
-       {{"URL", u"https://stored.example/"},
-        {"Tags", u"red\nblue"},
-        {"SpotlightComment", u"A comment"}}},
-      {"empty tag list is an empty string",
-       "untagged.txt",
-       "text",
-       [](const std::string& path) {
-         storeAttribute(path, "com.apple.metadata:_kMDItemUserTags",
-                        PropertyValue(PropertyArray{}));
-       },
-       {{"Tags", u""}}},
-      {"stored title is trimmed",
-       "titled.txt",
-       "text",
-       [](const std::string& path) {
-         storeAttribute(path, "kMDItemTitle", PropertyValue(u"  Stored Title \n"));
-       },
-       {{"Title", u"Stored Title"}}},
-      {"stored empty title stays empty",
-       "untitled.txt",
-       "text",
-       [](const std::string& path) { storeAttribute(path, "kMDItemTitle", PropertyValue(u"")); },
-       {{"Title", u""}}},
-      {"zero-length file: title, size and stored keys, no text",
-       "empty.html",
-       "",
-       [](const std::string& path) {
-         storeWhereFrom(path, u"https://stored.example/empty");
-         storeAttribute(path, "com.apple.metadata:_kMDItemUserTags",
-                        PropertyValue(PropertyArray{PropertyValue(u"t")}));
-       },
-       {{"Title", u"empty.html"},
-        {"Text", std::nullopt},
-        {"URL", u"https://stored.example/empty"},
-        {"Tags", u"t"}}},
-      {"no extension, HTML content: the content type decides",
-       "webpage",
-       "<!DOCTYPE html>\n<html><head><title>Sniffed</title></head><body>Body</body></html>\n",
-       {},
-       {{"Title", u"Sniffed"}}},
-      {"no extension, plain content: the content type decides",
-       "README",
-       "Plain words in a file without extension.\n",
-       {},
-       {{"Text", u"Plain words in a file without extension.\n"}}},
-      {"unknown binary goes to the importers",
-       "blob.bin",
-       std::string("\x00\x01\x02\xFF", 4),
-       {},
-       {{"Text", std::nullopt}}},
+  struct Case {
+    std::string fileName;
+    std::string bytes;
+    std::vector<std::pair<std::string_view, PropertyValue>> stored;
+    Expectations expected;
+    std::u16string textHas;  // a part of "Text" (markup whose layout is not this test's concern)
   };
-  for (const ImportCase& row : cases) {
-    SCOPED_TRACE(row.label);
+  const std::string page =
+      "<html><head><title> Page &amp; Title </title><meta name=\"title\" content=\"Meta\">"
+      "<meta name=\"description\" content=\"About it\"></head><body><p>Hello there</p>";
+  const std::vector<Case> cases = {
+      {"page.html", page, {}, {{"Title", u"Page & Title"}, {"Description", u"About it"}}, u"Hello"},
+      {"meta-title.htm", "<meta name=\"og:title\" content=\"Meta\">x", {}, {{"Title", u"Meta"}}},
+      {"data.xml", "<a>fish &amp; chips &#233;</a>", {}, {{"Text", u"<a>fish & chips \u00e9</a>"}}},
+      {"Info.plist", xmlList({{"CFBundleName", u"Bundle"}}), {}, {{"Title", u"Bundle"}}, u"Bundle"},
+      {"mentions-name.plist", xmlList({{"N", u"CFBundleName"}}), {}, {{"Title", kNone}}},
+      {"notes.txt", "Words.\n", {}, {{"Title", u"notes.txt"}, {"Text", u"Words.\n"}}},
+      {"table.csv", "a,b\n", {}, {{"Text", u"a,b\n"}}},
+      {"sniffed", "<!DOCTYPE html>\n<title>Sniffed</title>", {}, {{"Title", u"Sniffed"}}},
+      {"README", "Plain words.\n", {}, {{"Text", u"Plain words.\n"}}},
+      // A location file's own address replaces the stored one, even when it has none.
+      {"site.url", "URL=http://o/s\n", {}, {{"URL", u"http://o/s"}, {"Text", kNone}}},
+      {"unreadable.url", "URL=http://o/caf\xE9", {}, {{"URL", kNone}}},
+      {"page.webloc",
+       xmlList({{"URL", u"http://o/p"}, {"Name", u" N "}}),
+       {},
+       {{"URL", u"http://o/p"}, {"Title", u" N "}}},
+      {"tagged.txt",
+       "text",
+       {{Key::UserTags, PropertyArray{u"red\n6", u"blue"}}},
+       {{"URL", kStored}, {"Tags", u"red\nblue"}}},
+      {"untagged.txt", "text", {{Key::UserTags, PropertyArray{}}}, {{"Tags", u""}}},
+      {"noted.txt", "text", {{Key::FinderComment, u"Note"}}, {{"SpotlightComment", u"Note"}}},
+      {"titled.txt", "text", {{"kMDItemTitle", u" Stored \n"}}, {{"Title", u"Stored"}}},
+      {"untitled.txt", "text", {{"kMDItemTitle", u""}}, {{"Title", u""}}},
+      {"empty.html",
+       "",
+       {{Key::UserTags, PropertyArray{u"t"}}},
+       {{"Title", u"empty.html"}, {"Text", kNone}, {"URL", kStored}, {"Tags", u"t"}}},
+  };
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.fileName);
     TemporaryFolder folder;
     std::string path = folder.write(row.fileName, row.bytes);
-    if (row.store) row.store(path);
+    storeWhereFrom(path);
+    for (const auto& [key, value] : row.stored) store(path, key, value);
     ImportResult result = MIMETypeHelper().openFile(path);
     expectKeys(result, row.expected);
-    ASSERT_NE(result.get("FileSize"), nullptr);
     EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), row.bytes.size());
-  }
-}
-
-TEST(FileImport, TextOfMarkupRoutes) {
-  TemporaryFolder folder;
-  MIMETypeHelper helper;
-  ImportResult html = helper.openFile(folder.write(
-      "page.html", "<html><head><title>T</title></head><body><p>Hello there</p></body></html>"));
-  ASSERT_TRUE(html.string("Text"));
-  EXPECT_NE(html.string("Text")->find(u"Hello there"), TextString::npos);
-  EXPECT_EQ(html.string("Text")->find(u"<p>"), TextString::npos);
-
-  ImportResult shtm = helper.openFile(folder.write("page.shtm", "<b>bold &amp; clear</b>"));
-  ASSERT_TRUE(shtm.string("Text"));
-  EXPECT_EQ(shtm.string("Text")->find(u"<b>"), TextString::npos);
-
-  ImportResult plist = helper.openFile(folder.write(
-      "Info.plist", xmlPropertyListText({{"CFBundleName", PropertyValue(u"Bundle &amp; Co")}})));
-  ASSERT_TRUE(plist.string("Text"));
-  EXPECT_NE(plist.string("Text")->find(u"CFBundleName"), TextString::npos);
-  EXPECT_EQ(plist.string("Text")->find(u"<key>"), TextString::npos);
-  EXPECT_EQ(stringValue(plist, "Title"), u"Bundle &amp; Co");
-}
-
-// Routes whose readers land later answer no text today, and keep every item key.
-TEST(FileImport, RoutesWithoutReadersYet) {
-  const std::vector<std::string> names = {
-      "doc.pdf",   "art.eps",     "mail.eml",   "photo.png",         "saved.webarchive",
-      "doc.wpd",   "letter.rtf",  "report.doc", "snip.textClipping", "person.vcf",
-      "talk.chat", "script.scpt", "odd.pdfd"};
-  for (const std::string& name : names) {
-    SCOPED_TRACE(name);
-    TemporaryFolder folder;
-    std::string path = folder.write(name, "some bytes that no reader understands");
-    storeWhereFrom(path, u"https://stored.example/");
-    ImportResult result = MIMETypeHelper().openFile(path);
-    EXPECT_FALSE(result.contains("Text"));
-    EXPECT_EQ(stringValue(result, "Title"), fromUtf8(name));
-    EXPECT_EQ(stringValue(result, "URL"), u"https://stored.example/");
+    if (row.textHas.empty()) continue;
+    ASSERT_TRUE(result.string("Text"));
+    EXPECT_NE(result.string("Text")->find(row.textHas), TextString::npos);
+    EXPECT_EQ(result.string("Text")->find(u"<"), TextString::npos);
   }
 }
 
@@ -262,154 +138,133 @@ class StandInReader final : public Reader {
 
 ReaderOutput spotlight(PropertyDictionary attributes) { return {std::nullopt, attributes}; }
 
-TEST(FileImport, ImporterAnswersAreMappedAndStoredAddressWins) {
-  StandInReader importer(spotlight({
-      {"kMDItemTitle", PropertyValue(u"Mail Subject Line")},
-      {"kMDItemTextContent", PropertyValue(u"caf\u0065\u0301 \U0001F600")},
-      {"kMDItemAuthors", PropertyValue(PropertyArray{PropertyValue(u"A"), PropertyValue(u"B")})},
-      {"kMDItemKeywords", PropertyValue(PropertyArray{PropertyValue(u"x"), PropertyValue(u"y")})},
-      {"kMDItemURL", PropertyValue(u"https://importer.example/")},
-      {"kMDItemFinderComment", PropertyValue(u"importer comment")},
-  }));
-  ScopedReaderStandIn standIn(ReaderRoute::ImporterHost, importer);
+// Every reader answers its route's name as text, so the text tells which route a file took.
+TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
+  struct Route {
+    ReaderRoute route;
+    std::u16string text;
+    std::vector<std::string> files;
+    PropertyDictionary attributes;
+  };
+  const Route routes[] = {
+      {ReaderRoute::ImporterHost,
+       u"importer",
+       {"mail.eml", "photo.png", "talk.chat", "script.scpt", "blob.bin"},
+       {{"kMDItemTitle", u"Subject line"},
+        {"kMDItemAuthors", PropertyArray{u"A", u"B", u"C"}},
+        {"kMDItemKeywords", PropertyArray{u"x", u"y", u"z"}},
+        {"kMDItemURL", u"https://importer.example/"},
+        {"kMDItemFinderComment", u"importer comment"}}},
+      {ReaderRoute::PDF,
+       u"pdf",
+       {"doc.pdf", "art.eps", "odd.pdfd"},
+       {{"kMDItemTitle", u"<title>"}, {"kMDItemSubject", u"Subject"}}},
+      {ReaderRoute::WebArchive,
+       u"web archive",
+       {"saved.webarchive"},
+       {{"BaseURL", u"https://archive.example/"},
+        {"HTMLSource", u"<title>HTML</title><meta name=\"title\" content=\"Meta\">"}}},
+      {ReaderRoute::TextBundle, u"text bundle", {"a.textpack", "b.textbundle"}, {}},
+      {ReaderRoute::WordPerfect, u"WordPerfect", {"a.wpd"}, {}},
+      {ReaderRoute::AttributedDocument, u"rich", {"a.rtf", "b.docx"}, {{"DocumentType", u"NSRTF"}}},
+      {ReaderRoute::TextClipping, u"clipping", {"a.textClipping"}, {}},
+      {ReaderRoute::AddressCard,
+       u"card",
+       {"person.vcf"},
+       {{"kMDItemEmailAddresses", PropertyArray{u"a@x.org"}},
+        {"kMDItemPhoneNumbers", PropertyArray{u"1", u"2"}}}},
+  };
+  std::vector<std::unique_ptr<StandInReader>> readers;
+  std::vector<std::unique_ptr<ScopedReaderStandIn>> standIns;
+  for (const Route& route : routes) {
+    ReaderOutput output{route.text, route.attributes};
+    // These readers answer Spotlight attributes, with the text among them.
+    if (route.attributes.contains("kMDItemTitle") || route.route == ReaderRoute::AddressCard) {
+      output.attributes.emplace("kMDItemTextContent", *output.text);
+      output.text.reset();
+    }
+    readers.push_back(std::make_unique<StandInReader>(output));
+    standIns.push_back(std::make_unique<ScopedReaderStandIn>(route.route, *readers.back()));
+  }
   TemporaryFolder folder;
-  std::string path = folder.write("message.eml", "From: a\n\nbody");
-  storeAttribute(path, "com.apple.metadata:kMDItemFinderComment", PropertyValue(u"xattr comment"));
-  ImportResult result = MIMETypeHelper().openFile(path);
-  EXPECT_EQ(importer.calls, 1);
-  expectKeys(result, {{"Title", u"Mail Subject Line"},
-                      {"Text", u"caf\u00e9   "},
-                      {"Author", u"A\nB"},
-                      {"Keywords", u"x y"},
-                      {"URL", u"https://importer.example/"},
-                      {"SpotlightComment", u"importer comment"}});
-
-  storeWhereFrom(path, u"https://stored.example/");
-  EXPECT_EQ(stringValue(MIMETypeHelper().openFile(path), "URL"), u"https://stored.example/");
+  MIMETypeHelper helper;
+  for (const Route& route : routes) {
+    for (const std::string& name : route.files) {
+      ImportResult result = helper.openFile(folder.write(name, "\x00\x01\xFF"sv));
+      EXPECT_EQ(result.string("Text") ? *result.string("Text") : u"(none)", route.text) << name;
+    }
+  }
+  std::string mail = (folder.path() / "mail.eml").string();
+  store(mail, Key::FinderComment, u"stored comment");
+  expectKeys(helper.openFile(mail), {{"Title", u"Subject line"},
+                                     {"Author", u"A\nB\nC"},
+                                     {"Keywords", u"x y z"},
+                                     {"URL", u"https://importer.example/"},
+                                     {"SpotlightComment", u"importer comment"}});
+  storeWhereFrom(mail);
+  expectKeys(helper.openFile(mail), {{"URL", kStored}});
+  expectKeys(helper.openFile((folder.path() / "doc.pdf").string()),
+             {{"Title", u"Subject"}, {"Description", kNone}});
+  expectKeys(helper.openFile((folder.path() / "person.vcf").string()),
+             {{"Email", u"a@x.org"}, {"Phone", u"1\n2"}});
+  std::string archive = (folder.path() / "saved.webarchive").string();
+  storeWhereFrom(archive);
+  expectKeys(helper.openFile(archive), {{"Title", u"Meta"}, {"URL", u"https://archive.example/"}});
 }
 
 TEST(FileImport, AttributedDocuments) {
   const ReaderOutput rich{u"Rich text",
-                          {{"DocumentType", PropertyValue(u"NSRTF")},
-                           {"Title", PropertyValue(u"Doc Title")},
-                           {"Comment", PropertyValue(u"A comment")}}};
-  const ReaderOutput fellBack{u"Plain fallback",
-                              {{"DocumentType", PropertyValue(u"NSPlainText")},
-                               {"Title", PropertyValue(u"Must not be mapped")}}};
+                          {{"DocumentType", u"NSRTF"}, {"Title", u"Doc"}, {"Comment", u"C"}}};
+  const ReaderOutput fellBack{u"Fallback", {{"DocumentType", u"NSPlainText"}, {"Title", u"Doc"}}};
   struct Row {
-    std::string label;
     std::string fileName;
     std::optional<ReaderOutput> attributed;
     Expectations expected;
     int importerCalls;
   };
-  const std::vector<Row> rows = {
-      {"RTF is mapped",
-       "letter.rtf",
-       rich,
-       {{"Text", u"Rich text"}, {"Title", u"Doc Title"}, {"Description", u"A comment"}},
-       0},
-      {"RTF read as plain text stays attributed",
-       "plain.rtf",
-       fellBack,
-       {{"Text", u"Plain fallback"}, {"Title", u"Must not be mapped"}},
-       0},
-      {"Word read as plain text goes to the importers",
-       "report.doc",
-       fellBack,
-       {{"Text", std::nullopt}, {"Title", u"report.doc"}},
-       1},
-      {"nothing read: the content type decides",
-       "broken.rtf",
-       std::nullopt,
-       {{"Text", std::nullopt}},
-       1},
+  const Row rows[] = {
+      {"letter.rtf", rich, {{"Text", u"Rich text"}, {"Title", u"Doc"}, {"Description", u"C"}}, 0},
+      // Only a Word file read as plain text goes to the importers, unmapped.
+      {"plain.rtf", fellBack, {{"Text", u"Fallback"}, {"Title", u"Doc"}}, 0},
+      {"report.doc", fellBack, {{"Text", kNone}, {"Title", u"report.doc"}}, 1},
+      // Nothing read: the content type decides.
+      {"broken.rtf", std::nullopt, {{"Text", kNone}}, 1},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.label);
+    SCOPED_TRACE(row.fileName);
     StandInReader attributed(row.attributed);
     StandInReader importer;
     ScopedReaderStandIn attributedStandIn(ReaderRoute::AttributedDocument, attributed);
     ScopedReaderStandIn importerStandIn(ReaderRoute::ImporterHost, importer);
     TemporaryFolder folder;
-    ImportResult result = MIMETypeHelper().openFile(folder.write(row.fileName, "{\\rtf1 x}"));
-    expectKeys(result, row.expected);
+    expectKeys(MIMETypeHelper().openFile(folder.write(row.fileName, "{\\rtf1 x}")), row.expected);
     EXPECT_EQ(attributed.calls, 1);
     EXPECT_EQ(importer.calls, row.importerCalls);
   }
 }
 
-TEST(FileImport, WebArchiveMetaTitleWinsAndBaseAddressReplacesStoredOne) {
-  StandInReader archive(ReaderOutput{
-      u"Archive text",
-      {{"BaseURL", PropertyValue(u"https://archive.example/page")},
-       {"HTMLSource", PropertyValue(u"<html><head><title>HTML Title</title><meta name=\"title\" "
-                                    u"content=\"Meta Title\"></head><body>x</body></html>")}}});
-  ScopedReaderStandIn standIn(ReaderRoute::WebArchive, archive);
-  TemporaryFolder folder;
-  std::string path = folder.write("saved.webarchive", "bplist00");
-  storeWhereFrom(path, u"https://stored.example/");
-  expectKeys(MIMETypeHelper().openFile(path), {{"Title", u"Meta Title"},
-                                               {"Text", u"Archive text"},
-                                               {"URL", u"https://archive.example/page"}});
-}
-
-TEST(FileImport, TextReadersAndAddressCards) {
-  StandInReader bundle(ReaderOutput{u"Bundle text", {}});
-  StandInReader wordPerfect(ReaderOutput{u"WordPerfect text", {}});
-  StandInReader clipping(ReaderOutput{u"Clipped", {{"DocumentType", PropertyValue(u"NSRTF")}}});
-  StandInReader card(spotlight(
-      {{"kMDItemTextContent", PropertyValue(u"Someone\nsomeone@x.org\n")},
-       {"kMDItemEmailAddresses", PropertyValue(PropertyArray{PropertyValue(u"someone@x.org")})}}));
-  StandInReader pdf(spotlight({{"kMDItemTextContent", PropertyValue(TextString(u"PDF\0text", 8))},
-                               {"kMDItemTitle", PropertyValue(u"<title>")},
-                               {"kMDItemSubject", PropertyValue(u"Subject as title")}}));
-  ScopedReaderStandIn s1(ReaderRoute::TextBundle, bundle);
-  ScopedReaderStandIn s2(ReaderRoute::WordPerfect, wordPerfect);
-  ScopedReaderStandIn s3(ReaderRoute::TextClipping, clipping);
-  ScopedReaderStandIn s4(ReaderRoute::AddressCard, card);
-  ScopedReaderStandIn s5(ReaderRoute::PDF, pdf);
-  TemporaryFolder folder;
-  MIMETypeHelper helper;
-  EXPECT_EQ(stringValue(helper.openFile(folder.write("a.textpack", "zip")), "Text"),
-            u"Bundle text");
-  EXPECT_EQ(stringValue(helper.openFile(folder.write("a.wpd", "wpd")), "Text"),
-            u"WordPerfect text");
-  EXPECT_EQ(stringValue(helper.openFile(folder.write("a.clipping", "c")), "Text"), u"Clipped");
-  expectKeys(helper.openFile(folder.write("a.vcf", "BEGIN:VCARD")),
-             {{"Text", u"Someone\nsomeone@x.org\n"}, {"Email", u"someone@x.org"}});
-  expectKeys(
-      helper.openFile(folder.write("a.eps", "%!PS")),
-      {{"Text", u"PDF text"}, {"Title", u"Subject as title"}, {"Description", std::nullopt}});
-}
-
 TEST(FileImport, ReaderThatThrowsIsLoggedAndTheContentTypeDecides) {
   StandInReader broken(std::nullopt, /*throws=*/true);
-  ScopedReaderStandIn standIn(ReaderRoute::TextBundle, broken);
+  StandInReader importer(spotlight({{"kMDItemTextContent", u"from the importer"}}));
+  ScopedReaderStandIn s1(ReaderRoute::TextBundle, broken);
+  ScopedReaderStandIn s2(ReaderRoute::ImporterHost, importer);
   TemporaryFolder folder;
-  // A text bundle named file whose content is HTML: the content type step reads it as HTML.
-  std::string path = folder.write("page.textbundle",
-                                  "<!DOCTYPE html>\n<html><head><title>Rescued</title></head><body>"
-                                  "<p>Body text</p></body></html>\n");
+  std::string path = folder.write("notes.textpack", "PK");
   CapturedLog log;
   ImportResult result = MIMETypeHelper().openFile(path);
   ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_TRUE(log.lines()[0].starts_with("openFile: (MIMETypeHelper):\n"));
-  EXPECT_NE(log.lines()[0].find("reader broke"), std::string::npos);
+  EXPECT_TRUE(log.lines()[0].starts_with("openFile: (MIMETypeHelper):\n")) << log.lines()[0];
+  EXPECT_NE(log.lines()[0].find("\nreader broke\n"), std::string::npos) << log.lines()[0];
+  // A text pack is no HTML or plain text, so the content type sends it to the importers.
   EXPECT_EQ(broken.calls, 1);
-  EXPECT_TRUE(result.contains("FileSize"));
-  EXPECT_TRUE(result.contains("Title"));
+  expectKeys(result, {{"Title", u"notes.textpack"}, {"Text", u"from the importer"}});
 }
 
 TEST(FileImport, PackageWithTextExtensionIsNotReadAsText) {
   TemporaryFolder folder;
-  fs::create_directories(folder.path() / "Notes.txt");
   folder.write("Notes.txt/content", "inside the package");
-  // Finder flags with the bundle bit make the folder a package.
-  std::string info(32, '\0');
-  info[8] = 0x20;
   std::string package = (folder.path() / "Notes.txt").string();
-  ASSERT_EQ(::setxattr(package.c_str(), kFinderInfoAttribute, info.data(), info.size(), 0), 0);
+  setFinderInfo(package, "", /*package=*/true);
   StandInReader importer;
   ScopedReaderStandIn standIn(ReaderRoute::ImporterHost, importer);
   ImportResult result = MIMETypeHelper().openFile(package);
@@ -418,128 +273,83 @@ TEST(FileImport, PackageWithTextExtensionIsNotReadAsText) {
   EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), 18u);
 }
 
-TEST(FileImport, SkipRuleForLargePlainText) {
-  struct Row {
-    std::uint64_t size;
-    bool read;
-    std::string megabytes;
-  };
-  const std::vector<Row> rows = {
-      {4194303, true, ""}, {4194304, false, "4"}, {5000000, false, "4"}, {9 * 1048576, false, "9"}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.size);
+TEST(FileImport, SkipRuleForLargePlainTextOnly) {
+  const std::pair<std::size_t, std::string> rows[] = {
+      {4194303, ""}, {4194304, "4"}, {5000000, "4"}};
+  for (const auto& [size, megabytes] : rows) {
+    SCOPED_TRACE(size);
     TemporaryFolder folder;
-    std::string path = folder.write("big.txt", std::string(row.size, 'a'));
+    std::string path = folder.write("big.txt", std::string(size, 'a'));
     CapturedLog log;
     ImportResult result = MIMETypeHelper().openFile(path);
-    EXPECT_EQ(result.contains("Text"), row.read);
-    if (row.read) {
+    if (megabytes.empty()) {
       EXPECT_TRUE(log.lines().empty());
-      EXPECT_EQ(result.string("Text")->size(), row.size);
+      ASSERT_TRUE(result.string("Text"));
+      EXPECT_EQ(result.string("Text")->size(), size);
     } else {
-      ASSERT_EQ(log.lines().size(), 1u);
-      EXPECT_EQ(log.lines()[0], "Skipped: " + path + " (" + row.megabytes + " MB)");
+      EXPECT_FALSE(result.contains("Text"));
+      EXPECT_EQ(log.lines(),
+                std::vector<std::string>{"Skipped: " + path + " (" + megabytes + " MB)"});
     }
   }
-}
-
-TEST(FileImport, LargeFilesOfOtherRoutesAreRead) {
   TemporaryFolder folder;
-  std::string body = "<html><body>" + std::string(5 * 1048576, 'x') + "</body></html>";
-  ImportResult result = MIMETypeHelper().openFile(folder.write("big.html", body));
-  EXPECT_TRUE(result.contains("Text"));
-}
-
-TEST(FileImport, FiftyMegabyteHTMLImports) {
-  TemporaryFolder folder;
-  std::string paragraph = "<p>Some words &amp; a <a href=\"x\">link</a></p>\n";
-  std::string body = "<html><head><title>Huge</title></head><body>";
-  while (body.size() < 50 * 1048576) body += paragraph;
-  body += "</body></html>";
-  ImportResult result = MIMETypeHelper().openFile(folder.write("huge.html", body));
-  EXPECT_EQ(stringValue(result, "Title"), u"Huge");
-  EXPECT_TRUE(result.contains("Text"));
+  std::string page = "<html><body>" + std::string(5 * 1048576, 'x') + "</body></html>";
+  EXPECT_TRUE(MIMETypeHelper().openFile(folder.write("big.html", page)).contains("Text"));
 }
 
 TEST(FileImport, HostileInputImportsWithoutError) {
-  struct Row {
-    std::string label;
-    std::string fileName;
-    std::string bytes;
+  const std::pair<std::string, std::string> rows[] = {
+      {"zeros.txt", std::string(4096, '\0')},
+      {"zeros.html", std::string(4096, '\0')},
+      {"zeros", std::string(100, '\0')},
+      {"binary.html", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\xfe", 18)},
+      {"script.html", "<html><body><script>var a = '<p>"},
+      {"broken.plist", "<plist><dict><key>CFBundleName</key><str"},
+      {"broken.xml", "<a><b>&unknown; &#xFFFFFFFF; &#0;"},
+      {"binary.xml", std::string("\xff\xfe\x00\x00\x01", 5)},
+      {"bad.txt", "\xC3\x28\xA0\xA1\xF0\x28\x8C\xBC"},
   };
-  const std::vector<Row> rows = {
-      {"NUL bytes as text", "zeros.txt", std::string(4096, '\0')},
-      {"NUL bytes as HTML", "zeros.html", std::string(4096, '\0')},
-      {"binary named HTML", "binary.html",
-       std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\xfe", 18)},
-      {"unterminated script", "script.html", "<html><body><script>var a = '<p>"},
-      {"unterminated comment", "comment.html", "<html><body><!-- never closed <p>text"},
-      // Mentions CFBundleName but is no dictionary, so even the file-name title is removed.
-      {"broken property list", "broken.plist", "<plist><dict><key>CFBundleName</key><str"},
-      {"broken XML", "broken.xml", "<a><b>&unknown; &#xFFFFFFFF; &#0;"},
-      {"binary named XML", "binary.xml", std::string("\xff\xfe\x00\x00\x01", 5)},
-      {"invalid UTF-8 text", "bad.txt", "\xC3\x28\xA0\xA1\xF0\x28\x8C\xBC"},
-      {"NUL bytes without extension", "zeros", std::string(100, '\0')},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.label);
+  for (const auto& [name, bytes] : rows) {
     TemporaryFolder folder;
-    ImportResult result = MIMETypeHelper().openFile(folder.write(row.fileName, row.bytes));
-    EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), row.bytes.size());
+    ImportResult result = MIMETypeHelper().openFile(folder.write(name, bytes));
+    EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), bytes.size()) << name;
   }
+  TemporaryFolder folder;
+  ImportResult missing = MIMETypeHelper().openFile((folder.path() / "gone.txt").string());
+  EXPECT_EQ(missing.values(),
+            (PropertyDictionary{{"Title", u"gone.txt"}, {"FileSize", std::uint64_t{0}}}));
 }
 
 TEST(FileImport, EveryCorpusPageImports) {
   MIMETypeHelper helper;
-  std::size_t withText = 0;
   std::size_t files = 0;
   for (const auto& entry : fs::directory_iterator(testing::corpusPath() / "html")) {
     if (!entry.is_regular_file()) continue;
-    SCOPED_TRACE(entry.path().string());
-    ImportResult result = helper.openFile(entry.path().string());
     ++files;
-    EXPECT_TRUE(result.contains("Title"));
-    if (result.contains("Text")) ++withText;
+    ImportResult result = helper.openFile(entry.path().string());
+    EXPECT_TRUE(result.contains("Title") && result.contains("Text")) << entry.path();
   }
   EXPECT_GT(files, 0u);
-  EXPECT_EQ(withText, files);
-}
-
-TEST(FileImport, MissingFileAnswersTitleAndZeroSize) {
-  TemporaryFolder folder;
-  ImportResult result = MIMETypeHelper().openFile((folder.path() / "gone.txt").string());
-  EXPECT_EQ(stringValue(result, "Title"), u"gone.txt");
-  EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), 0u);
-  EXPECT_FALSE(result.contains("Text"));
 }
 
 // The location reader sits below the classification and keeps its own copy of the rule; the two
 // must name the same files.
 TEST(FileImport, LocationReaderAgreesWithTheClassification) {
-  const std::vector<std::string> extensions = {
-      "webloc", "mailloc", "ftploc",     "inetloc",     "newsloc", "fileloc",
-      "vncloc", "url",     "webhistory", "webbookmark", "WEBLOC",  "Url",
-      "txt",    "html",    "webloc2",    "loc",         ""};
-  const std::vector<std::string> types = {"",     "LINK", "ilaf", "ilat", "ilfi", "ilft", "ilge",
-                                          "ilht", "ilma", "ilns", "ilnw", "link", "TEXT", "ilxx"};
-  std::string list = xmlPropertyListText({{"URL", PropertyValue(u"https://example.org/")}});
+  const std::string extensions[] = {"webloc", "WEBLOC",  "url", "Url", "webhistory",
+                                    "txt",    "webloc2", "loc", ""};
+  const std::string types[] = {"", "LINK", "ilaf", "ilnw", "link", "TEXT", "ilxx"};
   for (const std::string& extension : extensions) {
     for (const std::string& type : types) {
       SCOPED_TRACE(extension + " '" + type + "'");
       TemporaryFolder folder;
       bool shortcut = type == "LINK" || extension == "url" || extension == "Url";
-      std::string name = extension.empty() ? "item" : "item." + extension;
-      std::string path = folder.write(name, shortcut ? "URL=https://example.org/\n" : list);
-      std::optional<TextString> typeCode;
-      if (!type.empty()) {
-        std::string info(32, '\0');
-        info.replace(0, 4, type);
-        ASSERT_EQ(::setxattr(path.c_str(), kFinderInfoAttribute, info.data(), info.size(), 0), 0);
-        typeCode = u"'" + fromUtf8(type) + u"'";
-      }
-      TextString ext = fromUtf8(extension);
-      bool classified = isInternetLocationExtension(
-          TextView(ext), typeCode ? OptionalText(*typeCode) : std::nullopt);
+      std::string path = folder.write(
+          extension.empty() ? "item" : "item." + extension,
+          shortcut ? "URL=https://example.org/\n" : xmlList({{"URL", u"https://example.org/"}}));
+      if (!type.empty()) setFinderInfo(path, type);
+      TextString ext = fromUtf8(extension), code = u"'" + fromUtf8(type) + u"'";
+      bool classified =
+          isInternetLocationExtension(ext, type.empty() ? std::nullopt : OptionalText(code));
       EXPECT_EQ(resolveInternetLocation(path).has_value(), classified);
     }
   }
@@ -551,23 +361,17 @@ TEST(IsPlainFile, AnswersByExtensionAndType) {
     std::string type;  // four characters or empty
     bool expected;
   };
-  const std::vector<Row> rows = {
-      {"table.csv", "", true},        {"page.HTML", "", true},        {"feed.rss", "", true},
-      {"Info.plist", "", true},       {"notes.txt", "", true},        {"notes.md", "", true},
-      {"a.textbundle", "", true},     {"doc.pdf", "", false},         {"photo.png", "", false},
-      {"letter.rtf", "", false},      {"noext", "", false},           {"noext", "TEXT", true},
-      {"picture.jpg", "TEXT", false}, {"archive.zip", "TEXT", false},
+  const Row rows[] = {
+      {"table.csv", "", true},  {"page.HTML", "", true},        {"feed.rss", "", true},
+      {"Info.plist", "", true}, {"notes.md", "", true},         {"a.textbundle", "", true},
+      {"doc.pdf", "", false},   {"letter.rtf", "", false},      {"noext", "", false},
+      {"noext", "TEXT", true},  {"picture.jpg", "TEXT", false}, {"archive.zip", "TEXT", false},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.fileName + " " + row.type);
     TemporaryFolder folder;
     std::string path = folder.write(row.fileName, "x");
-    if (!row.type.empty()) {
-      std::string info(32, '\0');
-      info.replace(0, 4, row.type);
-      ASSERT_EQ(::setxattr(path.c_str(), kFinderInfoAttribute, info.data(), info.size(), 0), 0);
-    }
-    EXPECT_EQ(MIMETypeHelper().isPlainFile(path), row.expected);
+    if (!row.type.empty()) setFinderInfo(path, row.type);
+    EXPECT_EQ(MIMETypeHelper().isPlainFile(path), row.expected) << row.fileName << " " << row.type;
   }
 }
 
