@@ -19,7 +19,8 @@ LogSink& sink() {
 std::string callStackSymbols() {
   void* frames[64];
   int count = backtrace(frames, 64);
-  std::unique_ptr<char*, decltype(&std::free)> symbols(backtrace_symbols(frames, count), &std::free);
+  std::unique_ptr<char*, decltype(&std::free)> symbols(backtrace_symbols(frames, count),
+                                                       &std::free);
   std::string joined;
   if (!symbols) return joined;
   // Skip this function and the logger itself.

@@ -8,15 +8,22 @@ PropertyValue PropertyValue::fromUtf8(std::string_view utf8) {
 
 std::string_view PropertyValue::className() const {
   switch (kind()) {
-    case Kind::String: return "String";
+    case Kind::String:
+      return "String";
     case Kind::Integer:
     case Kind::Unsigned:
-    case Kind::Real: return "Number";
-    case Kind::Boolean: return "Boolean";
-    case Kind::Date: return "Date";
-    case Kind::Data: return "Data";
-    case Kind::Array: return "Array";
-    case Kind::Dictionary: return "Dictionary";
+    case Kind::Real:
+      return "Number";
+    case Kind::Boolean:
+      return "Boolean";
+    case Kind::Date:
+      return "Date";
+    case Kind::Data:
+      return "Data";
+    case Kind::Array:
+      return "Array";
+    case Kind::Dictionary:
+      return "Dictionary";
   }
   return "Unknown";
 }
@@ -26,8 +33,10 @@ bool PropertyValue::isNumber() const {
     case Kind::Integer:
     case Kind::Unsigned:
     case Kind::Real:
-    case Kind::Boolean: return true;
-    default: return false;
+    case Kind::Boolean:
+      return true;
+    default:
+      return false;
   }
 }
 

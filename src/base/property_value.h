@@ -67,7 +67,9 @@ class PropertyValue {
   const Date* date() const { return std::get_if<Date>(&storage_); }
   const Data* data() const { return std::get_if<Data>(&storage_); }
   const PropertyArray* array() const { return std::get_if<PropertyArray>(&storage_); }
-  const PropertyDictionary* dictionary() const { return std::get_if<PropertyDictionary>(&storage_); }
+  const PropertyDictionary* dictionary() const {
+    return std::get_if<PropertyDictionary>(&storage_);
+  }
   PropertyArray* array() { return std::get_if<PropertyArray>(&storage_); }
   PropertyDictionary* dictionary() { return std::get_if<PropertyDictionary>(&storage_); }
 

@@ -33,10 +33,17 @@ inline constexpr std::string_view Email = "Email";
 inline constexpr std::string_view IM = "IM";
 inline constexpr std::string_view Phone = "Phone";
 
-inline constexpr std::array<std::string_view, 21> All = {
-    Title,   Text,      URL,       Tags,     FileSize,        SpotlightComment, Description,
-    Keywords, Author,   Creation,  Modification, Comment,     Copyright,        Album,
-    Composer, AuthorAddresses, Recipient, RecipientAddresses, Email, IM,         Phone};
+inline constexpr std::array<std::string_view, 21> All = {Title,        Text,
+                                                         URL,          Tags,
+                                                         FileSize,     SpotlightComment,
+                                                         Description,  Keywords,
+                                                         Author,       Creation,
+                                                         Modification, Comment,
+                                                         Copyright,    Album,
+                                                         Composer,     AuthorAddresses,
+                                                         Recipient,    RecipientAddresses,
+                                                         Email,        IM,
+                                                         Phone};
 }  // namespace ImportKey
 
 class ImportResult {

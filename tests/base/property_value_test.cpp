@@ -16,7 +16,10 @@ TEST(TextString, Utf8RoundTrips) {
   const Row rows[] = {
       {"empty", "", u""},
       {"ascii", "Title", u"Title"},
-      {"umlaut", "Gr\xC3\xBC\xC3\x9F" "e", u"Grüße"},
+      {"umlaut",
+       "Gr\xC3\xBC\xC3\x9F"
+       "e",
+       u"Grüße"},
       {"astral", "\xF0\x9F\x98\x80", u"\U0001F600"},
   };
   for (const Row& row : rows) {
