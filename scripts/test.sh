@@ -6,6 +6,11 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc)
 
 scripts/setup.sh build
+
+# Sources follow .clang-format.
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+  git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+fi
 (cd build && ctest --output-on-failure -j "$jobs")
 
 scripts/setup.sh build-sanitize -DULVEK_SANITIZE=ON -DULVEK_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
