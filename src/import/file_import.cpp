@@ -14,7 +14,7 @@
 #include "metadata/item_attributes.h"
 #include "metadata/metadata_store.h"
 #include "platform/content_types.h"
-#include "platform/property_list.h"
+#include "base/property_list.h"
 #include "platform/type_codes.h"
 #include "readers/reader.h"
 #include "text/encodings.h"

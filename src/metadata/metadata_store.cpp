@@ -11,7 +11,7 @@
 #include "base/log.h"
 #include "metadata/item_attributes.h"
 #include "platform/extended_attributes.h"
-#include "platform/property_list.h"
+#include "base/property_list.h"
 #include "platform/user_defaults.h"
 
 namespace ulvek {

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/property_list.h"
+#include "base/property_list.h"
 
 namespace ulvek {
 

@@ -19,6 +19,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/property_list.h"
 #include "text/character_tables.h"
 #include "text/entity_conversion.h"
 #include "text/markup_scanner.h"
@@ -228,6 +229,7 @@ bool hasPropertyListExtension(const std::string& path) {
 // A property list of any format as the text of its XML form.
 std::optional<TextString> propertyListAsXml(Bytes bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  if (!propertyListBytesAreSafe(bytes)) return std::nullopt;
   plist_t root = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                     static_cast<uint32_t>(bytes.size()), &root);

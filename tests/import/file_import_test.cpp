@@ -14,7 +14,7 @@
 #include "import/mime_type_helper.h"
 #include "metadata/internet_location.h"
 #include "metadata/metadata_store.h"
-#include "platform/property_list.h"
+#include "base/property_list.h"
 #include "platform/resource_fork.h"
 #include "readers/reader.h"
 #include "test_support.h"

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "../platform/fork_test_files.h"
-#include "platform/property_list.h"
+#include "base/property_list.h"
 #include "platform/resource_fork.h"
 #include "test_support.h"
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "platform/extended_attributes.h"
-#include "platform/property_list.h"
+#include "base/property_list.h"
 #include "test_support.h"
 
 namespace ulvek {

@@ -1,8 +1,9 @@
-#include "platform/property_list.h"
+#include "base/property_list.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace ulvek {
 namespace {
@@ -25,16 +26,52 @@ TEST(PropertyList, BinaryRoundTripKeepsEveryKind) {
   EXPECT_EQ(propertyListFromBytes(*bytes), value);
 }
 
+// A binary list of nested one-element arrays; `cycle` points the innermost back at the top.
+std::string binaryArrayChain(std::uint32_t depth, bool cycle = false) {
+  auto bigEndian = [](std::string& out, std::uint64_t value, int size) {
+    for (int shift = (size - 1) * 8; shift >= 0; shift -= 8) out += char((value >> shift) & 0xFF);
+  };
+  std::string out = "bplist00";
+  std::vector<std::uint64_t> offsets;
+  for (std::uint32_t i = 0; i < depth; ++i) {
+    offsets.push_back(out.size());
+    out += '\xA1';
+    bigEndian(out, i + 1 < depth ? i + 1 : (cycle ? 0 : depth), 4);
+  }
+  offsets.push_back(out.size());
+  out += '\xA0';  // the innermost empty array
+  const std::uint64_t table = out.size();
+  for (std::uint64_t offset : offsets) bigEndian(out, offset, 4);
+  out += std::string(6, '\0');
+  out += '\x04';  // offset size
+  out += '\x04';  // reference size
+  bigEndian(out, offsets.size(), 8);
+  bigEndian(out, 0, 8);
+  bigEndian(out, table, 8);
+  return out;
+}
+
+TEST(PropertyList, NestingWithinTheLimitIsRead) {
+  auto value = propertyListFromBytes(bytesOf(binaryArrayChain(100)));
+  ASSERT_TRUE(value);
+  EXPECT_TRUE(value->isArray());
+  EXPECT_TRUE(
+      propertyListFromBytes(bytesOf("<plist><array><array/><dict></dict></array></plist>")));
+}
+
 TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
   std::string deep;
-  for (int i = 0; i < 10000; ++i) deep += "<array>";
-  for (int i = 0; i < 10000; ++i) deep += "</array>";
+  for (int i = 0; i < 200000; ++i) deep += "<array>";
+  for (int i = 0; i < 200000; ++i) deep += "</array>";
   const std::pair<const char*, std::string> rows[] = {
       {"empty", ""},
       {"bplist prefix only", "bplist"},
       {"truncated header", "bplist00\x01\x02"},
       {"garbage", "not a property list at all"},
-      {"nested 10000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
+      // libplist recurses once per level: such lists overflowed the stack.
+      {"XML nested 200000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
+      {"binary nested 200000 deep", binaryArrayChain(200000)},
+      {"binary array holding itself", binaryArrayChain(3, true)},
       // A fuzzing find: libplist aborts on such a key unless it is refused first.
       {"dictionary key with a NUL unit",
        std::string(
