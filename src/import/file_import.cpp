@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/property_list.h"
 #include "import/file_types.h"
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
@@ -14,7 +15,6 @@
 #include "metadata/item_attributes.h"
 #include "metadata/metadata_store.h"
 #include "platform/content_types.h"
-#include "base/property_list.h"
 #include "platform/type_codes.h"
 #include "readers/reader.h"
 #include "text/encodings.h"

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "base/property_value.h"
 #include "base/property_list.h"
+#include "base/property_value.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
 #include "text/string_utilities.h"

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "base/log.h"
+#include "base/property_list.h"
 #include "metadata/item_attributes.h"
 #include "platform/extended_attributes.h"
-#include "base/property_list.h"
 #include "platform/user_defaults.h"
 
 namespace ulvek {

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "base/property_list.h"
 #include "import/file_types.h"
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
 #include "metadata/internet_location.h"
 #include "metadata/metadata_store.h"
-#include "base/property_list.h"
 #include "platform/resource_fork.h"
 #include "readers/reader.h"
 #include "test_support.h"

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/extended_attributes.h"
 #include "base/property_list.h"
+#include "platform/extended_attributes.h"
 #include "test_support.h"
 
 namespace ulvek {
