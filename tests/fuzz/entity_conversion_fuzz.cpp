@@ -7,15 +7,14 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_support.h"
 #include "text/entity_conversion.h"
 
 namespace {
 
 using namespace ulvek;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzzing::check;
 
 }  // namespace
 
@@ -24,15 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t mode = data[0];
   ++data;
   --size;
-  TextString text;
-  if (mode & 8) {
-    text.resize(size / 2);
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      text[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
-    }
-  } else {
-    text = fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  }
+  TextString text = fuzzing::textFromBytes(data, size, mode & 8);
   const bool markup = mode & 1;
   const bool onlyNumeric = mode & 2;
   const bool nonUmlauted = mode & 4;

@@ -4,15 +4,14 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "fuzz_support.h"
 #include "text/html_meta.h"
 
 namespace {
 
 using namespace ulvek;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzzing::check;
 
 }  // namespace
 
@@ -21,15 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t mode = data[0];
   ++data;
   --size;
-  TextString html;
-  if (mode & 1) {
-    html.resize(size / 2);
-    for (std::size_t i = 0; i < html.size(); ++i) {
-      html[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
-    }
-  } else {
-    html = fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  }
+  TextString html = fuzzing::textFromBytes(data, size, mode & 1);
 
   // The raw title is a piece of the document.
   const TextString title = htmlTitle(html);

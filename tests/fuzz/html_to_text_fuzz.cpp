@@ -6,15 +6,14 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "fuzz_support.h"
 #include "text/html_to_text.h"
 
 namespace {
 
 using namespace ulvek;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzzing::check;
 
 }  // namespace
 
@@ -24,15 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t mode = data[1];
   data += 2;
   size -= 2;
-  TextString html;
-  if (mode & 1) {
-    html.resize(size / 2);
-    for (std::size_t i = 0; i < html.size(); ++i) {
-      html[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
-    }
-  } else {
-    html = fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  }
+  TextString html = fuzzing::textFromBytes(data, size, mode & 1);
 
   bool removedJunk = false;
   const TextString text = stringByConvertingHtml2PlainTextEntities(

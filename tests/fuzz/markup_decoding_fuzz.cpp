@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "fuzz_support.h"
 #include "text/encodings.h"
 #include "text/text_decoding.h"
 
@@ -19,9 +20,7 @@ namespace {
 
 using namespace ulvek;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzzing::check;
 
 constexpr std::array<StringEncoding, 8> kDefaults = {
     kUTF8StringEncoding,          kISOLatin1StringEncoding,

@@ -6,27 +6,21 @@
 #include <cstdlib>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "text/markup_scanner.h"
 
 namespace {
 
 using namespace ulvek;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using fuzzing::check;
 
 TextString textFromInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return {};
   const std::uint8_t mode = data[0];
   ++data;
   --size;
-  if ((mode & 1) == 0) return fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  TextString text(size / 2, u'\0');
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    text[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
-  }
-  return text;
+  return fuzzing::textFromBytes(data, size, (mode & 1) != 0);
 }
 
 void checkAttribute(const MarkupItem& item, std::string_view name, bool contentMode) {
