@@ -14,10 +14,9 @@
 #include <vector>
 
 #include "cli/command.h"
-#include "import/file_types.h"
-#include "metadata/file_size.h"
-#include "platform/content_types.h"
-#include "platform/type_codes.h"
+#include "import/reader_set.h"
+#include "import/route_table.h"
+#include "metadata/file_types.h"
 #include "service/json.h"
 
 namespace ulvek::cli {
@@ -26,30 +25,14 @@ namespace {
 constexpr std::string_view kCommand = "classify";
 constexpr std::string_view kAbsent = "-";
 
-struct Facts {
-  std::string path;
-  TextString extension;
-  std::optional<TextString> typeCode;
-  std::optional<std::string> contentType;
-  std::uint64_t size = 0;
-  FileClassification classification;
-  ContentTypeRoute contentRoute = ContentTypeRoute::Importer;
-};
+using Facts = ImportPlan;
 
-// The same questions, in the same order, as an import of the file asks.
-Facts examine(const std::string& path) {
-  Facts facts;
-  facts.path = path;
-  facts.extension = pathExtension(path);
-  facts.typeCode = HFSTypeOfFile(path);
-  facts.contentType = typeOfFile(path);
-  facts.size = fileSizeAtPath(path);
-  facts.classification = classifyFile(facts.extension, facts.typeCode, [&] {
-    return getBoolValueForKey(ResourceKey::IsPackage, path);
-  });
-  facts.contentRoute = routeForContentType(
-      facts.contentType ? std::optional<std::string_view>(*facts.contentType) : std::nullopt);
-  return facts;
+// Which reader serves the file's route, or that none is built.
+std::string readerName(const Facts& facts) {
+  Route route = facts.route == Route::Undecided ? facts.contentRoute : facts.route;
+  if (!routeInfo(route).hasReader) return "built in";
+  const Reader* reader = ReaderSet::builtin().readerFor(route);
+  return reader ? std::string(reader->name()) : "not built";
 }
 
 std::string decision(const Facts& facts) {
@@ -60,10 +43,10 @@ std::string decision(const Facts& facts) {
            std::string(facts.classification.test) + " → " +
            std::string(fileClassName(facts.classification.fileClass));
   } else {
-    text = "none → content type: " + std::string(contentTypeRouteName(facts.contentRoute));
+    text = "none → content type: " + std::string(routeInfo(facts.contentRoute).name);
   }
   if (facts.classification.packageSkipped) text += " (a package, so not read as plain text)";
-  return text;
+  return text + " [reader: " + readerName(facts) + "]";
 }
 
 PropertyValue jsonOf(const Facts& facts) {
@@ -78,7 +61,8 @@ PropertyValue jsonOf(const Facts& facts) {
   object["class"] = PropertyValue::fromUtf8(fileClassName(facts.classification.fileClass));
   object["packageSkipped"] = PropertyValue(facts.classification.packageSkipped);
   if (facts.classification.step == 0)
-    object["contentTypeRoute"] = PropertyValue::fromUtf8(contentTypeRouteName(facts.contentRoute));
+    object["contentTypeRoute"] = PropertyValue::fromUtf8(routeInfo(facts.contentRoute).name);
+  object["reader"] = PropertyValue::fromUtf8(readerName(facts));
   object["decision"] = PropertyValue::fromUtf8(decision(facts));
   return PropertyValue(std::move(object));
 }
@@ -133,7 +117,7 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
       status = kExitFailure;
       continue;
     }
-    Facts facts = examine(path);
+    Facts facts = planImport(path);
     if (json)
       io.out << toJson(jsonOf(facts)) << '\n';
     else

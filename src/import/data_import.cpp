@@ -1,14 +1,76 @@
-#include "base/error.h"
+#include <string>
+
 #include "import/mime_type_helper.h"
+#include "metadata/file_types.h"
+#include "text/string_utilities.h"
 
 namespace ulvek {
+namespace {
 
-// Data import and the importer question need readers and the importer host that come later.
-ImportResult MIMETypeHelper::openData(const std::optional<Data>&, const std::optional<TextString>&,
-                                      const std::optional<TextString>&) {
-  throw NotSupportedError("openData");
+// The last path component of an address ("https://x/a/b.rtf?q=1" → "b.rtf"), whose extension
+// names the data's format when no MIME type does.
+std::string addressFileName(TextView address) {
+  std::string url = toUtf8(address);
+  std::size_t end = url.find_first_of("?#");
+  if (end != std::string::npos) url.resize(end);
+  std::size_t scheme = url.find("://");
+  std::size_t pathStart = scheme == std::string::npos ? 0 : url.find('/', scheme + 3);
+  if (pathStart == std::string::npos) return {};
+  url.erase(0, pathStart);
+  while (!url.empty() && url.back() == '/') url.pop_back();
+  std::size_t slash = url.rfind('/');
+  return slash == std::string::npos ? url : url.substr(slash + 1);
 }
 
-bool MIMETypeHelper::supportsFile(const std::string&) { throw NotSupportedError("supportsFile"); }
+OptionalText viewOf(const std::optional<TextString>& text) {
+  return text ? OptionalText(*text) : std::nullopt;
+}
+
+}  // namespace
+
+ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
+                                      const std::optional<TextString>& url,
+                                      const std::optional<TextString>& mimeType) {
+  ImportResult result;
+  std::string name = url ? addressFileName(*url) : std::string();
+  std::optional<TextString> extension;
+  if (url) {
+    TextString found = pathExtension(name);
+    if (!found.empty()) extension = std::move(found);
+  }
+  if (!data || (!mimeType && !extension)) return result;
+
+  OptionalText mime = viewOf(mimeType);
+  OptionalText ext = viewOf(extension);
+  ReaderSource source = ReaderSource::data(Bytes(data->data(), data->size()), name);
+  // The data's own path name, for log lines.
+  std::string origin = url ? toUtf8(*url) : std::string("(data)");
+
+  if (isPDFMIMEType(mime) || isPostScriptMIMEType(mime) || isPDFExtension(ext, std::nullopt)) {
+    if (data->empty()) return result;
+    const Reader* reader = readerFor(Route::PDF, origin);
+    std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
+    if (!output) return result;
+    if (auto text = copyReaderOutput(*output, result)) {
+      result.putIfPresent(ImportKey::Text, PropertyValue(fixedAndNormalizedString(*text)));
+    }
+    return result;
+  }
+  if (isRTFMIMEType(mime) || isMSWordMIMEType(mime) || isOpenOfficeMIMEType(mime) ||
+      isStarOfficeMIMEType(mime) || isRTFExtension(ext, std::nullopt) ||
+      isWordExtension(ext, std::nullopt) || isOpenOfficeExtension(ext)) {
+    const Reader* reader = readerFor(Route::AttributedDocument, origin);
+    std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
+    if (!output || !output->text) return result;
+    std::optional<TextString> text = copyReaderOutput(*output, result);
+    if (text) result.putIfPresent(ImportKey::Text, PropertyValue(std::move(*text)));
+  }
+  return result;
+}
+
+bool MIMETypeHelper::supportsFile(const std::string& path) {
+  const Reader* host = readers_.readerFor(Route::Importer);
+  return host && host->supportsFile(path);
+}
 
 }  // namespace ulvek

@@ -43,7 +43,7 @@ ImportResult MIMETypeHelper::openAttributes(const std::string& path) {
 }
 
 std::optional<TextString> MIMETypeHelper::getFinderCommentAtPath(
-    const std::string& path, const PropertyDictionary* xattributes) {
+    const std::string& path, const PropertyDictionary* xattributes) const {
   if (xattributes) {
     auto comment = getFinderComment(*xattributes);
     const TextString* text = comment ? comment->string() : nullptr;

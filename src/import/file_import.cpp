@@ -1,20 +1,22 @@
+#include <sys/stat.h>
+
 #include <array>
 #include <exception>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "base/log.h"
 #include "base/property_list.h"
-#include "import/file_types.h"
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
 #include "metadata/file_size.h"
+#include "metadata/file_types.h"
 #include "metadata/internet_location.h"
 #include "metadata/item_attributes.h"
 #include "metadata/metadata_store.h"
 #include "platform/content_types.h"
+#include "platform/file_bytes.h"
 #include "platform/type_codes.h"
 #include "readers/reader.h"
 #include "text/encodings.h"
@@ -36,26 +38,10 @@ constexpr std::uint64_t kBytesPerMegabyte = 1024 * 1024;
 constexpr std::string_view kOperation = "openFile:";
 constexpr std::u16string_view kBundleNameKey = u"CFBundleName";
 
-// How the text of a file is read once the classification (or the content type) has chosen.
-enum class Route {
-  Undecided,  // no test answered, or a reader gave up: the content type decides
-  Done,       // a branch stored everything itself
-  PDF,        // read outside the protected region
-  Importer,
-  HTML,
-  PropertyList,
-  XML,
-  AddressCard,
-  PlainText,
-  AttributedString,
-};
-
 std::optional<PropertyDictionary> propertyListDictionaryOfFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  auto data = std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-  std::optional<PropertyValue> list = propertyListFromBytes(data);
+  std::optional<FileBytes> bytes = FileBytes::read(path).take();
+  if (!bytes) return std::nullopt;
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes->bytes());
   if (!list || !list->isDictionary()) return std::nullopt;
   return std::move(*list->dictionary());
 }
@@ -70,14 +56,14 @@ std::optional<TextString> stringAttribute(const PropertyDictionary& attributes,
 // One call of openFile: the values it gathers and the result it fills.
 class FileImport {
  public:
-  FileImport(MIMETypeHelper& helper, const std::string& path) : helper_(helper), path_(path) {}
+  FileImport(const MIMETypeHelper& helper, const std::string& path)
+      : helper_(helper), path_(path) {}
 
   ImportResult run() {
     prepare();
-    if (size_ != 0) {
-      Route route = classifyProtected();
-      if (route == Route::Undecided) route = routeForContent();
-      follow(route);
+    if (plan_.size != 0 && hasContents()) {
+      std::optional<Route> route = chooseProtected();
+      if (route) follow(*route);
     }
     complete();
     return std::move(result_);
@@ -85,9 +71,7 @@ class FileImport {
 
  private:
   void prepare() {
-    extension_ = pathExtension(path_);
-    type_ = HFSTypeOfFile(path_);
-    size_ = fileSizeAtPath(path_);
+    plan_ = planImport(path_);
     attributes_ = OVMetaDataStore::metaDataDictionaryAtPath(path_, false);
     std::optional<TextString> title = getItemTitleForFile(storedAttributes(), path_);
     address_ = getWhereFrom(storedAttributes());
@@ -95,147 +79,107 @@ class FileImport {
     result_.putOrRemove(ImportKey::Title, PropertyValue(stringByTrimmingWhiteSpaces(*title)));
   }
 
-  // Classification and the readers it calls first: a reader that throws is logged and the
-  // content type decides instead (or the attributed-string route, if that reader had answered).
-  Route classifyProtected() {
+  // Only regular files and folders (packages) are read: a FIFO, socket or device can have a
+  // size (from a resource fork beside it) but opening one could block the service.
+  bool hasContents() const {
+    struct stat info {};
+    if (::stat(path_.c_str(), &info) != 0) return true;  // the readers answer nothing
+    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
+  }
+
+  // The branches the classification chose, with the readers they call first: a reader that
+  // throws is logged and the content type decides instead (or the attributed-string route, if
+  // that reader had answered). Nothing when the branch stored everything itself.
+  std::optional<Route> chooseProtected() {
     try {
-      return classify();
+      return choose(plan_.route);
     } catch (const std::exception& exception) {
       logException(kOperation, MIMETypeHelper::kClassName, exception);
-      return attributed_ ? Route::AttributedString : Route::Undecided;
+      return attributed_ ? Route::AttributedDocument : Route::Undecided;
     }
   }
 
-  Route classify() {
-    FileClassification found = classifyFile(
-        extension(), type(), [this] { return getBoolValueForKey(ResourceKey::IsPackage, path_); });
-    switch (found.fileClass) {
-      case FileClass::InternetLocation:
+  std::optional<Route> choose(Route route) {
+    switch (route) {
+      case Route::InternetLocation:
         return readInternetLocation();
-      case FileClass::PDF:
-        return Route::PDF;
-      case FileClass::WebArchive:
+      case Route::WebArchive:
         return readWebArchive();
-      case FileClass::TextBundle:
-        return storeText(ReaderRoute::TextBundle);
-      case FileClass::WordPerfect:
-        return storeText(ReaderRoute::WordPerfect);
-      case FileClass::AttributedDocument:
+      case Route::TextBundle:
+      case Route::WordPerfect:
+        putText(read(route));
+        return std::nullopt;
+      case Route::AttributedDocument:
         return readAttributedDocument();
-      case FileClass::TextClipping:
-        return readTextClipping();
-      case FileClass::Email:
-      case FileClass::Image:
-      case FileClass::Chat:
-      case FileClass::AppleScript:
-        return Route::Importer;
-      case FileClass::HTML:
-        return Route::HTML;
-      case FileClass::PropertyList:
-        return Route::PropertyList;
-      case FileClass::XML:
-        return Route::XML;
-      case FileClass::Sheet:
-      case FileClass::PlainText:
-        return Route::PlainText;
-      case FileClass::Form:
-        return Route::AddressCard;
-      case FileClass::None:
-        return Route::Undecided;
+      case Route::TextClipping:
+        attributed_ = readOutput(route);
+        return Route::TextClipping;
+      default:
+        return route;
     }
-    return Route::Undecided;
+  }
+
+  std::optional<ReaderOutput> readOutput(Route route) {
+    const Reader* reader = helper_.readerFor(route, path_);
+    if (!reader) return std::nullopt;
+    return reader->read(ReaderSource::file(path_));
+  }
+
+  // A reader's text, its attributes mapped into the result.
+  std::optional<TextString> read(Route route) {
+    std::optional<ReaderOutput> output = readOutput(route);
+    if (!output) return std::nullopt;
+    return MIMETypeHelper::copyReaderOutput(*output, result_);
   }
 
   // The file's address replaces the stored one, even when the file yields none.
-  Route readInternetLocation() {
+  std::optional<Route> readInternetLocation() {
     std::optional<TextString> name;
     address_ = resolveInternetLocation(path_, &name);
     if (name && !name->empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(*name));
-    return Route::Done;
+    return std::nullopt;
   }
 
-  void readPDF() {
-    std::optional<ReaderOutput> output = readerFor(ReaderRoute::PDF).read(path_);
-    if (!output) return;
-    MIMETypeHelper::copyMetaData(&output->attributes, result_);
-    if (auto text = stringAttribute(output->attributes, kTextContentAttribute)) {
-      result_.putIfPresent(ImportKey::Text, PropertyValue(fixedAndNormalizedString(*text)));
-    }
-  }
-
-  Route readWebArchive() {
-    std::optional<ReaderOutput> output = readerFor(ReaderRoute::WebArchive).read(path_);
+  std::optional<Route> readWebArchive() {
+    std::optional<ReaderOutput> output = readOutput(Route::WebArchive);
     std::optional<TextString> text;
     if (output) {
-      text = std::move(output->text);
       if (auto base = stringAttribute(output->attributes, kBaseURLAttribute)) address_ = base;
-      if (auto source = stringAttribute(output->attributes, kHTMLSourceAttribute)) {
-        TextString title = normalizedHtmlTitle(*source);
-        if (!title.empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(title));
-        HtmlMetaAttributes meta = htmlMetaAttributesByConvertingEntitiesToCharacters(*source);
-        MIMETypeHelper::copyHTMLMetaAttributes(&meta, result_);
-      }
+      text = MIMETypeHelper::copyReaderOutput(*output, result_);
     }
     putText(std::move(text));
-    return Route::Done;
-  }
-
-  Route storeText(ReaderRoute route) {
-    std::optional<ReaderOutput> output = readerFor(route).read(path_);
-    putText(output ? std::move(output->text) : std::nullopt);
-    return Route::Done;
+    return std::nullopt;
   }
 
   // A Word file that the reader could only read as plain text goes to the importers instead.
-  Route readAttributedDocument() {
-    attributed_ = readerFor(ReaderRoute::AttributedDocument).read(path_);
+  std::optional<Route> readAttributedDocument() {
+    attributed_ = readOutput(Route::AttributedDocument);
     if (attributed_ && attributed_->text) {
       const PropertyValue* documentType =
           find(attributed_->attributes, DocumentAttribute::DocumentType);
       bool readAsPlainText = documentType && documentType->string() &&
                              *documentType->string() == kPlainTextDocumentType;
-      if (readAsPlainText && isWordExtension(extension(), type())) {
+      if (readAsPlainText && isWordExtension(plan_.extensionView(), plan_.typeView())) {
         attributed_.reset();
         return Route::Importer;
       }
     }
-    return Route::AttributedString;
-  }
-
-  Route readTextClipping() {
-    attributed_ = readerFor(ReaderRoute::TextClipping).read(path_);
-    return Route::AttributedString;
-  }
-
-  Route routeForContent() {
-    std::optional<std::string> contentType = typeOfFile(path_);
-    switch (routeForContentType(contentType ? std::optional<std::string_view>(*contentType)
-                                            : std::nullopt)) {
-      case ContentTypeRoute::HTML:
-        return Route::HTML;
-      case ContentTypeRoute::PlainText:
-        return Route::PlainText;
-      case ContentTypeRoute::Importer:
-        return Route::Importer;
-    }
-    return Route::Importer;
+    return Route::AttributedDocument;
   }
 
   void follow(Route route) {
     switch (route) {
-      case Route::Done:
-        return;
-      case Route::PDF:
-        return readPDF();
-      case Route::AttributedString:
-        if (attributed_ && attributed_->text) {
-          MIMETypeHelper::copyAttributedStringAttributes(&attributed_->attributes, result_);
-          putText(std::move(attributed_->text));
-          return;
-        }
-        return follow(routeForContent());
       case Route::Undecided:
-        return follow(routeForContent());
+        return follow(plan_.contentRoute);
+      case Route::PDF:
+        if (auto text = read(Route::PDF)) {
+          result_.putIfPresent(ImportKey::Text, PropertyValue(fixedAndNormalizedString(*text)));
+        }
+        return;
+      case Route::AttributedDocument:
+      case Route::TextClipping:
+        if (attributed_ && attributed_->text) return putText(copyAttributed());
+        return follow(plan_.contentRoute);
       case Route::PlainText:
         return putText(readPlainText());
       case Route::HTML:
@@ -245,15 +189,26 @@ class FileImport {
       case Route::XML:
         return putText(readXML());
       case Route::AddressCard:
-        return putText(readAddressCard());
-      case Route::Importer:
-        return putText(readWithImporters());
+        return putText(read(Route::AddressCard));
+      case Route::Importer: {
+        std::optional<TextString> text = read(Route::Importer);
+        return putText(text ? std::optional(fixedAndNormalizedString(*text)) : std::nullopt);
+      }
+      case Route::InternetLocation:
+      case Route::WebArchive:
+      case Route::TextBundle:
+      case Route::WordPerfect:
+        return;  // stored while choosing
     }
   }
 
+  std::optional<TextString> copyAttributed() {
+    return MIMETypeHelper::copyReaderOutput(*attributed_, result_);
+  }
+
   std::optional<TextString> readPlainText() {
-    if (size_ >= kPlainTextSizeLimit) {
-      logLine("Skipped: " + path_ + " (" + std::to_string(size_ / kBytesPerMegabyte) + " MB)");
+    if (plan_.size >= kPlainTextSizeLimit) {
+      logLine("Skipped: " + path_ + " (" + std::to_string(plan_.size / kBytesPerMegabyte) + " MB)");
       return std::nullopt;
     }
     return stringWithContentsOfFile(path_, kEncodingNotFound);
@@ -295,22 +250,6 @@ class FileImport {
     return stringByConvertingEntitiesToCharacters(*source);
   }
 
-  std::optional<TextString> readAddressCard() {
-    std::optional<ReaderOutput> card = readerFor(ReaderRoute::AddressCard).read(path_);
-    if (!card) return std::nullopt;
-    MIMETypeHelper::copyMetaData(&card->attributes, result_);
-    return stringAttribute(card->attributes, kTextContentAttribute);
-  }
-
-  std::optional<TextString> readWithImporters() {
-    std::optional<ReaderOutput> found = readerFor(ReaderRoute::ImporterHost).read(path_);
-    if (!found) return std::nullopt;
-    MIMETypeHelper::copyMetaData(&found->attributes, result_);
-    std::optional<TextString> text = stringAttribute(found->attributes, kTextContentAttribute);
-    if (!text) return std::nullopt;
-    return fixedAndNormalizedString(*text);
-  }
-
   void putText(std::optional<TextString> text) {
     std::optional<PropertyValue> value;
     if (text) value = PropertyValue(std::move(*text));
@@ -326,7 +265,7 @@ class FileImport {
       if (auto joined = joinedStrings(PropertyValue(std::move(*names)), u"\n")) tags = *joined;
     }
     result_.putOrRemove(ImportKey::Tags, std::move(tags));
-    result_.putOrRemove(ImportKey::FileSize, PropertyValue(size_));
+    result_.putOrRemove(ImportKey::FileSize, PropertyValue(plan_.size));
     if (!result_.contains(ImportKey::SpotlightComment)) {
       std::optional<TextString> comment =
           helper_.getFinderCommentAtPath(path_, attributes_ ? &*attributes_ : nullptr);
@@ -340,15 +279,11 @@ class FileImport {
     static const PropertyDictionary kNone;
     return attributes_ ? *attributes_ : kNone;
   }
-  OptionalText extension() const { return TextView(extension_); }
-  OptionalText type() const { return type_ ? OptionalText(*type_) : std::nullopt; }
 
-  MIMETypeHelper& helper_;
+  const MIMETypeHelper& helper_;
   const std::string& path_;
   ImportResult result_;
-  TextString extension_;
-  std::optional<TextString> type_;
-  std::uint64_t size_ = 0;
+  ImportPlan plan_;
   std::optional<PropertyDictionary> attributes_;
   std::optional<TextString> address_;
   std::optional<ReaderOutput> attributed_;
@@ -358,6 +293,12 @@ class FileImport {
 
 ImportResult MIMETypeHelper::openFile(const std::string& path) {
   return FileImport(*this, path).run();
+}
+
+const Reader* MIMETypeHelper::readerFor(Route route, const std::string& path) const {
+  if (const Reader* reader = readers_.readerFor(route)) return reader;
+  logLine("No reader built for " + std::string(routeInfo(route).name) + " files: " + path);
+  return nullptr;
 }
 
 }  // namespace ulvek

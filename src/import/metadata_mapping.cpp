@@ -124,6 +124,47 @@ void MIMETypeHelper::copyAttributedStringAttributes(const PropertyDictionary* at
   }
 }
 
+void MIMETypeHelper::copyPDFDocumentAttributes(const PropertyDictionary* attributes,
+                                               ImportResult& result) {
+  if (!attributes || attributes->empty()) return;
+  const PropertyDictionary& source = *attributes;
+  putValue(result, ImportKey::Title, find(source, PDFDocumentAttribute::Title));
+  putValue(result, ImportKey::Description, find(source, PDFDocumentAttribute::Subject));
+  putValue(result, ImportKey::Author, find(source, PDFDocumentAttribute::Author));
+  putJoined(result, ImportKey::Keywords, find(source, PDFDocumentAttribute::Keywords), u" ");
+  putValue(result, ImportKey::Creation, find(source, PDFDocumentAttribute::CreationDate));
+  putValue(result, ImportKey::Modification, find(source, PDFDocumentAttribute::ModDate));
+}
+
+std::optional<TextString> MIMETypeHelper::copyReaderOutput(ReaderOutput& output,
+                                                           ImportResult& result) {
+  switch (output.vocabulary) {
+    case Vocabulary::Spotlight:
+      copyMetaData(&output.attributes, result);
+      if (!output.text) output.text = stringAttribute(output.attributes, kTextContentAttribute);
+      break;
+    case Vocabulary::AttributedDocument:
+      copyAttributedStringAttributes(&output.attributes, result);
+      break;
+    case Vocabulary::PDFDocument:
+      copyPDFDocumentAttributes(&output.attributes, result);
+      break;
+    case Vocabulary::HTMLMeta: {
+      if (auto title = stringAttribute(output.attributes, kHTMLTitleAttribute)) {
+        if (!title->empty()) result.putOrRemove(ImportKey::Title, PropertyValue(std::move(*title)));
+      }
+      HtmlMetaAttributes meta;
+      for (const auto& [name, value] : output.attributes) {
+        if (name == kHTMLTitleAttribute || name == kBaseURLAttribute || !value.string()) continue;
+        meta.emplace(fromUtf8(name), *value.string());
+      }
+      copyHTMLMetaAttributes(&meta, result);
+      break;
+    }
+  }
+  return std::move(output.text);
+}
+
 void MIMETypeHelper::copyHTMLMetaAttributes(const HtmlMetaAttributes* meta, ImportResult& result) {
   if (!meta || meta->empty()) return;
   for (const MetaRow& row : kHTMLMetaRows) {

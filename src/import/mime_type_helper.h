@@ -5,6 +5,7 @@
 
 #include "base/property_value.h"
 #include "import/import_result.h"
+#include "import/reader_set.h"
 #include "text/html_meta.h"
 
 namespace ulvek {
@@ -14,6 +15,10 @@ namespace ulvek {
 class MIMETypeHelper {
  public:
   static constexpr std::string_view kClassName = "MIMETypeHelper";
+
+  // The readers it routes to: the built-in ones, or a test's own set (kept by reference).
+  explicit MIMETypeHelper(const ReaderSet& readers = ReaderSet::builtin()) : readers_(readers) {}
+  const ReaderSet& readers() const { return readers_; }
 
   // Remote interface.
   ImportResult openFile(const std::string& path);
@@ -26,7 +31,7 @@ class MIMETypeHelper {
 
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
-                                                   const PropertyDictionary* xattributes);
+                                                   const PropertyDictionary* xattributes) const;
 
   // Internal: maps an HTML page's meta attributes (title, description, author, keywords) into the
   // result with put-if-present; absent or empty meta writes nothing.
@@ -37,6 +42,19 @@ class MIMETypeHelper {
   static void copyMetaData(const PropertyDictionary* attributes, ImportResult& result);
   static void copyAttributedStringAttributes(const PropertyDictionary* attributes,
                                              ImportResult& result);
+  // Internal: maps a PDF document's attributes into the result with put-if-present.
+  static void copyPDFDocumentAttributes(const PropertyDictionary* attributes, ImportResult& result);
+
+  // Internal: maps a reader's attributes by their vocabulary, and answers the text the reader
+  // found (its text, else a Spotlight "kMDItemTextContent" string). An HTML page's title is
+  // stored before its meta attributes, so a meta title wins, as for web archives.
+  static std::optional<TextString> copyReaderOutput(ReaderOutput& output, ImportResult& result);
+
+  // Internal: the reader of a route, or nothing with one log line when none is built.
+  const Reader* readerFor(Route route, const std::string& path) const;
+
+ private:
+  const ReaderSet& readers_;
 };
 
 }  // namespace ulvek

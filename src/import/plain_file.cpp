@@ -1,5 +1,5 @@
-#include "import/file_types.h"
 #include "import/mime_type_helper.h"
+#include "metadata/file_types.h"
 #include "platform/type_codes.h"
 
 namespace ulvek {

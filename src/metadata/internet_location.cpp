@@ -3,11 +3,12 @@
 #include <array>
 #include <climits>
 #include <cstdlib>
-#include <fstream>
 #include <iterator>
 
 #include "base/property_list.h"
 #include "base/property_value.h"
+#include "metadata/file_types.h"
+#include "platform/file_bytes.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
 #include "text/string_utilities.h"
@@ -15,17 +16,6 @@
 namespace ulvek {
 
 namespace {
-
-// Which files are internet locations is the classification's rule (isInternetLocationExtension
-// in import/file_types.h). This reader sits a layer below it and keeps the same ten extensions
-// and ten type codes; a test in tests/import holds the two in step.
-constexpr std::array<std::u16string_view, 10> kLocationExtensions = {
-    u"webloc",  u"mailloc", u"ftploc", u"inetloc",    u"newsloc",
-    u"fileloc", u"vncloc",  u"url",    u"webhistory", u"webbookmark"};
-constexpr std::array<std::uint32_t, 10> kLocationTypeCodes = {
-    fourCharCode("LINK"), fourCharCode("ilaf"), fourCharCode("ilat"), fourCharCode("ilfi"),
-    fourCharCode("ilft"), fourCharCode("ilge"), fourCharCode("ilht"), fourCharCode("ilma"),
-    fourCharCode("ilns"), fourCharCode("ilnw")};
 
 constexpr std::u16string_view kShortcutExtension = u"url";
 constexpr std::u16string_view kShortcutType = u"'LINK'";
@@ -44,41 +34,10 @@ bool equalsIgnoringASCIICase(TextView a, TextView b) {
   return true;
 }
 
-bool isLocation(const std::optional<TextString>& extension, const std::optional<TextString>& type) {
-  if (type) {
-    std::uint32_t code = HFSTypeCodeFromFileType(*type);
-    for (std::uint32_t candidate : kLocationTypeCodes) {
-      if (code != 0 && code == candidate) return true;
-    }
-  }
-  if (!extension) return false;
-  for (std::u16string_view candidate : kLocationExtensions) {
-    if (equalsIgnoringASCIICase(*extension, candidate)) return true;
-  }
-  return false;
-}
-
-// The part of the last path component after its last dot; nothing when there is none, or when
-// the dot starts or ends the name.
-std::optional<TextString> extensionOf(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-  std::size_t slash = path.rfind('/');
-  std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return std::nullopt;
-  return fromUtf8(name.substr(dot + 1));
-}
-
 std::optional<std::string> readSmallFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  in.seekg(0, std::ios::end);
-  std::streamoff size = in.tellg();
-  if (size < 0 || static_cast<std::uintmax_t>(size) > kMaxLocationFileSize) return std::nullopt;
-  in.seekg(0);
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  if (!in.read(bytes.data(), size)) return std::nullopt;
-  return bytes;
+  std::optional<FileBytes> bytes = FileBytes::read(path, kMaxLocationFileSize).take();
+  if (!bytes) return std::nullopt;
+  return std::string(bytes->chars());
 }
 
 // A ".url" shortcut: the first "URL=" line; else, for a ".url" file of one line, that line.
@@ -143,12 +102,13 @@ std::optional<TextString> resourceForkAddress(const std::string& path) {
 
 std::optional<TextString> resolveInternetLocation(const std::string& path,
                                                   std::optional<TextString>* name) {
-  std::optional<TextString> extension = extensionOf(path);
+  TextString extension = pathExtension(path);
   std::optional<TextString> type = HFSTypeOfFile(path);
   if (name) name->reset();
-  if (!isLocation(extension, type)) return std::nullopt;
+  if (!isInternetLocationExtension(TextView(extension), type ? OptionalText(*type) : std::nullopt))
+    return std::nullopt;
 
-  bool hasShortcutExtension = extension && equalsIgnoringASCIICase(*extension, kShortcutExtension);
+  bool hasShortcutExtension = equalsIgnoringASCIICase(extension, kShortcutExtension);
   if (hasShortcutExtension || type == kShortcutType) {
     return shortcutAddress(path, hasShortcutExtension);
   }

@@ -1,54 +1,41 @@
 #include "readers/reader.h"
 
-#include <array>
+#include <utility>
 
 namespace ulvek {
 
-namespace {
-
-// Stands in for a reader that has not landed yet: it reads nothing.
-class AbsentReader final : public Reader {
- public:
-  std::optional<ReaderOutput> read(const std::string&) const override { return std::nullopt; }
-};
-
-const AbsentReader kAbsentReader;
-
-constexpr std::size_t kRouteCount = static_cast<std::size_t>(ReaderRoute::AddressCard) + 1;
-
-using ReaderFunction = const Reader& (*)();
-constexpr std::array<ReaderFunction, kRouteCount> kReaders = {
-    importerHost,       pdfReader,         webArchiveReader,
-    textBundleReader,   wordPerfectReader, attributedDocumentReader,
-    textClippingReader, addressCardReader};
-
-std::array<const Reader*, kRouteCount> standIns{};
-
-}  // namespace
-
-// Placeholders; see the table in reader.h.
-const Reader& importerHost() { return kAbsentReader; }
-const Reader& pdfReader() { return kAbsentReader; }
-const Reader& webArchiveReader() { return kAbsentReader; }
-const Reader& textBundleReader() { return kAbsentReader; }
-const Reader& wordPerfectReader() { return kAbsentReader; }
-const Reader& attributedDocumentReader() { return kAbsentReader; }
-const Reader& textClippingReader() { return kAbsentReader; }
-const Reader& addressCardReader() { return kAbsentReader; }
-
-const Reader& readerFor(ReaderRoute route) {
-  auto index = static_cast<std::size_t>(route);
-  if (const Reader* standIn = standIns[index]) return *standIn;
-  return kReaders[index]();
+ReaderSource ReaderSource::file(std::string path) {
+  ReaderSource source;
+  source.path_ = std::move(path);
+  return source;
 }
 
-ScopedReaderStandIn::ScopedReaderStandIn(ReaderRoute route, const Reader& standIn)
-    : route_(route), previous_(standIns[static_cast<std::size_t>(route)]) {
-  standIns[static_cast<std::size_t>(route)] = &standIn;
+ReaderSource ReaderSource::data(Bytes bytes, std::string name) {
+  ReaderSource source;
+  source.data_ = bytes;
+  source.name_ = std::move(name);
+  return source;
 }
 
-ScopedReaderStandIn::~ScopedReaderStandIn() {
-  standIns[static_cast<std::size_t>(route_)] = previous_;
+std::string_view ReaderSource::name() const {
+  if (!isFile()) return name_;
+  std::string_view path = path_;
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+std::optional<Bytes> ReaderSource::bytes(std::uint64_t limit) const {
+  if (!isFile()) {
+    if (data_.size() > limit) return std::nullopt;
+    return data_;
+  }
+  if (!triedLoading_) {
+    triedLoading_ = true;
+    loaded_ = FileBytes::read(path_).take();
+  }
+  if (!loaded_ || loaded_->size() > limit) return std::nullopt;
+  return loaded_->bytes();
 }
 
 }  // namespace ulvek

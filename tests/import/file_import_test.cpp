@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <filesystem>
@@ -10,9 +11,10 @@
 #include <vector>
 
 #include "base/property_list.h"
-#include "import/file_types.h"
+#include "fork_test_files.h"
 #include "import/import_result.h"
 #include "import/mime_type_helper.h"
+#include "metadata/file_types.h"
 #include "metadata/internet_location.h"
 #include "metadata/metadata_store.h"
 #include "platform/resource_fork.h"
@@ -124,7 +126,8 @@ class StandInReader final : public Reader {
  public:
   explicit StandInReader(std::optional<ReaderOutput> output = std::nullopt, bool throws = false)
       : output_(std::move(output)), throws_(throws) {}
-  std::optional<ReaderOutput> read(const std::string&) const override {
+  std::string_view name() const override { return "stand-in"; }
+  std::optional<ReaderOutput> read(const ReaderSource&) const override {
     ++calls;
     if (throws_) throw std::runtime_error("reader broke");
     return output_;
@@ -140,14 +143,14 @@ ReaderOutput spotlight(PropertyDictionary attributes) { return {std::nullopt, at
 
 // Every reader answers its route's name as text, so the text tells which route a file took.
 TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
-  struct Route {
-    ReaderRoute route;
+  struct RouteCase {
+    Route route;
     std::u16string text;
     std::vector<std::string> files;
     PropertyDictionary attributes;
   };
-  const Route routes[] = {
-      {ReaderRoute::ImporterHost,
+  const RouteCase routes[] = {
+      {Route::Importer,
        u"importer",
        {"mail.eml", "photo.png", "talk.chat", "script.scpt", "blob.bin"},
        {{"kMDItemTitle", u"Subject line"},
@@ -155,40 +158,42 @@ TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
         {"kMDItemKeywords", PropertyArray{u"x", u"y", u"z"}},
         {"kMDItemURL", u"https://importer.example/"},
         {"kMDItemFinderComment", u"importer comment"}}},
-      {ReaderRoute::PDF,
+      {Route::PDF,
        u"pdf",
        {"doc.pdf", "art.eps", "odd.pdfd"},
        {{"kMDItemTitle", u"<title>"}, {"kMDItemSubject", u"Subject"}}},
-      {ReaderRoute::WebArchive,
+      {Route::WebArchive,
        u"web archive",
        {"saved.webarchive"},
-       {{"BaseURL", u"https://archive.example/"},
-        {"HTMLSource", u"<title>HTML</title><meta name=\"title\" content=\"Meta\">"}}},
-      {ReaderRoute::TextBundle, u"text bundle", {"a.textpack", "b.textbundle"}, {}},
-      {ReaderRoute::WordPerfect, u"WordPerfect", {"a.wpd"}, {}},
-      {ReaderRoute::AttributedDocument, u"rich", {"a.rtf", "b.docx"}, {{"DocumentType", u"NSRTF"}}},
-      {ReaderRoute::TextClipping, u"clipping", {"a.textClipping"}, {}},
-      {ReaderRoute::AddressCard,
+       {{"BaseURL", u"https://archive.example/"}, {"HTMLTitle", u"HTML"}, {"title", u"Meta"}}},
+      {Route::TextBundle, u"text bundle", {"a.textpack", "b.textbundle"}, {}},
+      {Route::WordPerfect, u"WordPerfect", {"a.wpd"}, {}},
+      {Route::AttributedDocument, u"rich", {"a.rtf", "b.docx"}, {{"DocumentType", u"NSRTF"}}},
+      {Route::TextClipping, u"clipping", {"a.textClipping"}, {}},
+      {Route::AddressCard,
        u"card",
        {"person.vcf"},
        {{"kMDItemEmailAddresses", PropertyArray{u"a@x.org"}},
         {"kMDItemPhoneNumbers", PropertyArray{u"1", u"2"}}}},
   };
   std::vector<std::unique_ptr<StandInReader>> readers;
-  std::vector<std::unique_ptr<ScopedReaderStandIn>> standIns;
-  for (const Route& route : routes) {
+  ReaderSet set;
+  for (const RouteCase& route : routes) {
     ReaderOutput output{route.text, route.attributes};
+    if (route.route == Route::WebArchive) output.vocabulary = Vocabulary::HTMLMeta;
+    if (route.route == Route::AttributedDocument || route.route == Route::TextClipping)
+      output.vocabulary = Vocabulary::AttributedDocument;
     // These readers answer Spotlight attributes, with the text among them.
-    if (route.attributes.contains("kMDItemTitle") || route.route == ReaderRoute::AddressCard) {
+    if (route.attributes.contains("kMDItemTitle") || route.route == Route::AddressCard) {
       output.attributes.emplace("kMDItemTextContent", *output.text);
       output.text.reset();
     }
     readers.push_back(std::make_unique<StandInReader>(output));
-    standIns.push_back(std::make_unique<ScopedReaderStandIn>(route.route, *readers.back()));
+    set.set(route.route, readers.back().get());
   }
   TemporaryFolder folder;
-  MIMETypeHelper helper;
-  for (const Route& route : routes) {
+  MIMETypeHelper helper(set);
+  for (const RouteCase& route : routes) {
     for (const std::string& name : route.files) {
       ImportResult result = helper.openFile(folder.write(name, "\x00\x01\xFF"sv));
       EXPECT_EQ(result.string("Text") ? *result.string("Text") : u"(none)", route.text) << name;
@@ -214,8 +219,11 @@ TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
 
 TEST(FileImport, AttributedDocuments) {
   const ReaderOutput rich{u"Rich text",
-                          {{"DocumentType", u"NSRTF"}, {"Title", u"Doc"}, {"Comment", u"C"}}};
-  const ReaderOutput fellBack{u"Fallback", {{"DocumentType", u"NSPlainText"}, {"Title", u"Doc"}}};
+                          {{"DocumentType", u"NSRTF"}, {"Title", u"Doc"}, {"Comment", u"C"}},
+                          Vocabulary::AttributedDocument};
+  const ReaderOutput fellBack{u"Fallback",
+                              {{"DocumentType", u"NSPlainText"}, {"Title", u"Doc"}},
+                              Vocabulary::AttributedDocument};
   struct Row {
     std::string fileName;
     std::optional<ReaderOutput> attributed;
@@ -234,10 +242,11 @@ TEST(FileImport, AttributedDocuments) {
     SCOPED_TRACE(row.fileName);
     StandInReader attributed(row.attributed);
     StandInReader importer;
-    ScopedReaderStandIn attributedStandIn(ReaderRoute::AttributedDocument, attributed);
-    ScopedReaderStandIn importerStandIn(ReaderRoute::ImporterHost, importer);
+    ReaderSet set;
+    set.set(Route::AttributedDocument, &attributed).set(Route::Importer, &importer);
     TemporaryFolder folder;
-    expectKeys(MIMETypeHelper().openFile(folder.write(row.fileName, "{\\rtf1 x}")), row.expected);
+    expectKeys(MIMETypeHelper(set).openFile(folder.write(row.fileName, "{\\rtf1 x}")),
+               row.expected);
     EXPECT_EQ(attributed.calls, 1);
     EXPECT_EQ(importer.calls, row.importerCalls);
   }
@@ -246,12 +255,12 @@ TEST(FileImport, AttributedDocuments) {
 TEST(FileImport, ReaderThatThrowsIsLoggedAndTheContentTypeDecides) {
   StandInReader broken(std::nullopt, /*throws=*/true);
   StandInReader importer(spotlight({{"kMDItemTextContent", u"from the importer"}}));
-  ScopedReaderStandIn s1(ReaderRoute::TextBundle, broken);
-  ScopedReaderStandIn s2(ReaderRoute::ImporterHost, importer);
+  ReaderSet set;
+  set.set(Route::TextBundle, &broken).set(Route::Importer, &importer);
   TemporaryFolder folder;
   std::string path = folder.write("notes.textpack", "PK");
   CapturedLog log;
-  ImportResult result = MIMETypeHelper().openFile(path);
+  ImportResult result = MIMETypeHelper(set).openFile(path);
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(log.lines()[0].starts_with("openFile: (MIMETypeHelper):\n")) << log.lines()[0];
   EXPECT_NE(log.lines()[0].find("\nreader broke\n"), std::string::npos) << log.lines()[0];
@@ -266,8 +275,9 @@ TEST(FileImport, PackageWithTextExtensionIsNotReadAsText) {
   std::string package = (folder.path() / "Notes.txt").string();
   setFinderInfo(package, "", /*package=*/true);
   StandInReader importer;
-  ScopedReaderStandIn standIn(ReaderRoute::ImporterHost, importer);
-  ImportResult result = MIMETypeHelper().openFile(package);
+  ReaderSet set;
+  set.set(Route::Importer, &importer);
+  ImportResult result = MIMETypeHelper(set).openFile(package);
   EXPECT_FALSE(result.contains("Text"));
   EXPECT_EQ(importer.calls, 1);
   EXPECT_EQ(*result.get("FileSize")->unsignedInteger(), 18u);
@@ -320,6 +330,21 @@ TEST(FileImport, HostileInputImportsWithoutError) {
             (PropertyDictionary{{"Title", u"gone.txt"}, {"FileSize", std::uint64_t{0}}}));
 }
 
+// A FIFO whose AppleDouble companion carries a resource fork has a size, yet opening it would
+// block until a writer comes: only regular files and folders are read.
+TEST(FileImport, SpecialFilesAreNeverOpened) {
+  TemporaryFolder folder;
+  for (std::string name : {"pipe.txt", "pipe.html", "pipe.rtf", "pipe"}) {
+    SCOPED_TRACE(name);
+    std::string path = (folder.path() / name).string();
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    folder.write("._" + name, testing::appleDouble({{2, std::string(300, 'r')}}));
+    ImportResult result = MIMETypeHelper().openFile(path);
+    EXPECT_FALSE(result.contains("Text"));
+    EXPECT_GT(*result.get("FileSize")->unsignedInteger(), 0u);
+  }
+}
+
 TEST(FileImport, EveryCorpusPageImports) {
   MIMETypeHelper helper;
   std::size_t files = 0;
@@ -330,29 +355,6 @@ TEST(FileImport, EveryCorpusPageImports) {
     EXPECT_TRUE(result.contains("Title") && result.contains("Text")) << entry.path();
   }
   EXPECT_GT(files, 0u);
-}
-
-// The location reader sits below the classification and keeps its own copy of the rule; the two
-// must name the same files.
-TEST(FileImport, LocationReaderAgreesWithTheClassification) {
-  const std::string extensions[] = {"webloc", "WEBLOC",  "url", "Url", "webhistory",
-                                    "txt",    "webloc2", "loc", ""};
-  const std::string types[] = {"", "LINK", "ilaf", "ilnw", "link", "TEXT", "ilxx"};
-  for (const std::string& extension : extensions) {
-    for (const std::string& type : types) {
-      SCOPED_TRACE(extension + " '" + type + "'");
-      TemporaryFolder folder;
-      bool shortcut = type == "LINK" || extension == "url" || extension == "Url";
-      std::string path = folder.write(
-          extension.empty() ? "item" : "item." + extension,
-          shortcut ? "URL=https://example.org/\n" : xmlList({{"URL", u"https://example.org/"}}));
-      if (!type.empty()) setFinderInfo(path, type);
-      TextString ext = fromUtf8(extension), code = u"'" + fromUtf8(type) + u"'";
-      bool classified =
-          isInternetLocationExtension(ext, type.empty() ? std::nullopt : OptionalText(code));
-      EXPECT_EQ(resolveInternetLocation(path).has_value(), classified);
-    }
-  }
 }
 
 TEST(IsPlainFile, AnswersByExtensionAndType) {

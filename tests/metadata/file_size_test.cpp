@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "../platform/fork_test_files.h"
+#include "fork_test_files.h"
 #include "platform/resource_fork.h"
 #include "test_support.h"
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "../platform/fork_test_files.h"
 #include "base/property_list.h"
+#include "fork_test_files.h"
 #include "platform/resource_fork.h"
 #include "test_support.h"
 

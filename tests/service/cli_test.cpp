@@ -139,10 +139,8 @@ TEST_F(CommandLineTest, CallsReachTheDaemon) {
        0,
        "{\"path\":\"Folder\",\"Title\":\"Folder\"," + kFolderTags,
        nullptr},
-      {{"call", "data", "tagged.txt", "", "application/pdf"},
-       1,
-       "",
-       "ulvekbot call: data tagged.txt: not supported by the service (openData is not supported)"},
+      // Text is no PDF: the service answers an empty result.
+      {{"call", "data", "tagged.txt", "", "application/pdf"}, 0, "{\"path\":\"tagged.txt\"}\n", ""},
       {{"call", "stillBusy"}, 2, "", "unknown operation \"stillBusy\""},
       {{"call", "ping", "x"}, 2, "", "takes no arguments"},
       {{"call", "attributes", "x\xFF"}, 1, "", "not valid UTF-8"},

@@ -4,11 +4,8 @@
 // takes one, the file's quoted four-character type code ("'TEXT'"). An absent extension or type
 // code matches nothing. Extensions are compared over their whole length without regard to case,
 // type codes exactly, unless a test says otherwise.
-//
-// classifyFile() asks the tests in the one fixed order the importer uses. openFile() and the
-// `classify` command both call it, so what `ulvekbot classify` prints is what an import does.
+// The order in which the dispatcher asks them is import/route_table.h.
 
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -90,47 +87,5 @@ bool isRTFMIMEType(OptionalText mimeType);
 bool isMSWordMIMEType(OptionalText mimeType);
 bool isOpenOfficeMIMEType(OptionalText mimeType);
 bool isStarOfficeMIMEType(OptionalText mimeType);
-
-// What the first test that answers YES makes of a file, in the order they are asked.
-enum class FileClass {
-  None,  // no test answered YES: the content type decides
-  InternetLocation,
-  Email,
-  PDF,
-  Image,
-  WebArchive,
-  TextBundle,
-  HTML,
-  PropertyList,
-  XML,
-  Sheet,
-  Form,
-  WordPerfect,
-  AttributedDocument,
-  TextClipping,
-  PlainText,
-  Chat,
-  AppleScript,
-};
-
-struct FileClassification {
-  FileClass fileClass = FileClass::None;
-  int step = 0;           // 1 to 17; 0 when no test answered YES
-  std::string_view test;  // the test that answered YES, e.g. "isHTMLExtension:"; empty if none
-  bool packageSkipped = false;  // the text test answered YES but the item is a package
-};
-
-// Asks the tests in the dispatcher's order; the first YES decides. `isPackage` is called only
-// when the text test answers YES (the only test that touches the file system); a package is not
-// read as plain text and the remaining tests are asked. No `isPackage` counts as "not a package".
-FileClassification classifyFile(OptionalText extension, OptionalText type,
-                                const std::function<bool()>& isPackage = {});
-
-// When no test answered YES, the content type decides: HTML, plain text, or the importers.
-enum class ContentTypeRoute { Importer, HTML, PlainText };
-ContentTypeRoute routeForContentType(std::optional<std::string_view> contentType);
-
-std::string_view fileClassName(FileClass fileClass);
-std::string_view contentTypeRouteName(ContentTypeRoute route);
 
 }  // namespace ulvek

@@ -1,4 +1,4 @@
-#include "import/file_types.h"
+#include "metadata/file_types.h"
 
 #include <array>
 
@@ -512,94 +512,6 @@ bool isOpenOfficeMIMEType(OptionalText mimeType) {
 
 bool isStarOfficeMIMEType(OptionalText mimeType) {
   return hasText(mimeType) && containsNoCase(*mimeType, u"/vnd.sun.xml.writer");
-}
-
-FileClassification classifyFile(OptionalText extension, OptionalText type,
-                                const std::function<bool()>& isPackage) {
-  struct Step {
-    int number;
-    std::string_view test;
-    FileClass fileClass;
-    bool (*answers)(OptionalText extension, OptionalText type);
-  };
-  // The dispatcher's order: cheap name tests first, the first YES decides.
-  static constexpr Step kSteps[] = {
-      {1, "isInternetLocationExtension:type:", FileClass::InternetLocation,
-       isInternetLocationExtension},
-      {2, "isEmailExtension:", FileClass::Email,
-       [](OptionalText e, OptionalText) { return isEmailExtension(e); }},
-      {3, "isPDFBundleExtension:", FileClass::PDF,
-       [](OptionalText e, OptionalText) { return isPDFBundleExtension(e); }},
-      {3, "isPDFExtension:type:", FileClass::PDF, isPDFExtension},
-      {4, "isImageExtension:type:", FileClass::Image, isImageExtension},
-      {5, "isWebArchiveExtension:", FileClass::WebArchive,
-       [](OptionalText e, OptionalText) { return isWebArchiveExtension(e); }},
-      {6, "isTextBundleExtension:type:", FileClass::TextBundle, isTextBundleExtension},
-      {7, "isHTMLExtension:", FileClass::HTML,
-       [](OptionalText e, OptionalText) { return isHTMLExtension(e); }},
-      {8, "isPropertyListExtension:", FileClass::PropertyList,
-       [](OptionalText e, OptionalText) { return isPropertyListExtension(e); }},
-      {9, "isXMLExtension:", FileClass::XML,
-       [](OptionalText e, OptionalText) { return isXMLExtension(e); }},
-      {10, "isSheetExtension:", FileClass::Sheet,
-       [](OptionalText e, OptionalText) { return isSheetExtension(e); }},
-      {11, "isFormExtension:", FileClass::Form,
-       [](OptionalText e, OptionalText) { return isFormExtension(e); }},
-      {12, "isWordPerfectExtension:type:", FileClass::WordPerfect, isWordPerfectExtension},
-      {13, "isRTFExtension:type:", FileClass::AttributedDocument, isRTFExtension},
-      {13, "isAttributedExtension:type:", FileClass::AttributedDocument, isAttributedExtension},
-      {14, "isTextClippingExtension:type:", FileClass::TextClipping, isTextClippingExtension},
-      {15, "isTextExtension:type:", FileClass::PlainText, isTextExtension},
-      {16, "isChatExtension:type:", FileClass::Chat, isChatExtension},
-      {17, "isAppleScriptExtension:type:", FileClass::AppleScript, isAppleScriptExtension},
-  };
-
-  FileClassification result;
-  for (const Step& step : kSteps) {
-    if (!step.answers(extension, type)) continue;
-    // A package with a text extension is a folder, not a text file: the later tests decide.
-    if (step.fileClass == FileClass::PlainText && isPackage && isPackage()) {
-      result.packageSkipped = true;
-      continue;
-    }
-    result.fileClass = step.fileClass;
-    result.step = step.number;
-    result.test = step.test;
-    return result;
-  }
-  return result;
-}
-
-ContentTypeRoute routeForContentType(std::optional<std::string_view> contentType) {
-  if (!contentType) return ContentTypeRoute::Importer;
-  if (typeConformsTo(*contentType, kUTTypeHTML)) return ContentTypeRoute::HTML;
-  if (typeConformsTo(*contentType, kUTTypePlainText)) return ContentTypeRoute::PlainText;
-  return ContentTypeRoute::Importer;
-}
-
-std::string_view fileClassName(FileClass fileClass) {
-  static constexpr std::string_view kNames[] = {"none",          "internet location",
-                                                "e-mail",        "PDF",
-                                                "image",         "web archive",
-                                                "text bundle",   "HTML",
-                                                "property list", "XML",
-                                                "sheet",         "address card",
-                                                "WordPerfect",   "attributed document",
-                                                "text clipping", "plain text",
-                                                "chat",          "AppleScript"};
-  return kNames[static_cast<std::size_t>(fileClass)];
-}
-
-std::string_view contentTypeRouteName(ContentTypeRoute route) {
-  switch (route) {
-    case ContentTypeRoute::HTML:
-      return "HTML";
-    case ContentTypeRoute::PlainText:
-      return "plain text";
-    case ContentTypeRoute::Importer:
-      break;
-  }
-  return "importer";
 }
 
 }  // namespace ulvek

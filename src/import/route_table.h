@@ -1,0 +1,200 @@
+#pragma once
+
+// The one list that decides how a file is read. The classification order, the names of file
+// classes and routes, and which routes a reader serves all come from the tables below, so adding
+// a reader is one row (see docs/architecture.md).
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/text_string.h"
+#include "metadata/file_types.h"
+
+namespace ulvek {
+
+// Routes: how the text of a file is read once the classification has chosen. name, and whether
+// a reader of the ReaderSet serves the route (the others are the dispatcher's own).
+#define ULVEK_ROUTES(X)                              \
+  X(Undecided, "content type", false)                \
+  X(InternetLocation, "internet location", false)    \
+  X(PDF, "PDF", true)                                \
+  X(WebArchive, "web archive", true)                 \
+  X(TextBundle, "text bundle", true)                 \
+  X(WordPerfect, "WordPerfect", true)                \
+  X(AttributedDocument, "attributed document", true) \
+  X(TextClipping, "text clipping", true)             \
+  X(AddressCard, "address card", true)               \
+  X(Importer, "importer", true)                      \
+  X(HTML, "HTML", false)                             \
+  X(PropertyList, "property list", false)            \
+  X(XML, "XML", false)                               \
+  X(PlainText, "plain text", false)
+
+enum class Route : std::uint8_t {
+#define ULVEK_ROUTE_ENUM(name, text, hasReader) name,
+  ULVEK_ROUTES(ULVEK_ROUTE_ENUM)
+#undef ULVEK_ROUTE_ENUM
+};
+
+struct RouteInfo {
+  Route route;
+  std::string_view name;
+  bool hasReader;
+};
+
+inline constexpr RouteInfo kRoutes[] = {
+#define ULVEK_ROUTE_ROW(name, text, hasReader) {Route::name, text, hasReader},
+    ULVEK_ROUTES(ULVEK_ROUTE_ROW)
+#undef ULVEK_ROUTE_ROW
+};
+inline constexpr std::size_t kRouteCount = std::size(kRoutes);
+
+constexpr const RouteInfo& routeInfo(Route route) {
+  return kRoutes[static_cast<std::size_t>(route)];
+}
+
+// File classes: what the first test that answers YES makes of a file, in the order of the steps
+// that choose them; name, and the route the class takes.
+#define ULVEK_FILE_CLASSES(X)                                      \
+  X(None, "none", Undecided)                                       \
+  X(InternetLocation, "internet location", InternetLocation)       \
+  X(Email, "e-mail", Importer)                                     \
+  X(PDF, "PDF", PDF)                                               \
+  X(Image, "image", Importer)                                      \
+  X(WebArchive, "web archive", WebArchive)                         \
+  X(TextBundle, "text bundle", TextBundle)                         \
+  X(HTML, "HTML", HTML)                                            \
+  X(PropertyList, "property list", PropertyList)                   \
+  X(XML, "XML", XML)                                               \
+  X(Sheet, "sheet", PlainText)                                     \
+  X(Form, "address card", AddressCard)                             \
+  X(WordPerfect, "WordPerfect", WordPerfect)                       \
+  X(AttributedDocument, "attributed document", AttributedDocument) \
+  X(TextClipping, "text clipping", TextClipping)                   \
+  X(PlainText, "plain text", PlainText)                            \
+  X(Chat, "chat", Importer)                                        \
+  X(AppleScript, "AppleScript", Importer)
+
+enum class FileClass : std::uint8_t {
+#define ULVEK_CLASS_ENUM(name, text, route) name,
+  ULVEK_FILE_CLASSES(ULVEK_CLASS_ENUM)
+#undef ULVEK_CLASS_ENUM
+};
+
+struct FileClassInfo {
+  FileClass fileClass;
+  std::string_view name;
+  Route route;
+};
+
+inline constexpr FileClassInfo kFileClasses[] = {
+#define ULVEK_CLASS_ROW(name, text, route) {FileClass::name, text, Route::route},
+    ULVEK_FILE_CLASSES(ULVEK_CLASS_ROW)
+#undef ULVEK_CLASS_ROW
+};
+
+constexpr const FileClassInfo& fileClassInfo(FileClass fileClass) {
+  return kFileClasses[static_cast<std::size_t>(fileClass)];
+}
+constexpr std::string_view fileClassName(FileClass fileClass) {
+  return fileClassInfo(fileClass).name;
+}
+
+// One file test of the classification, in the order the dispatcher asks them.
+struct ClassificationStep {
+  int number;             // 1 to 17; two tests share a number where one step asks two
+  std::string_view test;  // the test's name, e.g. "isHTMLExtension:"
+  FileClass fileClass;
+  bool (*answers)(OptionalText extension, OptionalText type);
+};
+
+// The tests that take no type code, with the shape the table wants.
+template <bool (*test)(OptionalText)>
+constexpr bool extensionOnly(OptionalText extension, OptionalText) {
+  return test(extension);
+}
+
+inline constexpr ClassificationStep kClassificationOrder[] = {
+    {1, "isInternetLocationExtension:type:", FileClass::InternetLocation,
+     isInternetLocationExtension},
+    {2, "isEmailExtension:", FileClass::Email, extensionOnly<isEmailExtension>},
+    {3, "isPDFBundleExtension:", FileClass::PDF, extensionOnly<isPDFBundleExtension>},
+    {3, "isPDFExtension:type:", FileClass::PDF, isPDFExtension},
+    {4, "isImageExtension:type:", FileClass::Image, isImageExtension},
+    {5, "isWebArchiveExtension:", FileClass::WebArchive, extensionOnly<isWebArchiveExtension>},
+    {6, "isTextBundleExtension:type:", FileClass::TextBundle, isTextBundleExtension},
+    {7, "isHTMLExtension:", FileClass::HTML, extensionOnly<isHTMLExtension>},
+    {8, "isPropertyListExtension:", FileClass::PropertyList,
+     extensionOnly<isPropertyListExtension>},
+    {9, "isXMLExtension:", FileClass::XML, extensionOnly<isXMLExtension>},
+    {10, "isSheetExtension:", FileClass::Sheet, extensionOnly<isSheetExtension>},
+    {11, "isFormExtension:", FileClass::Form, extensionOnly<isFormExtension>},
+    {12, "isWordPerfectExtension:type:", FileClass::WordPerfect, isWordPerfectExtension},
+    {13, "isRTFExtension:type:", FileClass::AttributedDocument, isRTFExtension},
+    {13, "isAttributedExtension:type:", FileClass::AttributedDocument, isAttributedExtension},
+    {14, "isTextClippingExtension:type:", FileClass::TextClipping, isTextClippingExtension},
+    {15, "isTextExtension:type:", FileClass::PlainText, isTextExtension},
+    {16, "isChatExtension:type:", FileClass::Chat, isChatExtension},
+    {17, "isAppleScriptExtension:type:", FileClass::AppleScript, isAppleScriptExtension},
+};
+
+namespace detail {
+constexpr bool tablesAgree() {
+  for (std::size_t i = 0; i < std::size(kRoutes); ++i)
+    if (static_cast<std::size_t>(kRoutes[i].route) != i) return false;
+  for (std::size_t i = 0; i < std::size(kFileClasses); ++i)
+    if (static_cast<std::size_t>(kFileClasses[i].fileClass) != i) return false;
+  // Steps ascend from 1 to 17 and name the classes in their declared order.
+  int previous = 0;
+  auto previousClass = FileClass::None;
+  for (const ClassificationStep& step : kClassificationOrder) {
+    if (step.number != previous && step.number != previous + 1) return false;
+    if (step.fileClass < previousClass) return false;
+    previous = step.number;
+    previousClass = step.fileClass;
+  }
+  return previous == 17;
+}
+}  // namespace detail
+static_assert(std::size(kClassificationOrder) == 19, "17 steps, two of which ask two tests");
+static_assert(std::size(kFileClasses) == 18, "one class per step that chooses one, and none");
+static_assert(detail::tablesAgree(), "tables out of order");
+
+struct FileClassification {
+  FileClass fileClass = FileClass::None;
+  int step = 0;           // 1 to 17; 0 when no test answered YES
+  std::string_view test;  // the test that answered YES, e.g. "isHTMLExtension:"; empty if none
+  bool packageSkipped = false;  // the text test answered YES but the item is a package
+};
+
+// Asks the tests in the dispatcher's order; the first YES decides. `isPackage` is called only
+// when the text test answers YES (the only test that touches the file system); a package is not
+// read as plain text and the remaining tests are asked. No `isPackage` counts as "not a package".
+FileClassification classifyFile(OptionalText extension, OptionalText type,
+                                const std::function<bool()>& isPackage = {});
+
+// When no test answered YES, the content type decides: HTML, plain text, or the importers.
+Route routeForContentType(std::optional<std::string_view> contentType);
+
+// What the dispatcher learns about a file before reading it. openFile() and `ulvekbot classify`
+// both make it with planImport(), so what `classify` prints is what an import does.
+struct ImportPlan {
+  std::string path;
+  TextString extension;
+  std::optional<TextString> typeCode;
+  std::optional<std::string> contentType;
+  std::uint64_t size = 0;
+  FileClassification classification;
+  Route route = Route::Undecided;        // the classification's route; Undecided leaves it to…
+  Route contentRoute = Route::Importer;  // …the content type's
+
+  OptionalText extensionView() const { return TextView(extension); }
+  OptionalText typeView() const { return typeCode ? OptionalText(*typeCode) : std::nullopt; }
+};
+ImportPlan planImport(const std::string& path);
+
+}  // namespace ulvek

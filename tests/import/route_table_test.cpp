@@ -1,0 +1,79 @@
+#include "import/route_table.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace ulvek {
+namespace {
+
+// FileClass lists the classes in the order of the steps that choose them.
+TEST(RouteTable, DispatcherOrder) {
+  struct Row {
+    OptionalText extension;
+    OptionalText type;
+    bool package;
+    int step;  // 0: no test answered
+    std::string_view test;
+  };
+  const Row rows[] = {
+      {{}, u"'LINK'", false, 1, "isInternetLocationExtension:type:"},
+      {u"eml", {}, false, 2, "isEmailExtension:"},
+      {u"pdfd", {}, false, 3, "isPDFBundleExtension:"},
+      {u"eps", {}, false, 3, "isPDFExtension:type:"},
+      {{}, u"'JPEG'", false, 4, "isImageExtension:type:"},
+      {u"webarchive", {}, false, 5, "isWebArchiveExtension:"},
+      {u"textpack", {}, false, 6, "isTextBundleExtension:type:"},
+      {u"SHTM", {}, false, 7, "isHTMLExtension:"},
+      {u"strings", {}, false, 8, "isPropertyListExtension:"},
+      {u"xsl", {}, false, 9, "isXMLExtension:"},
+      {u"csv", {}, false, 10, "isSheetExtension:"},
+      {u"vcf", {}, false, 11, "isFormExtension:"},
+      {{}, u"'wpd4'", false, 12, "isWordPerfectExtension:type:"},
+      {u"txt", u"'ttro'", false, 13, "isRTFExtension:type:"},
+      {u"docx", {}, false, 13, "isAttributedExtension:type:"},
+      {u"clipping", {}, false, 14, "isTextClippingExtension:type:"},
+      {u"TXT", {}, false, 15, "isTextExtension:type:"},
+      {u"applescript", {}, false, 15, "isTextExtension:type:"},
+      {u"applescript", {}, true, 17, "isAppleScriptExtension:type:"},
+      {u"txt", {}, true, 0, ""},
+      {u"chat", {}, false, 16, "isChatExtension:type:"},
+      {u"CHAT", {}, false, 0, ""},
+      {u"zip", u"'TEXT'", false, 0, ""},
+      {{}, {}, false, 0, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(toUtf8(row.extension.value_or(u"-")) + " " + toUtf8(row.type.value_or(u"-")));
+    int packageQuestions = 0;
+    FileClassification found = classifyFile(row.extension, row.type, [&] {
+      ++packageQuestions;
+      return row.package;
+    });
+    EXPECT_EQ(static_cast<int>(found.fileClass), row.step) << fileClassName(found.fileClass);
+    EXPECT_EQ(found.step, row.step);
+    EXPECT_EQ(found.test, row.test);
+    // Only a text extension costs a look at the file system.
+    bool textAnswered = isTextExtension(row.extension, row.type);
+    EXPECT_EQ(packageQuestions, (found.step == 0 || found.step >= 15) && textAnswered ? 1 : 0);
+    EXPECT_EQ(found.packageSkipped, row.package && textAnswered);
+  }
+}
+
+// Every class takes a route, and a route a reader serves is named for log lines.
+TEST(RouteTable, ClassesTakeTheirRoutes) {
+  const std::pair<FileClass, Route> rows[] = {
+      {FileClass::None, Route::Undecided},       {FileClass::Email, Route::Importer},
+      {FileClass::Image, Route::Importer},       {FileClass::Chat, Route::Importer},
+      {FileClass::AppleScript, Route::Importer}, {FileClass::Sheet, Route::PlainText},
+      {FileClass::Form, Route::AddressCard},     {FileClass::PDF, Route::PDF},
+  };
+  for (const auto& [fileClass, route] : rows) {
+    EXPECT_EQ(fileClassInfo(fileClass).route, route) << fileClassName(fileClass);
+  }
+  EXPECT_EQ(routeInfo(Route::AttributedDocument).name, "attributed document");
+  EXPECT_FALSE(routeInfo(Route::HTML).hasReader);
+  EXPECT_TRUE(routeInfo(Route::Importer).hasReader);
+}
+
+}  // namespace
+}  // namespace ulvek
