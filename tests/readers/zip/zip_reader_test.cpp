@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/temporary_items.h"
+#include "readers/zip/zip_archive.h"
+#include "test_support.h"
+#include "zip_test_files.h"
+
+namespace ulvek {
+namespace {
+
+using testing::CapturedLog;
+using testing::TemporaryFolder;
+using testing::ZipEntry;
+namespace fs = std::filesystem;
+
+std::string text(const std::optional<Data>& data) {
+  return data ? std::string(data->begin(), data->end()) : "(nothing)";
+}
+
+TEST(ZipArchive, FindsMembersWithoutRegardToASCIICase) {
+  TemporaryFolder folder;
+  std::string path = folder.path() / "a.zip";
+  ASSERT_TRUE(testing::writeZip(path, {{"META-INF/container.xml", "<container/>"},
+                                       {"empty", ""},
+                                       {"First.txt", "first"},
+                                       {"FIRST.TXT", "second"},
+                                       {"\xC3\x84.txt", "umlaut", false, true},
+                                       {std::string(256, 'n'), "long"}}));
+  auto archive = ZipArchive::initWithZipFile(path);
+  ASSERT_TRUE(archive);
+  struct Row {
+    std::string wanted;
+    std::string expected;
+  };
+  const Row rows[] = {
+      {"META-INF/Container.XML", "<container/>"},
+      {"empty", ""},
+      {"first.txt", "first"},  // the first match in the central directory wins
+      {"FIRST.TXT", "first"},
+      {"\xC3\x84.txt", "umlaut"},
+      {"\xC3\xA4.txt", "(nothing)"},  // only ASCII letters fold
+      {std::string(256, 'n'), "(nothing)"},
+      {"missing", "(nothing)"},
+  };
+  for (const Row& row : rows) {
+    CapturedLog log;
+    EXPECT_EQ(text(archive->dataForNamedFile(row.wanted)), row.expected) << row.wanted;
+    if (row.expected == "(nothing)") {
+      EXPECT_EQ(log.lines(),
+                std::vector<std::string>{"Unable to locate " + row.wanted + " in " + path});
+    }
+  }
+  EXPECT_EQ(archive->members().size(), 6u);
+  EXPECT_FALSE(archive->openZipFile(path));
+  EXPECT_TRUE(archive->closeZipFile());
+  EXPECT_FALSE(archive->closeZipFile());
+  EXPECT_TRUE(archive->openZipFile(path));
+  EXPECT_TRUE(archive->testForNamedFile("empty"));
+}
+
+TEST(ZipArchive, RefusesWhatIsNoArchive) {
+  TemporaryFolder folder;
+  const std::pair<std::string, std::string> rows[] = {
+      {"empty.zip", ""}, {"text.zip", "not a zip"}, {"header.zip", "PK\x03\x04truncated"}};
+  for (const auto& [name, bytes] : rows) {
+    EXPECT_FALSE(ZipArchive::initWithZipFile(folder.write(name, bytes))) << name;
+  }
+  EXPECT_FALSE(ZipArchive::initWithZipFile((folder.path() / "missing.zip").string()));
+  EXPECT_FALSE(ZipArchive::initWithZipFile(folder.path().string()));
+}
+
+TEST(ZipArchive, MembersThatInflateTooFarAreNotRead) {
+  TemporaryFolder folder;
+  std::string path = folder.path() / "bomb.zip";
+  ASSERT_TRUE(testing::writeZip(path, {{"zeros", std::string(3 << 20, '\0')}, {"ok", "fine"}}));
+  auto archive = ZipArchive::initWithZipFile(path);
+  ASSERT_TRUE(archive);
+  CapturedLog log;
+  EXPECT_EQ(text(archive->dataForNamedFile("zeros")), "(nothing)");
+  EXPECT_TRUE(log.contains("Skipped: zeros in "));
+  EXPECT_EQ(text(archive->dataForNamedFile("zeros", {8 << 20, ~0ull})), std::string(3 << 20, '\0'));
+  EXPECT_EQ(text(archive->dataForNamedFile("ok", {2})), "(nothing)");
+}
+
+TEST(ZipArchive, ReadsArchivesInMemory) {
+  TemporaryFolder folder;
+  std::string path = folder.path() / "m.zip";
+  ASSERT_TRUE(testing::writeZip(path, {{"word/document.xml", "<w/>"}}));
+  std::string bytes = testing::readFile(path);
+  auto archive = ZipArchive::initWithData(
+      Bytes(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), "data");
+  ASSERT_TRUE(archive);
+  EXPECT_EQ(text(archive->dataForNamedFile("word/document.xml")), "<w/>");
+}
+
+TEST(ZipArchive, MemberNames) {
+  const std::pair<std::string_view, bool> rows[] = {
+      {"a/b.txt", true}, {"a/../b", false},      {"..", false},
+      {"../x", false},   {"/etc/passwd", false}, {"a\\..\\b", false},
+      {"C:x", false},    {"a..b/c..", true},     {"", false},
+  };
+  for (const auto& [name, safe] : rows) EXPECT_EQ(isSafeMemberName(name), safe) << name;
+}
+
+TEST(ZipArchive, UnpacksSafelyOrNotAtAll) {
+  struct Row {
+    std::string name;
+    std::vector<ZipEntry> entries;
+    bool unpacks;
+  };
+  const Row rows[] = {
+      {"ordinary", {{"text.md", "# T"}, {"assets/", ""}, {"assets/a.png", "png"}}, true},
+      {"climbs out", {{"ok.txt", "x"}, {"../../escape.txt", "x"}}, false},
+      {"absolute", {{"/tmp/ulvekbot-absolute-test", "x"}}, false},
+      {"link", {{"link", "/etc/passwd", true}}, false},
+      {"bomb", {{"zeros", std::string(4 << 20, '\0')}}, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    TemporaryFolder folder;
+    std::string path = folder.path() / "a.zip";
+    ASSERT_TRUE(testing::writeZip(path, row.entries));
+    auto archive = ZipArchive::initWithZipFile(path);
+    ASSERT_TRUE(archive);
+    fs::create_directory(folder.path() / "out");
+    CapturedLog log;
+    Status unpacked = unpackZipArchive(*archive, (folder.path() / "out").string());
+    EXPECT_EQ(unpacked.ok(), row.unpacks);
+    if (!row.unpacks) {
+      EXPECT_TRUE(fs::is_empty(folder.path() / "out"));
+      EXPECT_TRUE(log.contains("Unsafe archive: " + path));
+    }
+  }
+  EXPECT_FALSE(fs::exists("/tmp/ulvekbot-absolute-test"));
+  TemporaryFolder folder;
+  std::string path = folder.path() / "a.zip";
+  ASSERT_TRUE(testing::writeZip(path, rows[0].entries));
+  auto archive = ZipArchive::initWithZipFile(path);
+  fs::create_directory(folder.path() / "out");
+  ASSERT_TRUE(unpackZipArchive(*archive, (folder.path() / "out").string()).ok());
+  EXPECT_EQ(testing::readFile(folder.path() / "out/assets/a.png"), "png");
+}
+
+TEST(TemporaryDirectory, LivesBelowTheCacheAndIsRemoved) {
+  TemporaryFolder cache;
+  setenv("XDG_CACHE_HOME", cache.path().c_str(), 1);
+  std::string made;
+  {
+    Result<TemporaryDirectory> directory = TemporaryDirectory::create("test");
+    ASSERT_TRUE(directory.ok());
+    made = directory->path();
+    EXPECT_TRUE(made.starts_with(cache.path().string() + "/TemporaryItems/ulvekbot/test."));
+    std::filesystem::create_directory_symlink("/etc", made + "/link");
+    std::ofstream(made + "/file") << "x";
+  }
+  EXPECT_FALSE(fs::exists(made));
+  EXPECT_TRUE(fs::exists("/etc/hostname") || fs::exists("/etc/passwd"));
+  unsetenv("XDG_CACHE_HOME");
+}
+
+}  // namespace
+}  // namespace ulvek
