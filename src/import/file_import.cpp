@@ -135,7 +135,10 @@ class FileImport {
   // The file's address replaces the stored one, even when the file yields none.
   std::optional<Route> readInternetLocation() {
     std::optional<TextString> name;
-    address_ = resolveInternetLocation(path_, &name);
+    std::optional<TextString> address = resolveInternetLocation(path_, &name);
+    // A desktop entry that is no link (an application launcher) is read as the text it is.
+    if (!address && plan_.extension == u"desktop") return Route::Undecided;
+    address_ = std::move(address);
     if (name && !name->empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(*name));
     return std::nullopt;
   }

@@ -14,8 +14,8 @@ using Table = std::span<const TextView>;
 
 // Extension tables keep their entries as written; comparison folds both sides.
 constexpr TextView kInternetLocationExtensions[] = {
-    u"webloc",  u"mailloc", u"ftploc", u"inetloc",    u"newsloc",
-    u"fileloc", u"vncloc",  u"url",    u"webhistory", u"webbookmark"};
+    u"webloc", u"mailloc", u"ftploc",     u"inetloc",     u"newsloc", u"fileloc",
+    u"vncloc", u"url",     u"webhistory", u"webbookmark", u"desktop"};
 constexpr std::uint32_t kInternetLocationTypes[] = {
     fourCharCode("LINK"), fourCharCode("ilaf"), fourCharCode("ilat"), fourCharCode("ilfi"),
     fourCharCode("ilft"), fourCharCode("ilge"), fourCharCode("ilht"), fourCharCode("ilma"),

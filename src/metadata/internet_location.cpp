@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::u16string_view kShortcutExtension = u"url";
 constexpr std::u16string_view kShortcutType = u"'LINK'";
+constexpr std::u16string_view kDesktopExtension = u"desktop";
 constexpr std::u16string_view kURLKey = u"URL=";
 
 // Nobody keeps one address in more than this; larger files are not read.
@@ -81,6 +82,39 @@ std::optional<std::optional<TextString>> propertyListAddress(const std::string& 
   return std::optional<TextString>(*url->string());
 }
 
+// A desktop entry of Type=Link, as Linux desktops save links: "URL" and "Name" of its
+// [Desktop Entry] group (translated names and other groups are not read).
+std::optional<TextString> desktopLinkAddress(const std::string& path,
+                                             std::optional<TextString>* name) {
+  std::optional<std::string> bytes = readSmallFile(path);
+  if (!bytes) return std::nullopt;
+  TextString text;
+  if (!fromUtf8Strict(*bytes, text)) return std::nullopt;
+  bool inEntry = false;
+  bool isLink = false;
+  std::optional<TextString> url, title;
+  for (const TextString& line : lines(text)) {
+    TextString trimmed = stringByTrimmingWhiteSpaces(line);
+    if (trimmed.empty() || trimmed.front() == u'#') continue;
+    if (trimmed.front() == u'[') {
+      inEntry = trimmed == u"[Desktop Entry]";
+      continue;
+    }
+    std::size_t equals = trimmed.find(u'=');
+    if (!inEntry || equals == TextString::npos) continue;
+    TextString key = stringByTrimmingWhiteSpaces(TextView(trimmed).substr(0, equals));
+    TextString value = stringByTrimmingWhiteSpaces(TextView(trimmed).substr(equals + 1));
+    if (key == u"Type") isLink = value == u"Link";
+    if (key == u"URL" && !url)
+      url = std::move(value);
+    else if (key == u"Name" && !title)
+      title = std::move(value);
+  }
+  if (!isLink || !url || url->empty()) return std::nullopt;
+  if (name) *name = std::move(title);
+  return url;
+}
+
 // Old location files keep the address in a 'url ' resource, else in a 'TEXT' one.
 std::optional<TextString> resourceForkAddress(const std::string& path) {
   char resolved[PATH_MAX];
@@ -108,6 +142,7 @@ std::optional<TextString> resolveInternetLocation(const std::string& path,
   if (!isInternetLocationExtension(TextView(extension), type ? OptionalText(*type) : std::nullopt))
     return std::nullopt;
 
+  if (equalsIgnoringASCIICase(extension, kDesktopExtension)) return desktopLinkAddress(path, name);
   bool hasShortcutExtension = equalsIgnoringASCIICase(extension, kShortcutExtension);
   if (hasShortcutExtension || type == kShortcutType) {
     return shortcutAddress(path, hasShortcutExtension);

@@ -45,6 +45,10 @@ inline constexpr std::string_view OpenMetaUserTagsShort = "org.openmetainfo:kOMU
 inline constexpr std::string_view OMUserTagTime = "com.apple.metadata:kMDItemOMUserTagTime";
 inline constexpr std::string_view OpenMetaUserTagTime = "org.openmetainfo.time:kMDItemOMUserTags";
 inline constexpr std::string_view OpenMetaUserTagTimeShort = "org.openmetainfo.time:kOMUserTags";
+// What Linux programs write: browsers, wget and curl the origin, KDE the comment and tags.
+inline constexpr std::string_view XdgOriginURL = "xdg.origin.url";
+inline constexpr std::string_view XdgComment = "xdg.comment";
+inline constexpr std::string_view XdgTags = "xdg.tags";
 }  // namespace MetaDataKey
 
 // Keys of this many UTF-16 units or more are refused by set and remove.
