@@ -295,26 +295,6 @@ bool exactlyIn(OptionalText text, Table table) {
   return false;
 }
 
-bool equalsNoCase(TextView text, TextView other) {
-  if (text.size() != other.size()) return false;
-  ConversionTable lower = lowerCharsTable();
-  for (std::size_t i = 0; i < text.size(); ++i)
-    if (lower[text[i]] != lower[other[i]]) return false;
-  return true;
-}
-
-bool hasSuffixNoCase(TextView text, TextView suffix) {
-  return text.size() >= suffix.size() &&
-         equalsNoCase(text.substr(text.size() - suffix.size()), suffix);
-}
-
-bool containsNoCase(TextView text, TextView part) {
-  if (part.size() > text.size()) return false;
-  for (std::size_t at = 0; at + part.size() <= text.size(); ++at)
-    if (equalsNoCase(text.substr(at, part.size()), part)) return true;
-  return false;
-}
-
 }  // namespace
 
 TextString pathExtension(std::string_view path) {
@@ -398,7 +378,7 @@ bool isFormExtension(OptionalText extension) { return extensionIn(extension, kFo
 
 bool isWordPerfectExtension(OptionalText extension, OptionalText type) {
   if (extensionIn(extension, kWordPerfectExtensions)) return true;
-  return type && equalsNoCase(*type, kWordPerfectTypes[0]);
+  return type && isLowerEqualToStringNoCase(*type, kWordPerfectTypes[0]);
 }
 
 bool isRTFExtension(OptionalText extension, OptionalText type) {

@@ -11,6 +11,7 @@
 #include "platform/file_bytes.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
+#include "text/character_tables.h"
 #include "text/string_utilities.h"
 
 namespace ulvek {
@@ -24,16 +25,6 @@ constexpr std::u16string_view kURLKey = u"URL=";
 
 // Nobody keeps one address in more than this; larger files are not read.
 constexpr std::uintmax_t kMaxLocationFileSize = 16 * 1024 * 1024;
-
-char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + (u'a' - u'A') : c; }
-
-bool equalsIgnoringASCIICase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (asciiLower(a[i]) != asciiLower(b[i])) return false;
-  }
-  return true;
-}
 
 std::optional<std::string> readSmallFile(const std::string& path) {
   std::optional<FileBytes> bytes = FileBytes::read(path, kMaxLocationFileSize).take();
@@ -53,7 +44,7 @@ std::optional<TextString> shortcutAddress(const std::string& path, bool hasShort
   for (const TextString& line : textLines) {
     TextView view = line;
     if (view.size() >= kURLKey.size() &&
-        equalsIgnoringASCIICase(view.substr(0, kURLKey.size()), kURLKey)) {
+        isAsciiEqualToStringNoCase(view.substr(0, kURLKey.size()), kURLKey)) {
       return stringByTrimmingWhiteSpaces(view.substr(kURLKey.size()));
     }
   }
@@ -142,8 +133,9 @@ std::optional<TextString> resolveInternetLocation(const std::string& path,
   if (!isInternetLocationExtension(TextView(extension), type ? OptionalText(*type) : std::nullopt))
     return std::nullopt;
 
-  if (equalsIgnoringASCIICase(extension, kDesktopExtension)) return desktopLinkAddress(path, name);
-  bool hasShortcutExtension = equalsIgnoringASCIICase(extension, kShortcutExtension);
+  if (isAsciiEqualToStringNoCase(extension, kDesktopExtension))
+    return desktopLinkAddress(path, name);
+  bool hasShortcutExtension = isAsciiEqualToStringNoCase(extension, kShortcutExtension);
   if (hasShortcutExtension || type == kShortcutType) {
     return shortcutAddress(path, hasShortcutExtension);
   }
