@@ -71,7 +71,9 @@ TEST(MediaImporter, BrokenFilesAnswerLittle) {
       {"empty.mp3", ""},
       {"text.flac", "not audio"},
       // An ID3v2 header that claims a 256 MB tag.
-      {"huge-id3.mp3", std::string("ID3\x04\x00\x00\x7F\x7F\x7F\x7F" "TIT2", 14)},
+      {"huge-id3.mp3", std::string("ID3\x04\x00\x00\x7F\x7F\x7F\x7F"
+                                   "TIT2",
+                                   14)},
       {"truncated.ogg", "OggS\0\x02"},
   };
   for (const auto& [name, bytes] : rows) {
