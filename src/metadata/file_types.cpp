@@ -186,14 +186,13 @@ static_assert(std::size(kPlainTextExtensions) == 120);
 
 // What the image importer reads (extensions and the type codes old files carry), followed by the
 // eight entries that always count as images here.
+// What the image importer reads (the formats Exiv2 reads), with the fixed entries.
 constexpr TextView kImageFileTypes[] = {
-    u"png",    u"jpg",    u"jpeg",   u"gif",    u"tif",    u"tiff",   u"bmp",    u"dib",
-    u"ico",    u"icns",   u"cur",    u"heic",   u"heif",   u"avif",   u"webp",   u"psd",
-    u"pict",   u"pct",    u"pic",    u"tga",    u"jp2",    u"jpx",    u"j2k",    u"jpf",
-    u"pbm",    u"pgm",    u"ppm",    u"pnm",    u"xbm",    u"exr",    u"dng",    u"'PNGf'",
-    u"'JPEG'", u"'GIFf'", u"'TIFF'", u"'BMP '", u"'BMPf'", u"'ICO '", u"'icns'", u"'8BPS'",
-    u"'PICT'", u"'TPIC'", u"'jp2 '", u"jpe",    u"JPE",    u"ps",     u"PS",     u"eps",
-    u"EPS",    u"ai",     u"AI"};
+    u"jpg",    u"jpeg", u"png",    u"gif",    u"tif",    u"tiff",   u"bmp",    u"webp",   u"heic",
+    u"heif",   u"avif", u"psd",    u"tga",    u"jp2",    u"pgf",    u"dng",    u"cr2",    u"cr3",
+    u"crw",    u"nef",  u"orf",    u"rw2",    u"raf",    u"arw",    u"sr2",    u"srw",    u"pef",
+    u"mrw",    u"exv",  u"'PNGf'", u"'JPEG'", u"'GIFf'", u"'TIFF'", u"'BMP '", u"'BMPf'", u"'8BPS'",
+    u"'jp2 '", u"jpe",  u"JPE",    u"ps",     u"PS",     u"eps",    u"EPS",    u"ai",     u"AI"};
 
 // What the attributed-string readers open.
 constexpr TextView kAttributedFileTypes[] = {u"rtf",    u"rtfd", u"doc", u"dot", u"docx", u"dotx",
