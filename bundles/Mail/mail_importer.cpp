@@ -29,6 +29,8 @@ using Owned = std::unique_ptr<T, GObjectDeleter<T>>;
 
 // Nobody writes mail nested deeper; hostile messages nest thousands of levels.
 constexpr int kMaxDepth = 64;
+// Enough of an attached text file to find it by.
+constexpr std::size_t kMaxAttachmentText = 1024 * 1024;
 
 struct People {
   std::vector<std::string> names;
@@ -107,6 +109,13 @@ void walk(GMimeObject* root, Body& body) {
     GMimePart* part = GMIME_PART(object);
     if (isAttachment(object)) {
       if (const char* name = g_mime_part_get_filename(part)) body.attachments.push_back(name);
+      // A plain-text attachment's own text follows its name.
+      GMimeContentType* type = g_mime_object_get_content_type(object);
+      if (GMIME_IS_TEXT_PART(object) && g_mime_content_type_is_type(type, "text", "plain")) {
+        std::string text = textOf(GMIME_TEXT_PART(object));
+        if (text.size() > kMaxAttachmentText) text.resize(kMaxAttachmentText);
+        body.attachments.push_back(std::move(text));
+      }
       continue;
     }
     if (GMIME_IS_TEXT_PART(object)) {

@@ -81,14 +81,16 @@ TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
       "Content-Type: multipart/alternative; boundary=c\r\n\r\n--c\r\n"
       "Content-Type: text/html; charset=iso-8859-1\r\n\r\n<p>Hall\xF6 <b>Welt</b></p>\r\n--c--\r\n"
       "--b\r\nContent-Type: application/pdf\r\nContent-Disposition: attachment; "
-      "filename=\"report.pdf\"\r\n\r\nJVBERi0=\r\n--b--\r\n");
+      "filename=\"report.pdf\"\r\n\r\nJVBERi0=\r\n--b\r\nContent-Type: text/plain\r\n"
+      "Content-Disposition: attachment; filename=notes.txt\r\n\r\nattached words\r\n--b--\r\n");
   BundleAttributes values = bundle.import(html);
   EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), "Grüße");
   EXPECT_EQ(testing::stringOf(values, "kMDItemAuthors"), "Ann");
   EXPECT_EQ(testing::stringOf(values, "kMDItemRecipientEmailAddresses"),
             "bob@example.org|c@example.org");
   EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), 1622534400.0);
-  EXPECT_EQ(words(testing::stringOf(values, "kMDItemTextContent")), "Hallö Welt report.pdf");
+  EXPECT_EQ(words(testing::stringOf(values, "kMDItemTextContent")),
+            "Hallö Welt report.pdf notes.txt attached words");
 }
 
 TEST(MailImporter, HostileMessagesAnswerLittle) {
