@@ -28,6 +28,12 @@ std::string words(const std::string& text) {
   return squeezed;
 }
 
+// A string member of the expected answer; empty when absent or of another kind.
+std::string member(const nlohmann::json& object, const char* key) {
+  auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
 TEST(MailImporter, CorpusMessages) {
   Bundle bundle("Mail", "UlvekMailImporterFactory");
   int subjects = 0, bodies = 0, senders = 0;
@@ -41,10 +47,9 @@ TEST(MailImporter, CorpusMessages) {
       BundleAttributes values = bundle.import(entry.path().string());
       if (name.starts_with("damaged-") || !expect.contains("expected")) continue;
       const auto& expected = expect["expected"];
-      if (expected.value("subject", nlohmann::json()).is_string() &&
-          name.find("bad_encoded") == std::string::npos) {
-        EXPECT_EQ(words(testing::stringOf(values, "kMDItemTitle")),
-                  words(expected["subject"].get<std::string>()));
+      if (std::string subject = member(expected, "subject");
+          !subject.empty() && name.find("bad_encoded") == std::string::npos) {
+        EXPECT_EQ(words(testing::stringOf(values, "kMDItemTitle")), words(subject));
         ++subjects;
       }
       if (expected.contains("from_addresses") && expected["from_addresses"].is_array() &&
@@ -53,9 +58,9 @@ TEST(MailImporter, CorpusMessages) {
                         .starts_with(expected["from_addresses"][0].get<std::string>()));
         ++senders;
       }
-      if (expected["body_from"] == "text/plain" && expected["body_text"].is_string()) {
+      if (member(expected, "body_from") == "text/plain" && !member(expected, "body_text").empty()) {
         // The first line: Python reads some undecodable parts as raw text where we skip them.
-        std::string raw = expected["body_text"].get<std::string>();
+        std::string raw = member(expected, "body_text");
         std::size_t firstLine = raw.find_first_not_of("\r\n ");
         firstLine = firstLine == std::string::npos ? 0 : firstLine;
         std::string body = words(raw.substr(firstLine, raw.find('\n', firstLine) - firstLine));
