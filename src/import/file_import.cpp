@@ -72,7 +72,7 @@ class FileImport {
  private:
   void prepare() {
     plan_ = planImport(path_);
-    attributes_ = OVMetaDataStore::metaDataDictionaryAtPath(path_, false);
+    attributes_ = OVMetaDataStore::metaDataDictionaryAtPath(path_, false).value;
     std::optional<TextString> title = getItemTitleForFile(storedAttributes(), path_);
     address_ = getWhereFrom(storedAttributes());
     if (!title) title = lastPathComponent(path_);
