@@ -87,25 +87,39 @@ struct Kind {
 
 int main() {
   const Kind kinds[] = {
-      {"images", {"jpeg", "png", "tiff", "heic"}, "exiftool",
+      {"images",
+       {"jpeg", "png", "tiff", "heic"},
+       "exiftool",
        [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }},
-      {"audio", {"mp3", "flac", "ogg", "m4a"}, "exiftool",
+      {"audio",
+       {"mp3", "flac", "ogg", "m4a"},
+       "exiftool",
        [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }},
-      {"mail", {"eml", "emlx"}, "python3 email",
+      {"mail",
+       {"eml", "emlx"},
+       "python3 email",
        [](const std::vector<std::string>& paths) {
          return "/usr/bin/python3 -c " + shellQuoted(kPythonMail) + joined(paths);
        }},
-      {"pages", {"pages"}, "pages2text",
+      {"pages",
+       {"pages"},
+       "pages2text",
        [](const std::vector<std::string>& paths) { return eachFile(paths, "pages2text"); }},
-      {"keynote", {"key"}, "key2text",
+      {"keynote",
+       {"key"},
+       "key2text",
        [](const std::vector<std::string>& paths) { return eachFile(paths, "key2text"); }},
-      {"numbers", {"numbers"}, "numbers2text",
+      {"numbers",
+       {"numbers"},
+       "numbers2text",
        [](const std::vector<std::string>& paths) { return eachFile(paths, "numbers2text"); }},
-      {"classic Mac", {"mac-legacy"}, "mwaw2text",
+      {"classic Mac",
+       {"mac-legacy"},
+       "mwaw2text",
        [](const std::vector<std::string>& paths) { return eachFile(paths, "mwaw2text"); }},
   };
-  std::printf("%-12s %6s %12s %-14s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer",
-              "peer ms", "ratio");
+  std::printf("%-12s %6s %12s %-14s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer", "peer ms",
+              "ratio");
   for (const Kind& kind : kinds) {
     std::vector<std::string> paths = files(kind.folders);
     if (paths.empty()) continue;

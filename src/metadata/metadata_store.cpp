@@ -85,7 +85,8 @@ Result<std::optional<std::set<std::string>>> OVMetaDataStore::metaDataKeysAtPath
 
 Partial<std::optional<PropertyDictionary>> OVMetaDataStore::metaDataDictionaryAtPath(
     const std::string& path, bool traverseLink) {
-  std::optional<std::set<std::string>> names = metaDataKeysAtPath(path, traverseLink).take().value_or(std::nullopt);
+  std::optional<std::set<std::string>> names =
+      metaDataKeysAtPath(path, traverseLink).take().value_or(std::nullopt);
   if (!names) return {};
   PropertyDictionary dictionary;
   std::vector<Error> failures;
@@ -182,7 +183,8 @@ std::optional<Date> OVMetaDataStore::getUserTagsDate(const std::string& path) {
       MetaDataKey::OMUserTagTime, MetaDataKey::OpenMetaUserTagTime,
       MetaDataKey::OpenMetaUserTagTimeShort};
   for (std::string_view key : kDateKeys) {
-    std::optional<PropertyValue> value = objectForKey(key, path, false).take().value_or(std::nullopt);
+    std::optional<PropertyValue> value =
+        objectForKey(key, path, false).take().value_or(std::nullopt);
     if (!value) continue;
     if (const Date* date = value->date()) return *date;
     logLine("Invalid date: " + std::string(value->className()));

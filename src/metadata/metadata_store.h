@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/status.h"
 #include "base/property_value.h"
+#include "base/status.h"
 #include "base/text_string.h"
 
 namespace ulvek {
@@ -75,16 +75,16 @@ class OVMetaDataStore {
   static Partial<std::optional<PropertyDictionary>> metaDataDictionaryAtPath(
       const std::string& path, bool traverseLink);
   // Writes every entry, continuing after failures (error 202).
-  static Status setMetaDataDictionary(const PropertyDictionary& dictionary,
-                                      const std::string& path, bool traverseLink);
+  static Status setMetaDataDictionary(const PropertyDictionary& dictionary, const std::string& path,
+                                      bool traverseLink);
 
   // One value: property lists decoded, other bytes as Data; an empty attribute is nothing.
   static Result<std::optional<PropertyValue>> objectForKey(std::string_view key,
                                                            const std::string& path,
                                                            bool traverseLink);
   // Data is stored byte for byte, everything else as a binary property list.
-  static Status setObject(const PropertyValue& value, std::string_view key,
-                          const std::string& path, bool traverseLink);
+  static Status setObject(const PropertyValue& value, std::string_view key, const std::string& path,
+                          bool traverseLink);
   static Status removeObjectForKey(std::string_view key, const std::string& path,
                                    bool traverseLink);
 
@@ -100,8 +100,7 @@ class OVMetaDataStore {
   // The date of the last tag change in the open convention; logs "Invalid date: %@".
   static std::optional<Date> getUserTagsDate(const std::string& path);
   // true writes "yes", false removes the flag.
-  static Status setIsEditableNote(bool isEditableNote, const std::string& path,
-                                  bool traverseLink);
+  static Status setIsEditableNote(bool isEditableNote, const std::string& path, bool traverseLink);
   // A non-empty address is written as one string; an empty one removes the attribute.
   static Status setWhereFrom(TextView whereFrom, const std::string& path, bool traverseLink);
   // The stored comment value, of whatever kind it is.

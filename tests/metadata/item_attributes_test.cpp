@@ -20,7 +20,8 @@ PropertyDictionary throughFile(const TemporaryFolder& folder, const Stored& valu
   std::string file = folder.write("item-" + std::to_string(++count), "");
   for (const auto& [key, value] : values)
     EXPECT_TRUE(OVMetaDataStore::setObject(value, key, file, false)) << key;
-  return OVMetaDataStore::metaDataDictionaryAtPath(file, false).value.value_or(PropertyDictionary());
+  return OVMetaDataStore::metaDataDictionaryAtPath(file, false)
+      .value.value_or(PropertyDictionary());
 }
 
 // What Linux programs write stands in where the Mac attributes are absent; tags add up.

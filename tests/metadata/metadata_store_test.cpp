@@ -135,7 +135,8 @@ TEST(MetaDataStore, ErrorsCarryTheirCodesAndMessages) {
   Status missing =
       OVMetaDataStore::setMetaDataDictionary({{"a", u"1"}, {"b", u"2"}}, file + ".missing", false);
   ASSERT_FALSE(missing.ok());
-  EXPECT_EQ(missing.error().failureReason(), "No such file or directory, No such file or directory");
+  EXPECT_EQ(missing.error().failureReason(),
+            "No such file or directory, No such file or directory");
 }
 
 TEST(MetaDataStore, ListingAndDictionaryOfMissingBareAndOddItems) {
@@ -169,7 +170,8 @@ TEST(MetaDataStore, ListingAndDictionaryOfMissingBareAndOddItems) {
        PropertyDictionary{{"fine", bytesOf("y")}}},
   };
   for (const Row& row : rows) {
-    Result<std::optional<Keys>> keys = OVMetaDataStore::metaDataKeysAtPath(row.path, row.traverseLink);
+    Result<std::optional<Keys>> keys =
+        OVMetaDataStore::metaDataKeysAtPath(row.path, row.traverseLink);
     EXPECT_EQ(keys.ok() ? keys.value() : std::nullopt, row.keys) << row.name;
     EXPECT_EQ(describe(keys),
               row.listFails ? "POSIX 2 No such file or directory | " + row.path + " | -" : "none")
@@ -194,7 +196,8 @@ TEST(MetaDataStore, UnreadableValuesGiveError201) {
                                file + " | Permission denied, Permission denied";
   auto check = [&] {
     if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) std::_Exit(3);
-    Partial<std::optional<PropertyDictionary>> read = OVMetaDataStore::metaDataDictionaryAtPath(file, false);
+    Partial<std::optional<PropertyDictionary>> read =
+        OVMetaDataStore::metaDataDictionaryAtPath(file, false);
     std::fprintf(stderr, "%s\n", describe(read.status).c_str());
     std::_Exit(read.value.has_value() || describe(read.status) != expected ? 1 : 0);
   };
@@ -213,7 +216,8 @@ TEST(MetaDataStore, SymbolicLinksAndTypedShortcuts) {
   EXPECT_EQ(describe(OVMetaDataStore::finderCommentAtPath(link, false)),
             "POSIX 61 No data available | " + link + " | -");
   EXPECT_EQ(valueOf(OVMetaDataStore::finderCommentAtPath(link, true)), PropertyValue(u"on target"));
-  Partial<std::optional<PropertyDictionary>> onLink = OVMetaDataStore::metaDataDictionaryAtPath(link, false);
+  Partial<std::optional<PropertyDictionary>> onLink =
+      OVMetaDataStore::metaDataDictionaryAtPath(link, false);
   EXPECT_FALSE(onLink.value);
   EXPECT_TRUE(onLink.status.ok());
   EXPECT_EQ(OVMetaDataStore::metaDataDictionaryAtPath(link, true).value->size(), 2u);
