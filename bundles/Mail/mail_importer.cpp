@@ -172,8 +172,8 @@ std::string firstSubject(GMimeMessage* message) {
 }
 
 std::string htmlToText(const std::string& html) {
-  ulvek::TextString text = ulvek::stringByConvertingHtml2PlainTextNonUmlauted(
-      ulvek::fromUtf8(html), false, false, true, true);
+  ulvek::TextString text =
+      ulvek::stringByConvertingHtml2PlainText(ulvek::fromUtf8(html), ulvek::kImportHtmlOptions);
   return ulvek::toUtf8(text);
 }
 

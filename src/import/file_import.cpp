@@ -229,7 +229,7 @@ class FileImport {
     MIMETypeHelper::copyHTMLMetaAttributes(&meta, result_);
     TextString title = normalizedHtmlTitle(*source);
     if (!title.empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(std::move(title)));
-    return stringByConvertingHtml2PlainTextNonUmlauted(*source, false, false, true, true);
+    return stringByConvertingHtml2PlainText(*source, kImportHtmlOptions);
   }
 
   std::optional<TextString> readPropertyList() {
