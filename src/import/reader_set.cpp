@@ -1,5 +1,7 @@
 #include "import/reader_set.h"
 
+#include "importers/importer_host.h"
+
 namespace ulvek {
 
 const ReaderSet& ReaderSet::builtin() {
@@ -7,6 +9,8 @@ const ReaderSet& ReaderSet::builtin() {
   // log when a file takes it.
   static const ReaderSet readers = [] {
     ReaderSet set;
+    // PDF files are read by their importer, as other files no reader knows.
+    set.set(Route::Importer, &importerHost()).set(Route::PDF, &importerHost());
     return set;
   }();
   return readers;

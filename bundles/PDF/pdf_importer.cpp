@@ -1,0 +1,178 @@
+// PDF.mdimporter: PDF documents read with poppler, page by page in reading order, with the
+// document information; PostScript, EPS and Illustrator files are first turned into PDF by
+// Ghostscript, run as a child with a time limit into a temporary folder of the service's own.
+
+#include <fcntl.h>
+#include <poppler/cpp/poppler-document.h>
+#include <poppler/cpp/poppler-global.h>
+#include <poppler/cpp/poppler-page.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "importer_plugin.h"
+
+extern char** environ;
+
+namespace {
+
+using ulvek::plugin::Attributes;
+namespace fs = std::filesystem;
+
+// Ghostscript may take this long for one document; a PostScript loop must not hang the worker.
+constexpr std::chrono::seconds kGhostscriptLimit{20};
+
+std::string utf8(const poppler::ustring& text) {
+  poppler::byte_array bytes = text.to_utf8();
+  std::string result(bytes.begin(), bytes.end());
+  while (!result.empty() && result.back() == '\0') result.pop_back();
+  return result;
+}
+
+std::vector<std::string> keywords(const std::string& text) {
+  std::vector<std::string> words;
+  std::string word;
+  for (char c : text + ",") {
+    if (c == ',' || c == ';') {
+      std::size_t first = word.find_first_not_of(" \t"), last = word.find_last_not_of(" \t");
+      if (first != std::string::npos) words.push_back(word.substr(first, last - first + 1));
+      word.clear();
+    } else {
+      word += c;
+    }
+  }
+  return words;
+}
+
+// The service's temporary folder, as the service names it.
+std::string temporaryFolder() {
+  const char* cache = std::getenv("XDG_CACHE_HOME");
+  const char* home = std::getenv("HOME");
+  std::string base = cache && *cache == '/' ? cache : std::string(home ? home : "/tmp") + "/.cache";
+  std::string folder = base + "/TemporaryItems/ulvekbot";
+  std::error_code error;
+  fs::create_directories(folder, error);
+  std::string pattern = folder + "/ps.XXXXXX";
+  if (!::mkdtemp(pattern.data())) return "";
+  return pattern;
+}
+
+// Ghostscript's pdfwrite of `path` into `output`; false on failure or after the time limit.
+bool convertWithGhostscript(const std::string& path, const std::string& output) {
+  std::string outputArgument = "-sOutputFile=" + output;
+  std::vector<std::string> arguments = {"gs",           "-q",        "-dSAFER",
+                                        "-dBATCH",      "-dNOPAUSE", "-sDEVICE=pdfwrite",
+                                        outputArgument, "--",        path};
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  int spawned = posix_spawnp(&pid, "gs", &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) return false;
+  auto deadline = std::chrono::steady_clock::now() + kGhostscriptLimit;
+  int status = 0;
+  while (::waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, &status, 0);
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool isPostScript(const std::string& path) {
+  std::string extension = fs::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return extension == ".ps" || extension == ".eps" || extension == ".ai" || extension == ".epsf";
+}
+
+// A PDF bundle (.pdfd, .lpdf) holds its document inside.
+std::string documentInBundle(const std::string& path) {
+  std::error_code error;
+  if (!fs::is_directory(path, error)) return path;
+  for (const auto& entry : fs::recursive_directory_iterator(path, error)) {
+    std::string extension = entry.path().extension().string();
+    if (extension == ".pdf" || extension == ".PDF") return entry.path().string();
+  }
+  return "";
+}
+
+bool readPDF(Attributes& out, const std::string& path) {
+  std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
+  if (!document) return false;
+  if (document->is_encrypted()) out.string("kMDItemSecurityMethod", "Password Encrypted");
+  // An owner password alone still lets anyone read; a user password keeps the text closed.
+  if (document->is_locked() && !document->unlock("", "")) return true;
+  out.string("kMDItemTitle", utf8(document->get_title()));
+  std::string author = utf8(document->get_author());
+  if (!author.empty()) out.strings("kMDItemAuthors", {author});
+  out.string("kMDItemDescription", utf8(document->get_subject()));
+  out.strings("kMDItemKeywords", keywords(utf8(document->get_keywords())));
+  out.string("kMDItemCreator", utf8(document->get_creator()));
+  out.string("kMDItemProducer", utf8(document->get_producer()));
+  if (time_t created = document->get_creation_date_t(); created > 0)
+    out.date("kMDItemContentCreationDate", double(created));
+  if (time_t modified = document->get_modification_date_t(); modified > 0)
+    out.date("kMDItemContentModificationDate", double(modified));
+  int pages = document->pages();
+  out.integer("kMDItemNumberOfPages", pages);
+  std::string text;
+  for (int index = 0; index < pages; ++index) {
+    std::unique_ptr<poppler::page> page(document->create_page(index));
+    if (!page) continue;
+    if (index == 0) {
+      poppler::rectf box = page->page_rect(poppler::media_box);
+      out.number("kMDItemPageWidth", box.width());
+      out.number("kMDItemPageHeight", box.height());
+    }
+    // Reading order, as pdftotext reads by default; the page ends with a form feed.
+    std::string pageText =
+        utf8(page->text(poppler::rectf(), poppler::page::non_raw_non_physical_layout));
+    while (!pageText.empty() && (pageText.back() == '\f' || pageText.back() == '\n'))
+      pageText.pop_back();
+    if (pageText.empty()) continue;
+    text += pageText;
+    text += '\n';
+  }
+  out.string("kMDItemTextContent", text);
+  return true;
+}
+
+bool importPDF(Attributes& out, const char*, const char* path) {
+  // poppler's complaints about damaged files are not the service's log.
+  poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
+  if (!isPostScript(path)) {
+    std::string document = documentInBundle(path);
+    return !document.empty() && readPDF(out, document);
+  }
+  std::string folder = temporaryFolder();
+  if (folder.empty()) return false;
+  std::string converted = folder + "/converted.pdf";
+  bool read = convertWithGhostscript(path, converted) && readPDF(out, converted);
+  std::error_code error;
+  fs::remove_all(folder, error);
+  return read;
+}
+
+}  // namespace
+
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekPDFImporterFactory, importPDF)

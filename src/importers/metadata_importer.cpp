@@ -1,0 +1,464 @@
+#include "importers/metadata_importer.h"
+
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/log.h"
+#include "base/property_list.h"
+#include "importers/worker_protocol.h"
+#include "metadata/file_types.h"
+#include "platform/content_types.h"
+#include "platform/file_bytes.h"
+#include "platform/user_defaults.h"
+#include "readers/reader.h"
+#include "text/character_tables.h"
+#include "text/encodings.h"
+#include "text/entity_conversion.h"
+#include "text/html_to_text.h"
+#include "text/markup_scanner.h"
+#include "text/string_utilities.h"
+#include "text/text_decoding.h"
+
+#ifndef ULVEK_INSTALL_PREFIX
+#define ULVEK_INSTALL_PREFIX "/usr/local"
+#endif
+
+namespace ulvek {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kChmArchiveDynamic = "dyn.ah62d4rv4ge80g4dr";
+constexpr std::string_view kChmArchive = "com.microsoft.chm-archive";
+constexpr std::string_view kTextContent = "kMDItemTextContent";
+
+std::string lowercase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+const PropertyArray* arrayValue(const PropertyDictionary& dictionary, std::string_view key) {
+  const PropertyValue* value = find(dictionary, key);
+  return value ? value->array() : nullptr;
+}
+
+const PropertyDictionary* dictionaryValue(const PropertyDictionary& dictionary,
+                                          std::string_view key) {
+  const PropertyValue* value = find(dictionary, key);
+  return value ? value->dictionary() : nullptr;
+}
+
+std::optional<std::string> utf8Value(const PropertyDictionary& dictionary, std::string_view key) {
+  const PropertyValue* value = find(dictionary, key);
+  if (!value || !value->string()) return std::nullopt;
+  return toUtf8(*value->string());
+}
+
+bool hasSuffixIgnoringCase(const std::string& path, std::string_view suffix) {
+  return path.size() >= suffix.size() &&
+         lowercase(path.substr(path.size() - suffix.size())) == suffix;
+}
+
+std::chrono::milliseconds defaultTimeLimit() {
+  if (auto value = userDefault("ImporterTimeLimit")) {
+    double seconds = value->real()      ? *value->real()
+                     : value->integer() ? double(*value->integer())
+                                        : 0;
+    if (seconds > 0) return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
+  }
+  return std::chrono::milliseconds(10000);
+}
+
+unsigned long long defaultMemoryLimit() {
+  if (auto value = userDefault("ImporterMemoryLimit")) {
+    if (value->integer() && *value->integer() > 0)
+      return static_cast<unsigned long long>(*value->integer());
+  }
+  return 2048;
+}
+
+// ---- Corrections of importer answers, by the path's suffix ----
+
+// A value that is one angle-bracketed word ("<title>"), alone or as an array's only element.
+bool isPlaceholder(const PropertyValue& value) {
+  const PropertyValue* single = &value;
+  if (const PropertyArray* list = value.array()) {
+    if (list->size() != 1) return false;
+    single = &list->front();
+  }
+  const TextString* text = single->string();
+  if (!text || text->size() < 2 || text->front() != u'<' || text->back() != u'>') return false;
+  return std::none_of(text->begin(), text->end(), [](char16_t c) { return isWhiteOrNewline(c); });
+}
+
+void correct(PropertyDictionary& attributes, const std::string& path) {
+  if (hasSuffixIgnoringCase(path, ".mellel")) {
+    std::erase_if(attributes, [](const auto& entry) { return isPlaceholder(entry.second); });
+  } else if (hasSuffixIgnoringCase(path, ".mht")) {
+    PropertyValue* text = nullptr;
+    if (auto found = attributes.find(kTextContent); found != attributes.end())
+      text = &found->second;
+    if (text && text->string())
+      *text = PropertyValue(
+          stringByConvertingHtml2PlainTextNonUmlauted(*text->string(), false, false, true, true));
+  } else if (hasSuffixIgnoringCase(path, ".scap")) {
+    const PropertyArray* notes = arrayValue(attributes, "com_literatureandlatte_scapple_noteText");
+    if (!find(attributes, kTextContent) && notes) {
+      TextString joined;
+      for (const PropertyValue& note : *notes) {
+        if (!note.string()) return;
+        if (&note != &notes->front()) joined += u'\n';
+        joined += *note.string();
+      }
+      attributes[std::string(kTextContent)] = PropertyValue(std::move(joined));
+    }
+  }
+}
+
+// ---- Direct readers of three package kinds ----
+
+std::optional<Data> inflated(Bytes bytes) {
+  z_stream stream{};
+  // 15 + 32: a zlib or a gzip header, whichever it is.
+  if (inflateInit2(&stream, 15 + 32) != Z_OK) return std::nullopt;
+  Data out;
+  stream.next_in = const_cast<Bytef*>(bytes.data());
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  int status = Z_OK;
+  while (status == Z_OK) {
+    // An outline is text: more than 256 MiB of it is a bomb.
+    if (out.size() > (256u << 20)) break;
+    std::size_t used = out.size();
+    out.resize(used + 65536);
+    stream.next_out = out.data() + used;
+    stream.avail_out = 65536;
+    status = inflate(&stream, Z_NO_FLUSH);
+    out.resize(used + 65536 - stream.avail_out);
+  }
+  inflateEnd(&stream);
+  if (status != Z_STREAM_END) return std::nullopt;
+  return out;
+}
+
+std::optional<TextString> outlineText(const std::string& path) {
+  std::optional<FileBytes> file = FileBytes::read(path + "/contents.xml").take();
+  if (!file) return std::nullopt;
+  Data bytes(file->bytes().begin(), file->bytes().end());
+  if (bytes.size() >= 5 && file->chars().substr(0, 5) != "<?xml") {
+    std::optional<Data> plain = inflated(file->bytes());
+    if (!plain) return std::nullopt;
+    bytes = std::move(*plain);
+  }
+  TextString text =
+      fromUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+  if (text.empty()) return std::nullopt;
+  std::optional<TextString> bodies = stripTagBodies(
+      text, {u"<style-attribute", u"<editor", u"<print-info>", u"<auto-generate-level-styles>"});
+  TextString stripped = stripTags(bodies ? *bodies : text);
+  return stringByRemovingMultipleWhiteSpaces(stringByConvertingEntitiesToCharacters(stripped));
+}
+
+std::optional<TextString> chatLogText(const std::string& path) {
+  std::vector<fs::path> logs;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(path, error)) {
+    if (lowercase(entry.path().extension().string()) == ".xml") logs.push_back(entry.path());
+  }
+  if (logs.size() != 1) return std::nullopt;
+  std::optional<TextString> source =
+      stringWithMarkupContentsOfFile(logs.front().string(), kUTF8StringEncoding);
+  if (!source) return std::nullopt;
+  return stringByConvertingEntitiesToCharacters(stripTags(*source));
+}
+
+}  // namespace
+
+// ---- Discovery ----
+
+std::vector<std::string> importerSearchPath() {
+  std::vector<std::string> folders;
+  if (const char* paths = std::getenv("ULVEKBOT_IMPORTER_PATH")) {
+    std::string list = paths;
+    std::size_t start = 0;
+    while (start <= list.size()) {
+      std::size_t colon = list.find(':', start);
+      if (colon == std::string::npos) colon = list.size();
+      if (colon > start) folders.push_back(list.substr(start, colon - start));
+      start = colon + 1;
+    }
+  }
+  if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/') {
+    folders.push_back(std::string(data) + "/ulvekbot/Importers");
+  } else if (const char* home = std::getenv("HOME"); home && *home) {
+    folders.push_back(std::string(home) + "/.local/share/ulvekbot/Importers");
+  }
+  folders.push_back(std::string(ULVEK_INSTALL_PREFIX) + "/lib/ulvekbot/Importers");
+  std::error_code error;
+  fs::path self = fs::read_symlink("/proc/self/exe", error);
+  if (!error) folders.push_back((self.parent_path() / "Importers").string());
+  return folders;
+}
+
+std::optional<PropertyDictionary> bundleInfo(const std::string& bundlePath) {
+  std::optional<FileBytes> bytes =
+      FileBytes::read(bundlePath + "/Contents/Info.plist", 16 << 20).take();
+  if (!bytes) return std::nullopt;
+  std::optional<PropertyValue> info = propertyListFromBytes(bytes->bytes());
+  if (!info || !info->dictionary()) return std::nullopt;
+  return std::move(*info->dictionary());
+}
+
+MetaDataImporter& MetaDataImporter::sharedImporter() {
+  static MetaDataImporter* shared = new MetaDataImporter();
+  return *shared;
+}
+
+MetaDataImporter::MetaDataImporter() : worker_({defaultTimeLimit(), defaultMemoryLimit()}) {}
+MetaDataImporter::~MetaDataImporter() = default;
+
+void MetaDataImporter::addBundleToMDImporters(const PropertyDictionary& info,
+                                              const std::string& path) {
+  std::string name = fs::path(path).filename().string();
+  if (utf8Value(info, "CFBundleIdentifier") == "ca.indev.mailtags.mdimporter" ||
+      name == "TagsMail.mdimporter" || name == "_TagsMail.mdimporter") {
+    logLine("Skipped: " + path);
+    return;
+  }
+  if (std::find(bundlePaths_.begin(), bundlePaths_.end(), path) == bundlePaths_.end())
+    bundlePaths_.push_back(path);
+  infos_[path] = info;
+
+  if (const PropertyArray* documentTypes = arrayValue(info, "CFBundleDocumentTypes")) {
+    for (const PropertyValue& element : *documentTypes) {
+      const PropertyDictionary* type = element.dictionary();
+      if (!type || utf8Value(*type, "CFBundleTypeRole") != "MDImporter") continue;
+      const PropertyArray* contentTypes = arrayValue(*type, "LSItemContentTypes");
+      if (!contentTypes) continue;
+      std::vector<std::string>& registered = contentTypes_[path];
+      for (const PropertyValue& contentType : *contentTypes) {
+        if (!contentType.string()) continue;
+        std::string lowered = lowercase(toUtf8(*contentType.string()));
+        registered.push_back(lowered == kChmArchiveDynamic ? std::string(kChmArchive) : lowered);
+      }
+    }
+  }
+  if (const PropertyArray* exported = arrayValue(info, "UTExportedTypeDeclarations")) {
+    std::vector<std::string>& registered = extensions_[path];
+    for (const PropertyValue& element : *exported) {
+      const PropertyDictionary* declaration = element.dictionary();
+      const PropertyDictionary* tags =
+          declaration ? dictionaryValue(*declaration, "UTTypeTagSpecification") : nullptr;
+      const PropertyArray* extensions =
+          tags ? arrayValue(*tags, "public.filename-extension") : nullptr;
+      if (!extensions) continue;
+      for (const PropertyValue& extension : *extensions) {
+        if (!extension.string() || isWhiteString(*extension.string())) continue;
+        registered.push_back(lowercase(toUtf8(*extension.string())));
+      }
+    }
+  }
+  if (factories_) {
+    if (const PropertyDictionary* factories = dictionaryValue(info, "CFPlugInFactories")) {
+      std::vector<std::string>& registered = (*factories_)[path];
+      for (const auto& [factoryID, function] : *factories) registered.push_back(factoryID);
+    }
+  }
+}
+
+void MetaDataImporter::loadExtractorPlugins() {
+  std::call_once(loaded_, [this] {
+    contentTypes_.clear();
+    extensions_.clear();
+    factories_.emplace();
+    std::vector<std::string> found;
+    for (const std::string& folder : importerSearchPath()) {
+      std::error_code error;
+      std::vector<std::string> here;
+      for (const auto& entry : fs::directory_iterator(folder, error)) {
+        if (lowercase(entry.path().extension().string()) == ".mdimporter" && entry.is_directory())
+          here.push_back(entry.path().string());
+      }
+      std::sort(here.begin(), here.end());
+      found.insert(found.end(), here.begin(), here.end());
+    }
+    std::vector<std::string> factories;
+    for (const std::string& bundle : found) {
+      std::optional<PropertyDictionary> info = bundleInfo(bundle);
+      std::optional<std::string> executable =
+          info ? utf8Value(*info, "CFBundleExecutable") : std::nullopt;
+      if (!executable) continue;
+      PropertyDictionary preflight{
+          {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Preflight)},
+          {std::string(worker::Field::Executable),
+           PropertyValue::fromUtf8(bundle + "/Contents/Linux/" + *executable)}};
+      Result<PropertyDictionary> answer = worker_.call(preflight);
+      if (!answer ||
+          worker::stringField(*answer, worker::Field::Outcome) != worker::Outcome::Loadable)
+        continue;
+      addBundleToMDImporters(*info, bundle);
+      const PropertyDictionary* types = dictionaryValue(*info, "CFPlugInTypes");
+      const PropertyArray* ofImporters = types ? arrayValue(*types, kImporterTypeID) : nullptr;
+      for (const PropertyValue& factory : ofImporters ? *ofImporters : PropertyArray()) {
+        if (!factory.string()) continue;
+        std::string id = toUtf8(*factory.string());
+        if (std::find(factories.begin(), factories.end(), id) == factories.end())
+          factories.push_back(id);
+      }
+    }
+    allFactories_ = std::move(factories);
+  });
+}
+
+// ---- Invocation ----
+
+std::vector<MetaDataImporter::Match> MetaDataImporter::matches(const std::string& contentType,
+                                                               const std::string& extension) {
+  std::vector<Match> found;
+  if (!allFactories_ || !factories_) return found;
+  for (const std::string& factory : *allFactories_) {
+    // Factories are compared as the upper-case text the platform writes.
+    std::string upper = factory;
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    for (const std::string& bundle : bundlePaths_) {
+      auto listed = factories_->find(bundle);
+      if (listed == factories_->end() ||
+          std::find(listed->second.begin(), listed->second.end(), upper) == listed->second.end())
+        continue;
+      auto types = contentTypes_.find(bundle);
+      auto extensions = extensions_.find(bundle);
+      bool byType =
+          types != contentTypes_.end() &&
+          std::find(types->second.begin(), types->second.end(), contentType) != types->second.end();
+      bool byExtension = !extension.empty() && extensions != extensions_.end() &&
+                         std::find(extensions->second.begin(), extensions->second.end(),
+                                   extension) != extensions->second.end();
+      if (byType || byExtension) found.push_back({bundle, upper});
+    }
+    if (!found.empty()) break;  // one factory is handled, with every bundle that matched under it
+  }
+  return found;
+}
+
+void MetaDataImporter::unregister(const std::string& bundle) {
+  contentTypes_.erase(bundle);
+  extensions_.erase(bundle);
+}
+
+std::optional<PropertyDictionary> MetaDataImporter::call(const Match& match,
+                                                         const std::string& contentType,
+                                                         const std::string& path, bool import,
+                                                         bool& found) {
+  found = false;
+  const PropertyDictionary& info = infos_[match.bundle];
+  std::optional<std::string> executable = utf8Value(info, "CFBundleExecutable");
+  const PropertyDictionary* factories = dictionaryValue(info, "CFPlugInFactories");
+  std::optional<std::string> function =
+      factories ? utf8Value(*factories, match.factoryID) : std::nullopt;
+  if (!executable || !function) {
+    logLine(match.bundle + ": No kMDImporter(URL)Interface " + match.factoryID);
+    unregister(match.bundle);
+    return std::nullopt;
+  }
+  PropertyDictionary request{
+      {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Call)},
+      {std::string(worker::Field::Executable),
+       PropertyValue::fromUtf8(match.bundle + "/Contents/Linux/" + *executable)},
+      {std::string(worker::Field::Factory), PropertyValue::fromUtf8(*function)},
+      {std::string(worker::Field::FactoryID), PropertyValue::fromUtf8(match.factoryID)},
+      {std::string(worker::Field::ContentType), PropertyValue::fromUtf8(contentType)},
+      {std::string(worker::Field::Path), PropertyValue::fromUtf8(path)},
+      {std::string(worker::Field::Import), PropertyValue(import)}};
+  Result<PropertyDictionary> answer = worker_.call(request);
+  if (!answer) {
+    // A crash, hang or garbage costs this request only: as if the importer said nothing.
+    logLine("Importer failed: " + match.bundle + " (" + answer.error().localizedDescription +
+            "): " + path);
+    return std::nullopt;
+  }
+  std::optional<TextString> outcome = worker::stringField(*answer, worker::Field::Outcome);
+  if (outcome != worker::Outcome::Imported) {
+    logLine(match.bundle + ": No kMDImporter(URL)Interface " + match.factoryID);
+    unregister(match.bundle);
+    return std::nullopt;
+  }
+  found = true;
+  const PropertyDictionary* attributes = dictionaryValue(*answer, worker::Field::Attributes);
+  return attributes ? *attributes : PropertyDictionary();
+}
+
+bool MetaDataImporter::getMetaData(PropertyDictionary* attributes, const std::string& path) {
+  if (path.empty()) return false;
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return false;
+  std::optional<std::string> contentType = typeOfFile(path);
+  if (!contentType) return false;
+  std::string type = lowercase(*contentType);
+  std::string extension = lowercase(toUtf8(pathExtension(path)));
+  loadExtractorPlugins();
+  if (!allFactories_) return false;
+  bool succeeded = false;
+  for (const Match& match : matches(type, extension)) {
+    bool found = false;
+    std::optional<PropertyDictionary> answer =
+        call(match, type, path, attributes != nullptr, found);
+    if (!found) continue;
+    succeeded = true;
+    if (attributes) *attributes = answer ? std::move(*answer) : PropertyDictionary();
+  }
+  return succeeded;
+}
+
+std::optional<std::string> MetaDataImporter::importerForFile(const std::string& path) {
+  std::optional<std::string> contentType = typeOfFile(path);
+  if (!contentType) return std::nullopt;
+  loadExtractorPlugins();
+  std::vector<Match> found =
+      matches(lowercase(*contentType), lowercase(toUtf8(pathExtension(path))));
+  if (found.empty()) return std::nullopt;
+  return found.back().bundle;
+}
+
+std::optional<PropertyDictionary> MetaDataImporter::metaDataOfFileAtPath(const std::string& path) {
+  std::optional<PropertyDictionary> attributes;
+  std::optional<ReaderOutput> book;
+  if (bookReader_) book = bookReader_->read(ReaderSource::file(path));
+  if (book) {
+    attributes = std::move(book->attributes);
+    if (book->text)
+      (*attributes)[std::string(kTextContent)] = PropertyValue(std::move(*book->text));
+  } else {
+    PropertyDictionary found;
+    if (getMetaData(&found, path)) attributes = std::move(found);
+  }
+  if (attributes && !attributes->empty()) {
+    correct(*attributes, path);
+    return attributes;
+  }
+  std::optional<TextString> text;
+  if (hasSuffixIgnoringCase(path, ".oo3")) {
+    text = outlineText(path);
+  } else if (hasSuffixIgnoringCase(path, ".chatlog")) {
+    text = chatLogText(path);
+  } else if (textBundleReader_) {
+    if (std::optional<ReaderOutput> bundle = textBundleReader_->read(ReaderSource::file(path)))
+      text = std::move(bundle->text);
+  }
+  if (!text) return attributes;
+  return PropertyDictionary{{std::string(kTextContent), PropertyValue(std::move(*text))}};
+}
+
+std::optional<TextString> MetaDataImporter::textContentOfFileAtPath(const std::string& path) {
+  std::optional<PropertyDictionary> attributes = metaDataOfFileAtPath(path);
+  if (!attributes) return std::nullopt;
+  const PropertyValue* text = find(*attributes, kTextContent);
+  if (!text || !text->string()) return std::nullopt;
+  return *text->string();
+}
+
+}  // namespace ulvek

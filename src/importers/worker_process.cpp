@@ -1,0 +1,134 @@
+#include "importers/worker_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "importers/worker_protocol.h"
+
+extern char** environ;
+
+namespace ulvek {
+namespace {
+
+Error workerError(int code, std::string why) {
+  Error error = Error::posix(code, "importer worker");
+  error.localizedDescription = std::move(why);
+  return error;
+}
+
+}  // namespace
+
+std::string WorkerProcess::workerPath() {
+  if (const char* path = std::getenv("ULVEKBOT_IMPORTER_WORKER"); path && *path) return path;
+  std::error_code error;
+  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  return (self.parent_path() / "ulvekbot-importer-worker").string();
+}
+
+Status WorkerProcess::start() {
+  int requests[2], answers[2];
+  if (::pipe2(requests, O_CLOEXEC) != 0) return Error::posix(errno, "pipe");
+  if (::pipe2(answers, O_CLOEXEC) != 0) {
+    ::close(requests[0]);
+    ::close(requests[1]);
+    return Error::posix(errno, "pipe");
+  }
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, requests[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, answers[1], STDOUT_FILENO);
+  std::string program = workerPath();
+  std::string memory = std::to_string(limits_.memoryMiB);
+  char* arguments[] = {program.data(), memory.data(), nullptr};
+  pid_t pid = 0;
+  int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(requests[0]);
+  ::close(answers[1]);
+  if (spawned != 0) {
+    ::close(requests[1]);
+    ::close(answers[0]);
+    return Error::posix(spawned, program);
+  }
+  pid_ = pid;
+  toWorker_ = requests[1];
+  fromWorker_ = answers[0];
+  return {};
+}
+
+std::string WorkerProcess::reap() {
+  if (pid_ <= 0) return "not running";
+  int status = 0;
+  pid_t done = 0;
+  // A worker that closed its pipe is gone or about to be; give it a moment, then make sure.
+  for (int tries = 0; tries < 50 && (done = ::waitpid(pid_, &status, WNOHANG)) == 0; ++tries)
+    ::usleep(2000);
+  if (done == 0) {
+    ::kill(pid_, SIGKILL);
+    done = ::waitpid(pid_, &status, 0);
+  }
+  pid_ = 0;
+  if (done <= 0) return "vanished";
+  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  return "exit status " + std::to_string(WEXITSTATUS(status));
+}
+
+void WorkerProcess::stop() {
+  if (toWorker_ >= 0) ::close(toWorker_);
+  if (fromWorker_ >= 0) ::close(fromWorker_);
+  toWorker_ = fromWorker_ = -1;
+  if (pid_ > 0) {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    pid_ = 0;
+  }
+}
+
+Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request) {
+  if (pid_ == 0) {
+    if (Status started = start(); !started) return started.error();
+  }
+  // A worker that died between calls is started again before the request is lost on it.
+  if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+    pid_ = 0;
+    stop();
+    if (Status started = start(); !started) return started.error();
+  }
+  auto deadline = std::chrono::steady_clock::now() + limits_.time;
+  // A dead reader turns writes into SIGPIPE; the service must not die of that.
+  struct sigaction ignore {
+  }, previous{};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, &previous);
+  bool sent = worker::writeMessage(toWorker_, request);
+  ::sigaction(SIGPIPE, &previous, nullptr);
+  Result<PropertyDictionary> answer =
+      sent ? worker::readMessage(fromWorker_, deadline)
+           : Result<PropertyDictionary>(workerError(EPIPE, "closed"));
+  if (answer) return answer;
+  std::string why;
+  int code = answer.error().code;
+  if (code == ETIMEDOUT) {
+    ::kill(pid_, SIGKILL);
+    reap();
+    why = "timeout";
+  } else if (code == EBADMSG) {
+    ::kill(pid_, SIGKILL);
+    reap();
+    why = "garbage";
+  } else {
+    why = reap();
+  }
+  stop();
+  return workerError(code, why);
+}
+
+}  // namespace ulvek

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+
+#include "base/property_value.h"
+#include "base/status.h"
+
+namespace ulvek {
+
+// The host's side of the importer worker: starts `ulvekbot-importer-worker` on first use, keeps
+// it, and starts it again after it died. A call that takes longer than the time limit kills the
+// worker; its error then says why ("timeout", "signal 11", "exit status 3", "garbage").
+class WorkerProcess {
+ public:
+  struct Limits {
+    std::chrono::milliseconds time{10000};
+    unsigned long long memoryMiB = 2048;
+  };
+
+  explicit WorkerProcess(Limits limits) : limits_(limits) {}
+  ~WorkerProcess() { stop(); }
+  WorkerProcess(const WorkerProcess&) = delete;
+  WorkerProcess& operator=(const WorkerProcess&) = delete;
+
+  Result<PropertyDictionary> call(const PropertyDictionary& request);
+  void setLimits(Limits limits) { limits_ = limits; }
+  const Limits& limits() const { return limits_; }
+  // The worker's process id while it runs (tests kill it), else 0.
+  pid_t pid() const { return pid_; }
+
+  // Where the worker program is: $ULVEKBOT_IMPORTER_WORKER, else beside the running program.
+  static std::string workerPath();
+
+ private:
+  Status start();
+  void stop();
+  // Why the worker went away, once it has: "signal 11", "exit status 3".
+  std::string reap();
+
+  Limits limits_;
+  pid_t pid_ = 0;
+  int toWorker_ = -1;
+  int fromWorker_ = -1;
+};
+
+}  // namespace ulvek

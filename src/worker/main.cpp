@@ -1,0 +1,29 @@
+// ulvekbot-importer-worker: runs importer plug-ins for the service, on requests that come over
+// standard input and answers that go out on the original standard output. A plug-in's own
+// printing goes to standard error instead, where it cannot garble an answer.
+//
+//   ulvekbot-importer-worker [MEMORY_LIMIT_MIB]
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "importers/importer_worker.h"
+
+int main(int argc, char** argv) {
+  // The worker belongs to its host: it ends when the host does.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (argc > 1) {
+    unsigned long long mebibytes = std::strtoull(argv[1], nullptr, 10);
+    if (mebibytes > 0) {
+      rlimit limit{mebibytes << 20, mebibytes << 20};
+      ::setrlimit(RLIMIT_AS, &limit);
+    }
+  }
+  int in = ::dup(STDIN_FILENO);
+  int out = ::dup(STDOUT_FILENO);
+  ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  return ulvek::runImporterWorker(in, out);
+}
