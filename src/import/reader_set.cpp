@@ -1,5 +1,7 @@
 #include "import/reader_set.h"
 
+#include "readers/addresscard/address_card_reader.h"
+
 namespace ulvek {
 
 const ReaderSet& ReaderSet::builtin() {
@@ -7,6 +9,7 @@ const ReaderSet& ReaderSet::builtin() {
   // log when a file takes it.
   static const ReaderSet readers = [] {
     ReaderSet set;
+    set.set(Route::AddressCard, &addressCardReader());
     return set;
   }();
   return readers;
