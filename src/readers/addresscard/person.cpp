@@ -19,9 +19,9 @@ constexpr std::u16string_view kLabelEnd = u">!$_";
 
 // The text of the card attributes, in this order.
 constexpr std::array<std::string_view, 13> kTextProperties = {
-    PersonProperty::First,        PersonProperty::Middle,       PersonProperty::Last,
-    PersonProperty::Nickname,     PersonProperty::Organization, PersonProperty::Address,
-    PersonProperty::Phone,        PersonProperty::AIMInstant,   PersonProperty::ICQInstant,
+    PersonProperty::First,         PersonProperty::Middle,       PersonProperty::Last,
+    PersonProperty::Nickname,      PersonProperty::Organization, PersonProperty::Address,
+    PersonProperty::Phone,         PersonProperty::AIMInstant,   PersonProperty::ICQInstant,
     PersonProperty::JabberInstant, PersonProperty::YahooInstant, PersonProperty::MSNInstant,
     PersonProperty::Note,
 };
@@ -256,9 +256,8 @@ class PersonBuilder {
       if (!text.empty()) address.emplace(std::string(key), PropertyValue(std::move(text)));
     };
     // Post office box and extended address lines precede the street.
-    put(AddressKey::Street, joinedNonEmpty({component(parts, 0), component(parts, 1),
-                                            component(parts, 2)},
-                                           u"\n"));
+    put(AddressKey::Street,
+        joinedNonEmpty({component(parts, 0), component(parts, 1), component(parts, 2)}, u"\n"));
     put(AddressKey::City, component(parts, 3));
     put(AddressKey::State, component(parts, 4));
     put(AddressKey::ZIP, component(parts, 5));
@@ -285,8 +284,10 @@ class PersonBuilder {
               std::span<const LabelRow> labels) {
     MultiValue& values = multiValues_[std::string(key)];
     TextString label = groupLabel(card_, property.group).value_or(typeLabel(property, labels));
-    TextString identifier = fromAscii(std::string(key) + "-" + std::to_string(values.entries.size()));
-    if (!values.primaryIdentifier && property.hasType("PREF")) values.primaryIdentifier = identifier;
+    TextString identifier =
+        fromAscii(std::string(key) + "-" + std::to_string(values.entries.size()));
+    if (!values.primaryIdentifier && property.hasType("PREF"))
+      values.primaryIdentifier = identifier;
     values.entries.push_back({std::move(label), std::move(value), std::move(identifier)});
   }
 
@@ -317,8 +318,8 @@ class PersonBuilder {
   void addMessenger(const VCardProperty& property) {
     TextString uri = stringByTrimmingWhiteSpaces(unescapeVCardText(property.value));
     std::size_t colon = uri.find(u':');
-    TextString scheme = colon == TextString::npos ? TextString()
-                                                  : normalizedLowercaseString(uri.substr(0, colon));
+    TextString scheme =
+        colon == TextString::npos ? TextString() : normalizedLowercaseString(uri.substr(0, colon));
     TextString account = colon == TextString::npos ? uri : uri.substr(colon + 1);
     if (std::size_t contact = account.find(u"contact="); contact != TextString::npos)
       account = account.substr(contact + 8);
@@ -472,7 +473,8 @@ std::optional<std::vector<TextString>> Person::phoneNumbers() const {
 }
 
 std::optional<TextString> Person::homePage() const {
-  if (valueForProperty(PersonProperty::HomePage)) return stringForProperty(PersonProperty::HomePage);
+  if (valueForProperty(PersonProperty::HomePage))
+    return stringForProperty(PersonProperty::HomePage);
   const PersonValue* urls = valueForProperty(PersonProperty::URLs);
   if (!urls) return std::nullopt;
   if (const auto* multi = std::get_if<MultiValue>(urls)) {
@@ -497,9 +499,10 @@ std::optional<TextString> Person::primaryEmail() const {
     chosen = nullptr;
     for (const MultiValue::Entry& entry : multi->entries)
       if (entry.identifier == *multi->primaryIdentifier) chosen = &entry;
-    if (!chosen) return multi->entries.front().value.string()
-                             ? std::optional(*multi->entries.front().value.string())
-                             : std::nullopt;
+    if (!chosen)
+      return multi->entries.front().value.string()
+                 ? std::optional(*multi->entries.front().value.string())
+                 : std::nullopt;
   }
   const TextString* text = chosen->value.string();
   return text ? std::optional(*text) : std::nullopt;

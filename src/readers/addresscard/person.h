@@ -98,7 +98,8 @@ class Person {
   bool showAsPerson() const;
 
   // Plain text of a value; for "Address" dictionaries the formatted postal address.
-  TextString stringForProperty(std::optional<std::string_view> name, const PersonValue& value) const;
+  TextString stringForProperty(std::optional<std::string_view> name,
+                               const PersonValue& value) const;
   TextString stringForProperty(std::string_view name) const;
 
  private:

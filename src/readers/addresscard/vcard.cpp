@@ -69,8 +69,8 @@ std::vector<std::string> logicalLines(std::string_view text) {
   bool softBreak = false;
   for (std::string_view line : physicalLines(text)) {
     bool folded = !line.empty() && (line[0] == ' ' || line[0] == '\t');
-    bool cardLine = startsWithIgnoringCase(line, "BEGIN:VCARD") ||
-                    startsWithIgnoringCase(line, "END:VCARD");
+    bool cardLine =
+        startsWithIgnoringCase(line, "BEGIN:VCARD") || startsWithIgnoringCase(line, "END:VCARD");
     if (!lines.empty() && (folded || (softBreak && !cardLine))) {
       lines.back().append(folded ? line.substr(1) : line);
     } else {
@@ -164,17 +164,17 @@ std::optional<VCardProperty> parseProperty(std::string_view line, std::string_vi
   std::optional<std::string> encoding = property.parameter("ENCODING");
   bool quotedPrintable = property.hasType("QUOTED-PRINTABLE") ||
                          (encoding && equalsIgnoringCase(*encoding, "QUOTED-PRINTABLE"));
-  bool base64 = property.hasType("BASE64") ||
-                (encoding && (equalsIgnoringCase(*encoding, "BASE64") ||
-                              equalsIgnoringCase(*encoding, "B")));
+  bool base64 =
+      property.hasType("BASE64") ||
+      (encoding && (equalsIgnoringCase(*encoding, "BASE64") || equalsIgnoringCase(*encoding, "B")));
   std::string bytes;
   if (quotedPrintable) {
     bytes = decodeQuotedPrintable(raw);
   } else if (base64) {
     std::optional<std::string> decoded = decodeBase64(raw);
     if (!decoded) {
-      logLine("Invalid base64 value of " + property.name + " in address card: " +
-              std::string(source));
+      logLine("Invalid base64 value of " + property.name +
+              " in address card: " + std::string(source));
       return std::nullopt;
     }
     bytes = std::move(*decoded);
@@ -256,8 +256,7 @@ std::optional<std::vector<VCard>> parseVCards(Bytes bytes, std::string_view name
     VCard& card = cards.back();
     if (card.properties.size() >= limits.maxProperties) {
       if (!reportedLimit) {
-        logLine("Address card has too many properties, the rest is skipped: " +
-                std::string(name));
+        logLine("Address card has too many properties, the rest is skipped: " + std::string(name));
         reportedLimit = true;
       }
       continue;
