@@ -1,6 +1,7 @@
 #include "import/reader_set.h"
 
 #include "readers/addresscard/address_card_reader.h"
+#include "readers/webarchive/web_archive_reader.h"
 
 namespace ulvek {
 
@@ -10,6 +11,7 @@ const ReaderSet& ReaderSet::builtin() {
   static const ReaderSet readers = [] {
     ReaderSet set;
     set.set(Route::AddressCard, &addressCardReader());
+    set.set(Route::WebArchive, &webArchiveReader());
     return set;
   }();
   return readers;
