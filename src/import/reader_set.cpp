@@ -1,6 +1,7 @@
 #include "import/reader_set.h"
 
 #include "readers/addresscard/address_card_reader.h"
+#include "readers/textbundle/text_bundle_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
 
 namespace ulvek {
@@ -12,6 +13,7 @@ const ReaderSet& ReaderSet::builtin() {
     ReaderSet set;
     set.set(Route::AddressCard, &addressCardReader());
     set.set(Route::WebArchive, &webArchiveReader());
+    set.set(Route::TextBundle, &textBundleReader());
     return set;
   }();
   return readers;
