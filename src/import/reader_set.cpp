@@ -3,6 +3,7 @@
 #include "readers/addresscard/address_card_reader.h"
 #include "readers/textbundle/text_bundle_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
+#include "readers/wordperfect/wordperfect_reader.h"
 
 namespace ulvek {
 
@@ -14,6 +15,7 @@ const ReaderSet& ReaderSet::builtin() {
     set.set(Route::AddressCard, &addressCardReader());
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());
+    set.set(Route::WordPerfect, &wordPerfectReader());
     return set;
   }();
   return readers;
