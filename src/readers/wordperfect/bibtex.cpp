@@ -118,9 +118,11 @@ class BibTeXScanner {
       while (i < text_.size() && isWhiteOrNewline(text_[i])) ++i;
       std::size_t end = valueEnd(i);
       TextView raw = text_.substr(i, end - i);
-      if (!raw.empty() && raw.front() == u'"') {
+      // A quoted or braced value is the text between its delimiters.
+      if (!raw.empty() && (raw.front() == u'"' || raw.front() == u'{')) {
+        char16_t close = raw.front() == u'"' ? u'"' : u'}';
         raw.remove_prefix(1);
-        if (!raw.empty() && raw.back() == u'"') raw.remove_suffix(1);
+        if (!raw.empty() && raw.back() == close) raw.remove_suffix(1);
       }
       store(name, raw);
       i = end;

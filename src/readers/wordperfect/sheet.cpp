@@ -134,7 +134,7 @@ class SheetScanner {
 
   void endField(std::size_t end) {
     TextView raw = text_.substr(fieldStart_, end - fieldStart_);
-    if (raw.size() >= 2 && raw.front() == u'"' && raw.back() == u'"')
+    if (quoted_ && raw.size() >= 2 && raw.front() == u'"' && raw.back() == u'"')
       raw = raw.substr(1, raw.size() - 2);
     TextString field;
     if (escaped_) {
