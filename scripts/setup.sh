@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libuchardet-dev uchardet zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev attr
-  html2text w3m poppler-utils
+  html2text w3m poppler-utils libwpd-tools
 )
 
 missing=()
