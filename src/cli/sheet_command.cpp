@@ -16,10 +16,11 @@ constexpr std::string_view kCommand = "sheet";
 PropertyValue rowsValue(const Sheet& sheet) {
   PropertyArray rows;
   rows.reserve(sheet.size());
-  for (const SheetRow& row : sheet) {
+  for (std::size_t row = 0; row < sheet.size(); ++row) {
     PropertyArray fields;
-    fields.reserve(row.size());
-    for (const TextString& field : row) fields.emplace_back(field);
+    fields.reserve(sheet.fieldCount(row));
+    for (std::size_t column = 0; column < sheet.fieldCount(row); ++column)
+      fields.emplace_back(sheet.field(row, column));
     rows.emplace_back(std::move(fields));
   }
   return PropertyValue(std::move(rows));

@@ -15,9 +15,9 @@ using Rows = std::vector<std::vector<std::string>>;
 
 Rows utf8Rows(const Sheet& sheet) {
   Rows rows;
-  for (const SheetRow& row : sheet) {
+  for (std::size_t row = 0; row < sheet.size(); ++row) {
     rows.emplace_back();
-    for (const TextString& field : row) rows.back().push_back(toUtf8(field));
+    for (const TextString& field : sheet.row(row)) rows.back().push_back(toUtf8(field));
   }
   return rows;
 }
