@@ -10,8 +10,10 @@ namespace ulvek {
 namespace {
 
 constexpr std::u16string_view kCitationKey = u"@";
-// Macros that expand into each other could grow without end; values stop growing here.
-constexpr std::size_t kMaxValueLength = 1 << 20;
+// Macros that expand into each other could grow without end: values stop growing here, and once
+// this many units have been written by macro expansion in one text, no more macros are expanded.
+constexpr std::size_t kMaxValueLength = 1 << 16;
+constexpr std::size_t kExpansionBudget = std::size_t{1} << 22;
 
 char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
 
@@ -175,17 +177,26 @@ class BibTeXScanner {
   TextString clean(TextView raw) {
     TextString value = withoutMarkup(raw);
     for (const auto& [name, replacement] : macroTable_) {
+      if (expanded_ >= kExpansionBudget) {
+        reportGrowth();
+        break;
+      }
       if (name.empty() || value.find(name) == TextString::npos) continue;
       value = stringByReplacingString(value, name, replacement);
+      expanded_ += value.size();
       if (value.size() > kMaxValueLength) {
-        if (!reportedGrowth_) logLine("BibTeX macros expand too far; the value is cut");
-        reportedGrowth_ = true;
+        reportGrowth();
         value.resize(kMaxValueLength);
       }
     }
     value = stringByReplacingString(value, u"''", u"\"");
     value = stringByReplacingString(value, u"``", u"\"");
     return collapsedWhite(value);
+  }
+
+  void reportGrowth() {
+    if (!reportedGrowth_) logLine("BibTeX macros expand too far; values are cut");
+    reportedGrowth_ = true;
   }
 
   void noteKey(TextView key) {
@@ -212,6 +223,7 @@ class BibTeXScanner {
   bool macros_ = false;
   bool skipped_ = false;
   bool reportedGrowth_ = false;
+  std::size_t expanded_ = 0;
   BibTeXEntry current_;
   std::map<TextString, TextString> macroEntry_;
   std::map<TextString, TextString> macroTable_;
