@@ -123,7 +123,7 @@ void BM_UlvekbotFileToText(benchmark::State& state) {
       benchmark::DoNotOptimize(ulvek::normalizedHtmlTitle(*html));
       benchmark::DoNotOptimize(ulvek::htmlMetaAttributesByConvertingEntitiesToCharacters(*html));
       benchmark::DoNotOptimize(
-          ulvek::stringByConvertingHtml2PlainTextNonUmlauted(*html, false, false, true, true));
+          ulvek::stringByConvertingHtml2PlainText(*html, ulvek::kImportHtmlOptions));
     }
     state.SetIterationTime(threadCPUSeconds() - start);
     wall += wallSeconds() - startWall;
@@ -139,7 +139,7 @@ void BM_UlvekbotHtmlToText(benchmark::State& state) {
     const double start = threadCPUSeconds();
     for (const CorpusPage& page : corpus()) {
       benchmark::DoNotOptimize(
-          ulvek::stringByConvertingHtml2PlainTextNonUmlauted(page.html, false, false, true, true));
+          ulvek::stringByConvertingHtml2PlainText(page.html, ulvek::kImportHtmlOptions));
     }
     state.SetIterationTime(threadCPUSeconds() - start);
     wall += wallSeconds() - startWall;

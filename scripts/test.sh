@@ -16,6 +16,7 @@ fi
 scripts/setup.sh build-sanitize -DULVEK_SANITIZE=ON -DULVEK_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
 (cd build-sanitize &&
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    LSAN_OPTIONS=suppressions=$PWD/../tests/lsan.supp \
     ctest --output-on-failure -j "$jobs")
 
 # Every fuzz target replays its seeds, which hold the inputs that once crashed.

@@ -27,22 +27,19 @@ typedef struct UlvekUUID {
 } UlvekUUID;
 
 #define ULVEK_UUID_INIT(a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p) \
-  {                                                                    \
-    { a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p }                 \
+  {                                                                     \
+    { a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p }                  \
   }
 
 /* 8B08C4BF-415B-11D8-B3F9-0003936726FC: the importer plug-in type. */
-static const UlvekUUID ULVEK_IMPORTER_TYPE_ID =
-    ULVEK_UUID_INIT(0x8B, 0x08, 0xC4, 0xBF, 0x41, 0x5B, 0x11, 0xD8, 0xB3, 0xF9, 0x00, 0x03, 0x93,
-                    0x67, 0x26, 0xFC);
+static const UlvekUUID ULVEK_IMPORTER_TYPE_ID = ULVEK_UUID_INIT(
+    0x8B, 0x08, 0xC4, 0xBF, 0x41, 0x5B, 0x11, 0xD8, 0xB3, 0xF9, 0x00, 0x03, 0x93, 0x67, 0x26, 0xFC);
 /* 6EBC27C4-899C-11D8-84AE-0003936726FC: the interface that imports by path. */
-static const UlvekUUID ULVEK_IMPORTER_INTERFACE_ID =
-    ULVEK_UUID_INIT(0x6E, 0xBC, 0x27, 0xC4, 0x89, 0x9C, 0x11, 0xD8, 0x84, 0xAE, 0x00, 0x03, 0x93,
-                    0x67, 0x26, 0xFC);
+static const UlvekUUID ULVEK_IMPORTER_INTERFACE_ID = ULVEK_UUID_INIT(
+    0x6E, 0xBC, 0x27, 0xC4, 0x89, 0x9C, 0x11, 0xD8, 0x84, 0xAE, 0x00, 0x03, 0x93, 0x67, 0x26, 0xFC);
 /* 13F60F02-3622-4F35-9891-EC10E6CD08F8: the interface that imports by file:// URL. */
-static const UlvekUUID ULVEK_IMPORTER_URL_INTERFACE_ID =
-    ULVEK_UUID_INIT(0x13, 0xF6, 0x0F, 0x02, 0x36, 0x22, 0x4F, 0x35, 0x98, 0x91, 0xEC, 0x10, 0xE6,
-                    0xCD, 0x08, 0xF8);
+static const UlvekUUID ULVEK_IMPORTER_URL_INTERFACE_ID = ULVEK_UUID_INIT(
+    0x13, 0xF6, 0x0F, 0x02, 0x36, 0x22, 0x4F, 0x35, 0x98, 0x91, 0xEC, 0x10, 0xE6, 0xCD, 0x08, 0xF8);
 
 static inline bool ulvek_uuid_equal(UlvekUUID a, UlvekUUID b) {
   return memcmp(a.bytes, b.bytes, sizeof a.bytes) == 0;
@@ -78,8 +75,7 @@ static inline void ulvek_attributes_set_string_list(UlvekAttributes* a, const ch
                                                     const char* const* items, size_t count) {
   a->functions->set_string_list(a, key, items, count);
 }
-static inline void ulvek_attributes_set_number(UlvekAttributes* a, const char* key,
-                                               double value) {
+static inline void ulvek_attributes_set_number(UlvekAttributes* a, const char* key, double value) {
   a->functions->set_number(a, key, value);
 }
 static inline void ulvek_attributes_set_integer(UlvekAttributes* a, const char* key,
@@ -93,8 +89,8 @@ static inline void ulvek_attributes_set_date(UlvekAttributes* a, const char* key
                                              double seconds_since_1970) {
   a->functions->set_date(a, key, seconds_since_1970);
 }
-static inline void ulvek_attributes_set_data(UlvekAttributes* a, const char* key,
-                                             const void* bytes, size_t length) {
+static inline void ulvek_attributes_set_data(UlvekAttributes* a, const char* key, const void* bytes,
+                                             size_t length) {
   a->functions->set_data(a, key, bytes, length);
 }
 

@@ -75,4 +75,12 @@ class [[nodiscard]] Result {
   std::variant<T, Error> storage_;
 };
 
+// A value made of many parts, some of which could not be made: the value from the parts that
+// could, and one error that speaks for the others.
+template <typename T>
+struct [[nodiscard]] Partial {
+  T value;
+  Status status;
+};
+
 }  // namespace ulvek

@@ -26,7 +26,7 @@ void putStoredAttributes(MIMETypeHelper& helper, ImportResult& result, const std
 
 ImportResult MIMETypeHelper::openDirectory(const std::string& path) {
   ImportResult result;
-  auto stored = OVMetaDataStore::metaDataDictionaryAtPath(path, false);
+  auto stored = OVMetaDataStore::metaDataDictionaryAtPath(path, false).value;
   // Unlike openFile, an empty stored title falls back to the folder's name.
   std::optional<TextString> title = getItemTitleForFile(stored ? *stored : kNoAttributes, path);
   if (!title || title->empty()) title = lastPathComponent(path);
@@ -37,7 +37,7 @@ ImportResult MIMETypeHelper::openDirectory(const std::string& path) {
 
 ImportResult MIMETypeHelper::openAttributes(const std::string& path) {
   ImportResult result;
-  auto stored = OVMetaDataStore::metaDataDictionaryAtPath(path, false);
+  auto stored = OVMetaDataStore::metaDataDictionaryAtPath(path, false).value;
   putStoredAttributes(*this, result, path, stored);
   return result;
 }

@@ -72,7 +72,7 @@ class FileImport {
  private:
   void prepare() {
     plan_ = planImport(path_);
-    attributes_ = OVMetaDataStore::metaDataDictionaryAtPath(path_, false);
+    attributes_ = OVMetaDataStore::metaDataDictionaryAtPath(path_, false).value;
     std::optional<TextString> title = getItemTitleForFile(storedAttributes(), path_);
     address_ = getWhereFrom(storedAttributes());
     if (!title) title = lastPathComponent(path_);
@@ -135,7 +135,10 @@ class FileImport {
   // The file's address replaces the stored one, even when the file yields none.
   std::optional<Route> readInternetLocation() {
     std::optional<TextString> name;
-    address_ = resolveInternetLocation(path_, &name);
+    std::optional<TextString> address = resolveInternetLocation(path_, &name);
+    // A desktop entry that is no link (an application launcher) is read as the text it is.
+    if (!address && plan_.extension == u"desktop") return Route::Undecided;
+    address_ = std::move(address);
     if (name && !name->empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(*name));
     return std::nullopt;
   }
@@ -226,7 +229,7 @@ class FileImport {
     MIMETypeHelper::copyHTMLMetaAttributes(&meta, result_);
     TextString title = normalizedHtmlTitle(*source);
     if (!title.empty()) result_.putOrRemove(ImportKey::Title, PropertyValue(std::move(title)));
-    return stringByConvertingHtml2PlainTextNonUmlauted(*source, false, false, true, true);
+    return stringByConvertingHtml2PlainText(*source, kImportHtmlOptions);
   }
 
   std::optional<TextString> readPropertyList() {

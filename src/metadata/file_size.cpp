@@ -160,8 +160,9 @@ std::uint64_t fileSizeAtPath(const std::string& path) {
 
 namespace {
 
-using ResourceQuery = std::optional<PropertyValue> (*)(const std::string& path,
-                                                       const struct stat& info, ErrorOut error);
+using ResourceQuery = Result<std::optional<PropertyValue>> (*)(const std::string& path,
+                                                               const struct stat& info);
+using Answer = Result<std::optional<PropertyValue>>;
 
 struct ResourceRow {
   std::string_view key;
@@ -170,49 +171,47 @@ struct ResourceRow {
 
 constexpr std::array<ResourceRow, 5> kResourceRows = {{
     {ResourceKey::IsPackage,
-     [](const std::string& path, const struct stat& info,
-        ErrorOut error) -> std::optional<PropertyValue> {
-       if (!S_ISDIR(info.st_mode)) return PropertyValue(false);
-       return PropertyValue(isPackageAtPath(path, error));
+     [](const std::string& path, const struct stat& info) -> Answer {
+       if (!S_ISDIR(info.st_mode)) return std::optional(PropertyValue(false));
+       Result<bool> package = isPackageAtPath(path);
+       if (!package) return package.error();
+       return std::optional(PropertyValue(*package));
      }},
     {ResourceKey::IsDirectory,
-     [](const std::string&, const struct stat& info, ErrorOut) -> std::optional<PropertyValue> {
-       return PropertyValue(S_ISDIR(info.st_mode) != 0);
+     [](const std::string&, const struct stat& info) -> Answer {
+       return std::optional(PropertyValue(S_ISDIR(info.st_mode) != 0));
      }},
     {ResourceKey::IsRegularFile,
-     [](const std::string&, const struct stat& info, ErrorOut) -> std::optional<PropertyValue> {
-       return PropertyValue(S_ISREG(info.st_mode) != 0);
+     [](const std::string&, const struct stat& info) -> Answer {
+       return std::optional(PropertyValue(S_ISREG(info.st_mode) != 0));
      }},
     {ResourceKey::IsSymbolicLink,
-     [](const std::string&, const struct stat& info, ErrorOut) -> std::optional<PropertyValue> {
-       return PropertyValue(S_ISLNK(info.st_mode) != 0);
+     [](const std::string&, const struct stat& info) -> Answer {
+       return std::optional(PropertyValue(S_ISLNK(info.st_mode) != 0));
      }},
     {ResourceKey::FileSize,
-     [](const std::string&, const struct stat& info, ErrorOut) -> std::optional<PropertyValue> {
-       if (S_ISDIR(info.st_mode)) return std::nullopt;
-       return PropertyValue(static_cast<std::int64_t>(info.st_size));
+     [](const std::string&, const struct stat& info) -> Answer {
+       if (S_ISDIR(info.st_mode)) return std::optional<PropertyValue>();
+       return std::optional(PropertyValue(static_cast<std::int64_t>(info.st_size)));
      }},
 }};
 
 }  // namespace
 
-std::optional<PropertyValue> getResourceValueForKey(std::string_view key, const std::string& path,
-                                                    ErrorOut error) {
-  clearError(error);
-  if (path.empty()) return std::nullopt;
+Result<std::optional<PropertyValue>> getResourceValueForKey(std::string_view key,
+                                                            const std::string& path) {
+  if (path.empty()) return std::optional<PropertyValue>();
   struct stat info;
-  if (::lstat(path.c_str(), &info) != 0) {
-    setError(error, Error::posix(errno, path));
-    return std::nullopt;
-  }
+  if (::lstat(path.c_str(), &info) != 0) return Error::posix(errno, path);
   for (const ResourceRow& row : kResourceRows) {
-    if (row.key == key) return row.query(path, info, error);
+    if (row.key == key) return row.query(path, info);
   }
-  return std::nullopt;
+  return std::optional<PropertyValue>();
 }
 
-bool getBoolValueForKey(std::string_view key, const std::string& path, ErrorOut error) {
-  std::optional<PropertyValue> value = getResourceValueForKey(key, path, error);
+bool getBoolValueForKey(std::string_view key, const std::string& path) {
+  std::optional<PropertyValue> value =
+      getResourceValueForKey(key, path).take().value_or(std::nullopt);
   if (!value) return false;
   if (const bool* flag = value->boolean()) return *flag;
   return false;

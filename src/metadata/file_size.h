@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/error.h"
 #include "base/property_value.h"
+#include "base/status.h"
 
 namespace ulvek {
 
@@ -25,12 +25,11 @@ inline constexpr std::string_view FileSize = "NSURLFileSizeKey";
 std::uint64_t fileSizeAtPath(const std::string& path);
 
 // A resource property of the item at the path (the item itself, a final symbolic link not
-// followed); nothing for an unknown key. A missing item sets a POSIX error.
-std::optional<PropertyValue> getResourceValueForKey(std::string_view key, const std::string& path,
-                                                    ErrorOut error = nullptr);
+// followed); nothing for an unknown key or an empty path. A missing item answers a POSIX error.
+Result<std::optional<PropertyValue>> getResourceValueForKey(std::string_view key,
+                                                            const std::string& path);
 
-// The Boolean value of that property; false when it is missing or not a Boolean. An empty path
-// answers false without error.
-bool getBoolValueForKey(std::string_view key, const std::string& path, ErrorOut error = nullptr);
+// The Boolean value of that property; false when it is missing, not a Boolean, or cannot be had.
+bool getBoolValueForKey(std::string_view key, const std::string& path);
 
 }  // namespace ulvek

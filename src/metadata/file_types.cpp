@@ -14,8 +14,8 @@ using Table = std::span<const TextView>;
 
 // Extension tables keep their entries as written; comparison folds both sides.
 constexpr TextView kInternetLocationExtensions[] = {
-    u"webloc",  u"mailloc", u"ftploc", u"inetloc",    u"newsloc",
-    u"fileloc", u"vncloc",  u"url",    u"webhistory", u"webbookmark"};
+    u"webloc", u"mailloc", u"ftploc",     u"inetloc",     u"newsloc", u"fileloc",
+    u"vncloc", u"url",     u"webhistory", u"webbookmark", u"desktop"};
 constexpr std::uint32_t kInternetLocationTypes[] = {
     fourCharCode("LINK"), fourCharCode("ilaf"), fourCharCode("ilat"), fourCharCode("ilfi"),
     fourCharCode("ilft"), fourCharCode("ilge"), fourCharCode("ilht"), fourCharCode("ilma"),
@@ -186,14 +186,13 @@ static_assert(std::size(kPlainTextExtensions) == 120);
 
 // What the image importer reads (extensions and the type codes old files carry), followed by the
 // eight entries that always count as images here.
+// What the image importer reads (the formats Exiv2 reads), with the fixed entries.
 constexpr TextView kImageFileTypes[] = {
-    u"png",    u"jpg",    u"jpeg",   u"gif",    u"tif",    u"tiff",   u"bmp",    u"dib",
-    u"ico",    u"icns",   u"cur",    u"heic",   u"heif",   u"avif",   u"webp",   u"psd",
-    u"pict",   u"pct",    u"pic",    u"tga",    u"jp2",    u"jpx",    u"j2k",    u"jpf",
-    u"pbm",    u"pgm",    u"ppm",    u"pnm",    u"xbm",    u"exr",    u"dng",    u"'PNGf'",
-    u"'JPEG'", u"'GIFf'", u"'TIFF'", u"'BMP '", u"'BMPf'", u"'ICO '", u"'icns'", u"'8BPS'",
-    u"'PICT'", u"'TPIC'", u"'jp2 '", u"jpe",    u"JPE",    u"ps",     u"PS",     u"eps",
-    u"EPS",    u"ai",     u"AI"};
+    u"jpg",    u"jpeg", u"png",    u"gif",    u"tif",    u"tiff",   u"bmp",    u"webp",   u"heic",
+    u"heif",   u"avif", u"psd",    u"tga",    u"jp2",    u"pgf",    u"dng",    u"cr2",    u"cr3",
+    u"crw",    u"nef",  u"orf",    u"rw2",    u"raf",    u"arw",    u"sr2",    u"srw",    u"pef",
+    u"mrw",    u"exv",  u"'PNGf'", u"'JPEG'", u"'GIFf'", u"'TIFF'", u"'BMP '", u"'BMPf'", u"'8BPS'",
+    u"'jp2 '", u"jpe",  u"JPE",    u"ps",     u"PS",     u"eps",    u"EPS",    u"ai",     u"AI"};
 
 // What the attributed-string readers open.
 constexpr TextView kAttributedFileTypes[] = {u"rtf",    u"rtfd", u"doc", u"dot", u"docx", u"dotx",
@@ -295,26 +294,6 @@ bool exactlyIn(OptionalText text, Table table) {
   return false;
 }
 
-bool equalsNoCase(TextView text, TextView other) {
-  if (text.size() != other.size()) return false;
-  ConversionTable lower = lowerCharsTable();
-  for (std::size_t i = 0; i < text.size(); ++i)
-    if (lower[text[i]] != lower[other[i]]) return false;
-  return true;
-}
-
-bool hasSuffixNoCase(TextView text, TextView suffix) {
-  return text.size() >= suffix.size() &&
-         equalsNoCase(text.substr(text.size() - suffix.size()), suffix);
-}
-
-bool containsNoCase(TextView text, TextView part) {
-  if (part.size() > text.size()) return false;
-  for (std::size_t at = 0; at + part.size() <= text.size(); ++at)
-    if (equalsNoCase(text.substr(at, part.size()), part)) return true;
-  return false;
-}
-
 }  // namespace
 
 TextString pathExtension(std::string_view path) {
@@ -398,7 +377,7 @@ bool isFormExtension(OptionalText extension) { return extensionIn(extension, kFo
 
 bool isWordPerfectExtension(OptionalText extension, OptionalText type) {
   if (extensionIn(extension, kWordPerfectExtensions)) return true;
-  return type && equalsNoCase(*type, kWordPerfectTypes[0]);
+  return type && isLowerEqualToStringNoCase(*type, kWordPerfectTypes[0]);
 }
 
 bool isRTFExtension(OptionalText extension, OptionalText type) {

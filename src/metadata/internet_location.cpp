@@ -11,6 +11,7 @@
 #include "platform/file_bytes.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
+#include "text/character_tables.h"
 #include "text/string_utilities.h"
 
 namespace ulvek {
@@ -19,20 +20,11 @@ namespace {
 
 constexpr std::u16string_view kShortcutExtension = u"url";
 constexpr std::u16string_view kShortcutType = u"'LINK'";
+constexpr std::u16string_view kDesktopExtension = u"desktop";
 constexpr std::u16string_view kURLKey = u"URL=";
 
 // Nobody keeps one address in more than this; larger files are not read.
 constexpr std::uintmax_t kMaxLocationFileSize = 16 * 1024 * 1024;
-
-char16_t asciiLower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c + (u'a' - u'A') : c; }
-
-bool equalsIgnoringASCIICase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (asciiLower(a[i]) != asciiLower(b[i])) return false;
-  }
-  return true;
-}
 
 std::optional<std::string> readSmallFile(const std::string& path) {
   std::optional<FileBytes> bytes = FileBytes::read(path, kMaxLocationFileSize).take();
@@ -52,7 +44,7 @@ std::optional<TextString> shortcutAddress(const std::string& path, bool hasShort
   for (const TextString& line : textLines) {
     TextView view = line;
     if (view.size() >= kURLKey.size() &&
-        equalsIgnoringASCIICase(view.substr(0, kURLKey.size()), kURLKey)) {
+        isAsciiEqualToStringNoCase(view.substr(0, kURLKey.size()), kURLKey)) {
       return stringByTrimmingWhiteSpaces(view.substr(kURLKey.size()));
     }
   }
@@ -79,6 +71,39 @@ std::optional<std::optional<TextString>> propertyListAddress(const std::string& 
   }
   if (!url->string()) return std::optional<TextString>();
   return std::optional<TextString>(*url->string());
+}
+
+// A desktop entry of Type=Link, as Linux desktops save links: "URL" and "Name" of its
+// [Desktop Entry] group (translated names and other groups are not read).
+std::optional<TextString> desktopLinkAddress(const std::string& path,
+                                             std::optional<TextString>* name) {
+  std::optional<std::string> bytes = readSmallFile(path);
+  if (!bytes) return std::nullopt;
+  TextString text;
+  if (!fromUtf8Strict(*bytes, text)) return std::nullopt;
+  bool inEntry = false;
+  bool isLink = false;
+  std::optional<TextString> url, title;
+  for (const TextString& line : lines(text)) {
+    TextString trimmed = stringByTrimmingWhiteSpaces(line);
+    if (trimmed.empty() || trimmed.front() == u'#') continue;
+    if (trimmed.front() == u'[') {
+      inEntry = trimmed == u"[Desktop Entry]";
+      continue;
+    }
+    std::size_t equals = trimmed.find(u'=');
+    if (!inEntry || equals == TextString::npos) continue;
+    TextString key = stringByTrimmingWhiteSpaces(TextView(trimmed).substr(0, equals));
+    TextString value = stringByTrimmingWhiteSpaces(TextView(trimmed).substr(equals + 1));
+    if (key == u"Type") isLink = value == u"Link";
+    if (key == u"URL" && !url)
+      url = std::move(value);
+    else if (key == u"Name" && !title)
+      title = std::move(value);
+  }
+  if (!isLink || !url || url->empty()) return std::nullopt;
+  if (name) *name = std::move(title);
+  return url;
 }
 
 // Old location files keep the address in a 'url ' resource, else in a 'TEXT' one.
@@ -108,7 +133,9 @@ std::optional<TextString> resolveInternetLocation(const std::string& path,
   if (!isInternetLocationExtension(TextView(extension), type ? OptionalText(*type) : std::nullopt))
     return std::nullopt;
 
-  bool hasShortcutExtension = equalsIgnoringASCIICase(extension, kShortcutExtension);
+  if (isAsciiEqualToStringNoCase(extension, kDesktopExtension))
+    return desktopLinkAddress(path, name);
+  bool hasShortcutExtension = isAsciiEqualToStringNoCase(extension, kShortcutExtension);
   if (hasShortcutExtension || type == kShortcutType) {
     return shortcutAddress(path, hasShortcutExtension);
   }

@@ -3,10 +3,13 @@
 #include <unicode/unorm.h>
 #include <unicode/unorm2.h>
 
+#include <algorithm>
 #include <array>
+#include <vector>
 
 #include "base/log.h"
 #include "metadata/metadata_store.h"
+#include "text/string_utilities.h"
 
 namespace ulvek {
 namespace {
@@ -40,15 +43,55 @@ std::optional<TextString> strictUtf8(const std::uint8_t* bytes, size_t length) {
   return text;
 }
 
-}  // namespace
+// A Linux attribute's text: plain UTF-8 bytes (a final 0 allowed), or a string.
+std::optional<TextString> xdgText(const PropertyDictionary& attributes, std::string_view key) {
+  const PropertyValue* value = find(attributes, key);
+  if (!value) return std::nullopt;
+  if (const TextString* text = value->string()) return *text;
+  const Data* bytes = value->data();
+  if (!bytes) return std::nullopt;
+  std::size_t length = bytes->size();
+  while (length > 0 && (*bytes)[length - 1] == 0) --length;
+  return strictUtf8(bytes->data(), length);
+}
 
-std::optional<PropertyArray> getUserTags(const PropertyDictionary& attributes) {
+std::optional<PropertyArray> macTags(const PropertyDictionary& attributes) {
   if (kPlatformHasSystemTags) {
     if (auto tags = getMavericksTags(attributes)) return tags;
     return getOpenMetaTags(attributes);
   }
   if (auto tags = getOpenMetaTags(attributes)) return tags;
   return getMavericksTags(attributes);
+}
+
+}  // namespace
+
+std::optional<PropertyArray> getUserTags(const PropertyDictionary& attributes) {
+  std::optional<PropertyArray> tags = macTags(attributes);
+  std::vector<TextString> linux = getXdgTags(attributes);
+  if (linux.empty()) return tags;
+  if (!tags) tags.emplace();
+  for (TextString& tag : linux) {
+    PropertyValue value(std::move(tag));
+    if (std::find(tags->begin(), tags->end(), value) == tags->end()) tags->push_back(value);
+  }
+  return tags;
+}
+
+std::vector<TextString> getXdgTags(const PropertyDictionary& attributes) {
+  std::vector<TextString> tags;
+  std::optional<TextString> list = xdgText(attributes, MetaDataKey::XdgTags);
+  if (!list) return tags;
+  std::size_t start = 0;
+  while (start <= list->size()) {
+    std::size_t comma = list->find(u',', start);
+    if (comma == TextString::npos) comma = list->size();
+    TextString tag = stringByTrimmingWhiteSpaces(TextView(*list).substr(start, comma - start));
+    if (!tag.empty() && std::find(tags.begin(), tags.end(), tag) == tags.end())
+      tags.push_back(std::move(tag));
+    start = comma + 1;
+  }
+  return tags;
 }
 
 std::optional<PropertyArray> getMavericksTags(const PropertyDictionary& attributes) {
@@ -88,7 +131,7 @@ std::optional<PropertyArray> getOpenMetaTags(const PropertyDictionary& attribute
 std::optional<TextString> getWhereFrom(const PropertyDictionary& attributes) {
   const PropertyValue* value = find(attributes, kSpotlightWhereFroms);
   if (!value) value = find(attributes, MetaDataKey::WhereFroms);
-  if (!value) return std::nullopt;
+  if (!value) return xdgText(attributes, MetaDataKey::XdgOriginURL);
 
   if (const PropertyArray* addresses = value->array()) {
     if (addresses->empty()) return std::nullopt;
@@ -106,8 +149,9 @@ std::optional<TextString> getWhereFrom(const PropertyDictionary& attributes) {
 
 std::optional<PropertyValue> getFinderComment(const PropertyDictionary& attributes) {
   const PropertyValue* value = find(attributes, MetaDataKey::FinderComment);
-  if (!value) return std::nullopt;
-  return *value;
+  if (value) return *value;
+  if (auto comment = xdgText(attributes, MetaDataKey::XdgComment)) return PropertyValue(*comment);
+  return std::nullopt;
 }
 
 bool isEditableNote(const PropertyDictionary& attributes) {

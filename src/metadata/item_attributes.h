@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/property_value.h"
 #include "base/text_string.h"
@@ -15,7 +16,10 @@ namespace ulvek {
 
 // Tagging.
 // System tags first, the open convention's when there are none; an empty list is an answer.
+// Tags Linux programs keep ("user.xdg.tags") are added after them, without repeats.
 std::optional<PropertyArray> getUserTags(const PropertyDictionary& attributes);
+// The comma-separated "user.xdg.tags" as KDE writes it, trimmed, without empties or repeats.
+std::vector<TextString> getXdgTags(const PropertyDictionary& attributes);
 // System tag names: each element up to its first line feed; elements that are not strings are
 // skipped. Logs "Invalid array: %@" for a value that is not an array.
 std::optional<PropertyArray> getMavericksTags(const PropertyDictionary& attributes);
@@ -25,9 +29,9 @@ std::optional<PropertyArray> getOpenMetaTags(const PropertyDictionary& attribute
 
 // Attributes.
 // Where the item came from: an array's first element, UTF-8 bytes (up to a terminating 0), or a
-// string; nothing for anything else.
+// string; nothing for anything else. Without a Mac address, "user.xdg.origin.url".
 std::optional<TextString> getWhereFrom(const PropertyDictionary& attributes);
-// The stored comment, of whatever kind it is.
+// The stored comment, of whatever kind it is; without one, "user.xdg.comment" as a string.
 std::optional<PropertyValue> getFinderComment(const PropertyDictionary& attributes);
 bool isEditableNote(const PropertyDictionary& attributes);
 // The stored "kMDItemTitle", unless it only repeats (ignoring case) the file's name or path.

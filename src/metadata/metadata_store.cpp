@@ -68,86 +68,68 @@ PropertyValue decodedValue(Data bytes) {
 
 }  // namespace
 
-std::optional<std::set<std::string>> OVMetaDataStore::metaDataKeysAtPath(const std::string& path,
-                                                                         bool traverseLink,
-                                                                         ErrorOut error) {
-  clearError(error);
+Result<std::optional<std::set<std::string>>> OVMetaDataStore::metaDataKeysAtPath(
+    const std::string& path, bool traverseLink) {
   // A path with a NUL byte has no file-system form.
-  if (path.find('\0') != std::string::npos) return std::nullopt;
+  if (path.find('\0') != std::string::npos) return std::optional<std::set<std::string>>();
   int errorNumber = 0;
   auto keys = listMetadataKeys(path, traverseLink, &errorNumber);
-  if (!keys) {
-    setError(error, Error::posix(errorNumber, path));
-    return std::nullopt;
-  }
-  if (keys->empty()) return std::nullopt;
+  if (!keys) return Error::posix(errorNumber, path);
+  if (keys->empty()) return std::optional<std::set<std::string>>();
   std::set<std::string> names;
   TextString ignored;
   for (std::string& key : *keys)
     if (fromUtf8Strict(key, ignored)) names.insert(std::move(key));
-  return names;
+  return std::optional(std::move(names));
 }
 
-std::optional<PropertyDictionary> OVMetaDataStore::metaDataDictionaryAtPath(const std::string& path,
-                                                                            bool traverseLink,
-                                                                            ErrorOut error) {
-  auto names = metaDataKeysAtPath(path, traverseLink, error);
-  clearError(error);
-  if (!names) return std::nullopt;
-
+Partial<std::optional<PropertyDictionary>> OVMetaDataStore::metaDataDictionaryAtPath(
+    const std::string& path, bool traverseLink) {
+  std::optional<std::set<std::string>> names =
+      metaDataKeysAtPath(path, traverseLink).take().value_or(std::nullopt);
+  if (!names) return {};
   PropertyDictionary dictionary;
   std::vector<Error> failures;
   for (const std::string& name : *names) {
-    std::optional<Error> failure;
-    if (auto value = objectForKey(name, path, traverseLink, &failure))
-      dictionary.emplace(name, std::move(*value));
-    else if (failure)
-      failures.push_back(std::move(*failure));
+    Result<std::optional<PropertyValue>> value = objectForKey(name, path, traverseLink);
+    if (!value)
+      failures.push_back(value.error());
+    else if (*value)
+      dictionary.emplace(name, std::move(**value));
   }
+  Partial<std::optional<PropertyDictionary>> answer;
   if (!failures.empty())
-    setError(error, summaryError(kMetaDataReadError,
-                                 "Couldn't read some or all metadata attributes.", path, failures));
-  if (dictionary.empty()) return std::nullopt;
-  return dictionary;
+    answer.status = summaryError(kMetaDataReadError,
+                                 "Couldn't read some or all metadata attributes.", path, failures);
+  if (!dictionary.empty()) answer.value = std::move(dictionary);
+  return answer;
 }
 
-bool OVMetaDataStore::setMetaDataDictionary(const PropertyDictionary& dictionary,
-                                            const std::string& path, bool traverseLink,
-                                            ErrorOut error) {
-  clearError(error);
+Status OVMetaDataStore::setMetaDataDictionary(const PropertyDictionary& dictionary,
+                                              const std::string& path, bool traverseLink) {
   std::vector<Error> failures;
   for (const auto& [key, value] : dictionary) {
-    std::optional<Error> failure;
-    if (!setObject(value, key, path, traverseLink, &failure) && failure)
-      failures.push_back(std::move(*failure));
+    if (Status written = setObject(value, key, path, traverseLink); !written)
+      failures.push_back(written.error());
   }
-  if (failures.empty()) return true;
-  setError(error, summaryError(kMetaDataWriteError,
-                               "Couldn't write some or all metadata attributes.", path, failures));
-  return false;
+  if (failures.empty()) return {};
+  return summaryError(kMetaDataWriteError, "Couldn't write some or all metadata attributes.", path,
+                      failures);
 }
 
-std::optional<PropertyValue> OVMetaDataStore::objectForKey(std::string_view key,
-                                                           const std::string& path,
-                                                           bool traverseLink, ErrorOut error) {
-  clearError(error);
+Result<std::optional<PropertyValue>> OVMetaDataStore::objectForKey(std::string_view key,
+                                                                   const std::string& path,
+                                                                   bool traverseLink) {
   int errorNumber = 0;
   auto bytes = readMetadataAttribute(path, key, traverseLink, &errorNumber);
-  if (!bytes) {
-    setError(error, Error::posix(errorNumber, path));
-    return std::nullopt;
-  }
-  if (bytes->empty()) return std::nullopt;
-  return decodedValue(std::move(*bytes));
+  if (!bytes) return Error::posix(errorNumber, path);
+  if (bytes->empty()) return std::optional<PropertyValue>();
+  return std::optional(decodedValue(std::move(*bytes)));
 }
 
-bool OVMetaDataStore::setObject(const PropertyValue& value, std::string_view key,
-                                const std::string& path, bool traverseLink, ErrorOut error) {
-  clearError(error);
-  if (keyTooLong(key)) {
-    setError(error, keyTooLongError(key));
-    return false;
-  }
+Status OVMetaDataStore::setObject(const PropertyValue& value, std::string_view key,
+                                  const std::string& path, bool traverseLink) {
+  if (keyTooLong(key)) return keyTooLongError(key);
   std::optional<Data> serialized;
   const Data* bytes = value.data();
   if (!bytes) {
@@ -156,32 +138,23 @@ bool OVMetaDataStore::setObject(const PropertyValue& value, std::string_view key
     if (!serialized) {
       Error failure = metaDataError(kMetaDataSerializationError, std::move(message));
       failure.userInfo.emplace(std::string(kLocalizedFailureReasonErrorKey), std::string(key));
-      setError(error, std::move(failure));
-      return false;
+      return failure;
     }
     bytes = &*serialized;
   }
   int errorNumber = 0;
-  if (!writeMetadataAttribute(path, key, *bytes, traverseLink, &errorNumber)) {
-    setError(error, Error::posix(errorNumber, path));
-    return false;
-  }
-  return true;
+  if (!writeMetadataAttribute(path, key, *bytes, traverseLink, &errorNumber))
+    return Error::posix(errorNumber, path);
+  return {};
 }
 
-bool OVMetaDataStore::removeObjectForKey(std::string_view key, const std::string& path,
-                                         bool traverseLink, ErrorOut error) {
-  clearError(error);
-  if (keyTooLong(key)) {
-    setError(error, keyTooLongError(key));
-    return false;
-  }
+Status OVMetaDataStore::removeObjectForKey(std::string_view key, const std::string& path,
+                                           bool traverseLink) {
+  if (keyTooLong(key)) return keyTooLongError(key);
   int errorNumber = 0;
-  if (!removeMetadataAttribute(path, key, traverseLink, &errorNumber)) {
-    setError(error, Error::posix(errorNumber, path));
-    return false;
-  }
-  return true;
+  if (!removeMetadataAttribute(path, key, traverseLink, &errorNumber))
+    return Error::posix(errorNumber, path);
+  return {};
 }
 
 bool OVMetaDataStore::useOpenMeta() { return useOpenMetaFlag.load(std::memory_order_relaxed); }
@@ -190,17 +163,18 @@ void OVMetaDataStore::setUseOpenMeta(bool use) {
   useOpenMetaFlag.store(use, std::memory_order_relaxed);
 }
 
-std::optional<PropertyArray> OVMetaDataStore::getUserTags(const std::string& path, ErrorOut error) {
-  auto attributes = metaDataDictionaryAtPath(path, false, error);
-  if (!attributes) return std::nullopt;
-  return ulvek::getUserTags(*attributes);
+Partial<std::optional<PropertyArray>> OVMetaDataStore::getUserTags(const std::string& path) {
+  Partial<std::optional<PropertyDictionary>> attributes = metaDataDictionaryAtPath(path, false);
+  Partial<std::optional<PropertyArray>> tags{std::nullopt, attributes.status};
+  if (attributes.value) tags.value = ulvek::getUserTags(*attributes.value);
+  return tags;
 }
 
-bool OVMetaDataStore::setUserTags(const PropertyArray& tags, const std::string& path,
-                                  ErrorOut error) {
-  clearError(error);
+Result<bool> OVMetaDataStore::setUserTags(const PropertyArray& tags, const std::string& path) {
   if (!kPlatformHasSystemTags || userDefaultIsTrue("DisableFinderTags")) return false;
-  return setObject(PropertyValue(tags), MetaDataKey::UserTags, path, false, error);
+  if (Status written = setObject(PropertyValue(tags), MetaDataKey::UserTags, path, false); !written)
+    return written.error();
+  return true;
 }
 
 std::optional<Date> OVMetaDataStore::getUserTagsDate(const std::string& path) {
@@ -209,7 +183,8 @@ std::optional<Date> OVMetaDataStore::getUserTagsDate(const std::string& path) {
       MetaDataKey::OMUserTagTime, MetaDataKey::OpenMetaUserTagTime,
       MetaDataKey::OpenMetaUserTagTimeShort};
   for (std::string_view key : kDateKeys) {
-    auto value = objectForKey(key, path, false);
+    std::optional<PropertyValue> value =
+        objectForKey(key, path, false).take().value_or(std::nullopt);
     if (!value) continue;
     if (const Date* date = value->date()) return *date;
     logLine("Invalid date: " + std::string(value->className()));
@@ -217,24 +192,23 @@ std::optional<Date> OVMetaDataStore::getUserTagsDate(const std::string& path) {
   return std::nullopt;
 }
 
-bool OVMetaDataStore::setIsEditableNote(bool isEditableNote, const std::string& path,
-                                        bool traverseLink, ErrorOut error) {
+Status OVMetaDataStore::setIsEditableNote(bool isEditableNote, const std::string& path,
+                                          bool traverseLink) {
   if (isEditableNote)
-    return setObject(PropertyValue(u"yes"), MetaDataKey::IsEditableNote, path, traverseLink, error);
-  return removeObjectForKey(MetaDataKey::IsEditableNote, path, traverseLink, error);
+    return setObject(PropertyValue(u"yes"), MetaDataKey::IsEditableNote, path, traverseLink);
+  return removeObjectForKey(MetaDataKey::IsEditableNote, path, traverseLink);
 }
 
-bool OVMetaDataStore::setWhereFrom(TextView whereFrom, const std::string& path, bool traverseLink,
-                                   ErrorOut error) {
+Status OVMetaDataStore::setWhereFrom(TextView whereFrom, const std::string& path,
+                                     bool traverseLink) {
   if (!whereFrom.empty())
-    return setObject(PropertyValue(whereFrom), MetaDataKey::WhereFroms, path, traverseLink, error);
-  return removeObjectForKey(MetaDataKey::WhereFroms, path, traverseLink, error);
+    return setObject(PropertyValue(whereFrom), MetaDataKey::WhereFroms, path, traverseLink);
+  return removeObjectForKey(MetaDataKey::WhereFroms, path, traverseLink);
 }
 
-std::optional<PropertyValue> OVMetaDataStore::finderCommentAtPath(const std::string& path,
-                                                                  bool traverseLink,
-                                                                  ErrorOut error) {
-  return objectForKey(MetaDataKey::FinderComment, path, traverseLink, error);
+Result<std::optional<PropertyValue>> OVMetaDataStore::finderCommentAtPath(const std::string& path,
+                                                                          bool traverseLink) {
+  return objectForKey(MetaDataKey::FinderComment, path, traverseLink);
 }
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/error.h"
 #include "base/property_value.h"
+#include "base/status.h"
 #include "base/text_string.h"
 
 namespace ulvek {
@@ -45,6 +45,10 @@ inline constexpr std::string_view OpenMetaUserTagsShort = "org.openmetainfo:kOMU
 inline constexpr std::string_view OMUserTagTime = "com.apple.metadata:kMDItemOMUserTagTime";
 inline constexpr std::string_view OpenMetaUserTagTime = "org.openmetainfo.time:kMDItemOMUserTags";
 inline constexpr std::string_view OpenMetaUserTagTimeShort = "org.openmetainfo.time:kOMUserTags";
+// What Linux programs write: browsers, wget and curl the origin, KDE the comment and tags.
+inline constexpr std::string_view XdgOriginURL = "xdg.origin.url";
+inline constexpr std::string_view XdgComment = "xdg.comment";
+inline constexpr std::string_view XdgTags = "xdg.tags";
 }  // namespace MetaDataKey
 
 // Keys of this many UTF-16 units or more are refused by set and remove.
@@ -56,57 +60,52 @@ inline constexpr std::size_t kMetaDataKeyLengthLimit = 128;
 inline constexpr bool kPlatformHasSystemTags = true;
 
 // Typed access to the metadata a file keeps in its extended attributes. Keys and names are UTF-8;
-// paths are file-system paths. `traverseLink` false acts on a symbolic link itself. Every
-// operation with an ErrorOut clears it first (reading one value: after the size query).
+// paths are file-system paths. `traverseLink` false acts on a symbolic link itself. Failures the
+// caller must see come back as values: POSIX errors, or the store's codes 200 to 203.
 class OVMetaDataStore {
  public:
   static constexpr std::string_view kClassName = "OVMetaDataStore";
 
-  // The item's attribute names, or nothing (a failure to list sets a POSIX error; an item
-  // without attributes answers nothing without error).
-  static std::optional<std::set<std::string>> metaDataKeysAtPath(const std::string& path,
-                                                                 bool traverseLink,
-                                                                 ErrorOut error = nullptr);
+  // The item's attribute names; nothing for an item without attributes; a POSIX error when
+  // listing fails.
+  static Result<std::optional<std::set<std::string>>> metaDataKeysAtPath(const std::string& path,
+                                                                         bool traverseLink);
   // Every readable attribute, decoded; nothing when that would be empty. Values that failed to
   // read give error 201 beside the rest; a failure to list is not reported.
-  static std::optional<PropertyDictionary> metaDataDictionaryAtPath(const std::string& path,
-                                                                    bool traverseLink,
-                                                                    ErrorOut error = nullptr);
-  // Writes every entry, continuing after failures (error 202); true when all were written.
-  static bool setMetaDataDictionary(const PropertyDictionary& dictionary, const std::string& path,
-                                    bool traverseLink, ErrorOut error = nullptr);
+  static Partial<std::optional<PropertyDictionary>> metaDataDictionaryAtPath(
+      const std::string& path, bool traverseLink);
+  // Writes every entry, continuing after failures (error 202).
+  static Status setMetaDataDictionary(const PropertyDictionary& dictionary, const std::string& path,
+                                      bool traverseLink);
 
   // One value: property lists decoded, other bytes as Data; an empty attribute is nothing.
-  static std::optional<PropertyValue> objectForKey(std::string_view key, const std::string& path,
-                                                   bool traverseLink, ErrorOut error = nullptr);
+  static Result<std::optional<PropertyValue>> objectForKey(std::string_view key,
+                                                           const std::string& path,
+                                                           bool traverseLink);
   // Data is stored byte for byte, everything else as a binary property list.
-  static bool setObject(const PropertyValue& value, std::string_view key, const std::string& path,
-                        bool traverseLink, ErrorOut error = nullptr);
-  static bool removeObjectForKey(std::string_view key, const std::string& path, bool traverseLink,
-                                 ErrorOut error = nullptr);
+  static Status setObject(const PropertyValue& value, std::string_view key, const std::string& path,
+                          bool traverseLink);
+  static Status removeObjectForKey(std::string_view key, const std::string& path,
+                                   bool traverseLink);
 
   // Whether the open tagging convention's attributes are consulted (tags and tag dates).
   static bool useOpenMeta();
   static void setUseOpenMeta(bool use);
 
   // Tag names of the item itself (links not followed); see getUserTags in item_attributes.h.
-  static std::optional<PropertyArray> getUserTags(const std::string& path,
-                                                  ErrorOut error = nullptr);
-  // Writes the system tag attribute unless the user default "DisableFinderTags" is true.
-  static bool setUserTags(const PropertyArray& tags, const std::string& path,
-                          ErrorOut error = nullptr);
+  static Partial<std::optional<PropertyArray>> getUserTags(const std::string& path);
+  // Writes the system tag attribute unless the user default "DisableFinderTags" is true: YES
+  // when written, NO when the default kept it from being written.
+  static Result<bool> setUserTags(const PropertyArray& tags, const std::string& path);
   // The date of the last tag change in the open convention; logs "Invalid date: %@".
   static std::optional<Date> getUserTagsDate(const std::string& path);
   // true writes "yes", false removes the flag.
-  static bool setIsEditableNote(bool isEditableNote, const std::string& path, bool traverseLink,
-                                ErrorOut error = nullptr);
+  static Status setIsEditableNote(bool isEditableNote, const std::string& path, bool traverseLink);
   // A non-empty address is written as one string; an empty one removes the attribute.
-  static bool setWhereFrom(TextView whereFrom, const std::string& path, bool traverseLink,
-                           ErrorOut error = nullptr);
+  static Status setWhereFrom(TextView whereFrom, const std::string& path, bool traverseLink);
   // The stored comment value, of whatever kind it is.
-  static std::optional<PropertyValue> finderCommentAtPath(const std::string& path,
-                                                          bool traverseLink,
-                                                          ErrorOut error = nullptr);
+  static Result<std::optional<PropertyValue>> finderCommentAtPath(const std::string& path,
+                                                                  bool traverseLink);
 };
 
 // Display names for metadata keywords.

@@ -477,15 +477,11 @@ std::optional<std::string> sniffedMIMEType(std::span<const std::uint8_t> bytes) 
   return magicAnswer(magic_buffer(magic.cookie, bytes.data(), bytes.size()));
 }
 
-std::optional<std::string> typeOfFile(const std::string& path, ErrorOut error) {
-  clearError(error);
+std::optional<std::string> typeOfFile(const std::string& path) {
   if (path.empty()) return std::nullopt;
   std::error_code statusError;
   std::filesystem::file_status status = std::filesystem::status(path, statusError);
-  if (statusError || !std::filesystem::exists(status)) {
-    setError(error, Error::posix(statusError ? statusError.value() : ENOENT, path));
-    return std::nullopt;
-  }
+  if (statusError || !std::filesystem::exists(status)) return std::nullopt;
   std::string extension = extensionOfPath(path);
   if (std::filesystem::is_directory(status)) {
     if (auto package = packageTypeForExtension(extension)) return std::string(*package);
@@ -502,15 +498,12 @@ std::optional<std::string> typeOfFile(const std::string& path, ErrorOut error) {
   return std::nullopt;
 }
 
-bool isPackageAtPath(const std::string& path, ErrorOut error) {
-  clearError(error);
+Result<bool> isPackageAtPath(const std::string& path) {
   if (path.empty()) return false;
   std::error_code statusError;
   std::filesystem::file_status status = std::filesystem::symlink_status(path, statusError);
-  if (statusError || !std::filesystem::exists(status)) {
-    setError(error, Error::posix(statusError ? statusError.value() : ENOENT, path));
-    return false;
-  }
+  if (statusError || !std::filesystem::exists(status))
+    return Error::posix(statusError ? statusError.value() : ENOENT, path);
   if (!std::filesystem::is_directory(status)) return false;
   return packageTypeForExtension(extensionOfPath(path)).has_value() || hasBundleBit(path);
 }

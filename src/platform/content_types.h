@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/error.h"
+#include "base/status.h"
 
 namespace ulvek {
 
@@ -51,13 +51,13 @@ std::optional<std::string> sniffedMIMEType(std::span<const std::uint8_t> bytes);
 
 // The content type of the item at `path` (symbolic links followed): a folder answers its package
 // type or "public.folder"; a file its extension's type, else the type of the MIME type libmagic
-// sniffs, else a "dyn." identifier that names what is known. Nothing (and a POSIX error) when
-// the item cannot be examined.
-std::optional<std::string> typeOfFile(const std::string& path, ErrorOut error = nullptr);
+// sniffs, else a "dyn." identifier that names what is known. Nothing when the item cannot be
+// examined.
+std::optional<std::string> typeOfFile(const std::string& path);
 
 // The package test: a folder whose extension names a package type of the table, or whose Finder
-// flags carry the bundle bit. Symbolic links are not followed. A missing item answers false with
-// a POSIX error; an empty path answers false without one.
-bool isPackageAtPath(const std::string& path, ErrorOut error = nullptr);
+// flags carry the bundle bit. Symbolic links are not followed. A missing item answers a POSIX
+// error; an empty path answers false.
+Result<bool> isPackageAtPath(const std::string& path);
 
 }  // namespace ulvek

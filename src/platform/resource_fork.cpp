@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "platform/extended_attributes.h"
+#include "platform/file_server_metadata.h"
 
 namespace ulvek {
 namespace {
@@ -111,6 +112,7 @@ std::optional<Data> resourceForkBytes(const std::string& path) {
   if (path.empty()) return std::nullopt;
   std::optional<Data> fork = readExtendedAttribute(path, kResourceForkAttribute, false);
   if (!fork || fork->empty()) fork = appleDoubleEntry(path, kResourceForkEntry);
+  if (!fork || fork->empty()) fork = fileServerResourceFork(path);
   if (!fork || fork->empty()) return std::nullopt;
   return fork;
 }
@@ -119,7 +121,8 @@ std::optional<Data> finderInfoBytes(const std::string& path) {
   if (path.empty()) return std::nullopt;
   std::optional<Data> info = readExtendedAttribute(path, kFinderInfoAttribute, false);
   if (info) return info;
-  return appleDoubleEntry(path, kFinderInfoEntry);
+  if ((info = appleDoubleEntry(path, kFinderInfoEntry))) return info;
+  return fileServerFinderInfo(path);
 }
 
 std::optional<ResourceMap> ResourceMap::parse(ByteView fork) {

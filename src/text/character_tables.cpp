@@ -497,6 +497,22 @@ bool isEqualToStringNoCase(TextView text, TextView other) {
   return U_SUCCESS(status) && order == 0;
 }
 
+bool isLowerEqualToStringNoCase(TextView text, TextView other) {
+  return equalUnder(text, other, lowerCharsTable());
+}
+
+bool hasSuffixNoCase(TextView text, TextView suffix) {
+  return text.size() >= suffix.size() &&
+         isLowerEqualToStringNoCase(text.substr(text.size() - suffix.size()), suffix);
+}
+
+bool containsNoCase(TextView text, TextView part) {
+  if (part.size() > text.size()) return false;
+  for (std::size_t at = 0; at + part.size() <= text.size(); ++at)
+    if (isLowerEqualToStringNoCase(text.substr(at, part.size()), part)) return true;
+  return false;
+}
+
 bool isAsciiEqualToStringNoCase(TextView text, TextView other) {
   return asciiEqualNoCase(text, other);
 }

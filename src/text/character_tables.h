@@ -178,8 +178,14 @@ bool isUpperCaseString(TextView text);
 // Two capitalised words run together ('MacBook', 'HelloWorld').
 bool isMashedWord(TextView text);
 
-// Comparisons.
+// Comparisons. The one family of case-insensitive comparisons: ICU's full case folding
+// (isEqualToStringNoCase), ASCII letters only, the fold tables unit for unit (NoCase below and
+// the non-umlauted forms).
 bool isEqualToStringNoCase(TextView text, TextView other);
+// Equal unit for unit once both sides go through the lower-case table.
+bool isLowerEqualToStringNoCase(TextView text, TextView other);
+bool hasSuffixNoCase(TextView text, TextView suffix);
+bool containsNoCase(TextView text, TextView part);
 bool isAsciiEqualToStringNoCase(TextView text, TextView other);
 bool isNonUmlautedEqualToStringNoCase(TextView text, TextView other);
 // The receiver's units in range against other; false when the range is out of bounds.

@@ -202,16 +202,7 @@ std::optional<std::int64_t> styleIntegerProperty(TextView style, std::string_vie
 
 // ---- The conversion ----
 
-struct Html2TextSettings {
-  bool entities = true;
-  bool standardEntities = true;
-  bool nonUmlauted = false;
-  bool reformat = false;
-  bool onlyBody = false;
-  bool removeJunk = false;
-  bool googleTags = false;
-  bool imageAlts = true;
-};
+using Html2TextSettings = HtmlToTextOptions;
 
 // State of one conversion. The output grows as needed; positions are indexes into it.
 struct Html2TextContext {
@@ -863,14 +854,25 @@ TextString convertHtml2PlainText(TextView html, const Html2TextSettings& setting
 
 }  // namespace
 
+TextString stringByConvertingHtml2PlainText(TextView html, const HtmlToTextOptions& options,
+                                            bool* didRemoveJunk) {
+  return convertHtml2PlainText(html, options, false, didRemoveJunk);
+}
+
 TextString stringByConvertingHtml2PlainTextEntities(TextView html, bool entities, bool stdEntities,
                                                     bool nonUmlauted, bool reformat, bool onlyBody,
                                                     bool removeJunk, bool* didRemoveJunk,
                                                     bool googleTags, bool imageAlts) {
-  return convertHtml2PlainText(
-      html,
-      {entities, stdEntities, nonUmlauted, reformat, onlyBody, removeJunk, googleTags, imageAlts},
-      false, didRemoveJunk);
+  return stringByConvertingHtml2PlainText(html,
+                                          {.entities = entities,
+                                           .standardEntities = stdEntities,
+                                           .nonUmlauted = nonUmlauted,
+                                           .reformat = reformat,
+                                           .onlyBody = onlyBody,
+                                           .removeJunk = removeJunk,
+                                           .googleTags = googleTags,
+                                           .imageAlts = imageAlts},
+                                          didRemoveJunk);
 }
 
 TextString stringByConvertingHtml2PlainTextNonUmlauted(TextView html, bool nonUmlauted,
@@ -911,8 +913,7 @@ TextString stringByConvertingHtml2PlainText(TextView html) {
 }
 
 TextString stringByConvertingHtml2SimplifiedPlainText(TextView html) {
-  return convertHtml2PlainText(html, {true, true, false, false, true, false, false, true}, true,
-                               nullptr);
+  return convertHtml2PlainText(html, {.onlyBody = true}, true, nullptr);
 }
 
 }  // namespace ulvek

@@ -23,6 +23,24 @@ namespace ulvek {
 //   googleTags    honour <!--googleoff: index--> / <!--googleon: index--> comments
 //   imageAlts     write the ALT (else TITLE) text of images
 
+// The settings above by name, so a call says what it asks for.
+struct HtmlToTextOptions {
+  bool entities = true;
+  bool standardEntities = true;
+  bool nonUmlauted = false;
+  bool reformat = false;
+  bool onlyBody = false;
+  bool removeJunk = false;
+  bool googleTags = false;
+  bool imageAlts = true;
+};
+
+// What the import reads of an HTML file: the body's text, googleoff regions left out.
+inline constexpr HtmlToTextOptions kImportHtmlOptions{.onlyBody = true, .googleTags = true};
+
+TextString stringByConvertingHtml2PlainText(TextView html, const HtmlToTextOptions& options,
+                                            bool* didRemoveJunk = nullptr);
+
 TextString stringByConvertingHtml2PlainTextEntities(TextView html, bool entities, bool stdEntities,
                                                     bool nonUmlauted, bool reformat, bool onlyBody,
                                                     bool removeJunk, bool* didRemoveJunk,
@@ -37,8 +55,7 @@ TextString stringByConvertingHtml2PlainTextNonUmlauted(TextView html, bool nonUm
 TextString stringByConvertingHtml2PlainTextNonUmlauted(TextView html, bool nonUmlauted,
                                                        bool reformat, bool onlyBody,
                                                        bool googleTags, bool imageAlts);
-// As above with image alternative texts. The import dispatcher's form: (html, false, false, true,
-// true).
+// As above with image alternative texts; (html, false, false, true, true) is kImportHtmlOptions.
 TextString stringByConvertingHtml2PlainTextNonUmlauted(TextView html, bool nonUmlauted,
                                                        bool reformat, bool onlyBody,
                                                        bool googleTags);

@@ -330,6 +330,19 @@ TEST(FileImport, HostileInputImportsWithoutError) {
             (PropertyDictionary{{"Title", u"gone.txt"}, {"FileSize", std::uint64_t{0}}}));
 }
 
+// A desktop link is a location; any other desktop entry is read as text.
+TEST(FileImport, DesktopEntries) {
+  TemporaryFolder folder;
+  expectKeys(MIMETypeHelper().openFile(folder.write(
+                 "a.desktop", "[Desktop Entry]\nType=Link\nName=Docs\nURL=https://d.example/\n")),
+             {{"Title", u"Docs"}, {"URL", u"https://d.example/"}, {"Text", kNone}});
+  ImportResult app = MIMETypeHelper().openFile(
+      folder.write("b.desktop", "[Desktop Entry]\nType=Application\nName=Editor\nExec=ed\n"));
+  ASSERT_TRUE(app.string("Text"));
+  EXPECT_NE(app.string("Text")->find(u"Exec=ed"), TextString::npos);
+  EXPECT_FALSE(app.contains("URL"));
+}
+
 // A FIFO whose AppleDouble companion carries a resource fork has a size, yet opening it would
 // block until a writer comes: only regular files and folders are read.
 TEST(FileImport, SpecialFilesAreNeverOpened) {

@@ -78,14 +78,13 @@ TEST(ResourceValues, BooleanProperties) {
       {"NSURLNoSuchKey", "Some.app", false},
   };
   for (const Row& row : rows) {
-    std::optional<Error> error = Error{"stale", 1, "stale", {}};
     std::string path = (folder.path() / row.name).string();
-    EXPECT_EQ(getBoolValueForKey(row.key, path, &error), row.expected) << row.name;
-    EXPECT_EQ(error ? error->code : 0, row.errorNumber) << row.name;
+    EXPECT_EQ(getBoolValueForKey(row.key, path), row.expected) << row.name;
+    Result<std::optional<PropertyValue>> value = getResourceValueForKey(row.key, path);
+    EXPECT_EQ(value.ok() ? 0 : value.error().code, row.errorNumber) << row.name;
   }
-  std::optional<Error> error = Error{"stale", 1, "stale", {}};
-  EXPECT_FALSE(getBoolValueForKey(ResourceKey::IsPackage, "", &error));
-  EXPECT_FALSE(error);
+  EXPECT_FALSE(getBoolValueForKey(ResourceKey::IsPackage, ""));
+  EXPECT_TRUE(getResourceValueForKey(ResourceKey::IsPackage, "").ok());
 }
 
 }  // namespace

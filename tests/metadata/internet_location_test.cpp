@@ -63,6 +63,16 @@ TEST(InternetLocation, ResolvesEachKind) {
        resourceFork({{"icns", "...."}})},
       {"neither list nor fork", "junk.webloc", "not a property list", std::nullopt},
       {"plain text with a key line", "notes.txt", "URL=https://example.org/notes\n", std::nullopt},
+      {"desktop link", "Site.desktop",
+       "# saved\n[Desktop Entry]\nName[de]=Seite\nName=Site\nType=Link\nURL = "
+       "https://example.org/d\n",
+       u"https://example.org/d", u"Site"},
+      {"desktop link without a name", "n.desktop", "[Desktop Entry]\nType=Link\nURL=file:///x\n",
+       u"file:///x"},
+      {"desktop application", "app.desktop",
+       "[Desktop Entry]\nType=Application\nName=App\nURL=https://example.org/\n", std::nullopt},
+      {"desktop link key in another group", "g.desktop",
+       "[Desktop Entry]\nType=Link\n[Desktop Action x]\nURL=https://example.org/\n", std::nullopt},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -75,6 +85,20 @@ TEST(InternetLocation, ResolvesEachKind) {
     std::optional<TextString> name = u"stale";
     EXPECT_EQ(resolveInternetLocation(path, &name), row.address);
     EXPECT_EQ(name, row.displayName);
+  }
+}
+
+// Resource forks that Mac file servers on Linux keep for their clients.
+TEST(InternetLocation, ForksFromFileServers) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"user.org.netatalk.ResourceFork", "https://example.org/netatalk"},
+      {"user.DosStream.AFP_Resource:$DATA", "https://example.org/samba"},
+  };
+  for (const auto& [attribute, address] : rows) {
+    TemporaryFolder folder;
+    std::string path = folder.write("old.webloc", "");
+    ASSERT_TRUE(setAttribute(path, attribute, resourceFork({{"url ", address}})));
+    EXPECT_EQ(resolveInternetLocation(path), fromUtf8(address)) << attribute;
   }
 }
 

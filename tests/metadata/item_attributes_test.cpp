@@ -20,7 +20,54 @@ PropertyDictionary throughFile(const TemporaryFolder& folder, const Stored& valu
   std::string file = folder.write("item-" + std::to_string(++count), "");
   for (const auto& [key, value] : values)
     EXPECT_TRUE(OVMetaDataStore::setObject(value, key, file, false)) << key;
-  return OVMetaDataStore::metaDataDictionaryAtPath(file, false).value_or(PropertyDictionary());
+  return OVMetaDataStore::metaDataDictionaryAtPath(file, false)
+      .value.value_or(PropertyDictionary());
+}
+
+// What Linux programs write stands in where the Mac attributes are absent; tags add up.
+TEST(ItemAttributes, LinuxAttributes) {
+  struct Row {
+    const char* name;
+    Stored stored;
+    std::optional<TextString> whereFrom;
+    std::optional<TextString> comment;
+    std::optional<PropertyArray> tags;
+  };
+  const Row rows[] = {
+      {"xdg only",
+       {{MetaDataKey::XdgOriginURL, bytesOf("https://example.org/x")},
+        {MetaDataKey::XdgComment, bytesOf("KDE comment")},
+        {MetaDataKey::XdgTags, bytesOf("work, ,urgent,work")}},
+       u"https://example.org/x",
+       u"KDE comment",
+       PropertyArray{u"work", u"urgent"}},
+      {"Mac attributes win, tags add up",
+       {{MetaDataKey::WhereFroms, PropertyArray{u"https://mac.example/"}},
+        {MetaDataKey::XdgOriginURL, bytesOf("https://example.org/x")},
+        {MetaDataKey::FinderComment, u"mac"},
+        {MetaDataKey::XdgComment, bytesOf("kde")},
+        {MetaDataKey::UserTags, PropertyArray{u"Red\n6", u"work"}},
+        {MetaDataKey::XdgTags, bytesOf("work,blue")}},
+       u"https://mac.example/",
+       u"mac",
+       PropertyArray{u"Red", u"work", u"blue"}},
+      {"C string with a final 0, and bytes that are not UTF-8",
+       {{MetaDataKey::XdgOriginURL, bytesOf(std::string_view("https://a.example/\0", 19))},
+        {MetaDataKey::XdgComment, bytesOf("caf\xE9")}},
+       u"https://a.example/",
+       std::nullopt,
+       std::nullopt},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    TemporaryFolder folder;
+    PropertyDictionary attributes = throughFile(folder, row.stored);
+    EXPECT_EQ(getWhereFrom(attributes), row.whereFrom);
+    std::optional<PropertyValue> comment = getFinderComment(attributes);
+    EXPECT_EQ(comment && comment->string() ? std::optional(*comment->string()) : std::nullopt,
+              row.comment);
+    EXPECT_EQ(getUserTags(attributes), row.tags);
+  }
 }
 
 TEST(ItemAttributes, Tags) {

@@ -26,8 +26,6 @@ void setRaw(const std::string& path, std::string_view key, const Data& bytes) {
 std::optional<Data> raw(const std::string& path, std::string_view key) {
   return readMetadataAttribute(path, key, false);
 }
-// An error left over from an earlier call, to see that operations clear it.
-Error staleError() { return Error{"stale", 1, "stale", {}}; }
 // One line for an error: its domain, code, description, path and failure reason.
 std::string describe(const std::optional<Error>& error) {
   if (!error) return "none";
@@ -37,6 +35,19 @@ std::string describe(const std::optional<Error>& error) {
   return domain + " " + std::to_string(error->code) + " " + error->localizedDescription + " | " +
          error->info(kFilePathErrorKey).value_or("-") + " | " +
          error->failureReason().value_or("-");
+}
+std::string describe(const Status& status) {
+  return status.ok() ? "none" : describe(std::optional(status.error()));
+}
+template <typename T>
+std::string describe(const Result<T>& result) {
+  return result.ok() ? "none" : describe(std::optional(result.error()));
+}
+// The value of a read that must not fail.
+template <typename T>
+T valueOf(Result<T> result) {
+  EXPECT_TRUE(result.ok()) << describe(result);
+  return result.ok() ? std::move(result).value() : T();
 }
 std::string tooLong(const std::string& key) {
   return "MetaData 200 The metadata key `" + key + "' is too long to be used. | - | -";
@@ -62,17 +73,14 @@ TEST(MetaDataStore, ValuesRoundTripThroughRealAttributes) {
       {"empty bytes read as nothing", Data()},
   };
   for (const auto& [name, value] : rows) {
-    std::optional<Error> error = staleError();
-    ASSERT_TRUE(OVMetaDataStore::setObject(value, "key", file, false, &error)) << name;
-    EXPECT_FALSE(error) << name;
+    Status written = OVMetaDataStore::setObject(value, "key", file, false);
+    ASSERT_TRUE(written.ok()) << name << describe(written);
     Data stored = raw(file, "key").value();
     const Data* bytes = value.data();
     EXPECT_EQ(stored, bytes ? *bytes : plist(value)) << name;
-    error = staleError();
-    EXPECT_EQ(OVMetaDataStore::objectForKey("key", file, false, &error),
+    EXPECT_EQ(valueOf(OVMetaDataStore::objectForKey("key", file, false)),
               bytes && bytes->empty() ? std::nullopt : std::optional(value))
         << name;
-    EXPECT_FALSE(error) << name;
   }
 }
 
@@ -98,40 +106,36 @@ TEST(MetaDataStore, ErrorsCarryTheirCodesAndMessages) {
        "POSIX 34 Numerical result out of range | " + file + " | -"},
   };
   for (const Row& row : rows) {
-    std::optional<Error> set, remove;
-    bool ok = row.error == "none";
-    EXPECT_EQ(OVMetaDataStore::setObject(u"v", row.key, row.path, false, &set), ok) << row.name;
-    EXPECT_EQ(OVMetaDataStore::removeObjectForKey(row.key, row.path, false, &remove), ok);
-    EXPECT_EQ(describe(set), row.error) << row.name;
-    EXPECT_EQ(describe(remove), row.error) << row.name;
+    EXPECT_EQ(describe(OVMetaDataStore::setObject(u"v", row.key, row.path, false)), row.error)
+        << row.name;
+    EXPECT_EQ(describe(OVMetaDataStore::removeObjectForKey(row.key, row.path, false)), row.error)
+        << row.name;
   }
   // Reading does not check the length.
-  std::optional<Error> error;
-  EXPECT_FALSE(OVMetaDataStore::objectForKey(std::string(128, 'k'), file, false, &error));
-  EXPECT_EQ(describe(error), "POSIX 61 No data available | " + file + " | -");
+  EXPECT_EQ(describe(OVMetaDataStore::objectForKey(std::string(128, 'k'), file, false)),
+            "POSIX 61 No data available | " + file + " | -");
 
   // Error 203: the serializer's message, the key as the reason, nothing written.
   const PropertyValue loneSurrogate(TextString(1, char16_t(0xDC00)));
-  EXPECT_FALSE(OVMetaDataStore::setObject(loneSurrogate, "k", file, false, &error));
-  ASSERT_TRUE(error);
-  EXPECT_FALSE(error->localizedDescription.empty());
-  EXPECT_EQ(describe(error), "MetaData 203 " + error->localizedDescription + " | - | k");
+  Status refused = OVMetaDataStore::setObject(loneSurrogate, "k", file, false);
+  ASSERT_FALSE(refused.ok());
+  EXPECT_FALSE(refused.error().localizedDescription.empty());
+  EXPECT_EQ(describe(refused), "MetaData 203 " + refused.error().localizedDescription + " | - | k");
   EXPECT_FALSE(raw(file, "k"));
 
   // Error 202: writing a dictionary goes on after failures and joins their reasons.
-  error = staleError();
-  EXPECT_TRUE(OVMetaDataStore::setMetaDataDictionary({}, file, false, &error));
-  EXPECT_FALSE(error);
+  EXPECT_TRUE(OVMetaDataStore::setMetaDataDictionary({}, file, false).ok());
   std::string longKey(128, 'k');
-  EXPECT_FALSE(OVMetaDataStore::setMetaDataDictionary(
-      {{"good", u"g"}, {longKey, u"x"}, {"surrogate", loneSurrogate}}, file, false, &error));
+  Status partly = OVMetaDataStore::setMetaDataDictionary(
+      {{"good", u"g"}, {longKey, u"x"}, {"surrogate", loneSurrogate}}, file, false);
   EXPECT_TRUE(raw(file, "good"));
-  EXPECT_EQ(describe(error), "MetaData 202 Couldn't write some or all metadata attributes. | " +
-                                 file + " | The metadata key `" + longKey +
-                                 "' is too long to be used., surrogate");
-  EXPECT_FALSE(OVMetaDataStore::setMetaDataDictionary({{"a", u"1"}, {"b", u"2"}}, file + ".missing",
-                                                      false, &error));
-  EXPECT_EQ(error.value_or(Error()).failureReason(),
+  EXPECT_EQ(describe(partly), "MetaData 202 Couldn't write some or all metadata attributes. | " +
+                                  file + " | The metadata key `" + longKey +
+                                  "' is too long to be used., surrogate");
+  Status missing =
+      OVMetaDataStore::setMetaDataDictionary({{"a", u"1"}, {"b", u"2"}}, file + ".missing", false);
+  ASSERT_FALSE(missing.ok());
+  EXPECT_EQ(missing.error().failureReason(),
             "No such file or directory, No such file or directory");
 }
 
@@ -166,17 +170,16 @@ TEST(MetaDataStore, ListingAndDictionaryOfMissingBareAndOddItems) {
        PropertyDictionary{{"fine", bytesOf("y")}}},
   };
   for (const Row& row : rows) {
-    std::optional<Error> error = staleError();
-    EXPECT_EQ(OVMetaDataStore::metaDataKeysAtPath(row.path, row.traverseLink, &error), row.keys)
-        << row.name;
-    EXPECT_EQ(describe(error),
+    Result<std::optional<Keys>> keys =
+        OVMetaDataStore::metaDataKeysAtPath(row.path, row.traverseLink);
+    EXPECT_EQ(keys.ok() ? keys.value() : std::nullopt, row.keys) << row.name;
+    EXPECT_EQ(describe(keys),
               row.listFails ? "POSIX 2 No such file or directory | " + row.path + " | -" : "none")
         << row.name;
-    error = staleError();
-    EXPECT_EQ(OVMetaDataStore::metaDataDictionaryAtPath(row.path, row.traverseLink, &error),
-              row.dictionary)
-        << row.name;
-    EXPECT_FALSE(error) << row.name;
+    Partial<std::optional<PropertyDictionary>> dictionary =
+        OVMetaDataStore::metaDataDictionaryAtPath(row.path, row.traverseLink);
+    EXPECT_EQ(dictionary.value, row.dictionary) << row.name;
+    EXPECT_TRUE(dictionary.status.ok()) << row.name;
   }
 }
 
@@ -193,10 +196,10 @@ TEST(MetaDataStore, UnreadableValuesGiveError201) {
                                file + " | Permission denied, Permission denied";
   auto check = [&] {
     if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) std::_Exit(3);
-    std::optional<Error> error;
-    bool answered = OVMetaDataStore::metaDataDictionaryAtPath(file, false, &error).has_value();
-    std::fprintf(stderr, "%s\n", describe(error).c_str());
-    std::_Exit(answered || describe(error) != expected ? 1 : 0);
+    Partial<std::optional<PropertyDictionary>> read =
+        OVMetaDataStore::metaDataDictionaryAtPath(file, false);
+    std::fprintf(stderr, "%s\n", describe(read.status).c_str());
+    std::_Exit(read.value.has_value() || describe(read.status) != expected ? 1 : 0);
   };
   EXPECT_EXIT(check(), ::testing::ExitedWithCode(0), "");
 }
@@ -210,30 +213,30 @@ TEST(MetaDataStore, SymbolicLinksAndTypedShortcuts) {
   setRaw(target, MetaDataKey::FinderComment, plist(PropertyValue(u"on target")));
   setRaw(target, MetaDataKey::UserTags, plist(PropertyValue(PropertyArray{u"Blue\n4"})));
 
-  std::optional<Error> error;
-  EXPECT_FALSE(OVMetaDataStore::finderCommentAtPath(link, false, &error));
-  EXPECT_EQ(describe(error), "POSIX 61 No data available | " + link + " | -");
-  EXPECT_EQ(OVMetaDataStore::finderCommentAtPath(link, true, &error), PropertyValue(u"on target"));
-  EXPECT_FALSE(error);
-  EXPECT_FALSE(OVMetaDataStore::metaDataDictionaryAtPath(link, false, &error));
-  EXPECT_FALSE(error);
-  EXPECT_EQ(OVMetaDataStore::metaDataDictionaryAtPath(link, true)->size(), 2u);
+  EXPECT_EQ(describe(OVMetaDataStore::finderCommentAtPath(link, false)),
+            "POSIX 61 No data available | " + link + " | -");
+  EXPECT_EQ(valueOf(OVMetaDataStore::finderCommentAtPath(link, true)), PropertyValue(u"on target"));
+  Partial<std::optional<PropertyDictionary>> onLink =
+      OVMetaDataStore::metaDataDictionaryAtPath(link, false);
+  EXPECT_FALSE(onLink.value);
+  EXPECT_TRUE(onLink.status.ok());
+  EXPECT_EQ(OVMetaDataStore::metaDataDictionaryAtPath(link, true).value->size(), 2u);
   // Tags are read from the item itself.
-  EXPECT_EQ(OVMetaDataStore::getUserTags(target), PropertyArray{u"Blue"});
-  EXPECT_FALSE(OVMetaDataStore::getUserTags(link));
+  EXPECT_EQ(OVMetaDataStore::getUserTags(target).value, PropertyArray{u"Blue"});
+  EXPECT_FALSE(OVMetaDataStore::getUserTags(link).value);
 
-  EXPECT_FALSE(OVMetaDataStore::setWhereFrom(u"https://example.com/", link, false, &error));
-  EXPECT_EQ(describe(error), "POSIX 1 Operation not permitted | " + link + " | -");
-  EXPECT_TRUE(OVMetaDataStore::setWhereFrom(u"https://example.com/", link, true, &error));
+  EXPECT_EQ(describe(OVMetaDataStore::setWhereFrom(u"https://example.com/", link, false)),
+            "POSIX 1 Operation not permitted | " + link + " | -");
+  EXPECT_TRUE(OVMetaDataStore::setWhereFrom(u"https://example.com/", link, true).ok());
   // One string, not an array; an empty one removes the attribute, and fails when there is none.
   EXPECT_EQ(raw(target, MetaDataKey::WhereFroms), plist(PropertyValue(u"https://example.com/")));
-  EXPECT_TRUE(OVMetaDataStore::setWhereFrom(u"", target, false, &error));
-  EXPECT_FALSE(OVMetaDataStore::setWhereFrom(u"", target, false, &error));
-  EXPECT_EQ(describe(error), "POSIX 61 No data available | " + target + " | -");
+  EXPECT_TRUE(OVMetaDataStore::setWhereFrom(u"", target, false).ok());
+  EXPECT_EQ(describe(OVMetaDataStore::setWhereFrom(u"", target, false)),
+            "POSIX 61 No data available | " + target + " | -");
 
-  EXPECT_TRUE(OVMetaDataStore::setIsEditableNote(true, target, false, &error));
+  EXPECT_TRUE(OVMetaDataStore::setIsEditableNote(true, target, false).ok());
   EXPECT_EQ(raw(target, MetaDataKey::IsEditableNote), plist(PropertyValue(u"yes")));
-  EXPECT_TRUE(OVMetaDataStore::setIsEditableNote(false, target, false, &error));
+  EXPECT_TRUE(OVMetaDataStore::setIsEditableNote(false, target, false).ok());
   EXPECT_FALSE(raw(target, MetaDataKey::IsEditableNote));
 }
 
@@ -251,10 +254,8 @@ TEST(MetaDataStore, UserTagsFollowDisableFinderTags) {
   for (const auto& [defaults, written] : rows) {
     folder.write("ulvekbot/defaults.plist", xmlPropertyList(PropertyValue(defaults)).value());
     removeMetadataAttribute(file, MetaDataKey::UserTags, false);
-    std::optional<Error> error = staleError();
-    EXPECT_EQ(OVMetaDataStore::setUserTags({u"Red\n6", u"Work"}, file, &error), written);
-    EXPECT_FALSE(error);
-    EXPECT_EQ(OVMetaDataStore::getUserTags(file),
+    EXPECT_EQ(valueOf(OVMetaDataStore::setUserTags({u"Red\n6", u"Work"}, file)), written);
+    EXPECT_EQ(OVMetaDataStore::getUserTags(file).value,
               written ? std::optional(PropertyArray{u"Red", u"Work"}) : std::nullopt);
   }
   previous.empty() ? ::unsetenv("XDG_CONFIG_HOME")

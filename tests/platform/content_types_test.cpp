@@ -74,20 +74,19 @@ TEST(ContentTypes, TypeOfFileAndPackageTest) {
       {"link to a package", link, "com.apple.application-bundle"},
   };
   for (const Row& row : rows) {
-    std::optional<Error> typeError, packageError;
-    EXPECT_EQ(typeOfFile(row.path, &typeError), row.type) << row.name;
-    EXPECT_EQ(isPackageAtPath(row.path, &packageError), row.package) << row.name;
-    EXPECT_FALSE(typeError || packageError) << row.name;
+    EXPECT_EQ(typeOfFile(row.path), row.type) << row.name;
+    Result<bool> package = isPackageAtPath(row.path);
+    ASSERT_TRUE(package.ok()) << row.name;
+    EXPECT_EQ(*package, row.package) << row.name;
   }
-  std::optional<Error> typeError, packageError;
   std::string missing = (folder.path() / "missing.app").string();
-  EXPECT_EQ(typeOfFile(missing, &typeError), std::nullopt);
-  EXPECT_FALSE(isPackageAtPath(missing, &packageError));
-  EXPECT_EQ(typeError.value_or(Error()).code, ENOENT);
-  EXPECT_EQ(packageError.value_or(Error()).code, ENOENT);
-  EXPECT_EQ(typeError.value_or(Error()).domain, kPOSIXErrorDomain);
-  EXPECT_FALSE(isPackageAtPath("", &packageError));
-  EXPECT_FALSE(packageError);
+  EXPECT_EQ(typeOfFile(missing), std::nullopt);
+  Result<bool> package = isPackageAtPath(missing);
+  ASSERT_FALSE(package.ok());
+  EXPECT_EQ(package.error().code, ENOENT);
+  EXPECT_EQ(package.error().domain, kPOSIXErrorDomain);
+  Result<bool> noPath = isPackageAtPath("");
+  EXPECT_TRUE(noPath.ok() && !*noPath);
   EXPECT_EQ(sniffedMIMETypeOfFile("/nonexistent/file"), std::nullopt);
 }
 

@@ -45,8 +45,21 @@ TEST(TypeCodes, TypeOfFileFromFinderInfo) {
     std::string path;
     std::optional<TextString> expected;
   };
+  // Mac file servers on Linux: Netatalk's AppleDouble header, Samba's AfpInfo stream.
+  std::string netatalk = folder.write("netatalk", "x");
+  EXPECT_TRUE(
+      setAttribute(netatalk, "user.org.netatalk.Metadata", appleDouble({{9, finderInfo("WDBN")}})));
+  std::string samba = folder.write("samba", "x");
+  EXPECT_TRUE(setAttribute(samba, "user.DosStream.AFP_AfpInfo:$DATA",
+                           std::string("AFP\0\0\0\1\0", 8) + std::string(8, '\0') +
+                               finderInfo("W8BN") + std::string(12, '\0')));
+  std::string badSamba = folder.write("bad-samba", "x");
+  EXPECT_TRUE(setAttribute(badSamba, "user.DosStream.AFP_AfpInfo:$DATA", "XYZ\0short"));
   const Row rows[] = {
       {"32-byte Finder info", text, u"'TEXT'"},
+      {"Netatalk metadata", netatalk, u"'WDBN'"},
+      {"Samba AfpInfo", samba, u"'W8BN'"},
+      {"AfpInfo without its magic", badSamba, std::nullopt},
       {"exactly four bytes", withInfo("four", "PDF "), u"'PDF '"},
       {"shorter than four bytes", withInfo("short", "TEX"), std::nullopt},
       {"all-zero type", withInfo("zero", std::string(32, '\0')), std::nullopt},

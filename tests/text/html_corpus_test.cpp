@@ -54,8 +54,7 @@ TEST(HtmlCorpus, EveryPageConvertsToCleanText) {
     const std::string name = entry.path().filename().string();
     const std::string source = testing::readFile(entry.path()), lowSource = lowerAscii(source);
     const TextString html = fromUtf8(source);
-    const std::string text =
-        toUtf8(stringByConvertingHtml2PlainTextNonUmlauted(html, false, false, true, true));
+    const std::string text = toUtf8(stringByConvertingHtml2PlainText(html, kImportHtmlOptions));
     const std::string lowText = lowerAscii(text);
     EXPECT_LT(text.size(), source.size()) << name;
 

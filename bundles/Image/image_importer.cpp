@@ -1,0 +1,200 @@
+// Image.mdimporter: EXIF, IPTC and XMP of JPEG, PNG, TIFF, WebP, HEIF and raw camera files,
+// read with Exiv2. XMP wins over IPTC, IPTC over EXIF. No text content.
+
+#include <exiv2/exiv2.hpp>
+
+#include <cmath>
+#include <cstdio>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "importer_plugin.h"
+
+namespace {
+
+using ulvek::plugin::Attributes;
+
+std::optional<std::string> xmpText(const Exiv2::XmpData& xmp, const char* key) {
+  auto found = xmp.findKey(Exiv2::XmpKey(key));
+  if (found == xmp.end()) return std::nullopt;
+  // Language alternatives print as 'lang="x-default" text'; the value without the qualifier.
+  if (found->typeId() == Exiv2::langAlt) {
+    const auto& alt = dynamic_cast<const Exiv2::LangAltValue&>(found->value());
+    auto def = alt.value_.find("x-default");
+    if (def != alt.value_.end()) return def->second;
+    if (!alt.value_.empty()) return alt.value_.begin()->second;
+    return std::nullopt;
+  }
+  std::string text = found->toString();
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+std::vector<std::string> xmpList(const Exiv2::XmpData& xmp, const char* key) {
+  std::vector<std::string> items;
+  auto found = xmp.findKey(Exiv2::XmpKey(key));
+  if (found == xmp.end()) return items;
+  for (long i = 0; i < found->count(); ++i) items.push_back(found->toString(i));
+  return items;
+}
+
+std::optional<std::string> iptcText(const Exiv2::IptcData& iptc, const char* key) {
+  auto found = iptc.findKey(Exiv2::IptcKey(key));
+  if (found == iptc.end()) return std::nullopt;
+  std::string text = found->toString();
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+std::vector<std::string> iptcList(const Exiv2::IptcData& iptc, const char* key) {
+  std::vector<std::string> items;
+  for (const auto& datum : iptc)
+    if (datum.key() == key) items.push_back(datum.toString());
+  return items;
+}
+
+std::optional<std::string> exifText(const Exiv2::ExifData& exif, const char* key) {
+  auto found = exif.findKey(Exiv2::ExifKey(key));
+  if (found == exif.end()) return std::nullopt;
+  std::string text = found->toString();
+  // EXIF strings are fixed-size and padded with blanks or NULs.
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+std::optional<double> exifNumber(const Exiv2::ExifData& exif, const char* key) {
+  auto found = exif.findKey(Exiv2::ExifKey(key));
+  if (found == exif.end() || found->count() == 0) return std::nullopt;
+  Exiv2::Rational value = found->toRational(0);
+  if (value.second == 0) return std::nullopt;
+  return double(value.first) / double(value.second);
+}
+
+template <typename... Candidates>
+std::optional<std::string> first(Candidates... candidates) {
+  std::optional<std::string> found;
+  ((found ? void() : void(found = candidates)), ...);
+  return found;
+}
+
+// "2003:12:14 12:01:44" (EXIF) or "2003-12-14T12:01:44+01:00" (XMP), with an optional offset.
+std::optional<double> parseDate(const std::string& text, const std::optional<std::string>& offset) {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0;
+  double second = 0;
+  char rest[16] = {};
+  int fields = std::sscanf(text.c_str(), "%d%*[-:]%d%*[-:]%d%*[ T]%d:%d:%lf%15s", &year, &month,
+                           &day, &hour, &minute, &second, rest);
+  if (fields < 3) return std::nullopt;
+  std::string zone = fields >= 7 ? rest : offset.value_or("");
+  int offsetSeconds = 0;
+  int zoneHours = 0, zoneMinutes = 0;
+  if (!zone.empty() && (zone[0] == '+' || zone[0] == '-') &&
+      std::sscanf(zone.c_str() + 1, "%d:%d", &zoneHours, &zoneMinutes) >= 1) {
+    offsetSeconds = (zoneHours * 3600 + zoneMinutes * 60) * (zone[0] == '-' ? -1 : 1);
+  }
+  return ulvek::plugin::secondsSince1970(year, month, day, hour, minute, second, offsetSeconds);
+}
+
+// Degrees from the EXIF triple of rationals and its reference letter.
+std::optional<double> gpsCoordinate(const Exiv2::ExifData& exif, const char* key,
+                                    const char* referenceKey) {
+  auto found = exif.findKey(Exiv2::ExifKey(key));
+  if (found == exif.end() || found->count() < 3) return std::nullopt;
+  double degrees = 0;
+  double scale = 1;
+  for (long i = 0; i < 3; ++i) {
+    Exiv2::Rational part = found->toRational(i);
+    if (part.second == 0) return std::nullopt;
+    degrees += double(part.first) / double(part.second) / scale;
+    scale *= 60;
+  }
+  std::optional<std::string> reference = exifText(exif, referenceKey);
+  if (reference && (*reference == "S" || *reference == "W")) degrees = -degrees;
+  if (!std::isfinite(degrees)) return std::nullopt;
+  return degrees;
+}
+
+bool importImage(Attributes& out, const char*, const char* path) {
+  Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+  // HEIF, AVIF and CR3 are off until asked for.
+  Exiv2::enableBMFF(true);
+  Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(path);
+  if (!image.get()) return false;
+  image->readMetadata();
+  const Exiv2::ExifData& exif = image->exifData();
+  const Exiv2::IptcData& iptc = image->iptcData();
+  const Exiv2::XmpData& xmp = image->xmpData();
+
+  if (auto title =
+          first(xmpText(xmp, "Xmp.dc.title"), iptcText(iptc, "Iptc.Application2.ObjectName"),
+                exifText(exif, "Exif.Image.XPTitle")))
+    out.string("kMDItemTitle", *title);
+  if (auto description =
+          first(xmpText(xmp, "Xmp.dc.description"), iptcText(iptc, "Iptc.Application2.Caption"),
+                exifText(exif, "Exif.Image.ImageDescription")))
+    out.string("kMDItemDescription", *description);
+  std::vector<std::string> keywords = xmpList(xmp, "Xmp.dc.subject");
+  if (keywords.empty()) keywords = iptcList(iptc, "Iptc.Application2.Keywords");
+  out.strings("kMDItemKeywords", keywords);
+  std::vector<std::string> authors = xmpList(xmp, "Xmp.dc.creator");
+  if (authors.empty()) authors = iptcList(iptc, "Iptc.Application2.Byline");
+  if (authors.empty()) {
+    if (auto artist = exifText(exif, "Exif.Image.Artist")) authors.push_back(*artist);
+  }
+  out.strings("kMDItemAuthors", authors);
+  if (auto copyright =
+          first(xmpText(xmp, "Xmp.dc.rights"), iptcText(iptc, "Iptc.Application2.Copyright"),
+                exifText(exif, "Exif.Image.Copyright")))
+    out.string("kMDItemCopyright", *copyright);
+
+  std::optional<double> created;
+  if (auto date = exifText(exif, "Exif.Photo.DateTimeOriginal"))
+    created = parseDate(*date, exifText(exif, "Exif.Photo.OffsetTimeOriginal"));
+  if (!created) {
+    if (auto date =
+            first(xmpText(xmp, "Xmp.exif.DateTimeOriginal"),
+                  xmpText(xmp, "Xmp.photoshop.DateCreated"), xmpText(xmp, "Xmp.xmp.CreateDate")))
+      created = parseDate(*date, std::nullopt);
+  }
+  if (created) out.date("kMDItemContentCreationDate", *created);
+  if (auto date = exifText(exif, "Exif.Image.DateTime")) {
+    if (auto modified = parseDate(*date, exifText(exif, "Exif.Photo.OffsetTime")))
+      out.date("kMDItemContentModificationDate", *modified);
+  }
+
+  if (image->pixelWidth() > 0) out.integer("kMDItemPixelWidth", image->pixelWidth());
+  if (image->pixelHeight() > 0) out.integer("kMDItemPixelHeight", image->pixelHeight());
+  auto orientation = exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"));
+  if (orientation != exif.end() && orientation->count() > 0)
+    out.integer("kMDItemOrientation", orientation->toLong(0));
+  if (auto make = exifText(exif, "Exif.Image.Make")) out.string("kMDItemAcquisitionMake", *make);
+  if (auto model = exifText(exif, "Exif.Image.Model"))
+    out.string("kMDItemAcquisitionModel", *model);
+  if (auto exposure = exifNumber(exif, "Exif.Photo.ExposureTime"))
+    out.number("kMDItemExposureTimeSeconds", *exposure);
+  if (auto aperture = exifNumber(exif, "Exif.Photo.FNumber"))
+    out.number("kMDItemFNumber", *aperture);
+  if (auto iso = exifNumber(exif, "Exif.Photo.ISOSpeedRatings"))
+    out.number("kMDItemISOSpeed", *iso);
+  if (auto focal = exifNumber(exif, "Exif.Photo.FocalLength"))
+    out.number("kMDItemFocalLength", *focal);
+  if (auto latitude =
+          gpsCoordinate(exif, "Exif.GPSInfo.GPSLatitude", "Exif.GPSInfo.GPSLatitudeRef"))
+    out.number("kMDItemLatitude", *latitude);
+  if (auto longitude =
+          gpsCoordinate(exif, "Exif.GPSInfo.GPSLongitude", "Exif.GPSInfo.GPSLongitudeRef"))
+    out.number("kMDItemLongitude", *longitude);
+  if (auto altitude = exifNumber(exif, "Exif.GPSInfo.GPSAltitude")) {
+    auto below = exif.findKey(Exiv2::ExifKey("Exif.GPSInfo.GPSAltitudeRef"));
+    bool belowSea = below != exif.end() && below->count() > 0 && below->toLong(0) == 1;
+    out.number("kMDItemAltitude", belowSea ? -*altitude : *altitude);
+  }
+  return true;
+}
+
+}  // namespace
+
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekImageImporterFactory, importImage)

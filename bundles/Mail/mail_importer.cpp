@@ -1,0 +1,245 @@
+// Mail.mdimporter: e-mail messages (.eml, Apple Mail's .emlx, message/rfc822) read with GMime:
+// subject, senders, recipients, date, and the text of the message with the names of its
+// attachments. HTML-only messages go through ulvekbot's HTML-to-text conversion.
+
+#include <fcntl.h>
+#include <gmime/gmime.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "importer_plugin.h"
+#include "text/html_to_text.h"
+
+namespace {
+
+using ulvek::plugin::Attributes;
+
+template <typename T>
+struct GObjectDeleter {
+  void operator()(T* object) const {
+    if (object) g_object_unref(object);
+  }
+};
+template <typename T>
+using Owned = std::unique_ptr<T, GObjectDeleter<T>>;
+
+// Nobody writes mail nested deeper; hostile messages nest thousands of levels.
+constexpr int kMaxDepth = 64;
+// Enough of an attached text file to find it by.
+constexpr std::size_t kMaxAttachmentText = 1024 * 1024;
+
+struct People {
+  std::vector<std::string> names;
+  std::vector<std::string> addresses;
+};
+
+void collect(InternetAddressList* list, People& people, int depth = 0) {
+  if (!list || depth > 4) return;
+  for (int i = 0; i < internet_address_list_length(list); ++i) {
+    InternetAddress* address = internet_address_list_get_address(list, i);
+    if (INTERNET_ADDRESS_IS_GROUP(address)) {
+      collect(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address)), people,
+              depth + 1);
+      continue;
+    }
+    const char* mailbox = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address));
+    const char* name = internet_address_get_name(address);
+    std::string shown = name && *name ? name : (mailbox ? mailbox : "");
+    if (!shown.empty()) people.names.push_back(shown);
+    if (mailbox && *mailbox) people.addresses.push_back(mailbox);
+  }
+}
+
+struct Body {
+  std::vector<std::string> plain;
+  std::vector<std::string> html;
+  std::vector<std::string> attachments;
+};
+
+bool isAttachment(GMimeObject* part) {
+  GMimeContentDisposition* disposition = g_mime_object_get_content_disposition(part);
+  return disposition && g_mime_content_disposition_is_attachment(disposition);
+}
+
+std::string textOf(GMimeTextPart* part) {
+  char* text = g_mime_text_part_get_text(part);
+  std::string result = text ? text : "";
+  g_free(text);
+  return result;
+}
+
+// Walks the tree without recursion: the first plain and the first HTML body, attachment names.
+void walk(GMimeObject* root, Body& body) {
+  std::vector<std::pair<GMimeObject*, int>> pending{{root, 0}};
+  while (!pending.empty()) {
+    auto [object, depth] = pending.back();
+    pending.pop_back();
+    if (!object || depth > kMaxDepth) continue;
+    if (GMIME_IS_MULTIPART(object)) {
+      GMimeMultipart* multipart = GMIME_MULTIPART(object);
+      int count = g_mime_multipart_get_count(multipart);
+      // Alternatives say one thing several ways: the plain one, else the last (richest).
+      GMimeContentType* type = g_mime_object_get_content_type(object);
+      if (g_mime_content_type_is_type(type, "multipart", "alternative") && count > 0) {
+        GMimeObject* chosen = g_mime_multipart_get_part(multipart, count - 1);
+        for (int i = 0; i < count; ++i) {
+          GMimeObject* child = g_mime_multipart_get_part(multipart, i);
+          if (g_mime_content_type_is_type(g_mime_object_get_content_type(child), "text", "plain")) {
+            chosen = child;
+            break;
+          }
+        }
+        pending.emplace_back(chosen, depth + 1);
+        continue;
+      }
+      for (int i = count - 1; i >= 0; --i)
+        pending.emplace_back(g_mime_multipart_get_part(multipart, i), depth + 1);
+      continue;
+    }
+    if (GMIME_IS_MESSAGE_PART(object)) {
+      GMimeMessage* inner = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object));
+      if (inner) pending.emplace_back(g_mime_message_get_mime_part(inner), depth + 1);
+      continue;
+    }
+    if (!GMIME_IS_PART(object)) continue;
+    GMimePart* part = GMIME_PART(object);
+    if (isAttachment(object)) {
+      if (const char* name = g_mime_part_get_filename(part)) body.attachments.push_back(name);
+      // A plain-text attachment's own text follows its name.
+      GMimeContentType* type = g_mime_object_get_content_type(object);
+      if (GMIME_IS_TEXT_PART(object) && g_mime_content_type_is_type(type, "text", "plain")) {
+        std::string text = textOf(GMIME_TEXT_PART(object));
+        if (text.size() > kMaxAttachmentText) text.resize(kMaxAttachmentText);
+        body.attachments.push_back(std::move(text));
+      }
+      continue;
+    }
+    if (GMIME_IS_TEXT_PART(object)) {
+      GMimeContentType* type = g_mime_object_get_content_type(object);
+      if (g_mime_content_type_is_type(type, "text", "plain"))
+        body.plain.push_back(textOf(GMIME_TEXT_PART(object)));
+      else if (g_mime_content_type_is_type(type, "text", "html"))
+        body.html.push_back(textOf(GMIME_TEXT_PART(object)));
+      continue;
+    }
+    if (const char* name = g_mime_part_get_filename(part)) body.attachments.push_back(name);
+  }
+}
+
+// Decodes encoded words one by one: GMime loses the rest of a stateful charset (ISO-2022-JP)
+// split over several words. White space between two encoded words is dropped, as it should be.
+std::string decodedWords(const std::string& raw) {
+  char* unfolded = g_mime_utils_header_unfold(raw.c_str());
+  std::string text = unfolded ? unfolded : "";
+  g_free(unfolded);
+  std::string result;
+  std::string pendingSpace;
+  bool lastWasEncoded = false;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    std::size_t end = text.find_first_of(" \t", at);
+    if (end == std::string::npos) end = text.size();
+    std::string token = text.substr(at, end - at);
+    bool encoded = token.size() > 4 && token.starts_with("=?") && token.ends_with("?=");
+    if (!(encoded && lastWasEncoded)) result += pendingSpace;
+    char* decoded = g_mime_utils_header_decode_text(nullptr, token.c_str());
+    result += decoded ? decoded : token;
+    g_free(decoded);
+    lastWasEncoded = encoded;
+    std::size_t next = text.find_first_not_of(" \t", end);
+    pendingSpace = text.substr(end, (next == std::string::npos ? text.size() : next) - end);
+    at = next == std::string::npos ? text.size() : next;
+  }
+  while (!result.empty() && result.front() == ' ') result.erase(0, 1);
+  return result;
+}
+
+// The first Subject header, as most mail programs show it when a message has two.
+std::string firstSubject(GMimeMessage* message) {
+  GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(message));
+  for (int i = 0; headers && i < g_mime_header_list_get_count(headers); ++i) {
+    GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
+    if (g_ascii_strcasecmp(g_mime_header_get_name(header), "Subject") != 0) continue;
+    const char* raw = g_mime_header_get_raw_value(header);
+    return decodedWords(raw ? raw : "");
+  }
+  const char* subject = g_mime_message_get_subject(message);
+  return subject ? subject : "";
+}
+
+std::string htmlToText(const std::string& html) {
+  ulvek::TextString text =
+      ulvek::stringByConvertingHtml2PlainText(ulvek::fromUtf8(html), ulvek::kImportHtmlOptions);
+  return ulvek::toUtf8(text);
+}
+
+// Apple Mail's .emlx: a line with the message's byte count, the message, then a property list.
+GMimeStream* messageStream(const char* path) {
+  GError* error = nullptr;
+  GMimeStream* file = g_mime_stream_fs_open(path, O_RDONLY, 0, &error);
+  if (error) g_error_free(error);
+  if (!file) return nullptr;
+  std::string name = path;
+  bool emlx = name.size() > 5 && (name.ends_with(".emlx") || name.ends_with(".EMLX"));
+  if (!emlx) return file;
+  char line[32] = {};
+  ssize_t got = g_mime_stream_read(file, line, sizeof line - 1);
+  char* end = nullptr;
+  long long count = got > 0 ? std::strtoll(line, &end, 10) : -1;
+  while (end && (*end == ' ' || *end == '\t')) ++end;
+  if (count < 0 || !end || (*end != '\n' && *end != '\r')) {
+    g_mime_stream_reset(file);
+    return file;  // not the count line after all: read it as a plain message
+  }
+  gint64 start = end - line + 1 + (*end == '\r' && end[1] == '\n');
+  GMimeStream* message = g_mime_stream_substream(file, start, start + count);
+  g_object_unref(file);
+  return message;
+}
+
+bool importMail(Attributes& out, const char*, const char* path) {
+  static bool initialised = (g_mime_init(), true);
+  (void)initialised;
+  Owned<GMimeStream> stream(messageStream(path));
+  if (!stream) return false;
+  Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
+  Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
+  if (!message) return false;
+
+  out.string("kMDItemTitle", firstSubject(message.get()));
+  People senders, recipients;
+  collect(g_mime_message_get_from(message.get()), senders);
+  collect(g_mime_message_get_to(message.get()), recipients);
+  collect(g_mime_message_get_cc(message.get()), recipients);
+  out.strings("kMDItemAuthors", senders.names);
+  out.strings("kMDItemAuthorEmailAddresses", senders.addresses);
+  out.strings("kMDItemRecipients", recipients.names);
+  out.strings("kMDItemRecipientEmailAddresses", recipients.addresses);
+  if (GDateTime* date = g_mime_message_get_date(message.get()))
+    out.date("kMDItemContentCreationDate", double(g_date_time_to_unix(date)));
+
+  Body body;
+  walk(g_mime_message_get_mime_part(message.get()), body);
+  // The plain parts in order (a forwarded message's too); HTML only where there is no plain.
+  std::string text;
+  auto append = [&text](const std::string& part) {
+    if (part.empty()) return;
+    if (!text.empty()) text += '\n';
+    text += part;
+  };
+  for (const std::string& part : body.plain) append(part);
+  if (text.empty()) {
+    for (const std::string& part : body.html) append(htmlToText(part));
+  }
+  for (const std::string& name : body.attachments) append(name);
+  out.string("kMDItemTextContent", text);
+  return true;
+}
+
+}  // namespace
+
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMailImporterFactory, importMail)

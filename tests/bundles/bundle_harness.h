@@ -1,0 +1,109 @@
+#pragma once
+
+// Loads a built importer bundle's shared object and calls it through the SDK exactly as a host
+// does, collecting what it writes. Independent of the host, so a bundle's own tests fail only for
+// the bundle's faults.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <ulvekbot/importer.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace ulvek::testing {
+
+using BundleValue = std::variant<std::string, std::vector<std::string>, double, std::int64_t, bool>;
+using BundleAttributes = std::map<std::string, BundleValue>;
+
+struct CollectingAttributes {
+  UlvekAttributes header;
+  BundleAttributes values;
+};
+
+inline CollectingAttributes& collector(void* attributes) {
+  return *static_cast<CollectingAttributes*>(attributes);
+}
+
+inline const UlvekAttributesFunctions kCollectingFunctions = {
+    1,
+    [](void* a, const char* key, const char* utf8) {
+      collector(a).values[key] = std::string(utf8);
+    },
+    [](void* a, const char* key, const char* const* items, size_t count) {
+      collector(a).values[key] = std::vector<std::string>(items, items + count);
+    },
+    [](void* a, const char* key, double value) { collector(a).values[key] = value; },
+    [](void* a, const char* key, std::int64_t value) { collector(a).values[key] = value; },
+    [](void* a, const char* key, bool value) { collector(a).values[key] = value; },
+    [](void* a, const char* key, double seconds) { collector(a).values[key] = seconds; },
+    [](void* a, const char* key, const void*, size_t length) {
+      collector(a).values[key] = std::int64_t(length);
+    },
+};
+
+class Bundle {
+ public:
+  // The bundle NAME.mdimporter of the build tree, with its factory function.
+  Bundle(const std::string& name, const std::string& factory) {
+    std::string object = std::string(ULVEK_BINARY_DIR) + "/src/Importers/" + name +
+                         ".mdimporter/Contents/Linux/" + name + ".so";
+    // Never unloaded, as in a host: libraries keep process-wide state that a leak check would
+    // otherwise count.
+    handle_ = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    EXPECT_TRUE(handle_) << dlerror();
+    if (handle_) factory_ = reinterpret_cast<UlvekImporterFactory>(dlsym(handle_, factory.c_str()));
+    EXPECT_TRUE(factory_) << factory;
+  }
+  ~Bundle() {
+    if (handle_) dlclose(handle_);
+  }
+
+  BundleAttributes import(const std::string& path, const std::string& contentType = "") {
+    CollectingAttributes attributes{{&kCollectingFunctions}, {}};
+    if (!factory_) return {};
+    void* instance = factory_(nullptr, ULVEK_IMPORTER_TYPE_ID);
+    if (!instance) return {};
+    auto* unknown = *static_cast<UlvekImporterInterfaceStruct**>(instance);
+    void* interface = nullptr;
+    if (unknown->QueryInterface(instance, ULVEK_IMPORTER_INTERFACE_ID, &interface) == 0) {
+      auto* importer = *static_cast<UlvekImporterInterfaceStruct**>(interface);
+      importer->ImporterImportData(interface, &attributes.header, contentType.c_str(),
+                                   path.c_str());
+      importer->Release(interface);
+    }
+    unknown->Release(instance);
+    return attributes.values;
+  }
+
+ private:
+  void* handle_ = nullptr;
+  UlvekImporterFactory factory_ = nullptr;
+};
+
+inline std::string stringOf(const BundleAttributes& values, const std::string& key) {
+  auto found = values.find(key);
+  if (found == values.end()) return "(none)";
+  if (auto text = std::get_if<std::string>(&found->second)) return *text;
+  if (auto list = std::get_if<std::vector<std::string>>(&found->second)) {
+    std::string joined;
+    for (const std::string& item : *list) joined += (joined.empty() ? "" : "|") + item;
+    return joined;
+  }
+  if (auto number = std::get_if<double>(&found->second)) return std::to_string(*number);
+  if (auto integer = std::get_if<std::int64_t>(&found->second)) return std::to_string(*integer);
+  return "(other)";
+}
+
+inline double numberOf(const BundleAttributes& values, const std::string& key) {
+  auto found = values.find(key);
+  if (found == values.end()) return -1e300;
+  if (auto number = std::get_if<double>(&found->second)) return *number;
+  if (auto integer = std::get_if<std::int64_t>(&found->second)) return double(*integer);
+  return -1e300;
+}
+
+}  // namespace ulvek::testing

@@ -1,0 +1,105 @@
+// Image.mdimporter over the image corpus: its answers against the values exiftool reports.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "base/property_list.h"
+#include "bundle_harness.h"
+#include "test_support.h"
+
+namespace ulvek {
+namespace {
+
+using testing::Bundle;
+using testing::BundleAttributes;
+namespace fs = std::filesystem;
+
+// A flat field of the expected answer, as text ("" when absent).
+std::string field(const std::string& json, const std::string& key) {
+  std::string needle = "\"" + key + "\": ";
+  std::size_t at = json.find(needle);
+  if (at == std::string::npos) return "";
+  at += needle.size();
+  if (json[at] == '"') return json.substr(at + 1, json.find('"', at + 1) - at - 1);
+  return json.substr(at, json.find_first_of(",\n}", at) - at);
+}
+
+TEST(ImageImporter, CorpusSizesDatesAndPlaces) {
+  Bundle bundle("Image", "UlvekImageImporterFactory");
+  int compared = 0;
+  for (const char* format : {"jpeg", "png", "tiff", "heic"}) {
+    fs::path folder = testing::corpusPath() / "docs" / format;
+    if (!fs::exists(folder)) continue;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      std::string name = entry.path().filename().string();
+      if (name.ends_with(".json") || name.starts_with("._")) continue;
+      SCOPED_TRACE(name);
+      std::string expect = testing::readFile(entry.path().string() + ".expect.json");
+      std::size_t expected = expect.find("\"expected\"");
+      if (expected == std::string::npos) continue;
+      // Only the answer, not exiftool's full tag list.
+      std::string answer =
+          expect.substr(expected, expect.find("\"exiftool\"", expected) - expected);
+      BundleAttributes values = bundle.import(entry.path().string());
+      if (name.starts_with("damaged-")) continue;  // answering at all is the test
+      // Exiv2 gives a HEIF file's largest image size, exiftool its primary item's (often cropped).
+      bool heif = std::string(format) == "heic";
+      if (std::string width = field(answer, "width");
+          !width.empty() && !heif && values.contains("kMDItemPixelWidth")) {
+        EXPECT_EQ(testing::numberOf(values, "kMDItemPixelWidth"), std::stod(width));
+        EXPECT_EQ(testing::numberOf(values, "kMDItemPixelHeight"),
+                  std::stod(field(answer, "height")));
+        ++compared;
+      }
+      if (std::string latitude = field(answer, "gps_latitude"); !latitude.empty()) {
+        EXPECT_NEAR(testing::numberOf(values, "kMDItemLatitude"), std::stod(latitude), 1e-3);
+      }
+      // Exiv2 does not join extended XMP split over several JPEG segments.
+      bool extendedXMP = name.find("ExtendedXMP") != std::string::npos;
+      if (std::string title = field(answer, "title");
+          !title.empty() && !extendedXMP && title.find('\\') == std::string::npos) {
+        EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), title);
+      }
+    }
+  }
+  EXPECT_GT(compared, 30);
+}
+
+TEST(ImageImporter, ValuesWrittenByHand) {
+  Bundle bundle("Image", "UlvekImageImporterFactory");
+  fs::path jpeg = testing::corpusPath() / "docs/jpeg/made-exiftool-written.jpg";
+  BundleAttributes values = bundle.import(jpeg.string());
+  EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), "Möwe am Strand");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemDescription"), "Eine Möwe auf dem Sand.");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemAuthors"), "Åsa Öberg");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemKeywords"), "Möwe|Strand|Nordsee");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemCopyright"), "© 2021 Åsa Öberg");
+  // 2021-07-14 16:32:05, no offset recorded: read as UTC.
+  EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), 1626280325.0);
+  EXPECT_NEAR(testing::numberOf(values, "kMDItemLongitude"), 8.6417, 1e-3);
+}
+
+TEST(ImageImporter, BrokenFilesAnswerLittle) {
+  Bundle bundle("Image", "UlvekImageImporterFactory");
+  testing::TemporaryFolder folder;
+  const std::pair<std::string, std::string> rows[] = {
+      {"empty.jpg", ""},
+      {"text.jpg", "not an image at all"},
+      {"header.jpg", std::string("\xFF\xD8\xFF\xE1\xFF\xFF"
+                                 "Exif\0\0II*\0\x08\0\0\0\xFF\xFF",
+                                 22)},
+      {"loop.tif", std::string("II*\0\x08\0\0\0\x01\0\x0F\x01\x02\0\x04\0\0\0abc\0\x08\0\0\0", 26)},
+  };
+  for (const auto& [name, bytes] : rows) {
+    BundleAttributes values = bundle.import(folder.write(name, bytes));
+    EXPECT_FALSE(values.contains("kMDItemTitle")) << name;
+  }
+}
+
+}  // namespace
+}  // namespace ulvek

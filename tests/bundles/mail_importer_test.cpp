@@ -1,0 +1,122 @@
+// Mail.mdimporter over the mail corpus: subjects, people, dates and bodies against Python's
+// email module.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "bundle_harness.h"
+#include "test_support.h"
+
+namespace ulvek {
+namespace {
+
+using testing::Bundle;
+using testing::BundleAttributes;
+namespace fs = std::filesystem;
+
+std::string words(const std::string& text) {
+  std::string squeezed;
+  for (char c : text) {
+    bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
+    if (space && (squeezed.empty() || squeezed.back() == ' ')) continue;
+    squeezed += space ? ' ' : c;
+  }
+  while (!squeezed.empty() && squeezed.back() == ' ') squeezed.pop_back();
+  return squeezed;
+}
+
+// A string member of the expected answer; empty when absent or of another kind.
+std::string member(const nlohmann::json& object, const char* key) {
+  auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+TEST(MailImporter, CorpusMessages) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  int subjects = 0, bodies = 0, senders = 0;
+  for (const char* format : {"eml", "emlx"}) {
+    for (const auto& entry : fs::directory_iterator(testing::corpusPath() / "docs" / format)) {
+      std::string name = entry.path().filename().string();
+      if (name.ends_with(".json") || name.starts_with("._")) continue;
+      SCOPED_TRACE(name);
+      auto expect =
+          nlohmann::json::parse(testing::readFile(entry.path().string() + ".expect.json"));
+      BundleAttributes values = bundle.import(entry.path().string());
+      if (name.starts_with("damaged-") || !expect.contains("expected")) continue;
+      const auto& expected = expect["expected"];
+      if (std::string subject = member(expected, "subject");
+          !subject.empty() && name.find("bad_encoded") == std::string::npos) {
+        EXPECT_EQ(words(testing::stringOf(values, "kMDItemTitle")), words(subject));
+        ++subjects;
+      }
+      if (expected.contains("from_addresses") && expected["from_addresses"].is_array() &&
+          !expected["from_addresses"].empty() && expected["from_addresses"][0].is_string()) {
+        EXPECT_TRUE(testing::stringOf(values, "kMDItemAuthorEmailAddresses")
+                        .starts_with(expected["from_addresses"][0].get<std::string>()));
+        ++senders;
+      }
+      if (member(expected, "body_from") == "text/plain" && !member(expected, "body_text").empty()) {
+        // The first line: Python reads some undecodable parts as raw text where we skip them.
+        std::string raw = member(expected, "body_text");
+        std::size_t firstLine = raw.find_first_not_of("\r\n ");
+        firstLine = firstLine == std::string::npos ? 0 : firstLine;
+        std::string body = words(raw.substr(firstLine, raw.find('\n', firstLine) - firstLine));
+        std::string text = words(testing::stringOf(values, "kMDItemTextContent"));
+        EXPECT_NE(text.find(body.substr(0, 60)), std::string::npos) << text.substr(0, 200);
+        ++bodies;
+      }
+    }
+  }
+  EXPECT_GT(subjects, 25);
+  EXPECT_GT(senders, 20);
+  EXPECT_GT(bodies, 15);
+}
+
+TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  testing::TemporaryFolder folder;
+  std::string html = folder.write(
+      "html.eml",
+      "From: Ann <ann@example.org>\r\nTo: Bob <bob@example.org>, team: c@example.org;\r\n"
+      "Subject: =?UTF-8?B?R3LDvMOfZQ==?=\r\nDate: Tue, 1 Jun 2021 10:00:00 +0200\r\n"
+      "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+      "Content-Type: multipart/alternative; boundary=c\r\n\r\n--c\r\n"
+      "Content-Type: text/html; charset=iso-8859-1\r\n\r\n<p>Hall\xF6 <b>Welt</b></p>\r\n--c--\r\n"
+      "--b\r\nContent-Type: application/pdf\r\nContent-Disposition: attachment; "
+      "filename=\"report.pdf\"\r\n\r\nJVBERi0=\r\n--b\r\nContent-Type: text/plain\r\n"
+      "Content-Disposition: attachment; filename=notes.txt\r\n\r\nattached words\r\n--b--\r\n");
+  BundleAttributes values = bundle.import(html);
+  EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), "Grüße");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemAuthors"), "Ann");
+  EXPECT_EQ(testing::stringOf(values, "kMDItemRecipientEmailAddresses"),
+            "bob@example.org|c@example.org");
+  EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), 1622534400.0);
+  EXPECT_EQ(words(testing::stringOf(values, "kMDItemTextContent")),
+            "Hallö Welt report.pdf notes.txt attached words");
+}
+
+TEST(MailImporter, HostileMessagesAnswerLittle) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  testing::TemporaryFolder folder;
+  std::string nested = "Subject: deep\r\nContent-Type: multipart/mixed; boundary=x0\r\n\r\n";
+  for (int i = 1; i < 10000; ++i)
+    nested += "--x" + std::to_string(i - 1) + "\r\nContent-Type: multipart/mixed; boundary=x" +
+              std::to_string(i) + "\r\n\r\n";
+  const std::pair<std::string, std::string> rows[] = {
+      {"empty.eml", ""},
+      {"nested.eml", nested},
+      {"endless-base64.eml",
+       "Subject: b\r\nContent-Transfer-Encoding: base64\r\n\r\n" + std::string(1 << 20, 'Q')},
+      {"count-only.emlx", "99999999\n"},
+  };
+  for (const auto& [name, bytes] : rows) {
+    BundleAttributes values = bundle.import(folder.write(name, bytes));
+    SUCCEED() << name << " " << values.size();
+  }
+}
+
+}  // namespace
+}  // namespace ulvek
