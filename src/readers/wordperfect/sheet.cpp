@@ -342,9 +342,8 @@ std::optional<Sheet> sheetWithContentsOfFile(const std::string& path, StringEnco
       Sheet rows = valuesSeparatedByTab(std::move(*text), format == SheetFormat::TabSeparated, true,
                                         maxRows, columns, definition);
       if (definition && !*definition) {
-        std::optional<std::set<std::string>> names =
-            OVMetaDataStore::metaDataKeysAtPath(path, true);
-        if (names && names->count(std::string(kHeaderAttribute))) *definition = true;
+        auto names = OVMetaDataStore::metaDataKeysAtPath(path, true).take();
+        if (names && *names && (*names)->count(std::string(kHeaderAttribute))) *definition = true;
       }
       return rows;
     }

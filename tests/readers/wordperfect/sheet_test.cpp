@@ -132,7 +132,8 @@ TEST(Sheet, Files) {
 
   std::string marked = folder.write("marked.tsv", "a\tb\n");
   if (!OVMetaDataStore::setObject(PropertyValue(true), "com.ulvek-technologies.tsv-header", marked,
-                                  true))
+                                  true)
+           .ok())
     GTEST_SKIP() << "no extended attributes here";
   bool definition = false;
   ASSERT_TRUE(sheetWithContentsOfFile(marked, kUTF8StringEncoding, 9, &definition));
