@@ -214,6 +214,11 @@ const WebArchive* WebArchive::subArchiveForURL(std::optional<TextView> url) cons
   return nullptr;
 }
 
+std::span<const TextView> webArchiveFileTypes() {
+  static constexpr std::array<TextView, 2> kTypes = {u"webarchive", u"WEBARCHIVE"};
+  return kTypes;
+}
+
 bool isWebArchiveFile(const std::string& path) {
   return isWebArchiveExtension(TextView(pathExtension(path)));
 }

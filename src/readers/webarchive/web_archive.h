@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,7 @@ struct WebArchive {
 };
 
 bool isWebArchiveFile(const std::string& path);
+std::span<const TextView> webArchiveFileTypes();
 
 // The text of a web archive file; the main page's base URL and markup through the out values.
 // Nothing (and nothing in the out values) when the file cannot be read or is no web archive.
