@@ -1,6 +1,11 @@
 #include "import/reader_set.h"
 
 #include "importers/importer_host.h"
+#include "importers/metadata_importer.h"
+#include "readers/addresscard/address_card_reader.h"
+#include "readers/textbundle/text_bundle_reader.h"
+#include "readers/webarchive/web_archive_reader.h"
+#include "readers/wordperfect/wordperfect_reader.h"
 
 namespace ulvek {
 
@@ -11,6 +16,12 @@ const ReaderSet& ReaderSet::builtin() {
     ReaderSet set;
     // PDF files are read by their importer, as other files no reader knows.
     set.set(Route::Importer, &importerHost()).set(Route::PDF, &importerHost());
+    set.set(Route::AddressCard, &addressCardReader());
+    set.set(Route::WebArchive, &webArchiveReader());
+    set.set(Route::TextBundle, &textBundleReader());
+    set.set(Route::WordPerfect, &wordPerfectReader());
+    // Where no importer answers, the host reads text bundles itself.
+    MetaDataImporter::sharedImporter().setTextBundleReader(&textBundleReader());
     return set;
   }();
   return readers;

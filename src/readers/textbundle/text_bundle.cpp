@@ -1,0 +1,181 @@
+#include "readers/textbundle/text_bundle.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "base/log.h"
+#include "platform/temporary_items.h"
+#include "readers/zip/zip_archive.h"
+#include "text/text_decoding.h"
+
+namespace ulvek {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::array<TextView, 4> kTextBundleFileTypes = {u"textbundle", u"TEXTBUNDLE", u"textpack",
+                                                          u"TEXTPACK"};
+constexpr std::array<TextView, 18> kMarkDownFileTypes = {
+    u"markdown", u"MARKDOWN", u"mdtext", u"MDTEXT", u"mkdown",  u"MKDOWN",
+    u"mdown",    u"MDOWN",    u"mark",   u"MARK",   u"mdwn",    u"MDWN",
+    u"mmd",      u"MMD",      u"md",     u"MD",     u"textile", u"TEXTILE"};
+
+// Markdown extensions by length (2 to 8).
+struct MarkDownRow {
+  std::size_t length;
+  std::array<TextView, 2> names;
+};
+constexpr std::array<MarkDownRow, 7> kMarkDownByLength = {{
+    {2, {u"md", u""}},
+    {3, {u"mmd", u""}},
+    {4, {u"mdwn", u"mark"}},
+    {5, {u"mdown", u""}},
+    {6, {u"mdtext", u"mkdown"}},
+    {7, {u"textile", u""}},
+    {8, {u"markdown", u""}},
+}};
+
+char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char16_t lower16(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
+
+bool endsWithIgnoringCase(std::string_view text, std::string_view suffix) {
+  if (text.size() < suffix.size()) return false;
+  std::string_view tail = text.substr(text.size() - suffix.size());
+  for (std::size_t i = 0; i < suffix.size(); ++i)
+    if (lower(tail[i]) != lower(suffix[i])) return false;
+  return true;
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (std::size_t i = 0; i < prefix.size(); ++i)
+    if (lower(text[i]) != lower(prefix[i])) return false;
+  return true;
+}
+
+bool equalsIgnoringCase(TextView a, TextView b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (lower16(a[i]) != lower16(b[i])) return false;
+  return true;
+}
+
+// A folder's entry names, sorted; nothing when it cannot be listed.
+std::optional<std::vector<std::string>> sortedListing(const std::string& folder) {
+  std::error_code error;
+  fs::directory_iterator entries(folder, error);
+  if (error) return std::nullopt;
+  std::vector<std::string> names;
+  for (const fs::directory_entry& entry : entries) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// The bundle's first "text.*" entry decoded; nothing (with a log line) without one, or when it
+// is not a regular file.
+std::optional<TextString> bundleText(const std::string& folder, StringEncoding encoding,
+                                     StringEncoding* usedEncoding) {
+  std::optional<std::vector<std::string>> names = sortedListing(folder);
+  if (!names) return std::nullopt;
+  auto text = std::find_if(names->begin(), names->end(), [](const std::string& name) {
+    return startsWithIgnoringCase(name, "text.");
+  });
+  if (text == names->end()) {
+    logLine("No text file in text bundle: " + folder);
+    return std::nullopt;
+  }
+  std::string path = folder + "/" + *text;
+  if (!isRegularFile(path)) {
+    logLine("Text of text bundle is not a file: " + path);
+    return std::nullopt;
+  }
+  return stringWithContentsOfFile(path, encoding, usedEncoding);
+}
+
+std::optional<TextString> textPackText(const std::string& path, StringEncoding encoding,
+                                       StringEncoding* usedEncoding) {
+  Result<TemporaryDirectory> folder = TemporaryDirectory::create("textpack");
+  if (!folder) return std::nullopt;
+  std::unique_ptr<ZipArchive> archive = ZipArchive::initWithZipFile(path);
+  if (!archive) {
+    logLine("Text pack is not a zip archive: " + path);
+    return std::nullopt;
+  }
+  if (Status unpacked = unpackZipArchive(*archive, folder->path()); !unpacked) return std::nullopt;
+  std::optional<TextString> result;
+  for (const std::string& name :
+       sortedListing(folder->path()).value_or(std::vector<std::string>{})) {
+    if (!endsWithIgnoringCase(name, ".textbundle")) continue;
+    std::string bundle = folder->path() + "/" + name;
+    if (!fs::is_directory(fs::symlink_status(bundle))) continue;
+    if (auto text = bundleText(bundle, encoding, usedEncoding)) result = std::move(text);
+  }
+  if (!result) logLine("No text bundle in text pack: " + path);
+  return result;
+}
+
+}  // namespace
+
+bool isTextBundleFile(const std::string& path) {
+  TextString extension = pathExtension(path);
+  return isTextBundleExtension(TextView(extension), std::nullopt);
+}
+
+std::span<const TextView> textBundleFileTypes() { return kTextBundleFileTypes; }
+
+bool isMarkDownExtension(OptionalText extension, OptionalText type) {
+  if (!extension || extension->size() < 2 || extension->size() > 8) return false;
+  for (const MarkDownRow& row : kMarkDownByLength) {
+    if (row.length != extension->size()) continue;
+    for (TextView name : row.names)
+      if (!name.empty() && equalsIgnoringCase(*extension, name)) return true;
+  }
+  return false;
+}
+
+bool isMarkDownFile(const std::string& path) {
+  TextString extension = pathExtension(path);
+  return isMarkDownExtension(TextView(extension), std::nullopt);
+}
+
+std::span<const TextView> markDownFileTypes() { return kMarkDownFileTypes; }
+
+std::optional<TextString> stringWithContentsOfTextBundleFile(const std::string& path,
+                                                             StringEncoding encoding,
+                                                             StringEncoding* usedEncoding) {
+  if (path.empty()) return std::nullopt;
+  if (endsWithIgnoringCase(path, ".textbundle")) return bundleText(path, encoding, usedEncoding);
+  if (endsWithIgnoringCase(path, ".textpack")) return textPackText(path, encoding, usedEncoding);
+  return std::nullopt;
+}
+
+bool decompressTextBundleFile(const std::string& source, const std::string& target) {
+  if (source.empty() || target.empty()) return false;
+  std::error_code error;
+  if (endsWithIgnoringCase(source, ".textbundle")) {
+    fs::copy(source, target, fs::copy_options::recursive, error);
+    if (!error) return true;
+  }
+  if (!endsWithIgnoringCase(source, ".textpack")) return false;
+  std::unique_ptr<ZipArchive> archive = ZipArchive::initWithZipFile(source);
+  if (!archive) return false;
+  std::string parent = fs::path(target).parent_path().string();
+  if (parent.empty()) parent = ".";
+  if (Status unpacked = unpackZipArchive(*archive, parent); !unpacked) return false;
+  std::optional<std::vector<std::string>> names = sortedListing(parent);
+  if (!names) return false;
+  auto bundle = std::find_if(names->begin(), names->end(), [](const std::string& name) {
+    return endsWithIgnoringCase(name, ".textbundle");
+  });
+  if (bundle == names->end()) return false;
+  std::string found = parent + "/" + *bundle;
+  if (equalsIgnoringCase(fromUtf8(found), fromUtf8(target))) return true;
+  fs::rename(found, target, error);
+  return !error;
+}
+
+}  // namespace ulvek
