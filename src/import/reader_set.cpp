@@ -3,6 +3,7 @@
 #include "importers/importer_host.h"
 #include "importers/metadata_importer.h"
 #include "readers/addresscard/address_card_reader.h"
+#include "readers/attributed/attributed_reader.h"
 #include "readers/textbundle/text_bundle_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
 #include "readers/wordperfect/wordperfect_reader.h"
@@ -16,6 +17,7 @@ const ReaderSet& ReaderSet::builtin() {
     ReaderSet set;
     // PDF files are read by their importer, as other files no reader knows.
     set.set(Route::Importer, &importerHost()).set(Route::PDF, &importerHost());
+    set.set(Route::AttributedDocument, &attributedDocumentReader());
     set.set(Route::AddressCard, &addressCardReader());
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());

@@ -1,0 +1,63 @@
+#include "readers/attributed/attributed_reader.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "text/text_decoding.h"
+
+namespace ulvek {
+namespace {
+
+std::string lowerExtension(std::string_view name) {
+  std::size_t dot = name.rfind('.');
+  if (dot == std::string_view::npos || dot == 0) return {};
+  std::string extension(name.substr(dot + 1));
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension;
+}
+
+// What is not one of the formats is read as text, in the encoding it is detected in.
+std::optional<ReaderOutput> readPlainText(const ReaderSource& source) {
+  std::optional<Bytes> bytes = source.bytes();
+  if (!bytes) return std::nullopt;
+  std::optional<DetectedText> text = decodeDetectingEncoding(*bytes);
+  if (!text) return std::nullopt;
+  ReaderOutput output{std::move(text->text), {}, Vocabulary::AttributedDocument};
+  output.attributes[std::string(DocumentAttribute::DocumentType)] =
+      PropertyValue(kPlainTextDocumentType);
+  return output;
+}
+
+// Formats in the order they are tried on the content; one row per format family.
+constexpr std::array<AttributedFormat, 0> kFormats = {{}};
+
+class AttributedDocumentReader final : public Reader {
+ public:
+  std::string_view name() const override { return "attributed document"; }
+
+  std::optional<ReaderOutput> read(const ReaderSource& source) const override {
+    std::string extension = lowerExtension(source.name());
+    std::optional<Bytes> bytes = source.bytes();
+    Bytes content = bytes ? *bytes : Bytes();
+    for (const AttributedFormat& format : kFormats) {
+      if (format.looksLike(content, extension)) {
+        if (auto output = format.read(source)) return output;
+      }
+    }
+    if (!bytes) return std::nullopt;  // a folder no format took
+    return readPlainText(source);
+  }
+};
+
+}  // namespace
+
+const Reader& attributedDocumentReader() {
+  static const AttributedDocumentReader reader;
+  return reader;
+}
+
+}  // namespace ulvek

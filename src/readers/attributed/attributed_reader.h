@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+
+#include "readers/reader.h"
+
+namespace ulvek {
+
+// Word-processor documents: RTF, RTFD, Word, Office Open XML, OpenDocument text and Word 2003
+// XML, and anything else as plain text. The format is chosen by the content first, the name's
+// extension second; the attributes say which it was under "DocumentType" (kPlainTextDocumentType
+// when the reader fell back to plain text).
+const Reader& attributedDocumentReader();
+
+// One format the reader knows: its document type, whether bytes (with the source's lower-case
+// extension) look like it, and how to read it.
+struct AttributedFormat {
+  std::u16string_view documentType;
+  bool (*looksLike)(Bytes bytes, std::string_view extension);
+  std::optional<ReaderOutput> (*read)(const ReaderSource& source);
+};
+
+}  // namespace ulvek
