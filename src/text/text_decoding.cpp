@@ -441,7 +441,40 @@ std::size_t utf8Length(TextView text) {
 
 // ---- Plain text -------------------------------------------------------------------------------
 
+// Bytes that are valid UTF-8 and not plain ASCII are UTF-8: no 8-bit text of a language
+// survives that test by chance, while detectors misjudge short UTF-8 ("café" as Latin 2).
+bool isNonAsciiUtf8(std::span<const std::uint8_t> bytes) {
+  bool nonAscii = false;
+  for (std::size_t i = 0; i < bytes.size();) {
+    std::uint8_t lead = bytes[i];
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    nonAscii = true;
+    std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+    if (length == 0 || lead > 0xF4 || i + length > bytes.size()) return false;
+    std::uint32_t code = lead & (0x7F >> length);
+    for (std::size_t k = 1; k < length; ++k) {
+      if ((bytes[i + k] & 0xC0) != 0x80) return false;
+      code = (code << 6) | (bytes[i + k] & 0x3F);
+    }
+    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
+        (code >= 0xD800 && code <= 0xDFFF))
+      return false;
+    i += length;
+  }
+  return nonAscii;
+}
+
 std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t> bytes) {
+  // A UTF-8 byte-order mark, and valid UTF-8, decide before any guessing.
+  bool utf8Mark = bytes.size() >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF;
+  if (utf8Mark || isNonAsciiUtf8(bytes)) {
+    if (std::optional<TextString> text = decodeBytes(bytes, kUTF8StringEncoding))
+      return DetectedText{std::move(*text), kUTF8StringEncoding};
+  }
   // uchardet does not look for UTF-16 or UTF-32 without a byte-order mark and may call such
   // text a multi-byte Asian encoding, so the wide forms are ruled out first. ICU's test needs
   // NUL bytes in the right places, which 8-bit text does not have.

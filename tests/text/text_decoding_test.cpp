@@ -264,3 +264,39 @@ TEST(LargeInput, HundredMebibyteSingleLineFileDecodesWithBoundedMemory) {
 
 }  // namespace
 }  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+// Valid UTF-8 with non-ASCII characters, or a UTF-8 mark, is UTF-8 before any detector guesses:
+// short texts such as "café" were read as Latin 2.
+TEST(TextDecodingUtf8First, ValidUtf8AndMarksDecide) {
+  struct Row {
+    const char* name;
+    std::string bytes;
+    std::u16string text;
+    StringEncoding encoding;
+  };
+  const Row rows[] = {
+      {"short UTF-8", "caf\xC3\xA9", u"caf\u00e9", kUTF8StringEncoding},
+      {"UTF-8 mark on ASCII, mark dropped", "\xEF\xBB\xBFplain", u"plain", kUTF8StringEncoding},
+      {"four-byte character", "x \xF0\x9F\x98\x80", u"x \U0001F600", kUTF8StringEncoding},
+      {"overlong form is no UTF-8", "caf\xC0\xA9 and more text here", u"", 0},
+      {"surrogate is no UTF-8", "a\xED\xA0\x80 b", u"", 0},
+  };
+  for (const Row& row : rows) {
+    auto bytes =
+        std::span(reinterpret_cast<const std::uint8_t*>(row.bytes.data()), row.bytes.size());
+    std::optional<DetectedText> detected = decodeDetectingEncoding(bytes);
+    if (row.encoding == 0) {
+      EXPECT_TRUE(!detected || detected->encoding != kUTF8StringEncoding) << row.name;
+      continue;
+    }
+    ASSERT_TRUE(detected) << row.name;
+    EXPECT_EQ(detected->encoding, row.encoding) << row.name;
+    EXPECT_EQ(detected->text, row.text) << row.name;
+  }
+}
+
+}  // namespace
+}  // namespace ulvek

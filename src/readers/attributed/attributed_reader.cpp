@@ -6,6 +6,9 @@
 #include <array>
 #include <string>
 
+#include "base/log.h"
+#include "readers/odf/open_document_reader.h"
+#include "readers/ooxml/office_open_xml_reader.h"
 #include "text/text_decoding.h"
 
 namespace ulvek {
@@ -33,7 +36,11 @@ std::optional<ReaderOutput> readPlainText(const ReaderSource& source) {
 }
 
 // Formats in the order they are tried on the content; one row per format family.
-constexpr std::array<AttributedFormat, 0> kFormats = {{}};
+constexpr AttributedFormat kFormats[] = {
+    {kOfficeOpenXMLTextDocumentType, looksLikeOfficeOpenXML, readOfficeOpenXML},
+    {kOpenDocumentTextDocumentType, looksLikeOpenDocumentText, readOpenDocumentText},
+    {kWordMLTextDocumentType, looksLikeWordML, readWordML},
+};
 
 class AttributedDocumentReader final : public Reader {
  public:
@@ -44,9 +51,11 @@ class AttributedDocumentReader final : public Reader {
     std::optional<Bytes> bytes = source.bytes();
     Bytes content = bytes ? *bytes : Bytes();
     for (const AttributedFormat& format : kFormats) {
-      if (format.looksLike(content, extension)) {
-        if (auto output = format.read(source)) return output;
-      }
+      if (!format.looksLike(content, extension)) continue;
+      if (auto output = format.read(source)) return output;
+      // A container that could not be read is no text either: its bytes would be garbage.
+      logLine("Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
+      return std::nullopt;
     }
     if (!bytes) return std::nullopt;  // a folder no format took
     return readPlainText(source);

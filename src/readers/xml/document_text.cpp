@@ -1,0 +1,72 @@
+#include "readers/xml/document_text.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace ulvek {
+
+void DocumentText::flush() {
+  if (pending_ && !text_.empty()) text_ += pending_;
+  pending_ = 0;
+}
+
+void DocumentText::write(std::string_view utf8) {
+  if (utf8.empty()) return;
+  flush();
+  text_ += fromUtf8(utf8);
+}
+
+void DocumentText::writeText(TextView text) {
+  if (text.empty()) return;
+  flush();
+  text_ += text;
+}
+
+void DocumentText::character(char16_t c) {
+  flush();
+  text_ += c;
+}
+
+std::optional<Date> w3cDate(std::string_view text) {
+  int year = 0, month = 1, day = 1, hour = 0, minute = 0;
+  double second = 0;
+  std::string copy(text);
+  int fields =
+      std::sscanf(copy.c_str(), "%d-%d-%dT%d:%d:%lf", &year, &month, &day, &hour, &minute, &second);
+  if (fields < 1 || year < 1 || year > 9999) return std::nullopt;
+  using namespace std::chrono;
+  year_month_day date{std::chrono::year(year), std::chrono::month(unsigned(month)),
+                      std::chrono::day(unsigned(day))};
+  if (!date.ok() || hour > 24 || minute > 59 || second < 0 || second >= 62) return std::nullopt;
+  long long offset = 0;
+  std::size_t zone = copy.find_first_of("+-", 10);
+  int zoneHours = 0, zoneMinutes = 0;
+  if (fields >= 4 && zone != std::string::npos &&
+      std::sscanf(copy.c_str() + zone + 1, "%d:%d", &zoneHours, &zoneMinutes) >= 1)
+    offset = (zoneHours * 3600LL + zoneMinutes * 60LL) * (copy[zone] == '-' ? -1 : 1);
+  long long days = sys_days(date).time_since_epoch().count();
+  double seconds = double(days) * 86400.0 + hour * 3600.0 + minute * 60.0 + second - double(offset);
+  return Date{static_cast<std::int64_t>(seconds * 1e6)};
+}
+
+PropertyArray keywordList(std::string_view utf8) {
+  PropertyArray words;
+  std::string word;
+  auto push = [&] {
+    std::size_t first = word.find_first_not_of(" \t\r\n");
+    std::size_t last = word.find_last_not_of(" \t\r\n");
+    if (first != std::string::npos)
+      words.emplace_back(fromUtf8(word.substr(first, last - first + 1)));
+    word.clear();
+  };
+  for (char c : utf8) {
+    if (c == ',' || c == ';')
+      push();
+    else
+      word += c;
+  }
+  push();
+  return words;
+}
+
+}  // namespace ulvek

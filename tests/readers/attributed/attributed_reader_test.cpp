@@ -1,0 +1,170 @@
+// The word-processor formats over the document corpus: text against LibreOffice's text export
+// (word-bag F1) and attributes against the document properties beside each file.
+
+#include "readers/attributed/attributed_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "test_support.h"
+#include "word_bag.h"
+#include "zip_test_files.h"
+
+namespace ulvek {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TemporaryFolder;
+
+std::string stringAttribute(const ReaderOutput& output, std::string_view key) {
+  const PropertyValue* value = find(output.attributes, key);
+  return value && value->string() ? toUtf8(*value->string()) : "";
+}
+
+struct FormatScore {
+  int documents = 0;
+  int below = 0;
+  double sum = 0;
+};
+
+FormatScore scoreFolder(const std::string& format, std::u16string_view documentType) {
+  FormatScore score;
+  fs::path folder = testing::corpusPath() / "docs" / format;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    std::string name = entry.path().filename().string();
+    if (name.ends_with(".json") || name.ends_with(".txt")) continue;
+    SCOPED_TRACE(name);
+    std::optional<ReaderOutput> output =
+        attributedDocumentReader().read(ReaderSource::file(entry.path().string()));
+    if (name.starts_with("damaged-")) continue;  // answering at all is the test
+    // An encrypted package is no document we can read: nothing, and the importers are asked.
+    if (!output || !output->text) continue;
+    auto meta = nlohmann::json::parse(testing::readFile(entry.path().string() + ".meta.json"));
+    std::string expected = testing::readFile(entry.path().string() + ".txt");
+    double f1 = testing::wordBagF1(*output->text, fromUtf8(expected));
+    ++score.documents;
+    score.sum += f1;
+    if (f1 < 0.97) ++score.below;
+    // Files that are no documents of the format: a truncated zip, an encrypted package, a
+    // file that is not the zip it claims to be. They take the plain-text fall-back.
+    bool unreadable =
+        output->attributes.count(std::string(DocumentAttribute::DocumentType)) &&
+        stringAttribute(*output, DocumentAttribute::DocumentType) == toUtf8(kPlainTextDocumentType);
+    if (unreadable) {
+      --score.documents, score.sum -= f1, --score.below;
+      continue;
+    }
+    EXPECT_GE(f1, 0.75);
+    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(documentType));
+    if (meta.contains("title") && meta["title"].is_string() &&
+        !meta["title"].get<std::string>().empty())
+      EXPECT_EQ(stringAttribute(*output, DocumentAttribute::Title),
+                meta["title"].get<std::string>());
+  }
+  return score;
+}
+
+TEST(AttributedReader, CorpusTextAndAttributes) {
+  const std::pair<std::string, std::u16string_view> formats[] = {
+      {"docx", kOfficeOpenXMLTextDocumentType}, {"odt", kOpenDocumentTextDocumentType}};
+  for (const auto& [format, type] : formats) {
+    FormatScore score = scoreFolder(format, type);
+    std::printf("%s: %d documents, mean word-bag F1 %.4f, %d below 0.97\n", format.c_str(),
+                score.documents, score.documents ? score.sum / score.documents : 0.0, score.below);
+    EXPECT_GT(score.documents, 10) << format;
+    EXPECT_GE(score.sum / score.documents, 0.97) << format;
+  }
+}
+
+TEST(AttributedReader, FormatsChosenByContent) {
+  TemporaryFolder folder;
+  std::string docx = (folder.path() / "named.txt").string();
+  ASSERT_TRUE(testing::writeZip(
+      docx, {{"word/document.xml",
+              "<w:document><w:body><w:p><w:r><w:t>Hello</w:t></w:r><w:r><w:tab/><w:t>world</w:t>"
+              "</w:r></w:p><w:p><w:del><w:r><w:delText>gone</w:delText></w:r></w:del><w:r>"
+              "<w:instrText>PAGE</w:instrText><w:t>kept</w:t></w:r></w:p><w:tbl><w:tr><w:tc><w:p>"
+              "<w:t>a</w:t></w:p></w:tc><w:tc><w:p><w:t>b</w:t></w:p></w:tc></w:tr></w:tbl>"
+              "</w:body></w:document>"},
+             {"word/footnotes.xml",
+              "<w:footnotes><w:footnote w:type=\"separator\"><w:p><w:t>---</w:t></w:p></w:footnote>"
+              "<w:footnote><w:p><w:t>A note.</w:t></w:p></w:footnote></w:footnotes>"},
+             {"docProps/core.xml",
+              "<cp:coreProperties><dc:title>T</dc:title><cp:keywords>x, y</cp:keywords>"
+              "<dcterms:created>2020-01-02T03:04:05Z</dcterms:created></cp:coreProperties>"}}));
+  std::string odt = (folder.path() / "odt.bin").string();
+  ASSERT_TRUE(testing::writeZip(
+      odt, {{"mimetype", "application/vnd.oasis.opendocument.text", false, true},
+            {"content.xml",
+             "<office:document-content><office:body><office:text><text:h>Head</text:h><text:p>a"
+             "<text:s text:c=\"3\"/>b<text:note><text:note-citation>1</text:note-citation>"
+             "<text:note-body><text:p>note</text:p></text:note-body></text:note> c</text:p>"
+             "</office:text></office:body></office:document-content>"},
+            {"meta.xml",
+             "<office:meta><meta:keyword>k1</meta:keyword><meta:keyword>k2"
+             "</meta:keyword><meta:initial-creator>Ann</meta:initial-creator>"
+             "</office:meta>"}}));
+  std::string wordml = folder.write(
+      "old.xml",
+      "<?xml version=\"1.0\"?><?mso-application progid=\"Word.Document\"?><w:wordDocument>"
+      "<o:DocumentProperties><o:Author>Bo</o:Author></o:DocumentProperties><w:body><w:p><w:r>"
+      "<w:t>Word 2003</w:t></w:r></w:p></w:body></w:wordDocument>");
+  std::string plain = folder.write("plain.docx", "caf\xC3\xA9 is just text");
+  struct Row {
+    std::string path;
+    std::u16string text;
+    std::u16string_view type;
+  };
+  const Row rows[] = {
+      {docx, u"Hello\tworld\nkept\na\tb\nA note.", kOfficeOpenXMLTextDocumentType},
+      {odt, u"Head\na   b c\nnote", kOpenDocumentTextDocumentType},
+      {wordml, u"Word 2003", kWordMLTextDocumentType},
+      {plain, u"caf\u00e9 is just text", kPlainTextDocumentType},
+  };
+  for (const Row& row : rows) {
+    std::optional<ReaderOutput> output =
+        attributedDocumentReader().read(ReaderSource::file(row.path));
+    ASSERT_TRUE(output && output->text) << row.path;
+    EXPECT_EQ(*output->text, row.text) << row.path;
+    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type));
+  }
+  std::optional<ReaderOutput> docxOutput =
+      attributedDocumentReader().read(ReaderSource::file(docx));
+  EXPECT_EQ(*find(docxOutput->attributes, DocumentAttribute::Keywords),
+            PropertyValue(PropertyArray{u"x", u"y"}));
+  EXPECT_EQ(*find(docxOutput->attributes, DocumentAttribute::CreationTime),
+            PropertyValue(Date{1577934245000000}));
+  std::optional<ReaderOutput> odtOutput = attributedDocumentReader().read(ReaderSource::file(odt));
+  EXPECT_EQ(stringAttribute(*odtOutput, DocumentAttribute::Author), "Ann");
+  EXPECT_EQ(*find(odtOutput->attributes, DocumentAttribute::Keywords),
+            PropertyValue(PropertyArray{u"k1", u"k2"}));
+}
+
+TEST(AttributedReader, HostileDocumentsAnswerLittle) {
+  TemporaryFolder folder;
+  std::string laughs =
+      "<!DOCTYPE x [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;\">]>"
+      "<w:document><w:p><w:t>&b;</w:t></w:p></w:document>";
+  std::string deep;
+  for (int i = 0; i < 100000; ++i) deep += "<w:p>";
+  const std::pair<std::string, std::vector<testing::ZipEntry>> rows[] = {
+      {"laughs.docx", {{"word/document.xml", laughs}}},
+      {"deep.docx", {{"word/document.xml", deep}}},
+      {"bomb.docx", {{"word/document.xml", std::string(300u << 20, ' ')}}},
+      {"escape.docx", {{"../../escape.xml", "x"}, {"word/document.xml", "<w:t>ok</w:t>"}}},
+  };
+  for (const auto& [name, entries] : rows) {
+    std::string path = (folder.path() / name).string();
+    ASSERT_TRUE(testing::writeZip(path, entries));
+    testing::CapturedLog log;
+    std::optional<ReaderOutput> output = attributedDocumentReader().read(ReaderSource::file(path));
+    if (output && output->text) EXPECT_LT(output->text->size(), 100u) << name;
+  }
+  EXPECT_FALSE(fs::exists(folder.path().parent_path() / "escape.xml"));
+}
+
+}  // namespace
+}  // namespace ulvek
