@@ -164,6 +164,25 @@ TEST_F(ServiceTest, ResultsAreIndependentCopies) {
   EXPECT_NE(*second, *first);
 }
 
+// A reply past the bus's message limit would make the bus drop the service: its text is cut
+// instead, with a log line, and serving goes on.
+TEST_F(ServiceTest, LargeTextIsCutToFitTheBus) {
+  std::string item = "<item>" + std::string(1000, 'x') + "</item>\n";
+  std::string xml = "<root>";
+  xml.reserve(62 * 1024 * 1024);
+  while (xml.size() < 60u * 1024 * 1024) xml += item;
+  xml += "</root>";
+  std::string path = folder_.write("big.xml", xml);
+  std::optional<ImportResult> result = client_->openFile(path, &error_);
+  ASSERT_TRUE(result) << (error_ ? error_->localizedDescription : "");
+  ASSERT_TRUE(result->string(ImportKey::Text));
+  EXPECT_LT(result->string(ImportKey::Text)->size(), xml.size());
+  EXPECT_GT(result->string(ImportKey::Text)->size(), 40u * 1024 * 1024);
+  EXPECT_TRUE(client_->ping(&error_));
+  EXPECT_TRUE(daemon_.running());
+  EXPECT_NE(readWholeFile(logPath()).find("Truncated: " + path + " (60 MB)"), std::string::npos);
+}
+
 TEST_F(ServiceTest, DataItCannotReadAndFilesNoImporterReadsAnswerNothing) {
   Data notPDF{'t', 'e', 'x', 't'};
   std::optional<ImportResult> data =
