@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -13,7 +14,9 @@
 #include "base/error.h"
 #include "cli/command.h"
 #include "import/mime_type_helper.h"
+#include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
+#include "platform/resource_fork.h"
 
 namespace ulvek::cli {
 namespace {
@@ -49,7 +52,9 @@ void collectFolder(const std::string& folder, std::vector<std::string>& files, C
       }
       continue;
     }
-    if (fs::is_regular_file(status)) files.push_back(std::move(path));
+    // "._NAME" beside NAME carries NAME's fork and Finder info: it is read with NAME.
+    if (fs::is_regular_file(status) && !isAppleDoubleCompanion(path))
+      files.push_back(std::move(path));
   }
 }
 
@@ -82,7 +87,27 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   }
   int status = kExitSuccess;
   std::vector<std::string> files;
-  for (const std::string& path : arguments) {
+  std::vector<std::string> paths;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    // --timeout SECONDS: how long one importer may take.
+    if (arguments[i] == "--timeout" && i + 1 < arguments.size()) {
+      double seconds = std::atof(arguments[++i].c_str());
+      if (seconds <= 0) {
+        printError(io, kCommand, "--timeout takes a number of seconds");
+        return kExitUsage;
+      }
+      WorkerProcess::Limits limits = MetaDataImporter::sharedImporter().worker().limits();
+      limits.time = std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
+      MetaDataImporter::sharedImporter().setLimits(limits);
+      continue;
+    }
+    paths.push_back(arguments[i]);
+  }
+  if (paths.empty()) {
+    printError(io, kCommand, "expects at least one path");
+    return kExitUsage;
+  }
+  for (const std::string& path : paths) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0) {
       printError(io, kCommand, path + ": " + std::strerror(errno));
@@ -107,7 +132,10 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   auto started = std::chrono::steady_clock::now();
   for (std::size_t i = 0; i < files.size(); ++i) {
     try {
-      ImportResult result = helper.openFile(files[i]);
+      // Imported by absolute path, as the service is given it; shown as the user named it.
+      std::error_code error;
+      fs::path absolute = fs::absolute(files[i], error);
+      ImportResult result = helper.openFile(error ? files[i] : absolute.string());
       if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
         if (const std::uint64_t* value = size->unsignedInteger()) bytes += *value;
       }
@@ -133,7 +161,7 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
 }
 
 const CommandRegistration registration{
-    {"import", "PATH...",
+    {"import", "[--timeout SECONDS] PATH...",
      "Imports files in-process and prints one JSON result per file; folders are walked", run}};
 
 }  // namespace

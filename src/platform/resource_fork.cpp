@@ -47,6 +47,24 @@ bool fits(std::uint64_t offset, std::uint64_t length, std::uint64_t size) {
   return offset <= size && length <= size - offset;
 }
 
+}  // namespace
+
+bool isAppleDoubleCompanion(const std::string& path) {
+  std::filesystem::path companion(path);
+  std::string name = companion.filename().string();
+  if (name.size() <= 2 || !name.starts_with("._")) return false;
+  std::error_code error;
+  if (!std::filesystem::exists(companion.parent_path() / name.substr(2), error)) return false;
+  std::ifstream in(path, std::ios::binary);
+  unsigned char magic[4] = {};
+  if (!in.read(reinterpret_cast<char*>(magic), 4)) return false;
+  std::uint32_t value =
+      (std::uint32_t(magic[0]) << 24) | (magic[1] << 16) | (magic[2] << 8) | magic[3];
+  return value == kAppleDoubleMagic;
+}
+
+namespace {
+
 std::optional<Data> readAppleDoubleFile(const std::string& path) {
   std::error_code error;
   std::filesystem::path companion = appleDoublePath(path);

@@ -18,6 +18,9 @@ inline constexpr char kResourceForkAttribute[] = "user.com.apple.ResourceFork";
 
 // The AppleDouble companion of a file: "dir/._name" for "dir/name".
 std::string appleDoublePath(const std::string& path);
+// YES for a "._NAME" file that holds an AppleDouble header and stands beside NAME: the
+// companion of another file, not a document of its own.
+bool isAppleDoubleCompanion(const std::string& path);
 
 // The entries of an AppleDouble (or AppleSingle) file that this system reads. Views point into
 // the bytes given to parseAppleDouble.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "fork_test_files.h"
 #include "metadata/metadata_store.h"
 #include "service/dbus_client.h"
 #include "service_fixture.h"
@@ -41,6 +42,8 @@ class CommandLineTest : public ::testing::Test {
     fs::create_symlink("nowhere", folder_.path() / "dangling");
     folder_.write("bad \xFF name", "x");
     folder_.write("tree/a.txt", "alpha");
+    // Finder info only, so a.txt keeps its size: the companion itself is never listed.
+    folder_.write("tree/._a.txt", testing::appleDouble({{9, testing::finderInfo("TEXT")}}));
     folder_.write("tree/sub/b.csv", "x,y\n");
     folder_.write("tree/sub/deeper/c.html", "<title>C</title><p>gamma</p>");
     folder_.write("tree/empty.txt", "");
@@ -81,7 +84,8 @@ const std::string kFolderTags = "\"Tags\":\"\xC3\x89t\xC3\xA9\"}\n";
 TEST_F(CommandLineTest, InProcessCommands) {
   testing::ProgramOutput help = run({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* command : {"attributes PATH...", "directory PATH...", "import PATH..."})
+  for (const char* command :
+       {"attributes PATH...", "directory PATH...", "import [--timeout SECONDS] PATH..."})
     EXPECT_NE(help.out.find(std::string("\n  ") + command), std::string::npos) << help.out;
   check({
       {{}, 2, "", "usage: ulvekbot"},
