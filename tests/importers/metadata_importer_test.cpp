@@ -1,0 +1,194 @@
+// The importer host with real plug-in bundles in a worker process: registration from
+// Info.plist, choosing and calling importers, and plug-ins that crash, hang, print or garble.
+
+#include "importers/metadata_importer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "base/property_list.h"
+#include "test_support.h"
+
+namespace ulvek {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::CapturedLog;
+using testing::TemporaryFolder;
+
+const std::string kTypeID(MetaDataImporter::kImporterTypeID);
+
+PropertyDictionary infoFor(const std::string& executable, const std::string& factoryID,
+                           const std::string& function, const std::string& extension) {
+  return PropertyDictionary{
+      {"CFBundleIdentifier", PropertyValue::fromUtf8("test." + function)},
+      {"CFBundleExecutable", PropertyValue::fromUtf8(executable)},
+      {"CFBundleDocumentTypes", PropertyArray{PropertyDictionary{
+                                    {"CFBundleTypeRole", u"MDImporter"},
+                                    {"LSItemContentTypes", PropertyArray{u"com.example.none"}}}}},
+      {"UTExportedTypeDeclarations",
+       PropertyArray{PropertyDictionary{
+           {"UTTypeTagSpecification",
+            PropertyDictionary{{"public.filename-extension",
+                                PropertyArray{PropertyValue::fromUtf8(extension)}}}}}}},
+      {"CFPlugInFactories", PropertyDictionary{{factoryID, PropertyValue::fromUtf8(function)}}},
+      {"CFPlugInTypes",
+       PropertyDictionary{{kTypeID, PropertyArray{PropertyValue::fromUtf8(factoryID)}}}},
+  };
+}
+
+// Bundles of the test plug-in, one per factory, in a folder on the search path.
+class ImporterHostTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    struct Bundle {
+      std::string name, function, extension;
+    };
+    const Bundle bundles[] = {
+        {"Good", "GoodFactory", "good"},   {"Crash", "CrashFactory", "crash"},
+        {"Hang", "HangFactory", "hang"},   {"Print", "PrintFactory", "talk"},
+        {"Url", "UrlFactory", "url-only"}, {"NoInterface", "NoInterfaceFactory", "none"},
+        {"Null", "NullFactory", "null"},   {"Garbage", "GarbageFactory", "junk"},
+    };
+    int n = 0;
+    for (const Bundle& bundle : bundles) {
+      fs::path contents = folder_.path() / "Importers" / (bundle.name + ".mdimporter") / "Contents";
+      fs::create_directories(contents / "Linux");
+      fs::copy_file(std::string(ULVEK_BINARY_DIR) + "/tests/test_importer_plugin.so",
+                    contents / "Linux" / (bundle.name + ".so"));
+      char id[40];
+      std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", ++n);
+      auto plist = xmlPropertyList(
+          PropertyValue(infoFor(bundle.name + ".so", id, bundle.function, bundle.extension)));
+      folder_.write((contents / "Info.plist").lexically_relative(folder_.path()).string(), *plist);
+    }
+    // A bundle whose shared object is not one: found, never registered.
+    folder_.write("Importers/Broken.mdimporter/Contents/Linux/Broken.so", "not ELF");
+    folder_.write(
+        "Importers/Broken.mdimporter/Contents/Info.plist",
+        *xmlPropertyList(PropertyValue(
+            infoFor("Broken.so", "00000000-0000-4000-8000-999999999999", "GoodFactory", "good"))));
+    ::setenv("ULVEKBOT_IMPORTER_PATH", (folder_.path() / "Importers").c_str(), 1);
+    ::setenv("ULVEKBOT_IMPORTER_WORKER",
+             (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
+    ::setenv("XDG_DATA_HOME", (folder_.path() / "data").c_str(), 1);
+  }
+  void TearDown() override {
+    ::unsetenv("ULVEKBOT_IMPORTER_PATH");
+    ::unsetenv("ULVEKBOT_IMPORTER_WORKER");
+    ::unsetenv("XDG_DATA_HOME");
+  }
+
+  TemporaryFolder folder_;
+};
+
+std::string textOf(const std::optional<PropertyDictionary>& attributes) {
+  if (!attributes) return "(nothing)";
+  const PropertyValue* text = find(*attributes, "kMDItemTextContent");
+  return text && text->string() ? toUtf8(*text->string()) : "(no text)";
+}
+
+TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
+  MetaDataImporter importer;
+  importer.setLimits({std::chrono::milliseconds(1500), 1024});
+  struct Row {
+    std::string file;
+    std::string text;  // "path" stands for the file's own path
+    std::string log;
+  };
+  const Row rows[] = {
+      {"a.good", "path", ""},
+      {"b.crash", "(nothing)",
+       "Importer failed: " + (folder_.path() / "Importers/Crash.mdimporter").string() +
+           " (signal 11): "},
+      {"c.good", "path", ""},
+      {"d.hang", "(nothing)", "(timeout)"},
+      {"e.talk", "path", ""},
+      {"f.url-only", "file://path", ""},
+      {"g.none", "(nothing)",
+       "NoInterface.mdimporter: No kMDImporter(URL)Interface 00000000-0000-4000-8000-000000000006"},
+      {"h.null", "(nothing)", "Null.mdimporter: No kMDImporter(URL)Interface"},
+      {"i.junk", "(nothing)", "(garbage)"},
+      {"j.good", "path", ""},
+      {"k.unknown", "(nothing)", ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.file);
+    std::string path = folder_.write(row.file, "contents");
+    CapturedLog log;
+    std::optional<PropertyDictionary> attributes = importer.metaDataOfFileAtPath(path);
+    std::string expected = row.text;
+    if (auto at = expected.find("path"); at != std::string::npos) expected.replace(at, 4, path);
+    EXPECT_EQ(textOf(attributes), expected);
+    if (row.log.empty()) {
+      EXPECT_TRUE(log.lines().empty()) << log.lines().front();
+    } else {
+      EXPECT_TRUE(log.contains(row.log))
+          << (log.lines().empty() ? "(no log)" : log.lines().front());
+    }
+  }
+  // A bundle without interfaces is taken out of the tables; the others stay.
+  EXPECT_FALSE(importer.extensionsForMDImporter().count(
+      (folder_.path() / "Importers/NoInterface.mdimporter").string()));
+  EXPECT_TRUE(importer.extensionsForMDImporter().count(
+      (folder_.path() / "Importers/Crash.mdimporter").string()));
+  EXPECT_FALSE(importer.extensionsForMDImporter().count(
+      (folder_.path() / "Importers/Broken.mdimporter").string()));
+}
+
+TEST_F(ImporterHostTest, AttributesAndQuestions) {
+  MetaDataImporter importer;
+  std::string good = folder_.write("doc.good", "x");
+  std::optional<PropertyDictionary> attributes = importer.metaDataOfFileAtPath(good);
+  ASSERT_TRUE(attributes);
+  EXPECT_EQ(*find(*attributes, "kMDItemAuthors"), PropertyValue(PropertyArray{u"Ann", u"Bo"}));
+  EXPECT_EQ(*find(*attributes, "kMDItemContentCreationDate"), PropertyValue(Date{86400000000}));
+  EXPECT_TRUE(importer.supportsFileAtPath(good));
+  EXPECT_TRUE(importer.supportsFileAtPath(folder_.write("x.url-only", "x")));
+  EXPECT_FALSE(importer.supportsFileAtPath(folder_.write("x.unknown", "x")));
+  EXPECT_FALSE(importer.supportsFileAtPath((folder_.path() / "missing.good").string()));
+}
+
+// Registration from the information dictionary alone.
+TEST(MetaDataImporterRegistry, Registration) {
+  MetaDataImporter importer;
+  PropertyDictionary info{
+      {"CFBundleDocumentTypes",
+       PropertyArray{
+           PropertyDictionary{{"CFBundleTypeRole", u"Viewer"},
+                              {"LSItemContentTypes", PropertyArray{u"public.viewer"}}},
+           PropertyDictionary{{"CFBundleTypeRole", u"MDImporter"},
+                              {"LSItemContentTypes",
+                               PropertyArray{u"Com.Example.TYPE", u"DYN.AH62D4RV4GE80G4DR", 5}}}}},
+      {"UTExportedTypeDeclarations",
+       PropertyArray{
+           PropertyDictionary{
+               {"UTTypeTagSpecification", PropertyDictionary{{"public.filename-extension",
+                                                              PropertyArray{u"EXT", u"  ", u""}}}}},
+           PropertyDictionary{{"UTTypeTagSpecification",
+                               PropertyDictionary{{"public.filename-extension", u"single"}}}}}},
+      {"CFPlugInFactories", PropertyDictionary{{"F", u"f"}}}};
+  importer.addBundleToMDImporters(info, "/b/One.mdimporter");
+  EXPECT_EQ(importer.contentTypesForMDImporter().at("/b/One.mdimporter"),
+            (std::vector<std::string>{"com.example.type", "com.microsoft.chm-archive"}));
+  EXPECT_EQ(importer.extensionsForMDImporter().at("/b/One.mdimporter"),
+            std::vector<std::string>{"ext"});
+  // No factories are recorded before discovery has made the table.
+  EXPECT_FALSE(importer.factoriesForMDImporter());
+
+  CapturedLog log;
+  importer.addBundleToMDImporters({{"CFBundleIdentifier", u"ca.indev.mailtags.mdimporter"}},
+                                  "/b/Any.mdimporter");
+  importer.addBundleToMDImporters({}, "/c/_TagsMail.mdimporter");
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Skipped: /b/Any.mdimporter",
+                                                   "Skipped: /c/_TagsMail.mdimporter"}));
+  importer.addBundleToMDImporters({{"UTExportedTypeDeclarations", PropertyArray{}}},
+                                  "/b/Empty.mdimporter");
+  EXPECT_TRUE(importer.extensionsForMDImporter().at("/b/Empty.mdimporter").empty());
+}
+
+}  // namespace
+}  // namespace ulvek
