@@ -16,6 +16,7 @@
 #include "cli/command.h"
 #include "import/reader_set.h"
 #include "import/route_table.h"
+#include "importers/metadata_importer.h"
 #include "metadata/file_types.h"
 #include "service/json.h"
 
@@ -32,7 +33,13 @@ std::string readerName(const Facts& facts) {
   Route route = facts.route == Route::Undecided ? facts.contentRoute : facts.route;
   if (!routeInfo(route).hasReader) return "built in";
   const Reader* reader = ReaderSet::builtin().readerFor(route);
-  return reader ? std::string(reader->name()) : "not built";
+  if (!reader) return "not built";
+  // The importer host names the plug-in that would read the file.
+  if (route == Route::Importer || route == Route::PDF) {
+    auto bundle = MetaDataImporter::sharedImporter().importerForFile(facts.path);
+    return std::string(reader->name()) + ": " + bundle.value_or("no importer");
+  }
+  return std::string(reader->name());
 }
 
 std::string decision(const Facts& facts) {
