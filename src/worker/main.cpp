@@ -15,7 +15,19 @@
 int main(int argc, char** argv) {
   // The worker belongs to its host: it ends when the host does.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (argc > 1) {
+#if defined(__SANITIZE_ADDRESS__)
+  // AddressSanitizer reserves terabytes of address space: a limit on it would stop every run.
+  constexpr bool kLimitAddressSpace = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+  constexpr bool kLimitAddressSpace = false;
+#else
+  constexpr bool kLimitAddressSpace = true;
+#endif
+#else
+  constexpr bool kLimitAddressSpace = true;
+#endif
+  if (kLimitAddressSpace && argc > 1) {
     unsigned long long mebibytes = std::strtoull(argv[1], nullptr, 10);
     if (mebibytes > 0) {
       rlimit limit{mebibytes << 20, mebibytes << 20};
