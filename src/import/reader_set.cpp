@@ -4,6 +4,7 @@
 #include "importers/metadata_importer.h"
 #include "readers/addresscard/address_card_reader.h"
 #include "readers/attributed/attributed_reader.h"
+#include "readers/epub/epub_reader.h"
 #include "readers/textbundle/text_bundle_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
 #include "readers/wordperfect/wordperfect_reader.h"
@@ -22,7 +23,9 @@ const ReaderSet& ReaderSet::builtin() {
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());
     set.set(Route::WordPerfect, &wordPerfectReader());
-    // Where no importer answers, the host reads text bundles itself.
+    // Books are read before any importer is asked; where no importer answers, the host reads
+    // text bundles itself.
+    MetaDataImporter::sharedImporter().setBookReader(&epubReader());
     MetaDataImporter::sharedImporter().setTextBundleReader(&textBundleReader());
     return set;
   }();

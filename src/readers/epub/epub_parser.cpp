@@ -1,0 +1,302 @@
+#include "readers/epub/epub_parser.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+#include "base/log.h"
+#include "platform/file_bytes.h"
+#include "readers/xml/xml_events.h"
+#include "text/encodings.h"
+#include "text/html_to_text.h"
+#include "text/string_utilities.h"
+#include "text/text_decoding.h"
+
+namespace ulvek {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A chapter larger than this is no chapter; books of 50 MiB chapters are hostile.
+constexpr std::size_t kMaxMemberSize = 64u << 20;
+
+std::string lowercase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && lowercase(std::string(a)) == lowercase(std::string(b));
+}
+
+// Percent escapes decoded as UTF-8; nothing when an escape is broken or decodes to no UTF-8.
+std::optional<std::string> percentDecoded(std::string_view text) {
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded += text[i];
+      continue;
+    }
+    if (i + 2 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[i + 1])) ||
+        !std::isxdigit(static_cast<unsigned char>(text[i + 2])))
+      return std::nullopt;
+    decoded += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+    i += 2;
+  }
+  TextString check;
+  if (!fromUtf8Strict(decoded, check)) return std::nullopt;
+  return decoded;
+}
+
+// A value is true when, after white space, a sign and zeros, it starts with Y, T or 1-9.
+bool isTrue(std::string_view value) {
+  std::size_t i = 0;
+  while (i < value.size() && std::isspace(static_cast<unsigned char>(value[i]))) ++i;
+  if (i < value.size() && (value[i] == '+' || value[i] == '-')) ++i;
+  while (i < value.size() && value[i] == '0') ++i;
+  if (i == value.size()) return false;
+  char c = value[i];
+  return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+}
+
+enum class Holds { One, List };
+
+struct MetaKey {
+  std::string_view key;
+  Holds holds;
+};
+
+// The rights file's scheme, from the events of its XML.
+std::string rightsScheme(std::string_view xml) {
+  std::string scheme;
+  bool operatorURL = false;
+  XmlEvents events{[&](std::string_view name, const char**) {
+                     // Rights files name their elements with a prefix ("adept:operatorURL").
+                     std::string_view local = name.substr(name.find(':') + 1);
+                     operatorURL = local == "operatorURL";
+                     if (name == "fairplay:sinf" || local == "sinf")
+                       scheme = "Apple";
+                     else if (local == "kdrm")
+                       scheme = "Kobo";
+                   },
+                   nullptr,
+                   [&](std::string_view text) {
+                     if (!operatorURL) return;
+                     scheme =
+                         lowercase(std::string(text)).find("barnesandnoble") != std::string::npos
+                             ? "Barnes & Noble"
+                             : "Adobe";
+                   }};
+  parseXml(xml, events);
+  return scheme;
+}
+
+}  // namespace
+
+std::string joinedPath(const std::string& folder, const std::string& name) {
+  std::string joined = folder.empty() ? name : folder + "/" + name;
+  std::string clean;
+  for (char c : joined) {
+    if (c == '/' && !clean.empty() && clean.back() == '/') continue;
+    clean += c;
+  }
+  while (clean.size() > 1 && clean.back() == '/') clean.pop_back();
+  return clean;
+}
+
+bool EPUBParser::isEPUBFile(const std::string& path) {
+  std::string lower = lowercase(path);
+  while (lower.size() > 1 && lower.back() == '/') lower.pop_back();
+  return lower.ends_with(".epub") || lower.ends_with(".ibooks");
+}
+
+EPUBParser::EPUBParser(const std::string& path) : epubPath_(path) {
+  std::error_code error;
+  folder_ = fs::is_directory(path, error);
+  if (!folder_) archive_ = ZipArchive::initWithZipFile(path);
+  if (std::optional<Data> mimetype = dataForNamedFile("mimetype"))
+    mimetype_.assign(mimetype->begin(), mimetype->end());
+  parse("META-INF/container.xml");
+  if (!opfFile_.empty()) parse(opfFile_);
+}
+
+std::string EPUBParser::opfFolder() const {
+  std::size_t slash = opfFile_.rfind('/');
+  return slash == std::string::npos ? std::string() : opfFile_.substr(0, slash);
+}
+
+bool EPUBParser::testForNamedFile(const std::string& name) {
+  if (archive_) return archive_->testForNamedFile(name);
+  if (!folder_) return false;
+  std::error_code error;
+  return fs::is_regular_file(fs::path(epubPath_) / name, error);
+}
+
+std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
+  if (archive_) {
+    if (!archive_->testForNamedFile(name)) return std::nullopt;
+    return archive_->dataForNamedFile(name, {kMaxMemberSize, 1000, 1 << 20});
+  }
+  if (!folder_) return std::nullopt;
+  // Members of a book folder never lead out of it.
+  if (!isSafeMemberName(name)) return std::nullopt;
+  std::optional<FileBytes> bytes =
+      FileBytes::read((fs::path(epubPath_) / name).string(), kMaxMemberSize).take();
+  if (!bytes) return std::nullopt;
+  return Data(bytes->bytes().begin(), bytes->bytes().end());
+}
+
+void EPUBParser::parse(const std::string& member) {
+  std::optional<Data> xml = dataForNamedFile(member);
+  if (!xml) return;
+  std::string opfFolderPath = opfFolder();
+  // The value whose text is being collected, and how it is held.
+  std::optional<std::pair<std::string, Holds>> collecting;
+  TextString collected;
+  auto finish = [&] {
+    if (!collecting) return;
+    PropertyValue value(collected);
+    if (collecting->second == Holds::One) {
+      metaData_[collecting->first] = value;
+    } else {
+      PropertyValue& list = metaData_[collecting->first];
+      if (!list.array()) list = PropertyValue(PropertyArray());
+      // The value was appended when collection began; it is now filled in.
+      if (!list.array()->empty()) list.array()->back() = value;
+    }
+    collecting.reset();
+  };
+  auto begin = [&](std::string_view key, Holds holds, const char** attributes) {
+    finish();
+    const char* fileAs = xmlAttribute(attributes, "opf:file-as");
+    PropertyValue empty(TextString{});
+    if (holds == Holds::List) {
+      PropertyValue& list = metaData_[std::string(key)];
+      if (!list.array()) list = PropertyValue(PropertyArray());
+      list.array()->push_back(empty);
+    } else {
+      metaData_[std::string(key)] = empty;
+    }
+    collected.clear();
+    collecting = std::pair{std::string(key), holds};
+    if (fileAs && *fileAs) {
+      collected = fromUtf8(fileAs);
+      finish();
+    }
+  };
+  auto attribute = [](const char** attributes, const char* name) {
+    const char* value = xmlAttribute(attributes, name);
+    return std::string(value ? value : "");
+  };
+  XmlEvents events;
+  events.start = [&](std::string_view name, const char** attributes) {
+    if (name == "rootfile") {
+      opfFile_ = attribute(attributes, "full-path");
+    } else if (name == "item") {
+      std::string id = attribute(attributes, "id");
+      std::optional<std::string> href = percentDecoded(attribute(attributes, "href"));
+      std::string type = attribute(attributes, "media-type");
+      std::string properties = attribute(attributes, "properties");
+      if (!href || href->empty()) return;
+      if (type == "application/xhtml+xml") {
+        if (id.empty()) return;
+        if (equalsIgnoringCase(id, "toc") || equalsIgnoringCase(properties, "nav"))
+          tocFile_ = joinedPath(opfFolderPath, *href);
+        items_[id] = *href;
+      } else if (type == "application/x-dtbncx+xml") {
+        ncxFile_ = joinedPath(opfFolderPath, *href);
+      } else {
+        if (coverPath_.empty() && (properties == "cover-image" ||
+                                   (!coverID_.empty() && equalsIgnoringCase(id, coverID_))))
+          coverPath_ = *href;
+        auxiliaryFiles_.push_back(*href);
+      }
+    } else if (name == "itemref") {
+      const char* linear = xmlAttribute(attributes, "linear");
+      std::string idref = attribute(attributes, "idref");
+      if ((!linear || isTrue(linear)) && !idref.empty()) spines_.push_back(idref);
+    } else if (name == "meta") {
+      std::string property = attribute(attributes, "property");
+      if (property == "dcterms:title")
+        begin("kMDItemTitle", Holds::One, attributes);
+      else if (property == "dcterms:creator")
+        begin(attribute(attributes, "id") == "auth" ? "kMDItemAuthors" : "kMDItemContributors",
+              Holds::List, attributes);
+      else if (property == "dcterms:publisher")
+        begin("kMDItemPublishers", Holds::List, attributes);
+      else if (property == "dcterms:contributor")
+        begin("kMDItemContributors", Holds::List, attributes);
+      else if (coverPath_.empty() && attribute(attributes, "name") == "cover")
+        coverID_ = attribute(attributes, "content");
+    } else if (name == "dc:title") {
+      begin("kMDItemTitle", Holds::One, attributes);
+    } else if (name == "dc:description") {
+      begin("kMDItemDescription", Holds::One, attributes);
+    } else if (name == "dc:rights") {
+      begin("kMDItemCopyright", Holds::One, attributes);
+    } else if (name == "dc:subject") {
+      begin("kMDItemKeywords", Holds::List, attributes);
+    } else if (name == "dc:publisher") {
+      begin("kMDItemPublishers", Holds::List, attributes);
+    } else if (name == "dc:creator") {
+      begin(attribute(attributes, "opf:role") == "aut" ? "kMDItemAuthors" : "kMDItemContributors",
+            Holds::List, attributes);
+    } else if (name == "dc:contributor") {
+      begin(attribute(attributes, "opf:role") == "edt" ? "kMDItemEditors" : "kMDItemContributors",
+            Holds::List, attributes);
+    }
+  };
+  events.end = [&](std::string_view) { finish(); };
+  events.text = [&](std::string_view text) {
+    if (!collecting) return;
+    TextString piece =
+        stringByTrimmingWhiteSpaces(stringByRemovingMultipleWhiteSpaces(fromUtf8(text)));
+    if (piece.empty()) return;
+    if (!collected.empty()) collected += u' ';
+    collected += piece;
+    // Keep the value current: collection ends with the next element's end.
+    PropertyValue value(collected);
+    if (collecting->second == Holds::One)
+      metaData_[collecting->first] = value;
+    else
+      metaData_[collecting->first].array()->back() = value;
+  };
+  if (!parseXml(std::string_view(reinterpret_cast<const char*>(xml->data()), xml->size()), events))
+    logLine("Damaged book: " + epubPath_ + " (" + member + ")");
+  collecting.reset();
+}
+
+const std::string& EPUBParser::DRM() {
+  if (drm_) return *drm_;
+  drm_.emplace();
+  for (const char* member : {"META-INF/rights.xml", "META-INF/sinf.xml", "rights.xml"}) {
+    if (!testForNamedFile(member)) continue;
+    if (std::optional<Data> xml = dataForNamedFile(member))
+      *drm_ =
+          rightsScheme(std::string_view(reinterpret_cast<const char*>(xml->data()), xml->size()));
+    break;
+  }
+  return *drm_;
+}
+
+std::optional<TextString> EPUBParser::textContents() {
+  if (hasDRM()) return std::nullopt;
+  TextString text;
+  std::string folder = opfFolder();
+  for (const std::string& idref : spines_) {
+    auto item = items_.find(idref);
+    if (item == items_.end()) continue;
+    std::optional<Data> page = dataForNamedFile(joinedPath(folder, item->second));
+    if (!page) continue;
+    std::optional<TextString> source = stringWithMarkupData(*page, kUTF8StringEncoding);
+    if (!source) continue;
+    TextString chapter = stringByConvertingHtml2PlainText(*source, kImportHtmlOptions);
+    if (chapter.empty()) continue;
+    text += chapter;
+    text += u'\n';
+  }
+  return text;
+}
+
+}  // namespace ulvek
