@@ -1,0 +1,14 @@
+// A bundle's Info.plist as the registry reads it: any property list, any shapes of values.
+#include <cstdint>
+
+#include "base/property_list.h"
+#include "importers/metadata_importer.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::optional<ulvek::PropertyValue> info = ulvek::propertyListFromBytes({data, size});
+  if (!info || !info->dictionary()) return 0;
+  ulvek::MetaDataImporter importer;
+  importer.addBundleToMDImporters(*info->dictionary(), "/fuzz/Bundle.mdimporter");
+  importer.addBundleToMDImporters(*info->dictionary(), "/fuzz/_TagsMail.mdimporter");
+  return 0;
+}
