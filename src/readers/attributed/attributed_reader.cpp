@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "readers/odf/open_document_reader.h"
 #include "readers/ooxml/office_open_xml_reader.h"
+#include "readers/rtf/rtf_reader.h"
 #include "text/text_decoding.h"
 
 namespace ulvek {
@@ -37,6 +38,7 @@ std::optional<ReaderOutput> readPlainText(const ReaderSource& source) {
 
 // Formats in the order they are tried on the content; one row per format family.
 constexpr AttributedFormat kFormats[] = {
+    {kRTFTextDocumentType, looksLikeRTF, readRTF},
     {kOfficeOpenXMLTextDocumentType, looksLikeOfficeOpenXML, readOfficeOpenXML},
     {kOpenDocumentTextDocumentType, looksLikeOpenDocumentText, readOpenDocumentText},
     {kWordMLTextDocumentType, looksLikeWordML, readWordML},
@@ -48,6 +50,8 @@ class AttributedDocumentReader final : public Reader {
 
   std::optional<ReaderOutput> read(const ReaderSource& source) const override {
     std::string extension = lowerExtension(source.name());
+    // An RTFD is a folder with its text inside.
+    if (auto rtfd = readRTFD(source)) return rtfd;
     std::optional<Bytes> bytes = source.bytes();
     Bytes content = bytes ? *bytes : Bytes();
     for (const AttributedFormat& format : kFormats) {

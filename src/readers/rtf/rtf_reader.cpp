@@ -1,0 +1,571 @@
+#include "readers/rtf/rtf_reader.h"
+
+#include <unicode/ucnv.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "readers/xml/document_text.h"
+
+namespace ulvek {
+namespace {
+
+// The destinations whose contents are not the document's text.
+constexpr std::string_view kSkippedDestinations[] = {"fonttbl",
+                                                     "colortbl",
+                                                     "stylesheet",
+                                                     "pict",
+                                                     "object",
+                                                     "header",
+                                                     "headerl",
+                                                     "headerr",
+                                                     "headerf",
+                                                     "footer",
+                                                     "footerl",
+                                                     "footerr",
+                                                     "footerf",
+                                                     "fldinst",
+                                                     "listtable",
+                                                     "listoverridetable",
+                                                     "revtbl",
+                                                     "rsidtbl",
+                                                     "generator",
+                                                     "themedata",
+                                                     "colorschememapping",
+                                                     "datastore",
+                                                     "latentstyles",
+                                                     "pgdsctbl",
+                                                     "bkmkstart",
+                                                     "bkmkend",
+                                                     "xmlnstbl",
+                                                     "filetbl",
+                                                     "pnseclvl",
+                                                     "pntext",
+                                                     "pntxta",
+                                                     "pntxtb",
+                                                     "listtext",
+                                                     "fldtype",
+                                                     "nonshppict",
+                                                     "shpinst",
+                                                     "mmathPr",
+                                                     "wgrffmtfilter",
+                                                     "userprops",
+                                                     "template",
+                                                     "operator",
+                                                     "company",
+                                                     "category",
+                                                     "manager",
+                                                     "hlinkbase",
+                                                     "docvar",
+                                                     "falt",
+                                                     "panose",
+                                                     "leveltext",
+                                                     "levelnumbers",
+                                                     "listname",
+                                                     "xe",
+                                                     "tc",
+                                                     "blipuid",
+                                                     "atnid",
+                                                     "atnauthor",
+                                                     "annotation",
+                                                     "atrfstart",
+                                                     "atrfend",
+                                                     "comment",
+                                                     "printim",
+                                                     "buptim",
+                                                     "version",
+                                                     "edmins",
+                                                     "nofpages",
+                                                     "nofwords",
+                                                     "nofchars",
+                                                     "nofcharsws",
+                                                     "vern",
+                                                     "doccomment"};
+
+// Attributes of the \info group, by destination.
+constexpr std::pair<std::string_view, std::string_view> kInfoStrings[] = {
+    {"title", DocumentAttribute::Title},     {"subject", DocumentAttribute::Subject},
+    {"author", DocumentAttribute::Author},   {"keywords", DocumentAttribute::Keywords},
+    {"doccomm", DocumentAttribute::Comment}, {"copyright", DocumentAttribute::Copyright},
+};
+
+// \fcharset values and the Windows code pages they mean.
+constexpr std::pair<int, int> kCharsetCodePages[] = {
+    {0, 1252},   {1, 1252},   {2, 1252},   {77, 10000}, {128, 932},  {129, 949},  {130, 1361},
+    {134, 936},  {136, 950},  {161, 1253}, {162, 1254}, {163, 1258}, {177, 1255}, {178, 1256},
+    {186, 1257}, {204, 1251}, {222, 874},  {238, 1250}, {255, 437}};
+
+std::string converterName(int codePage) {
+  switch (codePage) {
+    case 10000:
+      return "macintosh";
+    case 932:
+      return "Shift_JIS";
+    case 936:
+      return "GBK";
+    case 949:
+      return "windows-949";
+    case 950:
+      return "Big5";
+    case 437:
+      return "ibm-437";
+    case 65001:
+      return "UTF-8";
+    default:
+      return "windows-" + std::to_string(codePage);
+  }
+}
+
+TextString decode(std::string_view bytes, int codePage) {
+  if (bytes.empty()) return {};
+  UErrorCode status = U_ZERO_ERROR;
+  UConverter* converter = ucnv_open(converterName(codePage).c_str(), &status);
+  if (U_FAILURE(status)) {
+    status = U_ZERO_ERROR;
+    converter = ucnv_open("windows-1252", &status);
+  }
+  TextString text(bytes.size() * 2 + 2, u'\0');
+  int32_t length = ucnv_toUChars(converter, reinterpret_cast<UChar*>(text.data()),
+                                 static_cast<int32_t>(text.size()), bytes.data(),
+                                 static_cast<int32_t>(bytes.size()), &status);
+  ucnv_close(converter);
+  if (U_FAILURE(status)) return {};
+  text.resize(static_cast<std::size_t>(length));
+  return text;
+}
+
+struct Group {
+  bool skip = false;      // contents are not text
+  int unicodeSkip = 1;    // \ucN: characters that follow a \u as its fallback
+  int codePage = 1252;    // of the current font
+  std::string_view info;  // the \info attribute being collected
+  bool time = false;      // inside \creatim or \revtim
+};
+
+struct DateParts {
+  int year = 0, month = 1, day = 1, hour = 0, minute = 0, second = 0;
+};
+
+std::optional<Date> dateOf(const DateParts& parts) {
+  using namespace std::chrono;
+  year_month_day date{std::chrono::year(parts.year), std::chrono::month(unsigned(parts.month)),
+                      std::chrono::day(unsigned(parts.day))};
+  if (parts.year < 1 || !date.ok()) return std::nullopt;
+  long long seconds = sys_days(date).time_since_epoch().count() * 86400LL + parts.hour * 3600LL +
+                      parts.minute * 60LL + parts.second;
+  return Date{seconds * 1000000};
+}
+
+class RTFParser {
+ public:
+  explicit RTFParser(std::string_view input) : input_(input) {}
+
+  ReaderOutput parse() {
+    groups_.push_back(Group{});
+    while (at_ < input_.size()) {
+      char c = input_[at_];
+      if (c == '{') {
+        flushBytes();
+        ++at_;
+        Group inner = groups_.back();
+        groups_.push_back(inner);
+        ignorable_ = false;
+        destinationStart_ = true;
+      } else if (c == '}') {
+        flushBytes();
+        ++at_;
+        endGroup();
+      } else if (c == '\\') {
+        controlWord();
+      } else if (c == '\r' || c == '\n') {
+        ++at_;
+      } else {
+        ++at_;
+        destinationStart_ = false;
+        if (skipFallback()) continue;
+        appendByte(c);
+      }
+    }
+    flushBytes();
+    ReaderOutput output{text_.take(), std::move(attributes_), Vocabulary::AttributedDocument};
+    output.attributes[std::string(DocumentAttribute::DocumentType)] =
+        PropertyValue(kRTFTextDocumentType);
+    return output;
+  }
+
+ private:
+  Group& group() { return groups_.back(); }
+
+  void endGroup() {
+    Group ended = groups_.back();
+    if (groups_.size() > 1) groups_.pop_back();
+    if (!ended.info.empty() && (groups_.back().info != ended.info)) finishInfo(ended);
+  }
+
+  void finishInfo(const Group& ended) {
+    if (ended.time) {
+      if (auto date = dateOf(dateParts_))
+        attributes_[std::string(ended.info)] = PropertyValue(*date);
+      dateParts_ = {};
+      return;
+    }
+    TextString value = infoText_;
+    infoText_.clear();
+    if (value.empty()) return;
+    if (ended.info == DocumentAttribute::Keywords) {
+      PropertyArray words = keywordList(toUtf8(value));
+      // Keywords written with blanks only are one list of words.
+      if (words.size() == 1 && value.find(u' ') != TextString::npos) {
+        words.clear();
+        for (std::size_t start = 0; start < value.size();) {
+          std::size_t end = value.find(u' ', start);
+          if (end == TextString::npos) end = value.size();
+          if (end > start) words.emplace_back(value.substr(start, end - start));
+          start = end + 1;
+        }
+      }
+      attributes_[std::string(ended.info)] = PropertyValue(std::move(words));
+    } else {
+      attributes_[std::string(ended.info)] = PropertyValue(std::move(value));
+    }
+  }
+
+  // After \u, the fallback characters that follow are not text.
+  bool skipFallback() {
+    if (fallbackLeft_ == 0) return false;
+    --fallbackLeft_;
+    return true;
+  }
+
+  static bool isDoubleByte(int codePage) {
+    return codePage == 932 || codePage == 936 || codePage == 949 || codePage == 950 ||
+           codePage == 1361;
+  }
+
+  void appendByte(char c) {
+    if (group().skip) return;
+    auto byte = static_cast<unsigned char>(c);
+    // The second byte of a double-byte character may look like ASCII; it stays with its lead.
+    if (expectTrail_) {
+      expectTrail_ = false;
+      pendingBytes_ += c;
+      return;
+    }
+    if (byte >= 0x81 && isDoubleByte(group().codePage) &&
+        !(group().codePage == 932 && byte >= 0xA0 && byte <= 0xDF))
+      expectTrail_ = true;
+    if (byte < 0x80) {
+      flushBytes();
+      appendText(TextString(1, static_cast<char16_t>(c)));
+      return;
+    }
+    if (!pendingBytes_.empty() && pendingPage_ != group().codePage) flushBytes();
+    pendingPage_ = group().codePage;
+    pendingBytes_ += c;
+  }
+
+  void flushBytes() {
+    if (pendingBytes_.empty()) return;
+    TextString text = decode(pendingBytes_, pendingPage_);
+    pendingBytes_.clear();
+    appendText(text);
+  }
+
+  void appendText(TextView text) {
+    if (group().skip || text.empty()) return;
+    if (!group().info.empty()) {
+      if (!group().time) infoText_ += text;
+      return;
+    }
+    text_.writeText(text);
+  }
+
+  void appendCharacter(char16_t c) {
+    flushBytes();
+    if (group().skip) return;
+    if (c == u'\n' || c == u'\t') {
+      if (group().info.empty()) text_.character(c);
+      return;
+    }
+    appendText(TextString(1, c));
+  }
+
+  void controlWord() {
+    ++at_;  // the backslash
+    if (at_ >= input_.size()) return;
+    char c = input_[at_];
+    if (!std::isalpha(static_cast<unsigned char>(c))) {
+      ++at_;
+      controlSymbol(c);
+      return;
+    }
+    std::size_t start = at_;
+    while (at_ < input_.size() && std::isalpha(static_cast<unsigned char>(input_[at_])) &&
+           at_ - start < 32)
+      ++at_;
+    std::string_view word = input_.substr(start, at_ - start);
+    std::optional<long long> parameter;
+    bool negative = at_ < input_.size() && input_[at_] == '-';
+    if (negative) ++at_;
+    if (at_ < input_.size() && std::isdigit(static_cast<unsigned char>(input_[at_]))) {
+      long long value = 0;
+      while (at_ < input_.size() && std::isdigit(static_cast<unsigned char>(input_[at_]))) {
+        if (value < 1000000000000LL) value = value * 10 + (input_[at_] - '0');
+        ++at_;
+      }
+      parameter = negative ? -value : value;
+    }
+    if (at_ < input_.size() && input_[at_] == ' ') ++at_;
+    bool first = destinationStart_;
+    destinationStart_ = false;
+    apply(word, parameter, first);
+  }
+
+  void controlSymbol(char c) {
+    destinationStart_ = false;
+    switch (c) {
+      case '*':
+        ignorable_ = true;
+        destinationStart_ = true;
+        return;
+      case '\'': {
+        if (at_ + 2 > input_.size()) return;
+        int value = std::stoi(std::string(input_.substr(at_, 2)), nullptr, 16);
+        at_ += 2;
+        if (skipFallback()) return;
+        appendByte(static_cast<char>(value));
+        return;
+      }
+      case '~':
+        appendCharacter(u'\u00A0');
+        return;
+      case '_':
+        appendCharacter(u'\u2011');
+        return;
+      case '-':
+        appendCharacter(u'\u00AD');
+        return;  // an optional hyphen
+      case '\n':
+      case '\r':
+        appendCharacter(u'\n');
+        return;
+      case '\\':
+      case '{':
+      case '}':
+        if (skipFallback()) return;
+        appendCharacter(static_cast<char16_t>(c));
+        return;
+      default:
+        return;
+    }
+  }
+
+  void apply(std::string_view word, std::optional<long long> parameter, bool first) {
+    long long value = parameter.value_or(0);
+    // A destination: text of its own, or none.
+    for (std::string_view skipped : kSkippedDestinations) {
+      if (word == skipped) {
+        flushBytes();
+        group().skip = true;
+        return;
+      }
+    }
+    if (ignorable_ && first && word != "copyright" && word != "fldrslt" && word != "result") {
+      // An ignorable destination we do not know: not text.
+      if (!isKnownDestination(word)) {
+        flushBytes();
+        group().skip = true;
+        ignorable_ = false;
+        return;
+      }
+    }
+    ignorable_ = false;
+    if (word == "info") {
+      flushBytes();
+      return;
+    }
+    for (const auto& [destination, attribute] : kInfoStrings) {
+      if (word == destination) {
+        flushBytes();
+        group().info = attribute;
+        infoText_.clear();
+        return;
+      }
+    }
+    if (word == "creatim" || word == "revtim") {
+      flushBytes();
+      group().info =
+          word == "creatim" ? DocumentAttribute::CreationTime : DocumentAttribute::ModificationTime;
+      group().time = true;
+      dateParts_ = {};
+      return;
+    }
+    if (group().time) {
+      int v = static_cast<int>(std::clamp<long long>(value, 0, 9999));
+      if (word == "yr")
+        dateParts_.year = v;
+      else if (word == "mo")
+        dateParts_.month = v;
+      else if (word == "dy")
+        dateParts_.day = v;
+      else if (word == "hr")
+        dateParts_.hour = v;
+      else if (word == "min")
+        dateParts_.minute = v;
+      else if (word == "sec")
+        dateParts_.second = v;
+      return;
+    }
+    // A field's result is text where the field is; an object's result where the object is.
+    if (word == "fldrslt") return;
+    if (word == "result") {
+      if (groups_.size() >= 3) group().skip = groups_[groups_.size() - 3].skip;
+      return;
+    }
+    if (word == "ansicpg" && parameter) {
+      defaultCodePage_ = static_cast<int>(value);
+      group().codePage = defaultCodePage_;
+      return;
+    }
+    if (word == "mac") {
+      defaultCodePage_ = 10000;
+      group().codePage = 10000;
+      return;
+    }
+    if (word == "f" && parameter) {
+      if (inFontTable()) {
+        currentFont_ = static_cast<int>(value);
+        return;
+      }
+      auto font = fontPages_.find(static_cast<int>(value));
+      group().codePage = font == fontPages_.end() ? defaultCodePage_ : font->second;
+      return;
+    }
+    if (word == "fcharset" && parameter) {
+      for (const auto& [charset, page] : kCharsetCodePages)
+        if (charset == value) fontPages_[currentFont_] = page;
+      return;
+    }
+    if (word == "cpg" && parameter && value > 0) {
+      fontPages_[currentFont_] = static_cast<int>(value);
+      return;
+    }
+    if (word == "bin" && parameter) {
+      flushBytes();
+      at_ += static_cast<std::size_t>(std::clamp<long long>(value, 0, input_.size() - at_));
+      return;
+    }
+    if (word == "uc" && parameter) {
+      group().unicodeSkip = static_cast<int>(std::clamp<long long>(value, 0, 16));
+      return;
+    }
+    if (word == "u" && parameter) {
+      long long unit = value < 0 ? value + 65536 : value;
+      if (unit >= 0 && unit <= 0xFFFF) appendCharacter(static_cast<char16_t>(unit));
+      fallbackLeft_ = group().unicodeSkip;
+      return;
+    }
+    if (word == "fonttbl") return;
+    if (word == "par" || word == "sect" || word == "page" || word == "row" || word == "nestrow") {
+      flushBytes();
+      if (!group().skip && group().info.empty()) text_.paragraph();
+      return;
+    }
+    if (word == "cell" || word == "nestcell") {
+      flushBytes();
+      if (!group().skip && group().info.empty()) text_.cell();
+      return;
+    }
+    if (word == "line" || word == "softline") {
+      appendCharacter(u'\n');
+      return;
+    }
+    if (word == "tab") {
+      appendCharacter(u'\t');
+      return;
+    }
+    static const std::map<std::string_view, char16_t> kSpecials = {
+        {"emdash", u'\u2014'},  {"endash", u'\u2013'},    {"lquote", u'\u2018'},
+        {"rquote", u'\u2019'},  {"ldblquote", u'\u201C'}, {"rdblquote", u'\u201D'},
+        {"bullet", u'\u2022'},  {"enspace", u'\u2002'},   {"emspace", u'\u2003'},
+        {"qmspace", u'\u2005'}, {"zwj", u'\u200D'},       {"zwnj", u'\u200C'},
+        {"ltrmark", u'\u200E'}, {"rtlmark", u'\u200F'}};
+    if (auto special = kSpecials.find(word); special != kSpecials.end())
+      appendCharacter(special->second);
+  }
+
+  // Ignorable destinations whose contents matter: the Unicode forms of \info strings (\ud).
+  static bool isKnownDestination(std::string_view word) {
+    return word == "fldinst" || word == "info" || word == "ud" || word == "upr";
+  }
+
+  bool inFontTable() const {
+    for (auto it = groups_.rbegin(); it != groups_.rend(); ++it)
+      if (it->skip) return true;
+    return false;
+  }
+
+  std::string_view input_;
+  std::size_t at_ = 0;
+  std::vector<Group> groups_;
+  DocumentText text_;
+  PropertyDictionary attributes_;
+  TextString infoText_;
+  DateParts dateParts_;
+  std::string pendingBytes_;
+  int pendingPage_ = 1252;
+  int defaultCodePage_ = 1252;
+  int currentFont_ = 0;
+  std::map<int, int> fontPages_;
+  int fallbackLeft_ = 0;
+  bool expectTrail_ = false;
+  bool ignorable_ = false;
+  bool destinationStart_ = false;
+};
+
+std::string_view asText(Bytes bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace
+
+bool looksLikeRTF(Bytes bytes, std::string_view) {
+  std::string_view text = asText(bytes);
+  std::size_t start = text.find_first_not_of(" \t\r\n");
+  return start != std::string_view::npos && text.substr(start).starts_with("{\\rtf");
+}
+
+std::optional<ReaderOutput> readRTFBytes(Bytes bytes) {
+  if (!looksLikeRTF(bytes, {})) return std::nullopt;
+  return RTFParser(asText(bytes)).parse();
+}
+
+std::optional<ReaderOutput> readRTF(const ReaderSource& source) {
+  std::optional<Bytes> bytes = source.bytes();
+  if (!bytes) return std::nullopt;
+  return readRTFBytes(*bytes);
+}
+
+bool looksLikeRTFD(Bytes, std::string_view) { return false; }
+
+std::optional<ReaderOutput> readRTFD(const ReaderSource& source) {
+  if (!source.isFile()) return std::nullopt;
+  std::error_code error;
+  if (!std::filesystem::is_directory(source.path(), error)) return std::nullopt;
+  ReaderSource text = ReaderSource::file(source.path() + "/TXT.rtf");
+  std::optional<Bytes> bytes = text.bytes();
+  if (!bytes) return std::nullopt;
+  std::optional<ReaderOutput> output = readRTFBytes(*bytes);
+  if (output)
+    output->attributes[std::string(DocumentAttribute::DocumentType)] =
+        PropertyValue(kRTFDTextDocumentType);
+  return output;
+}
+
+}  // namespace ulvek

@@ -1,0 +1,11 @@
+// The RTF reader on any bytes after "{\rtf".
+#include <cstdint>
+#include <string>
+
+#include "readers/rtf/rtf_reader.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string rtf = "{\\rtf1" + std::string(reinterpret_cast<const char*>(data), size);
+  ulvek::readRTFBytes(ulvek::Bytes(reinterpret_cast<const std::uint8_t*>(rtf.data()), rtf.size()));
+  return 0;
+}

@@ -1,0 +1,98 @@
+// RTF: the tokenizer's rules on small documents, and hostile input.
+
+#include "readers/rtf/rtf_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace ulvek {
+namespace {
+
+std::optional<ReaderOutput> read(const std::string& rtf) {
+  return readRTFBytes(Bytes(reinterpret_cast<const std::uint8_t*>(rtf.data()), rtf.size()));
+}
+
+TEST(RTFReader, TextRules) {
+  struct Row {
+    const char* name;
+    std::string rtf;
+    std::u16string text;
+  };
+  const Row rows[] = {
+      {"paragraphs and tabs", "{\\rtf1 One\\par Two\\tab Three\\line Four}",
+       u"One\nTwo\tThree\nFour"},
+      {"escaped symbols", "{\\rtf1 a\\{b\\}c\\\\d}", u"a{b}c\\d"},
+      {"unicode with fallback", "{\\rtf1\\uc1 caf\\u233?s \\uc2\\u8364xx!}", u"caf\u00e9s \u20ac!"},
+      {"negative unicode", "{\\rtf1 \\u-3913?}", u"\uf0b7"},
+      {"code page bytes", "{\\rtf1\\ansi\\ansicpg1251 \\'cf\\'f0\\'e8}", u"\u041f\u0440\u0438"},
+      {"font charset", "{\\rtf1{\\fonttbl{\\f1\\fcharset238 X;}}\\f1 \\'9a}", u"\u0161"},
+      {"shift-jis pair with an ASCII trail", "{\\rtf1\\ansicpg932 \\'83\\'5e\\'83X}",
+       u"\u30bf\u30b9"},
+      {"fields keep results",
+       "{\\rtf1 {\\field{\\*\\fldinst HYPERLINK \"x\"}{\\fldrslt link}} end}", u"link end"},
+      {"tables", "{\\rtf1 a\\cell b\\cell\\row c\\cell d\\cell\\row}", u"a\tb\nc\td"},
+      {"skipped destinations",
+       "{\\rtf1{\\fonttbl{\\f0 Arial;}}{\\colortbl;\\red0;}{\\*\\unknown junk}{\\pict 0102}"
+       "{\\header head}text}",
+       u"text"},
+      {"specials", "{\\rtf1 \\lquote a\\rquote  \\emdash \\bullet\\~b}",
+       u"\u2018a\u2019 \u2014\u2022\u00a0b"},
+      {"binary data", "{\\rtf1 a{\\bin3 xyz}b}", u"ab"},
+      {"unterminated", "{\\rtf1 {\\b bold", u"bold"},
+  };
+  for (const Row& row : rows) {
+    std::optional<ReaderOutput> output = read(row.rtf);
+    ASSERT_TRUE(output && output->text) << row.name;
+    EXPECT_EQ(*output->text, row.text) << row.name;
+  }
+}
+
+TEST(RTFReader, InfoGroup) {
+  std::optional<ReaderOutput> output = read(
+      "{\\rtf1{\\info{\\title The \\u8212? Title}{\\author Ann}{\\keywords one, two}{\\doccomm "
+      "note}"
+      "{\\creatim\\yr2002\\mo12\\dy9\\hr14\\min26}{\\revtim\\yr2021\\mo2\\dy3}"
+      "{\\upr{\\subject ???}{\\*\\ud{\\subject \\u26085?}}}}Body}");
+  ASSERT_TRUE(output);
+  auto text = [&](std::string_view key) {
+    const PropertyValue* value = find(output->attributes, key);
+    return value && value->string() ? *value->string() : u"(none)";
+  };
+  EXPECT_EQ(*output->text, u"Body");
+  EXPECT_EQ(text(DocumentAttribute::Title), u"The \u2014 Title");
+  EXPECT_EQ(text(DocumentAttribute::Author), u"Ann");
+  EXPECT_EQ(text(DocumentAttribute::Comment), u"note");
+  EXPECT_EQ(text(DocumentAttribute::Subject), u"\u65e5");
+  EXPECT_EQ(*find(output->attributes, DocumentAttribute::Keywords),
+            PropertyValue(PropertyArray{u"one", u"two"}));
+  // The template date the dispatcher drops is read like any other.
+  EXPECT_EQ(*find(output->attributes, DocumentAttribute::CreationTime),
+            PropertyValue(Date{1039443960000000}));
+  EXPECT_EQ(*find(output->attributes, DocumentAttribute::ModificationTime),
+            PropertyValue(Date{1612310400000000}));
+}
+
+TEST(RTFReader, HostileInput) {
+  std::string nested = "{\\rtf1 ";
+  for (int i = 0; i < 100000; ++i) nested += "{";
+  nested += "deep";
+  const std::string rows[] = {
+      nested,
+      "{\\rtf1 \\bin999999999999 x}",
+      "{\\rtf1 \\uc999999999 \\u1234 abc}",
+      "{\\rtf1 \\'",
+      "{\\rtf1 \\",
+      "{\\rtf1 " + std::string(100000, '}') + "tail",
+      "{\\rtf1 \\u99999999999999999999?}",
+  };
+  for (const std::string& rtf : rows) {
+    std::optional<ReaderOutput> output = read(rtf);
+    EXPECT_TRUE(output) << rtf.substr(0, 40);
+  }
+  EXPECT_FALSE(read("not rtf"));
+  EXPECT_FALSE(read(""));
+}
+
+}  // namespace
+}  // namespace ulvek
