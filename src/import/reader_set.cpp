@@ -6,6 +6,7 @@
 #include "readers/attributed/attributed_reader.h"
 #include "readers/epub/epub_reader.h"
 #include "readers/textbundle/text_bundle_reader.h"
+#include "readers/textclipping/text_clipping_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
 #include "readers/wordperfect/wordperfect_reader.h"
 
@@ -19,6 +20,7 @@ const ReaderSet& ReaderSet::builtin() {
     // PDF files are read by their importer, as other files no reader knows.
     set.set(Route::Importer, &importerHost()).set(Route::PDF, &importerHost());
     set.set(Route::AttributedDocument, &attributedDocumentReader());
+    set.set(Route::TextClipping, &textClippingReader());
     set.set(Route::AddressCard, &addressCardReader());
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());
