@@ -175,12 +175,15 @@ class RTFParser {
         ++at_;
         Group inner = groups_.back();
         groups_.push_back(inner);
+        opened_ = true;
         ignorable_ = false;
         destinationStart_ = true;
       } else if (c == '}') {
         flushBytes();
         ++at_;
         endGroup();
+        // The document ends with its outermost group; what follows is not RTF.
+        if (groups_.size() == 1 && opened_) break;
       } else if (c == '\\') {
         controlWord();
       } else if (c == '\r' || c == '\n') {
@@ -525,6 +528,7 @@ class RTFParser {
   std::map<int, int> fontPages_;
   int fallbackLeft_ = 0;
   bool expectTrail_ = false;
+  bool opened_ = false;
   bool ignorable_ = false;
   bool destinationStart_ = false;
 };
