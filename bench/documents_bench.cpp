@@ -1,0 +1,76 @@
+// The document kinds ulvekbot reads itself, and PDF through its importer, timed as whole
+// processes against what a user would otherwise run on the same files: docx2txt and pandoc for
+// DOCX, odt2txt for ODT, unrtf and pandoc for RTF, pdftotext for PDF, pandoc for EPUB. Best of
+// three, side by side; the ratio is the peer's time over ulvekbot's.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "bench_support.h"
+
+namespace {
+
+using namespace ulvek::bench;
+
+struct Peer {
+  const char* name;
+  std::string (*command)(const std::vector<std::string>&);
+};
+
+struct Kind {
+  const char* name;
+  std::vector<std::string> folders;
+  std::vector<Peer> peers;
+  const char* extension;  // only these files ("" for all)
+};
+
+}  // namespace
+
+int main() {
+  const Kind kinds[] = {
+      {"docx",
+       {"docx"},
+       {{"docx2txt", [](const std::vector<std::string>& p) { return eachFile(p, "docx2txt"); }},
+        {"pandoc",
+         [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
+       ".docx"},
+      {"odt",
+       {"odt"},
+       {{"odt2txt", [](const std::vector<std::string>& p) { return eachFile(p, "odt2txt"); }}},
+       ".odt"},
+      {"rtf",
+       {"rtf"},
+       {{"unrtf", [](const std::vector<std::string>& p) { return eachFile(p, "unrtf --text"); }},
+        {"pandoc",
+         [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
+       ".rtf"},
+      {"pdf",
+       {"pdf"},
+       {{"pdftotext",
+         [](const std::vector<std::string>& p) {
+           return eachFile(p, "sh -c 'pdftotext \"$0\" -'");
+         }}},
+       ".pdf"},
+      {"epub",
+       {"epub"},
+       {{"pandoc",
+         [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
+       ".epub"},
+  };
+  std::printf("%-6s %6s %12s %-12s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer", "peer ms",
+              "ratio");
+  for (const Kind& kind : kinds) {
+    std::vector<std::string> paths;
+    for (const std::string& path : files(kind.folders))
+      if (path.ends_with(kind.extension) && path.find("10000-pages") == std::string::npos)
+        paths.push_back(path);
+    if (paths.empty()) continue;
+    double ours = milliseconds(kUlvekbot + " import" + joined(paths));
+    for (const Peer& peer : kind.peers) {
+      double theirs = milliseconds(peer.command(paths));
+      std::printf("%-6s %6zu %12.1f %-12s %12.1f %7.1fx\n", kind.name, paths.size(), ours,
+                  peer.name, theirs, ours > 0 && theirs > 0 ? theirs / ours : 0.0);
+    }
+  }
+  return 0;
+}
