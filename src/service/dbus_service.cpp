@@ -59,11 +59,13 @@ const ImportResult& sendable(const ImportResult& result, std::string_view origin
     bytes += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
     if (bytes > kMaxReplyTextBytes) break;
   }
-  if (units > 0 && units < text->size() && (*text)[units - 1] >= 0xD800 && (*text)[units - 1] <= 0xDBFF)
+  if (units > 0 && units < text->size() && (*text)[units - 1] >= 0xD800 &&
+      (*text)[units - 1] <= 0xDBFF)
     --units;
   cut = result;
   cut->putOrRemove(ImportKey::Text, PropertyValue(TextString(*text, 0, units)));
-  logLine("Truncated: " + std::string(origin) + " (" + std::to_string(size / (1024 * 1024)) + " MB)");
+  logLine("Truncated: " + std::string(origin) + " (" + std::to_string(size / (1024 * 1024)) +
+          " MB)");
   return *cut;
 }
 
@@ -216,12 +218,15 @@ bool DBusService::start(ErrorOut error) {
     setError(error, Error::posix(-r, ""));
     return false;
   }
-  // Without queueing: a second instance must not take over when the first one ends.
-  r = sd_bus_request_name(bus_, dbus::kServiceName, 0);
-  ownsName_ = r >= 0;
-  if (!ownsName_) {
-    std::string reason = r == -EEXIST ? "already taken" : "refused: " + posixMessage(r);
-    logLine(std::string("Name ") + dbus::kServiceName + " " + reason +
+  // Queued: a second instance stays unreachable while the first runs and takes over when the
+  // first one ends, so a service is always there once one was started.
+  r = sd_bus_request_name(bus_, dbus::kServiceName, SD_BUS_NAME_QUEUE);
+  ownsName_ = r > 0;
+  if (r == 0) {
+    logLine(std::string("Name ") + dbus::kServiceName +
+            " already taken; this instance waits in the queue for it");
+  } else if (r < 0) {
+    logLine(std::string("Name ") + dbus::kServiceName + " refused: " + posixMessage(r) +
             "; this instance stays unreachable");
   }
   return true;
