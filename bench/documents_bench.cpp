@@ -40,7 +40,7 @@ int main() {
        ".odt"},
       {"rtf",
        {"rtf"},
-       {{"unrtf", [](const std::vector<std::string>& p) { return eachFile(p, "unrtf --text"); }},
+       {{"unrtf", [](const std::vector<std::string>& p) { return eachFile(p, "unrtf --nopict --text"); }},
         {"pandoc",
          [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
        ".rtf"},
