@@ -41,6 +41,15 @@ std::string utf8(const poppler::ustring& text) {
   return result;
 }
 
+// Document information as people read it: without the line ends some writers leave around it.
+std::string info(const poppler::ustring& text) {
+  std::string result = utf8(text);
+  std::size_t end = result.find_last_not_of(" \t\r\n");
+  result.erase(end == std::string::npos ? 0 : end + 1);
+  result.erase(0, result.find_first_not_of(" \t\r\n"));
+  return result;
+}
+
 std::vector<std::string> keywords(const std::string& text) {
   std::vector<std::string> words;
   std::string word;
@@ -57,11 +66,19 @@ std::vector<std::string> keywords(const std::string& text) {
 }
 
 // The service's temporary folder, as the service names it.
+// The host gives its worker a temporary folder of its own in TMPDIR, removed when the worker
+// goes; run elsewhere, the service's temporary folder.
 std::string temporaryFolder() {
-  const char* cache = std::getenv("XDG_CACHE_HOME");
-  const char* home = std::getenv("HOME");
-  std::string base = cache && *cache == '/' ? cache : std::string(home ? home : "/tmp") + "/.cache";
-  std::string folder = base + "/TemporaryItems/ulvekbot";
+  std::string folder;
+  if (const char* tmpdir = std::getenv("TMPDIR"); tmpdir && *tmpdir == '/') {
+    folder = tmpdir;
+  } else {
+    const char* cache = std::getenv("XDG_CACHE_HOME");
+    const char* home = std::getenv("HOME");
+    std::string base =
+        cache && *cache == '/' ? cache : std::string(home ? home : "/tmp") + "/.cache";
+    folder = base + "/TemporaryItems/ulvekbot";
+  }
   std::error_code error;
   fs::create_directories(folder, error);
   std::string pattern = folder + "/ps.XXXXXX";
@@ -121,14 +138,15 @@ bool readPDF(Attributes& out, const std::string& path) {
   if (!document) return false;
   if (document->is_encrypted()) out.string("kMDItemSecurityMethod", "Password Encrypted");
   // An owner password alone still lets anyone read; a user password keeps the text closed.
-  if (document->is_locked() && !document->unlock("", "")) return true;
-  out.string("kMDItemTitle", utf8(document->get_title()));
-  std::string author = utf8(document->get_author());
+  // unlock answers whether the document is still locked.
+  if (document->is_locked() && document->unlock("", "")) return true;
+  out.string("kMDItemTitle", info(document->get_title()));
+  std::string author = info(document->get_author());
   if (!author.empty()) out.strings("kMDItemAuthors", {author});
-  out.string("kMDItemDescription", utf8(document->get_subject()));
-  out.strings("kMDItemKeywords", keywords(utf8(document->get_keywords())));
-  out.string("kMDItemCreator", utf8(document->get_creator()));
-  out.string("kMDItemProducer", utf8(document->get_producer()));
+  out.string("kMDItemDescription", info(document->get_subject()));
+  out.strings("kMDItemKeywords", keywords(info(document->get_keywords())));
+  out.string("kMDItemCreator", info(document->get_creator()));
+  out.string("kMDItemProducer", info(document->get_producer()));
   if (time_t created = document->get_creation_date_t(); created > 0)
     out.date("kMDItemContentCreationDate", double(created));
   if (time_t modified = document->get_modification_date_t(); modified > 0)

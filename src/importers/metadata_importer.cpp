@@ -214,7 +214,13 @@ std::optional<PropertyDictionary> bundleInfo(const std::string& bundlePath) {
 }
 
 MetaDataImporter& MetaDataImporter::sharedImporter() {
-  static MetaDataImporter* shared = new MetaDataImporter();
+  // Never destroyed (imports may run while statics go away), but its worker is stopped at exit
+  // so neither the worker's programs nor its temporary folder outlive the process.
+  static MetaDataImporter* shared = [] {
+    auto* importer = new MetaDataImporter();
+    std::atexit([] { sharedImporter().worker().stop(); });
+    return importer;
+  }();
   return *shared;
 }
 

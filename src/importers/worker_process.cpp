@@ -10,8 +10,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "importers/worker_protocol.h"
+#include "platform/temporary_items.h"
 
 extern char** environ;
 
@@ -25,6 +28,8 @@ Error workerError(int code, std::string why) {
 }
 
 }  // namespace
+
+WorkerProcess::~WorkerProcess() { stop(); }
 
 std::string WorkerProcess::workerPath() {
   if (const char* path = std::getenv("ULVEKBOT_IMPORTER_WORKER"); path && *path) return path;
@@ -48,8 +53,29 @@ Status WorkerProcess::start() {
   std::string program = workerPath();
   std::string memory = std::to_string(limits_.memoryMiB);
   char* arguments[] = {program.data(), memory.data(), nullptr};
+  // Plug-ins write their temporary files into a folder of the worker's own (TMPDIR), which goes
+  // with the worker even when it is killed halfway.
+  std::vector<std::string> environment;
+  if (Result<TemporaryDirectory> folder = TemporaryDirectory::create("worker")) {
+    temporaryFolder_ = std::make_unique<TemporaryDirectory>(std::move(*folder));
+    environment.push_back("TMPDIR=" + temporaryFolder_->path());
+  }
+  for (char** variable = environ; *variable; ++variable) {
+    if (std::string_view(*variable).starts_with("TMPDIR=") && temporaryFolder_) continue;
+    environment.emplace_back(*variable);
+  }
+  std::vector<char*> envp;
+  for (std::string& variable : environment) envp.push_back(variable.data());
+  envp.push_back(nullptr);
+  // The worker leads a process group of its own, so the programs its plug-ins start (Ghostscript)
+  // are killed with it.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   pid_t pid = 0;
-  int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, arguments, environ);
+  int spawned = ::posix_spawn(&pid, program.c_str(), &actions, &attributes, arguments, envp.data());
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   ::close(requests[0]);
   ::close(answers[1]);
@@ -59,6 +85,7 @@ Status WorkerProcess::start() {
     return Error::posix(spawned, program);
   }
   pid_ = pid;
+  group_ = pid;
   toWorker_ = requests[1];
   fromWorker_ = answers[0];
   return {};
@@ -72,7 +99,7 @@ std::string WorkerProcess::reap() {
   for (int tries = 0; tries < 50 && (done = ::waitpid(pid_, &status, WNOHANG)) == 0; ++tries)
     ::usleep(2000);
   if (done == 0) {
-    ::kill(pid_, SIGKILL);
+    ::kill(-group_, SIGKILL);
     done = ::waitpid(pid_, &status, 0);
   }
   pid_ = 0;
@@ -85,11 +112,11 @@ void WorkerProcess::stop() {
   if (toWorker_ >= 0) ::close(toWorker_);
   if (fromWorker_ >= 0) ::close(fromWorker_);
   toWorker_ = fromWorker_ = -1;
-  if (pid_ > 0) {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = 0;
-  }
+  // The whole group: what the worker started may outlive it.
+  if (group_ > 0) ::kill(-group_, SIGKILL);
+  if (pid_ > 0) ::waitpid(pid_, nullptr, 0);
+  pid_ = group_ = 0;
+  temporaryFolder_.reset();
 }
 
 Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request) {
@@ -117,11 +144,11 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
   std::string why;
   int code = answer.error().code;
   if (code == ETIMEDOUT) {
-    ::kill(pid_, SIGKILL);
+    ::kill(-group_, SIGKILL);
     reap();
     why = "timeout";
   } else if (code == EBADMSG) {
-    ::kill(pid_, SIGKILL);
+    ::kill(-group_, SIGKILL);
     reap();
     why = "garbage";
   } else {

@@ -3,10 +3,12 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 
 #include "base/property_value.h"
 #include "base/status.h"
+#include "platform/temporary_items.h"
 
 namespace ulvek {
 
@@ -21,7 +23,7 @@ class WorkerProcess {
   };
 
   explicit WorkerProcess(Limits limits) : limits_(limits) {}
-  ~WorkerProcess() { stop(); }
+  ~WorkerProcess();
   WorkerProcess(const WorkerProcess&) = delete;
   WorkerProcess& operator=(const WorkerProcess&) = delete;
 
@@ -31,17 +33,21 @@ class WorkerProcess {
   // The worker's process id while it runs (tests kill it), else 0.
   pid_t pid() const { return pid_; }
 
+  // Kills the worker and what it started, and removes its temporary folder.
+  void stop();
+
   // Where the worker program is: $ULVEKBOT_IMPORTER_WORKER, else beside the running program.
   static std::string workerPath();
 
  private:
   Status start();
-  void stop();
   // Why the worker went away, once it has: "signal 11", "exit status 3".
   std::string reap();
 
   Limits limits_;
   pid_t pid_ = 0;
+  pid_t group_ = 0;
+  std::unique_ptr<TemporaryDirectory> temporaryFolder_;
   int toWorker_ = -1;
   int fromWorker_ = -1;
 };

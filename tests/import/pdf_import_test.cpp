@@ -1,0 +1,100 @@
+// PDF and PostScript through the built PDF importer in its worker: files of the PDF corpus
+// against pdftotext's text and pdfinfo's attributes, and PDF data sent as openData does.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "import/mime_type_helper.h"
+#include "test_support.h"
+#include "word_bag.h"
+
+namespace ulvek {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Whether some process has `text` on its command line.
+bool processMentioning(const std::string& text) {
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::string commandLine = testing::readFile(entry.path() / "cmdline");
+    if (commandLine.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+class PDFImportTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ::setenv("ULVEKBOT_IMPORTER_PATH", (std::string(ULVEK_BINARY_DIR) + "/src/Importers").c_str(),
+             1);
+    ::setenv("ULVEKBOT_IMPORTER_WORKER",
+             (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
+  }
+};
+
+TEST_F(PDFImportTest, CorpusTextAndAttributes) {
+  MIMETypeHelper helper;
+  int compared = 0;
+  double sum = 0;
+  for (const auto& entry : fs::directory_iterator(testing::corpusPath() / "docs/pdf")) {
+    std::string name = entry.path().filename().string();
+    if (!name.ends_with(".pdf") || name.find("10000-pages") != std::string::npos) continue;
+    SCOPED_TRACE(name);
+    ImportResult result = helper.openFile(entry.path().string());
+    if (name.starts_with("damaged-")) continue;  // answering at all is the test
+    auto meta = nlohmann::json::parse(testing::readFile(entry.path().string() + ".meta.json"));
+    std::string expected = testing::readFile(entry.path().string() + ".txt");
+    bool locked = meta.value("encrypted", false) && !result.contains(ImportKey::Text);
+    if (locked || expected.find_first_not_of(" \n\f") == std::string::npos) continue;
+    const TextString* text = result.string(ImportKey::Text);
+    ASSERT_TRUE(text);
+    double f1 = testing::wordBagF1(*text, fromUtf8(expected));
+    sum += f1;
+    ++compared;
+    // Right-to-left and CJK lines split into words differently from pdftotext's; the mean holds.
+    bool script = name.find("rtl") != std::string::npos || name.find("cjk") != std::string::npos;
+    EXPECT_GE(f1, script ? 0.7 : 0.9);
+    if (meta.contains("title") && meta["title"].is_string() &&
+        !meta["title"].get<std::string>().empty())
+      EXPECT_EQ(toUtf8(*result.string(ImportKey::Title)), meta["title"].get<std::string>());
+  }
+  std::printf("pdf: %d files, mean word-bag F1 against pdftotext %.4f\n", compared, sum / compared);
+  EXPECT_GT(compared, 20);
+  EXPECT_GE(sum / compared, 0.97);
+}
+
+TEST_F(PDFImportTest, DataAndPostScript) {
+  MIMETypeHelper helper;
+  std::string bytes = testing::readFile(testing::corpusPath() / "docs/pdf/tika-testPDF.pdf");
+  ImportResult fromData = helper.openData(Data(bytes.begin(), bytes.end()),
+                                          u"https://example.com/x", u"application/pdf");
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Title)), "Apache Tika - Apache Tika");
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Author)), "Bertrand Delacrétaz");
+  ASSERT_TRUE(fromData.string(ImportKey::Text));
+  EXPECT_NE(fromData.string(ImportKey::Text)->find(u"Apache Tika"), TextString::npos);
+  EXPECT_TRUE(helper.openData(Data{'x'}, u"https://example.com/a.pdf", std::nullopt).empty());
+
+  testing::TemporaryFolder folder;
+  std::string ps = folder.write("hello.ps",
+                                "%!PS\n/Helvetica findfont 24 scalefont setfont 72 700 moveto "
+                                "(Hello from PostScript) show showpage\n");
+  ImportResult postScript = helper.openFile(ps);
+  ASSERT_TRUE(postScript.string(ImportKey::Text));
+  EXPECT_NE(postScript.string(ImportKey::Text)->find(u"Hello from PostScript"), TextString::npos);
+  // PostScript that never ends is stopped by the time limit, and serving goes on.
+  std::string loop = folder.write("loop.eps", "%!PS-Adobe-3.0 EPSF-3.0\n{} loop\n");
+  EXPECT_FALSE(helper.openFile(loop).contains(ImportKey::Text));
+  // Ghostscript went with the worker that started it.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(processMentioning(loop));
+  EXPECT_TRUE(helper.openFile(ps).contains(ImportKey::Text));
+  EXPECT_TRUE(helper.supportsFile(ps));
+}
+
+}  // namespace
+}  // namespace ulvek
