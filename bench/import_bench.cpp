@@ -13,14 +13,13 @@
 
 #include "../tests/service/service_fixture.h"
 #include "import/mime_type_helper.h"
-#include "service/dbus_client.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using ulvek::DBusClient;
 using ulvek::ImportResult;
 using ulvek::MIMETypeHelper;
+using ulvek::testing::ServiceClient;
 
 const fs::path kCorpus = fs::path(ULVEK_CORPUS_DIR) / "html";
 
@@ -74,7 +73,7 @@ struct Service {
   Service()
       : log(fs::temp_directory_path() / "ulvek-import-bench-daemon.log"),
         daemon(ulvek::testing::startDaemon(log.string())) {
-    client = DBusClient::connect(nullptr);
+    client = ServiceClient::connect(nullptr);
     if (!client || !client->waitForService(std::chrono::seconds(10))) client.reset();
   }
   ~Service() {
@@ -83,10 +82,10 @@ struct Service {
   ulvek::testing::PrivateBus bus;
   fs::path log;
   ulvek::testing::ChildProcess daemon;
-  std::unique_ptr<DBusClient> client;
+  std::unique_ptr<ServiceClient> client;
 };
 
-DBusClient* serviceClient() {
+ServiceClient* serviceClient() {
   static Service service;
   return service.client.get();
 }
@@ -118,7 +117,7 @@ void BM_CorpusInProcess(benchmark::State& state) {
 }
 
 void BM_CorpusOverDBus(benchmark::State& state) {
-  DBusClient* client = serviceClient();
+  ServiceClient* client = serviceClient();
   if (!client) return state.SkipWithError("the daemon did not start");
   for (auto _ : state) {
     for (const std::string& file : corpusFiles()) {
@@ -143,7 +142,7 @@ void BM_SmallHTMLInProcess(benchmark::State& state) {
 }
 
 void BM_SmallTextOverDBus(benchmark::State& state) {
-  DBusClient* client = serviceClient();
+  ServiceClient* client = serviceClient();
   if (!client) return state.SkipWithError("the daemon did not start");
   std::string path = smallFiles().text();
   for (auto _ : state) benchmark::DoNotOptimize(client->openFile(path, nullptr));
@@ -151,7 +150,7 @@ void BM_SmallTextOverDBus(benchmark::State& state) {
 }
 
 void BM_SmallHTMLOverDBus(benchmark::State& state) {
-  DBusClient* client = serviceClient();
+  ServiceClient* client = serviceClient();
   if (!client) return state.SkipWithError("the daemon did not start");
   std::string path = smallFiles().html();
   for (auto _ : state) benchmark::DoNotOptimize(client->openFile(path, nullptr));

@@ -8,7 +8,6 @@
 #include "../tests/service/service_fixture.h"
 #include "import/mime_type_helper.h"
 #include "metadata/metadata_store.h"
-#include "service/dbus_client.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ struct Environment {
     ulvek::OVMetaDataStore::setObject(ulvek::PropertyValue(u"A comment"),
                                       ulvek::MetaDataKey::FinderComment, file, false);
     daemon = ulvek::testing::startDaemon((folder / "daemon.log").string());
-    client = ulvek::DBusClient::connect(nullptr);
+    client = ulvek::testing::ServiceClient::connect(nullptr);
     if (!client || !client->waitForService(10s)) throw std::runtime_error("no daemon");
   }
   ~Environment() {
@@ -43,7 +42,7 @@ struct Environment {
   std::filesystem::path folder;
   std::string file;
   ulvek::testing::ChildProcess daemon;
-  std::unique_ptr<ulvek::DBusClient> client;
+  std::unique_ptr<ulvek::testing::ServiceClient> client;
 };
 
 Environment& environment() {

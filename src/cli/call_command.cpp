@@ -1,16 +1,22 @@
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <ostream>
 
+#include <systemd/sd-bus.h>
+
 #include "cli/command.h"
-#include "service/dbus_client.h"
+#include "client/connection_errors.h"
+#include "client/thread_connections.h"
+#include "service/dbus_interface.h"
 #include "service/json.h"
 
 namespace ulvek::cli {
 namespace {
 
 constexpr std::string_view kName = "call";
+constexpr double kCallTimeoutSeconds = 15;
 
 std::string describe(const Error& error) {
   struct Known {
@@ -25,7 +31,7 @@ std::string describe(const Error& error) {
       {SD_BUS_ERROR_TIMEOUT, "the service did not answer in time"},
   };
   for (const Known& known : kKnown) {
-    if (isDBusError(error, known.name)) {
+    if (error.domain == known.name) {
       return std::string(known.meaning) + " (" + error.localizedDescription + ")";
     }
   }
@@ -39,8 +45,8 @@ std::string absolutePath(const std::string& path) {
   return absolute.empty() ? path : absolute.string();
 }
 
-using PathCall = std::optional<ImportResult> (DBusClient::*)(const std::string&, ErrorOut);
-using PathQuestion = std::optional<bool> (DBusClient::*)(const std::string&, ErrorOut);
+using PathCall = Result<ImportResult> (HelperProxy::*)(const std::string&);
+using PathQuestion = Result<bool> (HelperProxy::*)(const std::string&);
 
 struct Operation {
   std::string_view name;
@@ -49,14 +55,14 @@ struct Operation {
 };
 
 constexpr Operation kPathOperations[] = {
-    {"attributes", &DBusClient::openAttributes, nullptr},
-    {"directory", &DBusClient::openDirectory, nullptr},
-    {"import", &DBusClient::openFile, nullptr},
-    {"plain", nullptr, &DBusClient::isPlainFile},
-    {"supports", nullptr, &DBusClient::supportsFile},
+    {"attributes", &HelperProxy::openAttributes, nullptr},
+    {"directory", &HelperProxy::openDirectory, nullptr},
+    {"import", &HelperProxy::openFile, nullptr},
+    {"plain", nullptr, &HelperProxy::isPlainFile},
+    {"supports", nullptr, &HelperProxy::supportsFile},
 };
 
-int runPaths(DBusClient& client, const Operation& operation, const std::vector<std::string>& paths,
+int runPaths(HelperProxy& client, const Operation& operation, const std::vector<std::string>& paths,
              CommandIO& io) {
   if (paths.empty()) {
     printError(io, kName, std::string(operation.name) + " expects at least one path");
@@ -67,10 +73,14 @@ int runPaths(DBusClient& client, const Operation& operation, const std::vector<s
     std::string absolute = absolutePath(path);
     std::optional<Error> error;
     if (operation.call) {
-      if (auto result = (client.*operation.call)(absolute, &error))
+      if (Result<ImportResult> result = (client.*operation.call)(absolute))
         printResult(io.out, *result, path);
-    } else if (auto answer = (client.*operation.question)(absolute, &error)) {
+      else
+        error = result.error();
+    } else if (Result<bool> answer = (client.*operation.question)(absolute)) {
       io.out << (*answer ? "true" : "false") << '\n';
+    } else {
+      error = answer.error();
     }
     if (error) {
       printError(io, kName, std::string(operation.name) + " " + path + ": " + describe(*error));
@@ -80,7 +90,7 @@ int runPaths(DBusClient& client, const Operation& operation, const std::vector<s
   return status;
 }
 
-int runData(DBusClient& client, const std::vector<std::string>& arguments, CommandIO& io) {
+int runData(HelperProxy& client, const std::vector<std::string>& arguments, CommandIO& io) {
   if (arguments.empty() || arguments.size() > 3) {
     printError(io, kName, "data expects FILE [URL [MIMETYPE]]");
     return kExitUsage;
@@ -95,10 +105,9 @@ int runData(DBusClient& client, const std::vector<std::string>& arguments, Comma
     if (index >= arguments.size() || arguments[index].empty()) return std::nullopt;
     return fromUtf8(arguments[index]);
   };
-  std::optional<Error> error;
-  auto result = client.openData(data, optionalArgument(1), optionalArgument(2), &error);
+  Result<ImportResult> result = client.openData(data, optionalArgument(1), optionalArgument(2));
   if (!result) {
-    printError(io, kName, "data " + arguments[0] + ": " + describe(*error));
+    printError(io, kName, "data " + arguments[0] + ": " + describe(result.error()));
     return kExitFailure;
   }
   printResult(io.out, *result, arguments[0]);
@@ -123,10 +132,21 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     return kExitUsage;
   }
 
-  std::optional<Error> error;
-  std::unique_ptr<DBusClient> client = DBusClient::connect(&error);
+  std::optional<HelperProxy> client = thread_connections::rootProxyForConnectionWithRegisteredName(
+      "ulvekbotd64", kCallTimeoutSeconds, dbus::kInterfaceName);
   if (!client) {
-    printError(io, kName, error->localizedDescription);
+    sd_bus* bus = nullptr;
+    int r = sd_bus_open_user(&bus);
+    sd_bus_unref(bus);
+    if (r < 0) {
+      printError(io, kName,
+                 std::string("Cannot connect to the session bus (DBUS_SESSION_BUS_ADDRESS): ") +
+                     std::strerror(-r));
+      return kExitFailure;
+    }
+    printError(io, kName,
+               std::string("the service is not running (no process owns ") + dbus::kServiceName +
+                   " on the session bus)");
     return kExitFailure;
   }
   if (pathOperation) return runPaths(*client, *pathOperation, rest, io);
@@ -135,9 +155,9 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     printError(io, kName, arguments[0] + " takes no arguments");
     return kExitUsage;
   }
-  bool done = operation == "ping" ? client->ping(&error) : client->terminate(&error);
+  Status done = operation == "ping" ? client->ping() : client->terminate();
   if (!done) {
-    printError(io, kName, arguments[0] + ": " + describe(*error));
+    printError(io, kName, arguments[0] + ": " + describe(done.error()));
     return kExitFailure;
   }
   return kExitSuccess;

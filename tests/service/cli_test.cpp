@@ -6,7 +6,6 @@
 
 #include "fork_test_files.h"
 #include "metadata/metadata_store.h"
-#include "service/dbus_client.h"
 #include "service_fixture.h"
 #include "test_support.h"
 
@@ -134,7 +133,7 @@ TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
 TEST_F(CommandLineTest, CallsReachTheDaemon) {
   testing::PrivateBus bus;
   testing::ChildProcess daemon = testing::startDaemon((folder_.path() / "daemon.log").string());
-  auto client = DBusClient::connect(nullptr);
+  auto client = testing::ServiceClient::connect(nullptr);
   ASSERT_TRUE(client && client->waitForService(10s));
   check({
       {{"call", "ping"}, 0, "", nullptr},

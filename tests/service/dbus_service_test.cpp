@@ -7,7 +7,6 @@
 #include <regex>
 
 #include "metadata/metadata_store.h"
-#include "service/dbus_client.h"
 #include "service/dbus_interface.h"
 #include "service_fixture.h"
 #include "test_support.h"
@@ -26,7 +25,7 @@ class ServiceTest : public ::testing::Test {
   void SetUp() override {
     daemon_ = testing::startDaemon(logPath());
     std::optional<Error> error;
-    client_ = DBusClient::connect(&error);
+    client_ = testing::ServiceClient::connect(&error);
     ASSERT_TRUE(client_) << error->localizedDescription;
     ASSERT_TRUE(client_->waitForService(10s)) << readWholeFile(logPath());
   }
@@ -42,7 +41,7 @@ class ServiceTest : public ::testing::Test {
   testing::PrivateBus bus_;
   testing::TemporaryFolder folder_;
   ChildProcess daemon_;
-  std::unique_ptr<DBusClient> client_;
+  std::unique_ptr<testing::ServiceClient> client_;
   std::optional<Error> error_;
 };
 

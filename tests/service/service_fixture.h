@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "client/thread_connections.h"
+#include "service/dbus_interface.h"
 #include "service/json.h"
 
 extern char** environ;
@@ -180,5 +182,66 @@ inline ProgramOutput runProgram(const std::vector<std::string>& arguments,
   output.err = readWholeFile(errPath);
   return output;
 }
+
+// The client library's proxy for the daemon, with each call's error in an out-parameter so a
+// check reads as one line.
+class ServiceClient {
+ public:
+  static std::unique_ptr<ServiceClient> connect(ErrorOut error = nullptr) {
+    clearError(error);
+    return std::make_unique<ServiceClient>();
+  }
+
+  // Waits until the daemon owns its name and makes the proxy.
+  bool waitForService(std::chrono::milliseconds timeout) {
+    proxy_ = thread_connections::waitForTimeInterval(std::chrono::duration<double>(timeout).count(),
+                                                     "ulvekbotd64", 15, dbus::kInterfaceName);
+    return proxy_.has_value();
+  }
+  std::optional<std::string> serviceOwner() { return proxy_->connectionForProxy()->nameOwner(); }
+
+  bool ping(ErrorOut error) { return report(proxy_->ping(), error); }
+  bool terminate(ErrorOut error) { return report(proxy_->terminate(), error); }
+  bool callWithoutArguments(std::string_view method, ErrorOut error) {
+    return report(proxy_->call(method), error);
+  }
+  std::optional<std::string> introspect(ErrorOut error) {
+    return take(proxy_->introspect(), error);
+  }
+  std::optional<ImportResult> openFile(const std::string& path, ErrorOut error) {
+    return take(proxy_->openFile(path), error);
+  }
+  std::optional<ImportResult> openDirectory(const std::string& path, ErrorOut error) {
+    return take(proxy_->openDirectory(path), error);
+  }
+  std::optional<ImportResult> openAttributes(const std::string& path, ErrorOut error) {
+    return take(proxy_->openAttributes(path), error);
+  }
+  std::optional<ImportResult> openData(const std::optional<Data>& data,
+                                       const std::optional<TextString>& url,
+                                       const std::optional<TextString>& mimeType, ErrorOut error) {
+    return take(proxy_->openData(data, url, mimeType), error);
+  }
+  std::optional<bool> supportsFile(const std::string& path, ErrorOut error) {
+    return take(proxy_->supportsFile(path), error);
+  }
+  std::optional<bool> isPlainFile(const std::string& path, ErrorOut error) {
+    return take(proxy_->isPlainFile(path), error);
+  }
+
+ private:
+  static bool report(const Status& status, ErrorOut error) {
+    clearError(error);
+    return status.report(error);
+  }
+  template <typename T>
+  static std::optional<T> take(Result<T> result, ErrorOut error) {
+    clearError(error);
+    if (!result) setError(error, result.error());
+    return std::move(result).take();
+  }
+
+  std::optional<HelperProxy> proxy_;
+};
 
 }  // namespace ulvek::testing

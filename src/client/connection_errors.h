@@ -1,0 +1,15 @@
+#pragma once
+
+#include "base/error.h"
+
+// Which call failures mean the connection to a helper is gone or stuck, as opposed to the helper
+// answering with an error of its own.
+namespace ulvek {
+
+// A call that could not reach the helper or get its answer: a time-out, no reply, no process
+// owning the name, a closed or unreachable bus.
+bool isPortException(const Error& error);
+// A call whose answer did not come in time.
+bool isPortTimeoutException(const Error& error);
+
+}  // namespace ulvek

@@ -1,0 +1,284 @@
+#include "client/helper_proxy.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "service/dbus_values.h"
+
+namespace ulvek {
+namespace {
+
+constexpr std::string_view kDefaultNamespace = "com.ulvek_technologies.";
+
+Error errorFrom(const sd_bus_error& busError, int r) {
+  Error error;
+  if (sd_bus_error_is_set(&busError)) {
+    error.domain = busError.name;
+    error.code = sd_bus_error_get_errno(&busError);
+    error.localizedDescription = busError.message ? busError.message : "";
+  } else {
+    // Local failures carry only errno; name the ones callers tell apart.
+    error.domain = r == -ETIMEDOUT                      ? SD_BUS_ERROR_TIMEOUT
+                   : r == -ENOTCONN || r == -ECONNRESET ? SD_BUS_ERROR_DISCONNECTED
+                                                        : SD_BUS_ERROR_FAILED;
+    error.code = -r;
+    error.localizedDescription = std::strerror(-r);
+  }
+  return error;
+}
+
+Error localError(const char* name, int code, std::string message) {
+  Error error;
+  error.domain = name;
+  error.code = code;
+  error.localizedDescription = std::move(message);
+  return error;
+}
+
+struct MessageUnref {
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
+
+struct BusUnref {
+  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+};
+using Bus = std::unique_ptr<sd_bus, BusUnref>;
+
+std::optional<std::string> ownerOf(sd_bus* bus, const std::string& busName) {
+  sd_bus_message* reply = nullptr;
+  int r = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                             "org.freedesktop.DBus", "GetNameOwner", nullptr, &reply, "s",
+                             busName.c_str());
+  Message owned(reply);
+  const char* owner = nullptr;
+  if (r >= 0) r = sd_bus_message_read_basic(reply, 's', &owner);
+  if (r < 0 || !owner) return std::nullopt;
+  return std::string(owner);
+}
+
+// Looking a name up every 0.01 seconds must not open a bus connection each time: a thread keeps
+// one spare connection for lookups and hands it to the first Connection that finds its name.
+Bus& spareBus() {
+  thread_local Bus bus;
+  return bus;
+}
+
+// Builds a call to the root object; the path must be sendable.
+Result<Message> newCall(Connection& connection, const std::string& protocol,
+                        std::string_view method) {
+  sd_bus_message* call = nullptr;
+  std::string member(method);
+  int r = sd_bus_message_new_method_call(
+      connection.bus(), &call, connection.busName().c_str(), connection.objectPath().c_str(),
+      protocol.empty() ? nullptr : protocol.c_str(), member.c_str());
+  if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
+  return Message(call);
+}
+
+Result<Message> send(Connection& connection, Message call) {
+  sd_bus_error busError = SD_BUS_ERROR_NULL;
+  sd_bus_message* reply = nullptr;
+  int r = sd_bus_call(connection.bus(), call.get(), 0, &busError, &reply);
+  if (r < 0) {
+    Error error = errorFrom(busError, r);
+    sd_bus_error_free(&busError);
+    return error;
+  }
+  return Message(reply);
+}
+
+Result<Message> newPathCall(Connection& connection, const std::string& protocol,
+                            std::string_view method, const std::string& path) {
+  // D-Bus strings are UTF-8 without NUL; a path that is not cannot be named remotely.
+  if (dbus::wireString(std::string_view(path)) != path) {
+    return localError(SD_BUS_ERROR_INVALID_ARGS, EINVAL,
+                      "The path is not valid UTF-8 and cannot be sent over D-Bus");
+  }
+  Result<Message> call = newCall(connection, protocol, method);
+  if (!call) return call;
+  if (int r = sd_bus_message_append_basic(call->get(), 's', path.c_str()); r < 0)
+    return errorFrom(SD_BUS_ERROR_NULL, r);
+  return call;
+}
+
+Result<ImportResult> readResultReply(Result<Message> reply) {
+  if (!reply) return reply.error();
+  ImportResult result;
+  if (int r = dbus::readResult(reply->get(), result); r < 0) {
+    return localError(SD_BUS_ERROR_INVALID_SIGNATURE, -r,
+                      "The helper answered something other than a result");
+  }
+  return result;
+}
+
+Result<bool> readBooleanReply(Result<Message> reply) {
+  if (!reply) return reply.error();
+  int answer = 0;
+  if (int r = sd_bus_message_read_basic(reply->get(), 'b', &answer); r <= 0) {
+    return localError(SD_BUS_ERROR_INVALID_SIGNATURE, EBADMSG,
+                      "The helper answered something other than a Boolean");
+  }
+  return answer != 0;
+}
+
+}  // namespace
+
+std::string busNameForRegisteredName(std::string_view name) {
+  if (name.find('.') != std::string_view::npos) return std::string(name);
+  return std::string(kDefaultNamespace) + std::string(name);
+}
+
+std::string objectPathForBusName(std::string_view busName) {
+  std::string path = "/";
+  for (char c : busName) {
+    if (c == '.')
+      path += '/';
+    else if (c == '-')
+      path += '_';
+    else
+      path += c;
+  }
+  return path;
+}
+
+Connection::Connection(sd_bus* bus, std::string busName)
+    : bus_(bus), busName_(std::move(busName)), objectPath_(objectPathForBusName(busName_)) {}
+
+Connection::~Connection() { sd_bus_flush_close_unref(bus_); }
+
+std::shared_ptr<Connection> Connection::lookUp(std::string_view registeredName) {
+  if (registeredName.empty()) return nullptr;
+  Bus& spare = spareBus();
+  if (spare && sd_bus_is_open(spare.get()) <= 0) spare.reset();
+  if (!spare) {
+    sd_bus* bus = nullptr;
+    if (sd_bus_open_user(&bus) < 0) return nullptr;
+    spare.reset(bus);
+  }
+  std::string busName = busNameForRegisteredName(registeredName);
+  if (!ownerOf(spare.get(), busName)) return nullptr;
+  return std::shared_ptr<Connection>(new Connection(spare.release(), std::move(busName)));
+}
+
+bool Connection::isValid() { return sd_bus_is_open(bus_) > 0 && nameOwner().has_value(); }
+
+void Connection::setRequestTimeout(double seconds) {
+  if (!(seconds > 0)) return;
+  double micros = std::min(seconds * 1e6, 1e15);
+  if (sd_bus_set_method_call_timeout(bus_, static_cast<uint64_t>(std::llround(micros))) >= 0)
+    timeoutSeconds_ = seconds;
+}
+
+void Connection::setReplyTimeout(double seconds) { setRequestTimeout(seconds); }
+
+HelperProxy Connection::rootProxy() { return HelperProxy(shared_from_this()); }
+
+std::optional<std::string> Connection::nameOwner() { return ownerOf(bus_, busName_); }
+
+HelperProxy::HelperProxy(std::shared_ptr<Connection> connection, std::string protocol)
+    : connection_(std::move(connection)), protocol_(std::move(protocol)) {}
+
+Status HelperProxy::call(std::string_view method) {
+  Result<Message> call = newCall(*connection_, protocol_, method);
+  if (!call) return call.error();
+  return send(*connection_, std::move(*call)).status();
+}
+
+Status HelperProxy::ping() { return call("Ping"); }
+
+Status HelperProxy::terminate() {
+  Status status = call("Terminate");
+  if (status) {
+    return localError(SD_BUS_ERROR_FAILED, EPROTO, "The helper answered Terminate");
+  }
+  // The bus answers for a helper that quit without replying.
+  if (status.error().domain == SD_BUS_ERROR_NO_REPLY) return {};
+  return status;
+}
+
+Result<ImportResult> HelperProxy::openFile(const std::string& path) {
+  Result<Message> call = newPathCall(*connection_, protocol_, "OpenFile", path);
+  if (!call) return call.error();
+  return readResultReply(send(*connection_, std::move(*call)));
+}
+
+Result<ImportResult> HelperProxy::openDirectory(const std::string& path) {
+  Result<Message> call = newPathCall(*connection_, protocol_, "OpenDirectory", path);
+  if (!call) return call.error();
+  return readResultReply(send(*connection_, std::move(*call)));
+}
+
+Result<ImportResult> HelperProxy::openAttributes(const std::string& path) {
+  Result<Message> call = newPathCall(*connection_, protocol_, "OpenAttributes", path);
+  if (!call) return call.error();
+  return readResultReply(send(*connection_, std::move(*call)));
+}
+
+Result<bool> HelperProxy::supportsFile(const std::string& path) {
+  Result<Message> call = newPathCall(*connection_, protocol_, "SupportsFile", path);
+  if (!call) return call.error();
+  return readBooleanReply(send(*connection_, std::move(*call)));
+}
+
+Result<bool> HelperProxy::isPlainFile(const std::string& path) {
+  Result<Message> call = newPathCall(*connection_, protocol_, "IsPlainFile", path);
+  if (!call) return call.error();
+  return readBooleanReply(send(*connection_, std::move(*call)));
+}
+
+Result<ImportResult> HelperProxy::openData(const std::optional<Data>& data,
+                                           const std::optional<TextString>& url,
+                                           const std::optional<TextString>& mimeType) {
+  Result<Message> call = newCall(*connection_, protocol_, "OpenData");
+  if (!call) return call.error();
+  static const Data kNoData;
+  const Data& bytes = data ? *data : kNoData;
+  std::string urlText = url ? dbus::wireString(TextView(*url)) : std::string();
+  std::string mimeText = mimeType ? dbus::wireString(TextView(*mimeType)) : std::string();
+  int r = sd_bus_message_append_array(call->get(), 'y', bytes.data(), bytes.size());
+  if (r >= 0) r = sd_bus_message_append(call->get(), "ss", urlText.c_str(), mimeText.c_str());
+  if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
+  return readResultReply(send(*connection_, std::move(*call)));
+}
+
+Result<std::string> HelperProxy::introspect() {
+  sd_bus_error busError = SD_BUS_ERROR_NULL;
+  sd_bus_message* reply = nullptr;
+  int r = sd_bus_call_method(
+      connection_->bus(), connection_->busName().c_str(), connection_->objectPath().c_str(),
+      "org.freedesktop.DBus.Introspectable", "Introspect", &busError, &reply, nullptr);
+  Message owned(reply);
+  const char* xml = nullptr;
+  if (r >= 0) r = sd_bus_message_read_basic(reply, 's', &xml);
+  if (r < 0 || !xml) {
+    Error error = errorFrom(busError, r < 0 ? r : -EBADMSG);
+    sd_bus_error_free(&busError);
+    return error;
+  }
+  return std::string(xml);
+}
+
+bool HelperProxy::respondsToSelector(std::string_view method) {
+  Result<std::string> xml = introspect();
+  if (!xml) return false;
+  std::string needle = "<method name=\"" + std::string(method) + "\"";
+  std::size_t at = xml->find(needle);
+  if (at == std::string::npos) return false;
+  if (protocol_.empty()) return true;
+  // With a protocol, the method must belong to that interface.
+  std::size_t interface = xml->rfind("<interface name=\"", at);
+  return interface != std::string::npos &&
+         xml->compare(interface + 17, protocol_.size() + 1, protocol_ + "\"") == 0;
+}
+
+Result<bool> HelperProxy::stillBusy() {
+  Result<Message> call = newCall(*connection_, protocol_, "StillBusy");
+  if (!call) return call.error();
+  return readBooleanReply(send(*connection_, std::move(*call)));
+}
+
+}  // namespace ulvek
