@@ -60,12 +60,6 @@ Status ChildProcess::launch() {
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setsigdefault(&attributes, &all);
   short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-  if (qualityOfService_ == kQualityOfServiceBackground) {
-    sched_param parameters{};
-    posix_spawnattr_setschedpolicy(&attributes, SCHED_IDLE);
-    posix_spawnattr_setschedparam(&attributes, &parameters);
-    flags |= POSIX_SPAWN_SETSCHEDULER;
-  }
   posix_spawnattr_setflags(&attributes, flags);
   pid_t pid = -1;
   int failure = posix_spawn(&pid, path_.c_str(), nullptr, &attributes, argv.data(), environ);
@@ -74,8 +68,10 @@ Status ChildProcess::launch() {
   pid_ = pid;
   ended_ = false;
   status_ = -1;
-  // Nice values and I/O classes have no spawn attribute; they are set as the child starts.
+  // Set as the child starts: nice values and I/O classes have no spawn attribute.
   if (qualityOfService_ == kQualityOfServiceBackground) {
+    sched_param parameters{};
+    sched_setscheduler(pid_, SCHED_IDLE, &parameters);
     setpriority(PRIO_PROCESS, pid_, 19);
     setIoPriority(pid_, kIoprioClassIdle, 0);
   } else if (qualityOfService_ == kQualityOfServiceUtility) {
