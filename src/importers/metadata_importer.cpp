@@ -197,9 +197,16 @@ std::vector<std::string> importerSearchPath() {
   } else if (const char* home = std::getenv("HOME"); home && *home) {
     folders.push_back(std::string(home) + "/.local/share/ulvekbot/Importers");
   }
-  folders.push_back(std::string(ULVEK_INSTALL_PREFIX) + "/lib/ulvekbot/Importers");
+  // The installation the running program belongs to (PREFIX/bin/ulvekbot), wherever it was
+  // installed, then the prefix it was built for.
   std::error_code error;
   fs::path self = fs::read_symlink("/proc/self/exe", error);
+  std::string installed = std::string(ULVEK_INSTALL_PREFIX) + "/lib/ulvekbot/Importers";
+  if (!error) {
+    std::string beside = (self.parent_path().parent_path() / "lib/ulvekbot/Importers").string();
+    if (beside != installed) folders.push_back(beside);
+  }
+  folders.push_back(installed);
   if (!error) folders.push_back((self.parent_path() / "Importers").string());
   return folders;
 }
