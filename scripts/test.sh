@@ -21,6 +21,9 @@ ULVEKBOT_IMPORTER_PATH=$examples build/src/ulvekbot import "$examples/sample.wor
   grep -q '"Author":"Word Count Example"'
 rm -rf "$examples"
 
+# What cmake --install puts down works by itself: importers, the client example, activation.
+scripts/check-install.sh build
+
 scripts/setup.sh build-sanitize -DULVEK_SANITIZE=ON -DULVEK_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
 (cd build-sanitize &&
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
