@@ -4,6 +4,10 @@
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
 
+#include <iconv.h>
+#include <bit>
+#include <cerrno>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -11,6 +15,7 @@
 
 #include "base/log.h"
 #include "text/character_tables.h"
+#include "text/mac_script_tables.h"
 
 namespace ulvek {
 
@@ -20,7 +25,8 @@ namespace {
 
 struct ConverterEntry {
   CFStringEncoding encoding;
-  const char* icuName;  // nullptr: ICU has no converter for it
+  const char* icuName;              // nullptr: ICU has no converter for it
+  const char* iconvName = nullptr;  // glibc's converter where ICU has none
 };
 
 // Every CF number the name table can produce, plus the few that detection reports. Where a web
@@ -83,7 +89,7 @@ constexpr ConverterEntry kConverters[] = {
     {0x020D, "ISO-8859-13"},
     {0x020E, "ISO-8859-14"},
     {0x020F, "ISO-8859-15"},
-    {0x0210, nullptr},  // ISO-8859-16: not in ICU's data
+    {0x0210, nullptr, "ISO-8859-16"},  // not in ICU's data
     {0x0400, "ibm-437"},
     {0x0405, "ibm-737"},
     {0x0406, "ibm-775"},
@@ -114,23 +120,23 @@ constexpr ConverterEntry kConverters[] = {
     {0x0506, "windows-1256"},
     {0x0507, "windows-1257"},
     {0x0508, "windows-1258"},
-    {0x0510, nullptr},  // Windows Korean Johab
+    {0x0510, nullptr, "JOHAB"},  // Windows Korean Johab
     {0x0600, "US-ASCII"},
-    {0x0620, nullptr},       // JIS X0201-76
-    {0x0621, nullptr},       // JIS X0208-83
-    {0x0622, nullptr},       // JIS X0208-90
-    {0x0623, nullptr},       // JIS X0212-90
-    {0x0624, nullptr},       // JIS C6226-78
-    {0x0628, nullptr},       // Shift JIS X0213
-    {0x0630, "GB_2312-80"},  // the raw two-byte set
+    {0x0620, nullptr},                    // JIS X0201-76
+    {0x0621, nullptr},                    // JIS X0208-83
+    {0x0622, nullptr},                    // JIS X0208-90
+    {0x0623, nullptr},                    // JIS X0212-90
+    {0x0624, nullptr},                    // JIS C6226-78
+    {0x0628, nullptr, "SHIFT_JISX0213"},  // Shift JIS X0213
+    {0x0630, "GB_2312-80"},               // the raw two-byte set
     {0x0631, "GBK"},
     {0x0632, "GB18030"},
     {0x0640, "windows-949-2000"},
-    {0x0641, nullptr},  // KS C 5601-92 Johab
+    {0x0641, nullptr, "JOHAB"},  // KS C 5601-92 Johab
     {0x0820, "ISO-2022-JP"},
     {0x0821, "ISO-2022-JP-2"},
     {0x0822, "ISO-2022-JP-1"},
-    {0x0823, nullptr},  // ISO-2022-JP-3
+    {0x0823, nullptr, "ISO-2022-JP-3"},  // ISO-2022-JP-3
     {0x0830, "ISO-2022-CN"},
     {0x0831, "ISO-2022-CN-EXT"},
     {0x0840, "ISO-2022-KR"},
@@ -144,7 +150,7 @@ constexpr ConverterEntry kConverters[] = {
     {0x0A04, nullptr},  // Mac Roman Latin 1
     {0x0A05, "HZ-GB-2312"},
     {0x0A06, "Big5-HKSCS"},
-    {0x0A07, nullptr},  // VISCII
+    {0x0A07, nullptr, "VISCII"},  // VISCII
     {0x0A08, "KOI8-U"},
     {0x0A09, nullptr},  // Big5-E
     {0x04000100, "UTF-7"},
@@ -167,10 +173,6 @@ const ConverterEntry* findConverter(CFStringEncoding encoding) {
   for (const ConverterEntry& entry : kConverters)
     if (entry.encoding == encoding) return &entry;
   return nullptr;
-}
-
-bool isCzech(CFStringEncoding encoding) {
-  return encoding == kCFEncodingKamenicky || encoding == kCFEncodingKOI8CS2;
 }
 
 bool isUnicodeEncoding(CFStringEncoding encoding) {
@@ -304,10 +306,109 @@ constexpr std::array<char16_t, 128> kKOI8CS2 = {
     0x0170, 0x00DD,     0x017D, kUndefined, kUndefined, 0x0150,     0x0116, kUndefined,  // 0xF8
 };
 
-const std::array<char16_t, 128>* czechTableFor(CFStringEncoding encoding) {
-  if (encoding == kCFEncodingKamenicky) return &kKamenicky;
-  if (encoding == kCFEncodingKOI8CS2) return &kKOI8CS2;
-  return nullptr;
+// The single-byte encodings read through a table of ours: the Czech ones, and the Mac scripts
+// that neither ICU nor glibc converts.
+const std::array<char16_t, 128>* byteTableFor(CFStringEncoding encoding) {
+  switch (encoding) {
+    case kCFEncodingKamenicky:
+      return &kKamenicky;
+    case kCFEncodingKOI8CS2:
+      return &kKOI8CS2;
+    case 0x0004:
+      return &mac_tables::kArabic;
+    case 0x0024:
+      return &mac_tables::kCroatian;
+    case 0x0025:
+      return &mac_tables::kIcelandic;
+    case 0x0026:
+      return &mac_tables::kRomanian;
+    case 0x008C:
+      return &mac_tables::kFarsi;
+    default:
+      return nullptr;
+  }
+}
+
+// ---- glibc iconv, for what ICU lacks -----------------------------------------------------------
+
+constexpr const char* kHostUTF16 =
+    std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
+
+struct IconvCloser {
+  void operator()(iconv_t* descriptor) const {
+    iconv_close(*descriptor);
+    delete descriptor;
+  }
+};
+using Iconv = std::unique_ptr<iconv_t, IconvCloser>;
+
+Iconv openIconv(const char* to, const char* from) {
+  iconv_t descriptor = iconv_open(to, from);
+  if (descriptor == reinterpret_cast<iconv_t>(-1)) return nullptr;
+  return Iconv(new iconv_t(descriptor));
+}
+
+const char* iconvNameFor(CFStringEncoding encoding) {
+  const ConverterEntry* entry = findConverter(encoding);
+  if (!entry || entry->icuName || !entry->iconvName) return nullptr;
+  // A C library built without the converter (a minimal image) has none.
+  static const bool available = [] {
+    for (const ConverterEntry& candidate : kConverters)
+      if (candidate.iconvName && !openIconv(kHostUTF16, candidate.iconvName)) return false;
+    return true;
+  }();
+  return available ? entry->iconvName : nullptr;
+}
+
+// Bytes to UTF-16 through iconv. Strict conversion gives nothing at the first malformed or
+// incomplete sequence; otherwise each one becomes a single U+FFFD and conversion goes on with the
+// next byte, as the ICU path does.
+std::optional<TextString> iconvDecode(std::span<const std::uint8_t> bytes, const char* name,
+                                      bool strict) {
+  Iconv converter = openIconv(kHostUTF16, name);
+  if (!converter) return std::nullopt;
+  TextString text(std::max<std::size_t>(bytes.size(), 16), u'\0');
+  char* source = reinterpret_cast<char*>(const_cast<std::uint8_t*>(bytes.data()));
+  std::size_t sourceLeft = bytes.size();
+  std::size_t produced = 0;
+  while (sourceLeft > 0) {
+    if (text.size() - produced < 8) text.resize(text.size() * 2);
+    char* target = reinterpret_cast<char*>(text.data() + produced);
+    std::size_t targetLeft = (text.size() - produced) * sizeof(char16_t);
+    std::size_t result = iconv(*converter, &source, &sourceLeft, &target, &targetLeft);
+    produced = text.size() - targetLeft / sizeof(char16_t);
+    if (result != static_cast<std::size_t>(-1)) break;
+    if (errno == E2BIG) {
+      text.resize(text.size() * 2);
+      continue;
+    }
+    if (strict) return std::nullopt;
+    // EILSEQ, or EINVAL for a sequence cut off at the end.
+    if (text.size() == produced) text.resize(text.size() * 2);
+    text[produced++] = u'\uFFFD';
+    ++source;
+    --sourceLeft;
+    iconv(*converter, nullptr, nullptr, nullptr, nullptr);
+  }
+  text.resize(produced);
+  return text;
+}
+
+std::optional<std::string> iconvEncode(TextView text, const char* name) {
+  Iconv converter = openIconv(name, kHostUTF16);
+  if (!converter) return std::nullopt;
+  std::string bytes(text.size() * 4 + 16, '\0');
+  char* source = reinterpret_cast<char*>(const_cast<char16_t*>(text.data()));
+  std::size_t sourceLeft = text.size() * sizeof(char16_t);
+  char* target = bytes.data();
+  std::size_t targetLeft = bytes.size();
+  if (iconv(*converter, &source, &sourceLeft, &target, &targetLeft) == static_cast<std::size_t>(-1))
+    return std::nullopt;
+  // Stateful encodings (ISO-2022) return to their initial state at the end.
+  if (iconv(*converter, nullptr, nullptr, &target, &targetLeft) == static_cast<std::size_t>(-1))
+    return std::nullopt;
+  bytes.resize(bytes.size() - targetLeft);
+  return bytes;
 }
 
 TextString decodeWithTable(std::span<const std::uint8_t> bytes,
@@ -617,7 +718,7 @@ const char* icuConverterName(CFStringEncoding encoding) {
 }
 
 bool isCFEncodingAvailable(CFStringEncoding encoding) {
-  return isCzech(encoding) || icuConverterName(encoding) != nullptr;
+  return byteTableFor(encoding) || icuConverterName(encoding) || iconvNameFor(encoding);
 }
 
 std::span<const CFStringEncoding> knownCFEncodings() { return kKnownEncodings; }
@@ -662,7 +763,9 @@ StringEncoding NSEncodingFromName(TextView name) {
 
 TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding) {
   if (bytes.empty()) return {};
-  if (const auto* table = czechTableFor(encoding)) return decodeWithTable(bytes, *table);
+  if (const auto* table = byteTableFor(encoding)) return decodeWithTable(bytes, *table);
+  if (const char* name = iconvNameFor(encoding))
+    return iconvDecode(bytes, name, false).value_or(TextString());
   Converter converter = openConverter(encoding, bytes);
   if (!converter) return {};
   UErrorCode status = U_ZERO_ERROR;
@@ -690,11 +793,12 @@ std::optional<TextString> decodeBytes(std::span<const std::uint8_t> bytes,
   CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
   if (cf == kCFEncodingInvalid) return std::nullopt;
   if (bytes.empty()) return TextString();
-  if (const auto* table = czechTableFor(cf)) {
+  if (const auto* table = byteTableFor(cf)) {
     TextString text = decodeWithTable(bytes, *table);
     if (countReplacementCharacters(text) != 0) return std::nullopt;
     return text;
   }
+  if (const char* name = iconvNameFor(cf)) return iconvDecode(bytes, name, true);
   return convertStrictly(bytes, cf);
 }
 
@@ -702,7 +806,8 @@ std::optional<std::string> encodeText(TextView text, StringEncoding encoding) {
   CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
   if (cf == kCFEncodingInvalid) return std::nullopt;
   if (text.empty()) return std::string();
-  if (const auto* table = czechTableFor(cf)) return encodeWithTable(text, *table);
+  if (const auto* table = byteTableFor(cf)) return encodeWithTable(text, *table);
+  if (const char* name = iconvNameFor(cf)) return iconvEncode(text, name);
   // Writing host-order Unicode puts a byte-order mark first so that readers can tell.
   const char* name = cf == kCFEncodingUnicode ? "UTF-16"
                      : cf == kCFEncodingUTF32 ? "UTF-32"
@@ -736,7 +841,7 @@ const std::array<char16_t, 128>& kamenickyTable() { return kKamenicky; }
 const std::array<char16_t, 128>& koi8cs2Table() { return kKOI8CS2; }
 
 TextString decodeCzech(std::span<const std::uint8_t> bytes, StringEncoding encoding) {
-  const auto* table = czechTableFor(cfEncodingFromStringEncoding(encoding));
+  const auto* table = byteTableFor(cfEncodingFromStringEncoding(encoding));
   return table ? decodeWithTable(bytes, *table) : TextString();
 }
 

@@ -22,11 +22,12 @@ using namespace ulvek;
 
 using fuzzing::check;
 
-constexpr std::array<StringEncoding, 8> kDefaults = {
-    kUTF8StringEncoding,          kISOLatin1StringEncoding,
-    kASCIIStringEncoding,         kMacOSRomanStringEncoding,
-    kWindowsCP1252StringEncoding, kUTF16BigEndianStringEncoding,
-    kKamenickyStringEncoding,     0x80000210 /* no converter */};
+constexpr std::array<StringEncoding, 10> kDefaults = {
+    kUTF8StringEncoding,           kISOLatin1StringEncoding,
+    kASCIIStringEncoding,          kMacOSRomanStringEncoding,
+    kWindowsCP1252StringEncoding,  kUTF16BigEndianStringEncoding,
+    kKamenickyStringEncoding,      0x80000005 /* no converter */,
+    0x80000510 /* Johab, iconv */, 0x80000823 /* ISO-2022-JP-3, iconv */};
 
 constexpr std::array<const char16_t*, 16> kNames = {
     u"",       u"utf-8",       u"iso-8859-1", u"windows-1251", u"shift_jis", u"gb2312",
@@ -69,7 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) return 0;
   const std::uint8_t selector = data[0];
   std::span<const std::uint8_t> bytes(data + 1, size - 1);
-  const StringEncoding defaultEncoding = kDefaults[selector & 7];
+  // Bits 0-2 and 7 pick the default encoding, bits 3-6 the name.
+  const StringEncoding defaultEncoding =
+      kDefaults[((selector & 7) | ((selector >> 4) & 8)) % kDefaults.size()];
   const TextView name = kNames[(selector >> 3) & 15];
 
   std::optional<TextString> decoded = stringWithMarkupData(bytes, name, defaultEncoding);

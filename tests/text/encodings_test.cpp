@@ -85,20 +85,20 @@ TEST(EncodingNumbers, PairBothWaysAndEveryConverterOpens) {
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), cf) << std::hex << ns;
   }
   // Numbers without a converter have no string-encoding number, and the reverse.
-  for (CFStringEncoding cf : {0x0210u, 0x0001u, 0x12345u})
+  for (CFStringEncoding cf : {0x0001u, 0x0005u, 0x12345u})
     EXPECT_EQ(stringEncodingFromCFEncoding(cf), kEncodingNotFound) << std::hex << cf;
-  for (StringEncoding ns : {0ul, 2ul, 0x80000210ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
+  for (StringEncoding ns : {0ul, 2ul, 0x80000005ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), kCFEncodingInvalid) << std::hex << ns;
   std::string missing;
   for (CFStringEncoding encoding : knownCFEncodings()) {
     const char* name = icuConverterName(encoding);
-    EXPECT_EQ(isCFEncodingAvailable(encoding), name != nullptr) << std::hex << encoding;
     UErrorCode status = U_ZERO_ERROR;
     if (name) ucnv_close(ucnv_open(name, &status));
     EXPECT_TRUE(U_SUCCESS(status)) << name;
-    if (!name) missing += " " + std::to_string(encoding);
+    if (name) EXPECT_TRUE(isCFEncodingAvailable(encoding)) << std::hex << encoding;
+    if (!isCFEncodingAvailable(encoding)) missing += " " + std::to_string(encoding);
   }
-  std::printf("CF numbers without an ICU converter:%s\n", missing.c_str());
+  std::printf("CF numbers without a converter:%s\n", missing.c_str());
 }
 
 // The markup converter marks every bad sequence with U+FFFD; strict decoding gives the same text,
@@ -117,7 +117,16 @@ TEST(Converters, MarkedOrStrict) {
       {"gb2312 read as GBK", "\x81\x40", kCFEncodingEUCCN, u"丂"},
       {"kamenicky", "\x80\x87\xA9\x9E\x9F", kCFEncodingKamenicky, u"ČčřŘť"},
       {"koi8-cs2 undefined byte", "\xE3\xC3\xA1", kCFEncodingKOI8CS2, u"Čč\uFFFD"},
-      {"no converter", "abc", 0x0210, u""},
+      {"iso-8859-16 through iconv", "\xAA\xBA", 0x0210, u"Șș"},
+      {"viscii through iconv", "\x02\xD5", 0x0A07, u"Ẳạ"},
+      {"johab through iconv, truncated", "\x88\x61\x88", 0x0510, u"가\uFFFD"},
+      {"johab bad byte, then on", "\xFF\x88\x61", 0x0641, u"\uFFFD가"},
+      {"iso-2022-jp-3 through iconv", "\x1B$(Q\x24\x22\x1B(B.", 0x0823, u"あ."},
+      {"mac croatian table", "\xA9\xB9", 0x0024, u"Šš"},
+      {"mac icelandic is apple's table", "\xDC\xDD\xA0", 0x0025, u"ÐðÝ"},
+      {"mac romanian table", "\xAF\xBF", 0x0026, u"Șș"},
+      {"mac arabic table", "\xC8", 0x0004, u"ب"},
+      {"no converter", "abc", 0x0001, u""},
   };
   for (const auto& [label, bytes, encoding, marked] : rows) {
     EXPECT_EQ(convertBytes(bytesOf(bytes), encoding), marked) << label;
@@ -137,7 +146,11 @@ TEST(PlatformEncoding, RefusesCharactersWithoutRepresentation) {
       {u"a", 0x90000100, std::string("\0a", 2)},
       {u"Žž$", kKOI8CS2StringEncoding, "\xFA\xDA$"},
       {u"€", kKOI8CS2StringEncoding, std::nullopt},
-      {u"\xD800", 4, std::nullopt}};
+      {u"\xD800", 4, std::nullopt},
+      {u"Șș", 0x80000210, "\xAA\xBA"},
+      {u"あ.", 0x80000823, "\x1B$B$\"\x1B(B."},  // JIS X 0208 where it has the character
+      {u"€", 0x80000A07, std::nullopt},
+      {u"Šš", 0x80000024, "\xA9\xB9"}};
   for (const auto& [text, encoding, expected] : rows)
     EXPECT_EQ(encodeText(text, encoding), expected) << toUtf8(text) << " " << encoding;
   // Host-order UTF-16 carries a byte-order mark, so it reads back alone.

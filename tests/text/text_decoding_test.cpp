@@ -19,7 +19,7 @@ using Text = std::optional<TextString>;
 
 constexpr StringEncoding kU8 = kUTF8StringEncoding, kL1 = kISOLatin1StringEncoding,
                          kAscii = kASCIIStringEncoding, kUtf16 = kUnicodeStringEncoding,
-                         kDetect = kDetectEncoding, kNoConverter = 0x80000210;
+                         kDetect = kDetectEncoding, kNoConverter = 0x80000005;  // Mac Hebrew
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
