@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+#include "base/openstep_property_list.h"
+
 namespace ulvek {
 namespace {
 
@@ -357,7 +359,9 @@ std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t>
   plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                     static_cast<uint32_t>(bytes.size()), &root);
   PlistPtr owner(root);
-  return toValue(root, 0);
+  if (root) return toValue(root, 0);
+  // libplist reads binary and XML lists only.
+  return openStepPropertyListFromBytes(bytes);
 }
 
 std::optional<Data> binaryPropertyList(const PropertyValue& value, std::string* errorMessage) {

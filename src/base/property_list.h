@@ -17,7 +17,8 @@ inline constexpr int kMaxPropertyListDepth = 512;
 // and such keys are refused. Code that calls libplist directly asks this first.
 bool propertyListBytesAreSafe(std::span<const std::uint8_t> bytes);
 
-// Parses a binary ("bplist00…") or XML property list; nothing when the bytes are not one.
+// Parses a binary ("bplist00…"), XML or OpenStep text property list, or a strings file; nothing
+// when the bytes are not one.
 std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes);
 
 // Serialises a value as a binary property list, version 1.0; nothing (with the serializer's

@@ -1,7 +1,6 @@
 #include "text/text_decoding.h"
 
 #include <fcntl.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
 #include <uchardet/uchardet.h>
 #include <unicode/ucsdet.h>
@@ -228,27 +227,28 @@ bool hasPropertyListExtension(const std::string& path) {
 
 // A property list of any format as the text of its XML form.
 std::optional<TextString> propertyListAsXml(Bytes bytes) {
-  if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-  if (!propertyListBytesAreSafe(bytes)) return std::nullopt;
-  plist_t root = nullptr;
-  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
-                    static_cast<uint32_t>(bytes.size()), &root);
-  if (!root) return std::nullopt;
-  char* xml = nullptr;
-  uint32_t length = 0;
-  plist_to_xml(root, &xml, &length);
-  plist_free(root);
-  if (!xml) return std::nullopt;
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes);
+  if (!list) return std::nullopt;
+  std::optional<std::string> xml = xmlPropertyList(*list);
   TextString text;
-  bool valid = fromUtf8Strict(std::string_view(xml, length), text);
-  plist_to_xml_free(xml);
-  if (!valid) return std::nullopt;
+  if (!xml || !fromUtf8Strict(*xml, text)) return std::nullopt;
   return text;
 }
 
 // Steps 3 to 6 of markup file decoding, on bytes that are not a property list.
 std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEncoding,
                                            StringEncoding& used) {
+  // A byte-order mark decides before the default and any declaration.
+  for (auto [mark, encoding] :
+       {std::pair{std::string_view("\xFF\xFE"), kUTF16LittleEndianStringEncoding},
+        std::pair{std::string_view("\xFE\xFF"), kUTF16BigEndianStringEncoding},
+        std::pair{std::string_view("\xEF\xBB\xBF"), kUTF8StringEncoding}}) {
+    if (!startsWith(bytes, mark)) continue;
+    if (std::optional<Decoding> marked = decodeMarkup(bytes, encoding)) {
+      used = encoding;
+      return std::move(marked->text);
+    }
+  }
   used = defaultEncoding;
   std::optional<Decoding> first = decodeMarkup(bytes, defaultEncoding);
   if (!first) return std::nullopt;

@@ -86,6 +86,44 @@ TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
     EXPECT_FALSE(propertyListFromBytes(bytesOf(bytes))) << name;
 }
 
+TEST(PropertyList, OpenStepListsAndStringsFiles) {
+  const std::string utf16Strings =
+      std::string("\xFF\xFE", 2) + std::string("\"\0a\0\"\0=\0\"\0\xFC\0\"\0;\0", 16);
+  const std::vector<std::pair<std::string, PropertyValue>> rows = {
+      {"{ CFBundleName = Viewer; CFBundleVersion = \"1.0\"; }",
+       PropertyDictionary{{"CFBundleName", u"Viewer"}, {"CFBundleVersion", u"1.0"}}},
+      {"// comment\n{ a = (1, \"two\", <0fbd 77>, {b = c;},); /* note */ }",
+       PropertyDictionary{{"a", PropertyArray{u"1", u"two", Data{0x0F, 0xBD, 0x77},
+                                              PropertyDictionary{{"b", u"c"}}}}}},
+      {"\"Hello\" = \"Hallo \\\"Welt\\\"\\n\\U00e9\\101\";\n\"Same\";",
+       PropertyDictionary{{"Hello", u"Hallo \"Welt\"\néA"}, {"Same", u"Same"}}},
+      {"\xEF\xBB\xBF\"k\" = \"v\";", PropertyDictionary{{"k", u"v"}}},
+      {utf16Strings, PropertyDictionary{{"a", u"ü"}}},
+      {"(  )", PropertyArray{}},
+      {"\"just a string\"", PropertyValue(u"just a string")},
+      {"{}", PropertyDictionary{}},
+  };
+  for (const auto& [text, expected] : rows) {
+    std::optional<PropertyValue> value = propertyListFromBytes(bytesOf(text));
+    ASSERT_TRUE(value) << text;
+    EXPECT_EQ(*value, expected) << text;
+  }
+
+  std::string deep(100000, '(');
+  const std::pair<const char*, std::string> refused[] = {
+      {"bare word", "hello"},
+      {"sentence", "hello world"},
+      {"missing semicolon", "{ a = b }"},
+      {"unterminated string", "{ a = \"b; }"},
+      {"odd hex digits", "<0fb>"},
+      {"unclosed array", "(a, b"},
+      {"nested 100000 deep", deep},
+      {"XML-looking", "<?xml version=\"1.0\"?><plist><string>x</plist>"},
+  };
+  for (const auto& [name, bytes] : refused)
+    EXPECT_FALSE(propertyListFromBytes(bytesOf(bytes))) << name;
+}
+
 TEST(PropertyList, XmlIsReadAndLoneSurrogatesAreNotWritten) {
   auto value = propertyListFromBytes(
       bytesOf("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>URL</key>"
