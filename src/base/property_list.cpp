@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "base/binary_property_list.h"
 #include "base/openstep_property_list.h"
 
 namespace ulvek {
@@ -180,141 +181,8 @@ plist_t toNode(const PropertyValue& value, int depth, std::string* errorMessage)
   return nullptr;
 }
 
-std::uint64_t readBigEndian(const std::uint8_t* bytes, std::size_t size) {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < size; ++i) value = (value << 8) | bytes[i];
-  return value;
-}
-
-// libplist parses nested containers recursively, so a hostile list nested deep enough overflows
-// the stack; it also aborts the process on a dictionary key holding a NUL unit. These checks find
-// both before libplist sees the bytes; anything else malformed is left to libplist's own checks.
-
-// Walks the objects reachable from a binary list's top object without recursion.
-class BinaryListCheck {
- public:
-  explicit BinaryListCheck(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-
-  bool safe() {
-    constexpr std::size_t kTrailerSize = 32;
-    if (bytes_.size() < 8 + kTrailerSize) return true;
-    const std::uint8_t* trailer = bytes_.data() + bytes_.size() - kTrailerSize;
-    offsetSize_ = trailer[6];
-    refSize_ = trailer[7];
-    objectCount_ = readBigEndian(trailer + 8, 8);
-    const std::uint64_t top = readBigEndian(trailer + 16, 8);
-    tableOffset_ = readBigEndian(trailer + 24, 8);
-    end_ = bytes_.size() - kTrailerSize;
-    if (offsetSize_ == 0 || offsetSize_ > 8 || refSize_ == 0 || refSize_ > 8) return true;
-    if (tableOffset_ > end_ || objectCount_ > (end_ - tableOffset_) / offsetSize_) return true;
-    if (top >= objectCount_) return true;
-    return walk(top);
-  }
-
- private:
-  enum : std::uint8_t { kUnseen, kOpen, kDone };
-  struct Frame {
-    std::uint64_t index;
-    std::size_t refs;        // where the references start
-    std::uint64_t refCount;  // keys and values for a dictionary
-    std::uint64_t next = 0;
-    std::uint64_t keyCount = 0;  // the first keyCount references of a dictionary are its keys
-  };
-
-  bool walk(std::uint64_t top) {
-    state_.assign(objectCount_, kUnseen);
-    std::vector<Frame> stack;
-    if (!enter(top, stack)) return false;
-    while (!stack.empty()) {
-      Frame& frame = stack.back();
-      if (frame.next == frame.refCount) {
-        state_[frame.index] = kDone;
-        stack.pop_back();
-        continue;
-      }
-      const bool isKey = frame.next < frame.keyCount;
-      const std::uint64_t child =
-          readBigEndian(bytes_.data() + frame.refs + frame.next * refSize_, refSize_);
-      ++frame.next;
-      if (child >= objectCount_) continue;
-      auto offset = objectOffset(child);
-      if (!offset) continue;
-      if (isKey && stringHasNul(*offset)) return false;
-      if (state_[child] == kOpen) return false;  // a cycle
-      if (state_[child] == kDone) continue;      // shared subtrees were measured on first sight
-      if (!enter(child, stack)) return false;
-    }
-    return true;
-  }
-
-  // Pushes a container; marks anything else done. False when nesting gets too deep.
-  bool enter(std::uint64_t index, std::vector<Frame>& stack) {
-    auto offset = objectOffset(index);
-    const unsigned type = offset ? bytes_[*offset] >> 4 : 0;
-    if (type != 0xA && type != 0xB && type != 0xC && type != 0xD) {
-      state_[index] = kDone;
-      return true;
-    }
-    if (stack.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) return false;
-    std::uint64_t count = 0;
-    std::size_t start = 0;
-    if (!countAt(*offset, count, start)) {
-      state_[index] = kDone;
-      return true;
-    }
-    const std::uint64_t refCount = type == 0xD ? count * 2 : count;
-    if (count > (end_ - start) / refSize_ || refCount > (end_ - start) / refSize_) {
-      state_[index] = kDone;
-      return true;
-    }
-    state_[index] = kOpen;
-    stack.push_back({index, start, refCount, 0, type == 0xD ? count : 0});
-    return true;
-  }
-
-  std::optional<std::size_t> objectOffset(std::uint64_t index) const {
-    std::uint64_t offset =
-        readBigEndian(bytes_.data() + tableOffset_ + index * offsetSize_, offsetSize_);
-    if (offset >= end_) return std::nullopt;
-    return static_cast<std::size_t>(offset);
-  }
-
-  // Count of an object's elements and where they start, following the 0xF extended form.
-  bool countAt(std::size_t offset, std::uint64_t& count, std::size_t& start) const {
-    count = bytes_[offset] & 0x0F;
-    start = offset + 1;
-    if (count != 0x0F) return true;
-    if (start >= end_ || (bytes_[start] & 0xF0) != 0x10) return false;
-    const std::size_t size = std::size_t{1} << (bytes_[start] & 0x03);
-    if (start + 1 + size > end_) return false;
-    count = readBigEndian(bytes_.data() + start + 1, size);
-    start += 1 + size;
-    return true;
-  }
-
-  bool stringHasNul(std::size_t offset) const {
-    const unsigned type = bytes_[offset] >> 4;
-    if (type != 0x5 && type != 0x6 && type != 0x7) return false;
-    std::uint64_t count = 0;
-    std::size_t start = 0;
-    if (!countAt(offset, count, start)) return false;
-    const std::uint64_t unitSize = type == 0x6 ? 2 : 1;
-    if (count > (end_ - start) / unitSize) return false;
-    for (std::uint64_t i = 0; i < count; ++i) {
-      const std::uint8_t* unit = bytes_.data() + start + i * unitSize;
-      if (unit[0] == 0 && (unitSize == 1 || unit[1] == 0)) return true;
-    }
-    return false;
-  }
-
-  std::span<const std::uint8_t> bytes_;
-  std::size_t offsetSize_ = 0;
-  std::size_t refSize_ = 0;
-  std::uint64_t objectCount_ = 0;
-  std::uint64_t tableOffset_ = 0;
-  std::size_t end_ = 0;
-  std::vector<std::uint8_t> state_;
-};
+// libplist parses nested containers recursively, so a hostile XML list nested deep enough
+// overflows the stack; such lists are refused before libplist sees them.
 
 bool startsWithName(std::span<const std::uint8_t> bytes, std::size_t at, std::string_view name) {
   if (bytes.size() - at < name.size() + 1) return false;
@@ -344,39 +212,27 @@ bool xmlListIsShallow(std::span<const std::uint8_t> bytes) {
   return true;
 }
 
-}  // namespace
-
-bool propertyListBytesAreSafe(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() >= 6 && std::memcmp(bytes.data(), "bplist", 6) == 0)
-    return BinaryListCheck(bytes).safe();
-  return xmlListIsShallow(bytes);
+bool startsWithBinaryMagic(std::span<const std::uint8_t> bytes) {
+  return bytes.size() >= 6 && std::memcmp(bytes.data(), "bplist", 6) == 0;
 }
+
+}  // namespace
 
 std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-  if (!propertyListBytesAreSafe(bytes)) return std::nullopt;
+  if (startsWithBinaryMagic(bytes)) return readBinaryPropertyList(bytes);
+  if (!xmlListIsShallow(bytes)) return std::nullopt;
   plist_t root = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                     static_cast<uint32_t>(bytes.size()), &root);
   PlistPtr owner(root);
   if (root) return toValue(root, 0);
-  // libplist reads binary and XML lists only.
+  // libplist reads XML lists; OpenStep text is ours.
   return openStepPropertyListFromBytes(bytes);
 }
 
 std::optional<Data> binaryPropertyList(const PropertyValue& value, std::string* errorMessage) {
-  PlistPtr root(toNode(value, 0, errorMessage));
-  if (!root) return std::nullopt;
-  char* bytes = nullptr;
-  uint32_t length = 0;
-  plist_to_bin(root.get(), &bytes, &length);
-  if (!bytes) {
-    if (errorMessage) *errorMessage = "The value could not be serialized";
-    return std::nullopt;
-  }
-  Data out(reinterpret_cast<std::uint8_t*>(bytes), reinterpret_cast<std::uint8_t*>(bytes) + length);
-  plist_to_bin_free(bytes);
-  return out;
+  return writeBinaryPropertyList(value, errorMessage);
 }
 
 std::optional<std::string> xmlPropertyList(const PropertyValue& value) {

@@ -12,11 +12,6 @@ namespace ulvek {
 // Nesting deeper than this is refused as malformed: nobody writes such lists, attackers do.
 inline constexpr int kMaxPropertyListDepth = 512;
 
-// Whether libplist may be given these bytes: it recurses once per nesting level and aborts on
-// dictionary keys holding a NUL unit, so lists nested deeper than the limit, cyclic binary lists
-// and such keys are refused. Code that calls libplist directly asks this first.
-bool propertyListBytesAreSafe(std::span<const std::uint8_t> bytes);
-
 // Parses a binary ("bplist00…"), XML or OpenStep text property list, or a strings file; nothing
 // when the bytes are not one.
 std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes);

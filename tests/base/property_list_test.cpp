@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
 namespace ulvek {
 namespace {
+
+using namespace std::string_literals;
 
 std::span<const std::uint8_t> bytesOf(const std::string& text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
@@ -51,6 +54,62 @@ std::string binaryArrayChain(std::uint32_t depth, bool cycle = false) {
   return out;
 }
 
+// Each array holds the next one twice: 2^depth values from a few hundred bytes.
+std::string binaryDoublingChain(std::uint32_t depth) {
+  std::string out = "bplist00";
+  std::vector<std::uint64_t> offsets;
+  for (std::uint32_t i = 0; i < depth; ++i) {
+    offsets.push_back(out.size());
+    out += '\xA2';
+    out += static_cast<char>(i + 1);
+    out += static_cast<char>(i + 1);
+  }
+  offsets.push_back(out.size());
+  out += '\xA0';
+  const std::uint64_t table = out.size();
+  for (std::uint64_t offset : offsets) out += static_cast<char>(offset);
+  out += std::string(6, '\0');
+  out += '\x01';
+  out += '\x01';
+  for (std::uint64_t value : {std::uint64_t{offsets.size()}, std::uint64_t{0}, table})
+    for (int shift = 56; shift >= 0; shift -= 8) out += static_cast<char>((value >> shift) & 0xFF);
+  return out;
+}
+
+TEST(PropertyList, BinaryKeepsNulUnitsAndTheWholeIntegerRange) {
+  const PropertyValue value(
+      PropertyDictionary{{"ascii", u"Before\0After"s},
+                         {"wide", u"Gr\u00FC\0\u00DFe"s},
+                         {std::string("key\0with NUL", 12), u"v"},
+                         {"largest unsigned", std::uint64_t{18446744073709551615u}},
+                         {"above the signed range", std::uint64_t{9223372036854775808u}},
+                         {"smallest", std::numeric_limits<std::int64_t>::min()},
+                         {"long string", PropertyValue(TextString(70000, u'x'))},
+                         {"before 2001", Date{-1234567}}});
+  std::optional<Data> bytes = binaryPropertyList(value);
+  ASSERT_TRUE(bytes);
+  EXPECT_EQ(propertyListFromBytes(*bytes), value);
+
+  // Written by another program (Python's plistlib): the same reading.
+  const std::string python(
+      "\x62\x70\x6c\x69\x73\x74\x30\x30\xd5\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0a\x51"
+      "\x64\x51\x6e\x51\x73\x51\x75\x51\x78\x33\x41\xc1\xde\xca\x92\x80\x00\x00\x13\xff"
+      "\xff\xff\xff\xff\xff\xff\xfe\x5c\x42\x65\x66\x6f\x72\x65\x00\x41\x66\x74\x65\x72"
+      "\x14\x00\x00\x00\x00\x00\x00\x00\x00\xff\xff\xff\xff\xff\xff\xff\xff\xa3\x0b\x0c"
+      "\x0d\x23\x3f\xf8\x00\x00\x00\x00\x00\x00\x09\x42\x00\x01\x08\x13\x15\x17\x19\x1b"
+      "\x1d\x26\x2f\x3c\x4d\x51\x5a\x5b\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00"
+      "\x00\x00\x00\x0e\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x5e",
+      140);
+  std::optional<PropertyValue> read = propertyListFromBytes(bytesOf(python));
+  ASSERT_TRUE(read && read->dictionary());
+  const PropertyDictionary& entries = *read->dictionary();
+  EXPECT_EQ(entries.at("s"), PropertyValue(u"Before\0After"s));
+  EXPECT_EQ(entries.at("u"), PropertyValue(std::uint64_t{18446744073709551615u}));
+  EXPECT_EQ(entries.at("n"), PropertyValue(std::int64_t{-2}));
+  EXPECT_EQ(entries.at("d"), PropertyValue(Date{1577934245000000}));
+  EXPECT_EQ(entries.at("x"), PropertyValue(PropertyArray{1.5, true, Data{0, 1}}));
+}
+
 TEST(PropertyList, NestingWithinTheLimitIsRead) {
   auto value = propertyListFromBytes(bytesOf(binaryArrayChain(100)));
   ASSERT_TRUE(value);
@@ -72,18 +131,23 @@ TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
       {"XML nested 200000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
       {"binary nested 200000 deep", binaryArrayChain(200000)},
       {"binary array holding itself", binaryArrayChain(3, true)},
-      // A fuzzing find: libplist aborts on such a key unless it is refused first.
-      {"dictionary key with a NUL unit",
-       std::string(
-           "\x62\x70\x6c\x69\x73\x74\x30\x30\xd2\x01\x02\x03\x04\x54\x4c\x61\x55\x65\x6d\x53"
-           "\x72\x4e\x51\x3d\x23\x5f\x10\x15\x68\x74\x74\x70\x73\x3a\x2f\x2f\x65\x78\x01\x00"
-           "\x00\x00\x00\x00\x00\x00\x67\x2f\x62\x08\x0d\x12\x16\x18\x00\x00\x00\x00\x00\x00"
-           "\x01\x01\x00\x00\x00\x00\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00"
-           "\x00\x00\x00\x00\x00\x31",
-           86)},
+      {"binary shared objects expanding to 2^60 values", binaryDoublingChain(60)},
+
   };
   for (const auto& [name, bytes] : rows)
     EXPECT_FALSE(propertyListFromBytes(bytesOf(bytes))) << name;
+
+  // A fuzzing find that made libplist abort: a dictionary key holding a NUL unit is now read.
+  const std::string nulKey(
+      "\x62\x70\x6c\x69\x73\x74\x30\x30\xd2\x01\x02\x03\x04\x54\x4c\x61\x55\x65\x6d\x53"
+      "\x72\x4e\x51\x3d\x23\x5f\x10\x15\x68\x74\x74\x70\x73\x3a\x2f\x2f\x65\x78\x01\x00"
+      "\x00\x00\x00\x00\x00\x00\x67\x2f\x62\x08\x0d\x12\x16\x18\x00\x00\x00\x00\x00\x00"
+      "\x01\x01\x00\x00\x00\x00\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00"
+      "\x00\x00\x00\x00\x00\x31",
+      86);
+  std::optional<PropertyValue> read = propertyListFromBytes(bytesOf(nulKey));
+  ASSERT_TRUE(read && read->dictionary());
+  EXPECT_EQ(read->dictionary()->size(), 2u);
 }
 
 TEST(PropertyList, OpenStepListsAndStringsFiles) {
