@@ -327,13 +327,15 @@ std::optional<EPUBCover> EPUBParser::cover() {
   if (!member) return std::nullopt;
   std::optional<Data> bytes = dataForNamedFile(*member);
   if (!bytes || bytes->empty()) return std::nullopt;
+  // Text (a page, a note) is no picture; bytes the magic database does not know may still be.
   std::optional<std::string> sniffed = sniffedMIMEType(*bytes);
-  if (sniffed && !sniffed->starts_with("image/")) {
+  if (sniffed && sniffed->starts_with("text/")) {
     logLine("Cover of " + epubPath_ + " is no image: " + *member + " (" + *sniffed + ")");
     return std::nullopt;
   }
   std::optional<std::string> type = mediaTypeOfMember(*member);
-  if (!type || !type->starts_with("image/")) type = sniffed;
+  if (!type || !type->starts_with("image/"))
+    type = sniffed && sniffed->starts_with("image/") ? sniffed : std::nullopt;
   if (!type) {
     std::string extension = toUtf8(pathExtension(*member));
     if (std::optional<std::string_view> uti = contentTypeForExtension(extension))
@@ -431,9 +433,8 @@ std::optional<TextString> EPUBParser::htmlContents() {
           return false;
         }
         std::optional<Data> css = dataForNamedFile(*member);
-        std::optional<TextString> style =
-            css ? stringWithData(*css, kDetectEncoding) : std::nullopt;
-        if (style) copy += u"<style><!--\n" + *style + u"\n--></style>\n";
+        std::optional<DetectedText> style = css ? decodeDetectingEncoding(*css) : std::nullopt;
+        if (style) copy += u"<style><!--\n" + style->text + u"\n--></style>\n";
       } else {
         copy += tag;
       }

@@ -131,7 +131,10 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
 
 void EPUBParser::parse(const std::string& member) {
   std::optional<Data> xml = dataForNamedFile(member);
-  if (!xml) return;
+  if (!xml) {
+    logLine("Damaged book: " + epubPath_ + " (no " + member + ")");
+    return;
+  }
   std::string opfFolderPath = opfFolder();
   // The value whose text is being collected, and how it is held.
   std::optional<std::pair<std::string, Holds>> collecting;

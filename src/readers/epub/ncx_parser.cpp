@@ -145,7 +145,12 @@ bool parseNavDocument(std::string_view xml, std::vector<Node>& nodes) {
   events.text = [&](std::string_view text) {
     if (labelDepth != 0) label += text;
   };
-  return parseXml(xml, events);
+  bool wellFormed = parseXml(xml, events);
+  // A document that breaks off inside a label keeps the label read so far.
+  if (labelDepth != 0 && stack.back() != kRoot)
+    nodes[stack.back()].label =
+        stringByTrimmingWhiteSpaces(stringByRemovingMultipleWhiteSpaces(fromUtf8(label)));
+  return wellFormed;
 }
 
 // A heading without a link of its own leads to its first linked descendant; one that leads

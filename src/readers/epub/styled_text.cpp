@@ -93,10 +93,8 @@ class StyledTextBuilder {
     TextString piece;
     for (char16_t c : converted) {
       if (pre_ == 0 && isWhite(c)) {
-        if (atLineStart() || (!piece.empty() && piece.back() == u' ') ||
-            (piece.empty() && lastWasSpace()))
-          continue;
-        piece += u' ';
+        bool afterSpace = piece.empty() ? atLineStart() || lastWasSpace() : piece.back() == u' ';
+        if (!afterSpace) piece += u' ';
         continue;
       }
       if (pendingBreaks_ > 0 && piece.empty()) flushBreaks();
@@ -119,8 +117,12 @@ class StyledTextBuilder {
     if (!text_.runs.empty()) {
       TextString& last = text_.runs.back().text;
       while (!last.empty() && last.back() == u' ') last.pop_back();
-      // Breaks carry no style of their own: they end the previous run.
-      last.append(static_cast<std::size_t>(pendingBreaks_), u'\n');
+      // Breaks belong to no heading or link: they go in a plain run.
+      TextString breaks(static_cast<std::size_t>(pendingBreaks_), u'\n');
+      if (text_.runs.back().style == TextStyle{})
+        last += breaks;
+      else
+        text_.runs.push_back({breaks, TextStyle{}});
     }
     pendingBreaks_ = 0;
   }
@@ -216,7 +218,8 @@ std::string rtfString(const StyledText& text) {
       rtf += "\\b";
     if (style.italic) rtf += "\\i";
     if (link) rtf += "\\ul";
-    rtf += ' ';
+    // A space ends the last control word; plain runs have none.
+    if (rtf.back() != '{') rtf += ' ';
     appendEscaped(rtf, run.text);
     rtf += '}';
     if (link) rtf += "}}";
