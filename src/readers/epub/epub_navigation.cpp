@@ -441,7 +441,12 @@ std::optional<TextString> EPUBParser::htmlContents() {
       if (!later && start && item.nameIs("body")) emitAnchor();
       return false;
     };
-    parseXmlWithHandler(*source, handle, nullptr, false);
+    // A page that repeats a large image thousands of times stops as soon as it is too large.
+    auto bounded = [&](const MarkupItem& item) {
+      handle(item);
+      return result.size() + copy.size() > kMaxMergedUnits;
+    };
+    parseXmlWithHandler(*source, bounded, nullptr, false);
     if (droppedImages > 0)
       logLine("Dropped " + std::to_string(droppedImages) + " images that are not in " + epubPath_ +
               " (" + page + ")");
