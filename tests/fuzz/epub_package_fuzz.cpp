@@ -1,5 +1,6 @@
 // The EPUB reader's container and package events, and its rights files: the bytes become the
-// package document (or the rights file) of a book made here, around one chapter.
+// package document (or the rights file) of a book made here, around one chapter, which is then
+// read as text, table of contents, merged HTML and cover.
 #include <minizip/zip.h>
 #include <unistd.h>
 
@@ -38,6 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   zipClose(zip, nullptr);
   ulvek::EPUBParser book(path);
   book.textContents();
+  book.rootChildren();
+  book.htmlContents();
+  book.cover();
   std::remove(path.c_str());
   return 0;
 }

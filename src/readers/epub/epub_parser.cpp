@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "platform/file_bytes.h"
+#include "readers/epub/epub_paths.h"
 #include "readers/xml/xml_events.h"
 #include "text/encodings.h"
 #include "text/html_to_text.h"
@@ -28,25 +29,6 @@ std::string lowercase(std::string text) {
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && lowercase(std::string(a)) == lowercase(std::string(b));
-}
-
-// Percent escapes decoded as UTF-8; nothing when an escape is broken or decodes to no UTF-8.
-std::optional<std::string> percentDecoded(std::string_view text) {
-  std::string decoded;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[i + 1])) ||
-        !std::isxdigit(static_cast<unsigned char>(text[i + 2])))
-      return std::nullopt;
-    decoded += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-    i += 2;
-  }
-  TextString check;
-  if (!fromUtf8Strict(decoded, check)) return std::nullopt;
-  return decoded;
 }
 
 // A value is true when, after white space, a sign and zeros, it starts with Y, T or 1-9.
@@ -149,7 +131,10 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
 
 void EPUBParser::parse(const std::string& member) {
   std::optional<Data> xml = dataForNamedFile(member);
-  if (!xml) return;
+  if (!xml) {
+    logLine("Damaged book: " + epubPath_ + " (no " + member + ")");
+    return;
+  }
   std::string opfFolderPath = opfFolder();
   // The value whose text is being collected, and how it is held.
   std::optional<std::pair<std::string, Holds>> collecting;
@@ -199,6 +184,10 @@ void EPUBParser::parse(const std::string& member) {
       std::string type = attribute(attributes, "media-type");
       std::string properties = attribute(attributes, "properties");
       if (!href || href->empty()) return;
+      if (!type.empty())
+        if (std::optional<std::string> member =
+                normalizedMemberPath(joinedPath(opfFolderPath, *href)))
+          mediaTypes_[*member] = type;
       if (type == "application/xhtml+xml") {
         if (id.empty()) return;
         if (equalsIgnoringCase(id, "toc") || equalsIgnoringCase(properties, "nav"))
@@ -212,6 +201,11 @@ void EPUBParser::parse(const std::string& member) {
           coverPath_ = *href;
         auxiliaryFiles_.push_back(*href);
       }
+    } else if (name == "reference") {
+      // The guide's cover page, for books whose manifest marks no cover image.
+      if (equalsIgnoringCase(attribute(attributes, "type"), "cover"))
+        if (std::optional<std::string> href = percentDecoded(attribute(attributes, "href")))
+          guideCover_ = withoutFragment(*href);
     } else if (name == "itemref") {
       const char* linear = xmlAttribute(attributes, "linear");
       std::string idref = attribute(attributes, "idref");

@@ -1,0 +1,156 @@
+#include "readers/epub/epub_paths.h"
+
+#include <cctype>
+#include <vector>
+
+#include "base/text_string.h"
+
+namespace ulvek {
+namespace {
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+// A scheme is letters, digits, "+", "-" and "." before the first ":", starting with a letter.
+bool hasURLScheme(std::string_view link) {
+  std::size_t colon = link.find(':');
+  if (colon == std::string_view::npos || colon == 0) return false;
+  if (!std::isalpha(static_cast<unsigned char>(link[0]))) return false;
+  for (char c : link.substr(0, colon))
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.')
+      return false;
+  return true;
+}
+
+namespace {
+
+std::vector<std::string_view> segments(std::string_view path) {
+  std::vector<std::string_view> parts;
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    std::size_t slash = path.find('/', start);
+    if (slash == std::string_view::npos) slash = path.size();
+    if (slash > start) parts.push_back(path.substr(start, slash - start));
+    start = slash + 1;
+  }
+  return parts;
+}
+
+}  // namespace
+
+std::optional<std::string> percentDecoded(std::string_view text) {
+  std::string decoded;
+  decoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded += text[i];
+      continue;
+    }
+    if (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0)
+      return std::nullopt;
+    decoded += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+    i += 2;
+  }
+  TextString check;
+  if (!fromUtf8Strict(decoded, check)) return std::nullopt;
+  return decoded;
+}
+
+std::string withoutFragment(std::string_view target) {
+  std::size_t hash = target.find('#');
+  if (hash == std::string_view::npos) return std::string(target);
+  bool documentFragment =
+      hash + 2 < target.size() && (target[hash + 1] == '!' || target[hash + 1] == '/');
+  return std::string(documentFragment ? target : target.substr(0, hash));
+}
+
+std::optional<std::string> normalizedMemberPath(std::string_view path) {
+  std::vector<std::string_view> kept;
+  for (std::string_view part : segments(path)) {
+    if (part == ".") continue;
+    if (part == "..") {
+      if (kept.empty()) return std::nullopt;
+      kept.pop_back();
+      continue;
+    }
+    kept.push_back(part);
+  }
+  std::string normalized;
+  for (std::string_view part : kept) {
+    if (!normalized.empty()) normalized += '/';
+    normalized += part;
+  }
+  return normalized;
+}
+
+std::optional<std::string> resolvedMemberPath(std::string_view baseMember, std::string_view link) {
+  while (!link.empty() && std::isspace(static_cast<unsigned char>(link.front())))
+    link.remove_prefix(1);
+  while (!link.empty() && std::isspace(static_cast<unsigned char>(link.back())))
+    link.remove_suffix(1);
+  if (hasURLScheme(link) || link.starts_with('/')) return std::nullopt;
+  link = link.substr(0, link.find_first_of("?#"));
+  if (link.empty()) return std::string(baseMember);
+  std::optional<std::string> decoded = percentDecoded(link);
+  if (!decoded) return std::nullopt;
+  std::string folder = memberFolder(baseMember);
+  return normalizedMemberPath(folder.empty() ? *decoded : folder + "/" + *decoded);
+}
+
+std::string relativeMemberPath(std::string_view member, std::string_view folder) {
+  std::vector<std::string_view> to = segments(member), from = segments(folder);
+  std::size_t common = 0;
+  while (common < to.size() && common < from.size() && to[common] == from[common]) ++common;
+  std::string relative;
+  for (std::size_t i = common; i < from.size(); ++i) relative += "../";
+  for (std::size_t i = common; i < to.size(); ++i) {
+    relative += to[i];
+    if (i + 1 < to.size()) relative += '/';
+  }
+  return relative;
+}
+
+std::string memberFolder(std::string_view member) {
+  std::size_t slash = member.rfind('/');
+  return slash == std::string_view::npos ? std::string() : std::string(member.substr(0, slash));
+}
+
+std::string memberName(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  std::size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+std::string fileURLWithPath(std::string_view path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string url = "file://";
+  for (char c : path) {
+    auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
+      url += c;
+    } else {
+      url += '%';
+      url += kHex[byte >> 4];
+      url += kHex[byte & 15];
+    }
+  }
+  return url;
+}
+
+std::optional<std::string> pathOfFileURL(std::string_view url) {
+  constexpr std::string_view kScheme = "file://";
+  if (url.size() <= kScheme.size() || url.substr(0, kScheme.size()) != kScheme) return std::nullopt;
+  std::string_view rest = url.substr(kScheme.size());
+  // "file://localhost/path" names the same file as "file:///path".
+  if (rest.starts_with("localhost/")) rest.remove_prefix(9);
+  if (!rest.starts_with('/')) return std::nullopt;
+  return percentDecoded(rest.substr(0, rest.find_first_of("?#")));
+}
+
+}  // namespace ulvek

@@ -1,0 +1,12 @@
+// HTML into styled runs and the runs into RTF, as a book's merged HTML is shown.
+#include <cstdint>
+#include <string_view>
+
+#include "readers/epub/styled_text.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  ulvek::TextString html =
+      ulvek::fromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
+  ulvek::rtfString(ulvek::styledTextFromHtml(html));
+  return 0;
+}
