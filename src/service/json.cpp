@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "base/base64.h"
+
 namespace ulvek {
 namespace {
 
@@ -82,28 +84,6 @@ void appendReal(std::string& out, double value) {
   if (text.find_first_of(".e") == std::string_view::npos) out += ".0";
 }
 
-void appendBase64(std::string& out, const Data& data) {
-  static constexpr char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  out += '"';
-  std::size_t i = 0;
-  for (; i + 3 <= data.size(); i += 3) {
-    std::uint32_t group = data[i] << 16 | data[i + 1] << 8 | data[i + 2];
-    out += kAlphabet[group >> 18 & 63];
-    out += kAlphabet[group >> 12 & 63];
-    out += kAlphabet[group >> 6 & 63];
-    out += kAlphabet[group & 63];
-  }
-  if (std::size_t left = data.size() - i; left > 0) {
-    std::uint32_t group = data[i] << 16 | (left == 2 ? data[i + 1] << 8 : 0);
-    out += kAlphabet[group >> 18 & 63];
-    out += kAlphabet[group >> 12 & 63];
-    out += left == 2 ? kAlphabet[group >> 6 & 63] : '=';
-    out += '=';
-  }
-  out += '"';
-}
-
 void appendValue(std::string& out, const PropertyValue& value);
 
 void appendDictionary(std::string& out, const PropertyDictionary& dictionary) {
@@ -141,7 +121,9 @@ void appendValue(std::string& out, const PropertyValue& value) {
       appendEscaped(out, isoDateString(*value.date()));
       return;
     case Kind::Data:
+      out += '"';
       appendBase64(out, *value.data());
+      out += '"';
       return;
     case Kind::Array: {
       out += '[';

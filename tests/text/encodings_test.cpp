@@ -95,7 +95,9 @@ TEST(EncodingNumbers, PairBothWaysAndEveryConverterOpens) {
     UErrorCode status = U_ZERO_ERROR;
     if (name) ucnv_close(ucnv_open(name, &status));
     EXPECT_TRUE(U_SUCCESS(status)) << name;
-    if (name) EXPECT_TRUE(isCFEncodingAvailable(encoding)) << std::hex << encoding;
+    if (name) {
+      EXPECT_TRUE(isCFEncodingAvailable(encoding)) << std::hex << encoding;
+    }
     if (!isCFEncodingAvailable(encoding)) missing += " " + std::to_string(encoding);
   }
   std::printf("CF numbers without a converter:%s\n", missing.c_str());

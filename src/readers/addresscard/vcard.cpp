@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "base/base64.h"
 #include "base/log.h"
 #include "text/encodings.h"
 
@@ -302,37 +303,6 @@ std::string decodeQuotedPrintable(std::string_view text) {
       }
     }
     bytes.push_back(text[i]);
-  }
-  return bytes;
-}
-
-std::optional<std::string> decodeBase64(std::string_view text) {
-  std::string bytes;
-  std::uint32_t buffer = 0;
-  int bits = 0;
-  for (char c : text) {
-    int value;
-    if (c >= 'A' && c <= 'Z') {
-      value = c - 'A';
-    } else if (c >= 'a' && c <= 'z') {
-      value = c - 'a' + 26;
-    } else if (c >= '0' && c <= '9') {
-      value = c - '0' + 52;
-    } else if (c == '+' || c == '-') {
-      value = 62;
-    } else if (c == '/' || c == '_') {
-      value = 63;
-    } else if (c == '=' || c == ' ' || c == '\t' || c == '\r' || c == '\n') {
-      continue;
-    } else {
-      return std::nullopt;
-    }
-    buffer = (buffer << 6) | static_cast<std::uint32_t>(value);
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      bytes.push_back(static_cast<char>((buffer >> bits) & 0xFF));
-    }
   }
   return bytes;
 }

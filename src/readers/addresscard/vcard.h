@@ -52,8 +52,5 @@ TextString unescapeVCardText(TextView value);
 
 // Bytes of a quoted-printable value; "=" followed by anything but two hex digits stays literal.
 std::string decodeQuotedPrintable(std::string_view text);
-// Bytes of a base64 value, white space ignored; nothing at the first character outside the
-// alphabet.
-std::optional<std::string> decodeBase64(std::string_view text);
 
 }  // namespace ulvek

@@ -6,6 +6,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "base/base64.h"
 #include "base/log.h"
 #include "metadata/file_types.h"
 #include "platform/content_types.h"
@@ -55,26 +56,6 @@ TextString standardEntities(std::string_view text) {
     }
   }
   return converted;
-}
-
-std::string base64(const Data& bytes) {
-  static constexpr char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string encoded;
-  encoded.reserve((bytes.size() + 2) / 3 * 4);
-  std::size_t i = 0;
-  for (; i + 2 < bytes.size(); i += 3) {
-    std::uint32_t triple = bytes[i] << 16 | bytes[i + 1] << 8 | bytes[i + 2];
-    for (int shift : {18, 12, 6, 0}) encoded += kAlphabet[(triple >> shift) & 63];
-  }
-  if (std::size_t rest = bytes.size() - i; rest > 0) {
-    std::uint32_t triple = bytes[i] << 16 | (rest == 2 ? bytes[i + 1] << 8 : 0);
-    encoded += kAlphabet[(triple >> 18) & 63];
-    encoded += kAlphabet[(triple >> 12) & 63];
-    encoded += rest == 2 ? kAlphabet[(triple >> 6) & 63] : '=';
-    encoded += '=';
-  }
-  return encoded;
 }
 
 // An attribute's value as a link: character references converted.

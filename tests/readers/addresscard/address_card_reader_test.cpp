@@ -105,7 +105,9 @@ TEST(VCard, DamagedCardsAnswerLess) {
   for (const Row& row : rows) {
     CapturedLog log;
     EXPECT_EQ(Person::initWithData(bytesOf(row.data)).has_value(), row.readable) << row.name;
-    if (!row.logFragment.empty()) EXPECT_TRUE(log.contains(row.logFragment)) << row.name;
+    if (!row.logFragment.empty()) {
+      EXPECT_TRUE(log.contains(row.logFragment)) << row.name;
+    }
   }
 }
 
