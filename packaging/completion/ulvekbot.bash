@@ -28,6 +28,22 @@ _ulvekbot() {
       return
     fi
     ;;
+  epub)
+    if ((cword == 2)); then
+      COMPREPLY=($(compgen -W "info toc text html rtf first-page cover files" -- "$cur"))
+      return
+    fi
+    if [[ $prev == -o ]]; then
+      _filedir
+      return
+    fi
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W "--json -o --help" -- "$cur"))
+      return
+    fi
+    _filedir '@(epub)'
+    return
+    ;;
   sheet)
     if [[ $prev == --max-rows ]]; then return; fi
     if [[ $cur == -* ]]; then
