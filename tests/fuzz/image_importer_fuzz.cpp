@@ -1,0 +1,14 @@
+// Image.mdimporter's own code: choosing among XMP, IPTC and EXIF, dates with their offsets, GPS
+// coordinates and altitude. The first byte picks the file's kind.
+#include "../../bundles/Image/image_importer.cpp"
+#include "importer_fuzz_support.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  static const char* const kNames[] = {"image.jpg",  "image.png",  "image.tif",
+                                       "image.webp", "image.heic", "image.dng"};
+  const char* name = kNames[data[0] % std::size(kNames)];
+  ulvek::fuzzing::importScratch(importImage,
+                                ulvek::fuzzing::writeScratch(name, data + 1, size - 1));
+  return 0;
+}
