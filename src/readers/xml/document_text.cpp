@@ -1,5 +1,6 @@
 #include "readers/xml/document_text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -66,6 +67,18 @@ PropertyArray keywordList(std::string_view utf8) {
       word += c;
   }
   push();
+  return words;
+}
+
+PropertyArray keywordWords(std::string_view utf8) {
+  PropertyArray words = keywordList(utf8);
+  if (words.size() != 1 || utf8.find(' ') == std::string_view::npos) return words;
+  words.clear();
+  for (std::size_t start = 0; start < utf8.size();) {
+    std::size_t end = std::min(utf8.find(' ', start), utf8.size());
+    if (end > start) words.emplace_back(fromUtf8(utf8.substr(start, end - start)));
+    start = end + 1;
+  }
   return words;
 }
 

@@ -37,5 +37,8 @@ std::optional<Date> w3cDate(std::string_view text);
 
 // Keywords as one string ("a, b; c") into a list; a list of one when there is no separator.
 PropertyArray keywordList(std::string_view utf8);
+// The same, except that keywords without a comma or semicolon are a list of blank-separated
+// words, as word processors' property dialogs take them.
+PropertyArray keywordWords(std::string_view utf8);
 
 }  // namespace ulvek
