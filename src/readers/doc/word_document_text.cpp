@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <mutex>
 #include <set>
 
@@ -42,7 +43,13 @@ enum LongIndex : std::size_t {
   kCcpEdn,
   kCcpTxbx
 };
-enum TableIndex : std::size_t { kPlcffndRef = 2, kPlcBtePapx = 13, kClx = 33 };
+enum TableIndex : std::size_t {
+  kPlcffndRef = 2,
+  kPlcBtePapx = 13,
+  kClx = 33,
+  kPlfLst = 73,
+  kPlfLfo = 74
+};
 
 // Text compressed to one byte a character is Windows code page 1252.
 const std::array<char16_t, 256>& compressedCharacters() {
@@ -152,18 +159,76 @@ class PieceTable {
   std::vector<Piece> pieces_;
 };
 
-// Which paragraph marks end a table row, from the paragraph properties in the document stream.
-class RowMarks {
+// Calls visit(sprm, operand) for each property of a property list (grpprl).
+template <typename Visit>
+void forEachProperty(Bytes properties, Visit visit) {
+  constexpr std::uint16_t kTableDefinition = 0xD608;
+  // Operand sizes by the top three bits of the property's code; 0: the size comes first.
+  constexpr std::uint8_t kOperandSizes[8] = {1, 1, 2, 4, 2, 2, 0, 3};
+  std::size_t at = 0;
+  while (at + 2 < properties.size()) {
+    std::uint16_t sprm = u16(properties, at);
+    at += 2;
+    std::size_t size = kOperandSizes[sprm >> 13];
+    std::size_t operand = at;
+    if (size == 0 && sprm == kTableDefinition) {
+      if (at + 2 > properties.size()) return;
+      operand = at + 2, size = std::max<std::size_t>(u16(properties, at), 1) - 1;
+    } else if (size == 0) {
+      operand = at + 1, size = properties[at];
+    }
+    if (operand + size > properties.size()) return;
+    visit(sprm, properties.subspan(operand, size));
+    at = operand + size;
+  }
+}
+
+// A paragraph's place in a list: the list format override (1-based) and the level.
+struct ListItem {
+  std::uint16_t override = 0;
+  std::uint8_t level = 0;
+};
+
+// Paragraph properties, as the document stream's pages of them (FKPs) hold them by file offset.
+class ParagraphProperties {
  public:
-  RowMarks(const WordFileInformation& information, Bytes wordDocument, Bytes table)
+  ParagraphProperties(const WordFileInformation& information, Bytes wordDocument, Bytes table)
       : stream_(wordDocument) {
     std::optional<Bytes> plc =
         slice(table, information.paragraphPages.offset, information.paragraphPages.size);
     if (plc && plc->size() >= 12) plc_ = *plc;
   }
 
-  // Whether the mark at `fc` ends a row; nothing when the properties cannot tell.
+  // Whether the mark at `fc` ends a table row; nothing when the properties cannot tell.
   std::optional<bool> endsRow(std::size_t fc) const {
+    constexpr std::uint16_t kRowEnd = 0x2417, kInnerRowEnd = 0x244C;
+    std::optional<Bytes> properties = at(fc);
+    if (!properties) return std::nullopt;
+    bool rowEnd = false;
+    forEachProperty(*properties, [&](std::uint16_t sprm, Bytes operand) {
+      if ((sprm == kRowEnd || sprm == kInnerRowEnd) && !operand.empty() && operand[0] != 0)
+        rowEnd = true;
+    });
+    return rowEnd;
+  }
+
+  // The list the paragraph with the character at `fc` belongs to, if any.
+  std::optional<ListItem> listItem(std::size_t fc) const {
+    constexpr std::uint16_t kListOverride = 0x460B, kListLevel = 0x260A;
+    std::optional<Bytes> properties = at(fc);
+    if (!properties) return std::nullopt;
+    ListItem item;
+    forEachProperty(*properties, [&](std::uint16_t sprm, Bytes operand) {
+      if (sprm == kListOverride && operand.size() == 2) item.override = u16(operand, 0);
+      if (sprm == kListLevel && operand.size() == 1) item.level = operand[0];
+    });
+    if (item.override == 0 || item.override >= 0xF801) return std::nullopt;
+    return item;
+  }
+
+ private:
+  // The property list of the paragraph holding `fc`, after its style number.
+  std::optional<Bytes> at(std::size_t fc) const {
     if (plc_.empty()) return std::nullopt;
     std::size_t count = (plc_.size() - 4) / 8;
     std::size_t low = 0, high = count;
@@ -178,53 +243,134 @@ class RowMarks {
     std::uint64_t page = u32(plc_, (count + 1) * 4 + low * 4) & 0x3FFFFFu;
     std::optional<Bytes> fkp = slice(stream_, page * 512, 512);
     if (!fkp) return std::nullopt;
-    return pageSaysRowEnd(*fkp, fc);
+    return inPage(*fkp, fc);
   }
 
- private:
-  static std::optional<bool> pageSaysRowEnd(Bytes fkp, std::size_t fc) {
+  static std::optional<Bytes> inPage(Bytes fkp, std::size_t fc) {
     std::size_t runs = fkp[511];
     if (runs == 0 || (runs + 1) * 4 + runs * 13 > 511) return std::nullopt;
     for (std::size_t run = 0; run < runs; ++run) {
       if (fc < u32(fkp, run * 4) || fc >= u32(fkp, run * 4 + 4)) continue;
       std::size_t at = fkp[(runs + 1) * 4 + run * 13] * 2u;
-      if (at == 0) return false;  // no properties
+      if (at == 0) return Bytes();  // no properties
       std::size_t start = at + 1, size = fkp[at] * 2u - 1;
       if (fkp[at] == 0) {
         if (at + 1 >= 511) return std::nullopt;
         start = at + 2, size = fkp[at + 1] * 2u;
       }
       if (start + size > 511 || size < 2) return std::nullopt;
-      return hasRowEnd(fkp.subspan(start + 2, size - 2));
+      return fkp.subspan(start + 2, size - 2);
     }
     return std::nullopt;
   }
 
-  // Scans a property list for "table terminating paragraph" set.
-  static bool hasRowEnd(Bytes sprms) {
-    constexpr std::uint16_t kRowEnd = 0x2417, kInnerRowEnd = 0x244C, kTableDefinition = 0xD608;
-    constexpr std::uint8_t kOperandSizes[8] = {1, 1, 2, 4, 2, 2, 0, 3};
-    std::size_t at = 0;
-    while (at + 2 < sprms.size()) {
-      std::uint16_t sprm = u16(sprms, at);
-      at += 2;
-      if ((sprm == kRowEnd || sprm == kInnerRowEnd) && sprms[at] != 0) return true;
-      std::size_t size = kOperandSizes[sprm >> 13];
-      if (size == 0) {
-        if (sprm == kTableDefinition) {
-          if (at + 2 > sprms.size()) break;
-          size = 2 + std::max<std::size_t>(u16(sprms, at), 1) - 1;
-        } else {
-          size = 1 + sprms[at];
-        }
-      }
-      at += size;
-    }
-    return false;
-  }
-
   Bytes stream_;
   Bytes plc_;
+};
+
+// List labels as the list tables define them: per list, a counter for each of nine levels.
+class ListLabels {
+ public:
+  ListLabels(const WordFileInformation& information, Bytes table) {
+    readLists(table, information.lists);
+    std::optional<Bytes> overrides =
+        slice(table, information.listOverrides.offset, information.listOverrides.size);
+    if (!overrides || overrides->size() < 4) return;
+    std::uint64_t count = std::min<std::uint64_t>(u32(*overrides, 0), (overrides->size() - 4) / 16);
+    for (std::size_t i = 0; i < count; ++i) overrideLists_.push_back(u32(*overrides, 4 + i * 16));
+  }
+
+  // The label of the next item of `item`'s list at its level, e.g. "2)" or "•"; empty for none.
+  TextString next(const ListItem& item) {
+    if (item.override > overrideLists_.size() || item.level >= 9) return {};
+    auto list = lists_.find(overrideLists_[item.override - 1]);
+    if (list == lists_.end()) return {};
+    List& levels = list->second;
+    std::size_t index = item.level < levels.levels.size() ? item.level : 0;
+    if (index >= levels.levels.size()) return {};
+    auto& counters = levels.counters;
+    counters[index] = counters[index] == 0 ? levels.levels[index].start : counters[index] + 1;
+    for (std::size_t deeper = index + 1; deeper < 9; ++deeper) counters[deeper] = 0;
+    const Level& level = levels.levels[index];
+    if (level.format == kBullet) return u"\u2022";
+    if (level.format == kNone) return {};
+    TextString label;
+    for (char16_t c : level.text) {
+      if (c < 9 && c < levels.levels.size()) {
+        const Level& other = levels.levels[c];
+        label += fromAscii(listNumber(std::max(counters[c], other.start), numberFormat(other)));
+      } else if (c >= 9) {
+        label += c;
+      }
+    }
+    return label;
+  }
+
+ private:
+  static constexpr std::uint8_t kBullet = 23, kNone = 255;
+
+  struct Level {
+    int start = 1;
+    std::uint8_t format = 0;  // nfc
+    TextString text;          // with the levels' numbers as characters 0 to 8
+  };
+  struct List {
+    std::vector<Level> levels;
+    std::array<int, 9> counters{};
+  };
+
+  static ListNumberFormat numberFormat(const Level& level) {
+    switch (level.format) {
+      case 1:
+        return ListNumberFormat::UpperRoman;
+      case 2:
+        return ListNumberFormat::LowerRoman;
+      case 3:
+        return ListNumberFormat::UpperLetter;
+      case 4:
+        return ListNumberFormat::LowerLetter;
+      default:
+        return ListNumberFormat::Decimal;
+    }
+  }
+
+  // The list definitions (LSTF, 28 bytes each) and after them each list's levels (LVL).
+  void readLists(Bytes table, const WordTableEntry& entry) {
+    std::optional<Bytes> plf = slice(table, entry.offset, entry.size);
+    if (!plf || plf->size() < 2) return;
+    std::size_t count = std::min<std::size_t>(u16(*plf, 0), (plf->size() - 2) / 28);
+    std::size_t at = std::size_t(entry.offset) + 2 + count * 28;
+    for (std::size_t i = 0; i < count; ++i) {
+      Bytes definition = plf->subspan(2 + i * 28, 28);
+      std::size_t levelCount = (definition[26] & 1) ? 1 : 9;  // fSimpleList
+      List list;
+      for (std::size_t level = 0; level < levelCount; ++level) {
+        std::optional<Level> read = readLevel(table, at);
+        if (!read) break;
+        list.levels.push_back(std::move(*read));
+      }
+      lists_[u32(definition, 0)] = std::move(list);
+    }
+  }
+
+  static std::optional<Level> readLevel(Bytes table, std::size_t& at) {
+    std::optional<Bytes> fixed = slice(table, at, 28);
+    if (!fixed) return std::nullopt;
+    Level level;
+    level.start = static_cast<int>(std::min<std::uint32_t>(u32(*fixed, 0), 1000000));
+    level.format = (*fixed)[4];
+    at += 28 + (*fixed)[24] + (*fixed)[25];  // the level's character and paragraph properties
+    std::optional<Bytes> count = slice(table, at, 2);
+    if (!count) return std::nullopt;
+    std::optional<Bytes> text = slice(table, at + 2, u16(*count, 0) * 2u);
+    if (!text) return std::nullopt;
+    for (std::size_t i = 0; i < text->size(); i += 2) level.text += char16_t(u16(*text, i));
+    at += 2 + text->size();
+    return level;
+  }
+
+  std::map<std::uint32_t, List> lists_;       // by list identifier
+  std::vector<std::uint32_t> overrideLists_;  // list identifier of each override
 };
 
 // An equation field has no result: what it shows is in its code. Phonetic guides are written
@@ -251,17 +397,27 @@ TextString equationText(TextView code) {
 // Characters → DocumentText: fields by their results, cells and rows, special characters.
 class TextWriter {
  public:
-  TextWriter(DocumentText& out, const RowMarks& rows) : out_(out), rows_(rows) {}
+  TextWriter(DocumentText& out, const ParagraphProperties& paragraphs, ListLabels& lists)
+      : out_(out), paragraphs_(paragraphs), lists_(lists) {}
 
   // Starts a part of the document (main text, notes): fields and cells do not run across.
   void startPart() {
     fields_.clear();
     codeDepth_ = 0;
     lastWasCell_ = false;
+    paragraphStart_ = true;
     out_.paragraph();
   }
 
   void add(char16_t c, std::size_t fc, std::u16string_view footnoteMark) {
+    // A list item's label stands before its first character, as Word shows it.
+    if (paragraphStart_ && c != 0x0D && c != 0x07) {
+      if (std::optional<ListItem> item = paragraphs_.listItem(fc)) {
+        TextString label = lists_.next(*item);
+        if (!label.empty()) out_.writeText(label.substr(0, kLongestLabel) + u' ');
+      }
+    }
+    paragraphStart_ = c == 0x0D || c == 0x07 || c == 0x0C;
     switch (c) {
       case 0x13:  // field begin: its code follows
         fields_.push_back({});
@@ -285,7 +441,7 @@ class TextWriter {
     }
     bool cell = c == 0x07;
     bool rowEnd = false;
-    if (cell) rowEnd = rows_.endsRow(fc).value_or(lastWasCell_);
+    if (cell) rowEnd = paragraphs_.endsRow(fc).value_or(lastWasCell_);
     lastWasCell_ = cell && !rowEnd;
     switch (c) {
       case 0x07:
@@ -318,12 +474,15 @@ class TextWriter {
 
  private:
   DocumentText& out_;
-  const RowMarks& rows_;
+  const ParagraphProperties& paragraphs_;
+  ListLabels& lists_;
+  bool paragraphStart_ = true;
   struct Field {
     bool inCode = true;  // before the separator
     TextString code;
   };
   static constexpr std::size_t kLongestCode = 4096;
+  static constexpr std::size_t kLongestLabel = 64;
   std::vector<Field> fields_;  // open fields, innermost last
   std::size_t codeDepth_ = 0;
   bool lastWasCell_ = false;
@@ -384,6 +543,8 @@ std::optional<WordFileInformation> readWordFileInformation(Bytes wordDocument) {
   information.pieceTable = entryAt(kClx);
   information.footnoteMarks = entryAt(kPlcffndRef);
   information.paragraphPages = entryAt(kPlcBtePapx);
+  information.lists = entryAt(kPlfLst);
+  information.listOverrides = entryAt(kPlfLfo);
   return information;
 }
 
@@ -396,10 +557,11 @@ WordDocumentText readWordDocumentText(const WordFileInformation& information, By
                                       Bytes table) {
   WordDocumentText result;
   PieceTable pieces(information, wordDocument, table, result.damage);
-  RowMarks rows(information, wordDocument, table);
+  ParagraphProperties paragraphs(information, wordDocument, table);
+  ListLabels lists(information, table);
   std::set<std::uint32_t> marks = footnoteMarks(information, table);
   DocumentText text;
-  TextWriter writer(text, rows);
+  TextWriter writer(text, paragraphs, lists);
 
   // The parts lie one after the other; headers, macros and comments are skipped.
   const std::uint64_t lengths[] = {information.mainCharacters,    information.footnoteCharacters,

@@ -34,6 +34,8 @@ struct WordFileInformation {
   WordTableEntry pieceTable;      // the Clx
   WordTableEntry footnoteMarks;   // PlcffndRef
   WordTableEntry paragraphPages;  // PlcBtePapx
+  WordTableEntry lists;           // PlfLst, followed by the lists' levels
+  WordTableEntry listOverrides;   // PlfLfo
 };
 
 // The block, or nothing when the stream does not start with one.

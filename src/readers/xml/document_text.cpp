@@ -28,6 +28,30 @@ void DocumentText::character(char16_t c) {
   text_ += c;
 }
 
+std::string listNumber(int n, ListNumberFormat format) {
+  static const std::pair<int, const char*> kRomanDigits[] = {
+      {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},
+      {40, "xl"},  {10, "x"},   {9, "ix"},  {5, "v"},    {4, "iv"},  {1, "i"}};
+  if (n <= 0) n = 1;
+  std::string text;
+  switch (format) {
+    case ListNumberFormat::Decimal:
+      return std::to_string(n);
+    case ListNumberFormat::UpperLetter:
+    case ListNumberFormat::LowerLetter:
+      text.assign(std::min<std::size_t>((n - 1) / 26 + 1, 32), char('a' + (n - 1) % 26));
+      break;
+    case ListNumberFormat::UpperRoman:
+    case ListNumberFormat::LowerRoman:
+      for (const auto& [value, digits] : kRomanDigits)
+        while (n >= value && text.size() < 32) text += digits, n -= value;
+      break;
+  }
+  if (format == ListNumberFormat::UpperLetter || format == ListNumberFormat::UpperRoman)
+    for (char& c : text) c = char(c - 32);
+  return text;
+}
+
 std::optional<Date> w3cDate(std::string_view text) {
   int year = 0, month = 1, day = 1, hour = 0, minute = 0;
   double second = 0;
