@@ -22,9 +22,10 @@ struct ObjectRelease {
 template <typename T>
 using GsfObject = std::unique_ptr<T, ObjectRelease>;
 
-// libgsf reports broken containers through GLib's log as well as through its answers; the
-// answers are what we go by, so its messages would only repeat them on stderr. Some of them
-// carry no domain, so GLib's default domain is quieted too; nothing of ours logs through GLib.
+// libgsf reports broken containers through GLib's log, and dumps their bytes with g_print, as
+// well as through its answers; the answers are what we go by, so its messages would only repeat
+// them on stderr and stdout. Some of them carry no domain, so GLib's default domain is quieted
+// too; nothing of ours logs or prints through GLib.
 void quietLibgsf() {
   static std::once_flag once;
   std::call_once(once, [] {
@@ -33,6 +34,7 @@ void quietLibgsf() {
     for (const char* domain : {"libgsf", "libgsf:msole", static_cast<const char*>(nullptr)})
       g_log_set_handler(domain, GLogLevelFlags(G_LOG_LEVEL_MASK | G_LOG_FLAG_FATAL), discard,
                         nullptr);
+    g_set_print_handler([](const gchar*) {});
   });
 }
 

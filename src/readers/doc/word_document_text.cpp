@@ -33,6 +33,11 @@ std::optional<Bytes> slice(Bytes bytes, std::uint64_t offset, std::uint64_t size
   return bytes.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
 }
 
+// Records what was wrong once, however often it recurs.
+void noteDamage(std::vector<std::string>& damage, const char* what) {
+  if (std::find(damage.begin(), damage.end(), what) == damage.end()) damage.emplace_back(what);
+}
+
 // Entries of the FIB's long and offset arrays that we read.
 enum LongIndex : std::size_t {
   kCcpText = 3,
@@ -81,7 +86,7 @@ class PieceTable {
     std::optional<Bytes> clx =
         slice(table, information.pieceTable.offset, information.pieceTable.size);
     if (!clx || clx->empty()) {
-      damage.push_back("piece table outside the table stream");
+      noteDamage(damage, "piece table outside the table stream");
       return;
     }
     std::size_t at = 0;
@@ -91,17 +96,17 @@ class PieceTable {
       at += 3 + u16(*clx, at + 1);
     }
     if (at + 5 > clx->size() || (*clx)[at] != 2) {
-      damage.push_back("no piece list in the piece table");
+      noteDamage(damage, "no piece list in the piece table");
       return;
     }
     std::uint32_t size = u32(*clx, at + 1);
     std::optional<Bytes> pieces = slice(*clx, at + 5, size);
     if (!pieces) {
-      damage.push_back("piece list longer than the piece table");
+      noteDamage(damage, "piece list longer than the piece table");
       pieces = clx->subspan(at + 5);
     }
     if (pieces->size() < 16) {
-      damage.push_back("empty piece list");
+      noteDamage(damage, "empty piece list");
       return;
     }
     std::size_t count = (pieces->size() - 4) / 12;
@@ -115,14 +120,14 @@ class PieceTable {
       piece.compressed = (fc & 0x40000000u) != 0;
       piece.offset = piece.compressed ? (fc & 0x3FFFFFFFu) / 2 : fc & 0x3FFFFFFFu;
       if (piece.start < previousEnd || piece.end <= piece.start) {
-        damage.push_back("pieces out of order");
+        noteDamage(damage, "pieces out of order");
         continue;
       }
       std::uint64_t width = piece.compressed ? 1 : 2;
       std::uint64_t available =
           piece.offset < stream_.size() ? (stream_.size() - piece.offset) / width : 0;
       if (piece.end - piece.start > available) {
-        damage.push_back("piece outside the document stream");
+        noteDamage(damage, "piece outside the document stream");
         piece.end = piece.start + static_cast<std::uint32_t>(available);
         if (piece.end == piece.start) continue;
       }
@@ -576,12 +581,12 @@ WordDocumentText readWordDocumentText(const WordFileInformation& information, By
   for (std::size_t part = 0; part < std::size(lengths); ++part) {
     std::uint64_t end = start + lengths[part];
     if (end > pieces.end()) {
-      if (lengths[part] > 0) result.damage.push_back("text longer than its pieces");
+      if (lengths[part] > 0) noteDamage(result.damage, "text longer than its pieces");
       end = pieces.end();
     }
     if (kRead[part] && end > start) {
       if (end - start > budget) {
-        result.damage.push_back("pieces overlap");
+        noteDamage(result.damage, "pieces overlap");
         end = start + budget;
       }
       budget -= end - start;
