@@ -52,8 +52,9 @@ struct WordDocumentText {
 };
 
 // The text as a reader sees it: the main text, then the footnotes, the endnotes and the text
-// boxes; paragraphs on lines, table cells a tab apart, fields by their results. Headers,
-// footers and comments are left out. Ranges outside the streams are cut off and reported.
+// boxes; paragraphs on lines, table cells a tab apart, list items after their labels, note
+// marks by their numbers, fields by their results. Headers, footers and comments are left
+// out. Ranges outside the streams are cut off and reported.
 WordDocumentText readWordDocumentText(const WordFileInformation& information, Bytes wordDocument,
                                       Bytes table);
 
