@@ -1,7 +1,8 @@
 // The document kinds ulvekbot reads itself, and PDF through its importer, timed as whole
 // processes against what a user would otherwise run on the same files: docx2txt and pandoc for
-// DOCX, odt2txt for ODT, unrtf and pandoc for RTF, pdftotext for PDF, pandoc for EPUB. Best of
-// three, side by side; the ratio is the peer's time over ulvekbot's.
+// DOCX, odt2txt for ODT, unrtf and pandoc for RTF, antiword and catdoc for Word 97–2003,
+// pdftotext for PDF, pandoc for EPUB. Best of three, side by side; the ratio is the peer's time
+// over ulvekbot's.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -45,6 +46,11 @@ int main() {
         {"pandoc",
          [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
        ".rtf"},
+      {"doc",
+       {"doc"},
+       {{"antiword", [](const std::vector<std::string>& p) { return eachFile(p, "antiword"); }},
+        {"catdoc", [](const std::vector<std::string>& p) { return eachFile(p, "catdoc"); }}},
+       ".doc"},
       {"pdf",
        {"pdf"},
        {{"pdftotext",

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "readers/doc/word_document_reader.h"
 #include "readers/odf/open_document_reader.h"
 #include "readers/ooxml/office_open_xml_reader.h"
 #include "readers/rtf/rtf_reader.h"
@@ -38,10 +39,11 @@ std::optional<ReaderOutput> readPlainText(const ReaderSource& source) {
 
 // Formats in the order they are tried on the content; one row per format family.
 constexpr AttributedFormat kFormats[] = {
-    {kRTFTextDocumentType, looksLikeRTF, readRTF},
-    {kOfficeOpenXMLTextDocumentType, looksLikeOfficeOpenXML, readOfficeOpenXML},
-    {kOpenDocumentTextDocumentType, looksLikeOpenDocumentText, readOpenDocumentText},
-    {kWordMLTextDocumentType, looksLikeWordML, readWordML},
+    {kRTFTextDocumentType, looksLikeRTF, readRTF, false},
+    {kDocFormatTextDocumentType, looksLikeWordDocument, readWordDocument, true},
+    {kOfficeOpenXMLTextDocumentType, looksLikeOfficeOpenXML, readOfficeOpenXML, false},
+    {kOpenDocumentTextDocumentType, looksLikeOpenDocumentText, readOpenDocumentText, false},
+    {kWordMLTextDocumentType, looksLikeWordML, readWordML, false},
 };
 
 class AttributedDocumentReader final : public Reader {
@@ -57,6 +59,7 @@ class AttributedDocumentReader final : public Reader {
     for (const AttributedFormat& format : kFormats) {
       if (!format.looksLike(content, extension)) continue;
       if (auto output = format.read(source)) return output;
+      if (format.plainTextWhenUnread) break;
       // A container that could not be read is no text either: its bytes would be garbage.
       logLine("Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
       return std::nullopt;

@@ -13,11 +13,14 @@ namespace ulvek {
 const Reader& attributedDocumentReader();
 
 // One format the reader knows: its document type, whether bytes (with the source's lower-case
-// extension) look like it, and how to read it.
+// extension) look like it, how to read it, and what a document of it that could not be read
+// becomes: plain text (Word files, which the dispatcher then hands to the importers) or nothing
+// (containers, whose bytes would be garbage).
 struct AttributedFormat {
   std::u16string_view documentType;
   bool (*looksLike)(Bytes bytes, std::string_view extension);
   std::optional<ReaderOutput> (*read)(const ReaderSource& source);
+  bool plainTextWhenUnread;
 };
 
 }  // namespace ulvek

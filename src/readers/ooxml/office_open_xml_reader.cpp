@@ -93,31 +93,15 @@ class Numbering {
     int start = 1;
   };
 
-  static std::string roman(int n) {
-    static const std::pair<int, const char*> kDigits[] = {
-        {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},
-        {40, "xl"},  {10, "x"},   {9, "ix"},  {5, "v"},    {4, "iv"},  {1, "i"}};
-    std::string text;
-    for (const auto& [value, digits] : kDigits)
-      while (n >= value && text.size() < 32) text += digits, n -= value;
-    return text;
-  }
-
   static std::string formatted(int n, const std::string& kind) {
-    if (n <= 0) n = 1;
-    if (kind == "lowerLetter" || kind == "upperLetter") {
-      std::string letters(static_cast<std::size_t>((n - 1) / 26 + 1), char('a' + (n - 1) % 26));
-      if (kind == "upperLetter")
-        for (char& c : letters) c = char(c - 32);
-      return letters;
-    }
-    if (kind == "lowerRoman" || kind == "upperRoman") {
-      std::string digits = roman(n);
-      if (kind == "upperRoman")
-        for (char& c : digits) c = char(c - 32);
-      return digits;
-    }
-    return std::to_string(n);
+    static const std::pair<std::string_view, ListNumberFormat> kFormats[] = {
+        {"lowerLetter", ListNumberFormat::LowerLetter},
+        {"upperLetter", ListNumberFormat::UpperLetter},
+        {"lowerRoman", ListNumberFormat::LowerRoman},
+        {"upperRoman", ListNumberFormat::UpperRoman}};
+    for (const auto& [name, format] : kFormats)
+      if (kind == name) return listNumber(n, format);
+    return listNumber(n, ListNumberFormat::Decimal);
   }
 
   std::map<std::string, std::string> lists_;  // numId → abstractNumId

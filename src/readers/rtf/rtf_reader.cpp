@@ -222,18 +222,7 @@ class RTFParser {
     infoText_.clear();
     if (value.empty()) return;
     if (ended.info == DocumentAttribute::Keywords) {
-      PropertyArray words = keywordList(toUtf8(value));
-      // Keywords written with blanks only are one list of words.
-      if (words.size() == 1 && value.find(u' ') != TextString::npos) {
-        words.clear();
-        for (std::size_t start = 0; start < value.size();) {
-          std::size_t end = value.find(u' ', start);
-          if (end == TextString::npos) end = value.size();
-          if (end > start) words.emplace_back(value.substr(start, end - start));
-          start = end + 1;
-        }
-      }
-      attributes_[std::string(ended.info)] = PropertyValue(std::move(words));
+      attributes_[std::string(ended.info)] = PropertyValue(keywordWords(toUtf8(value)));
     } else {
       attributes_[std::string(ended.info)] = PropertyValue(std::move(value));
     }

@@ -1,5 +1,6 @@
 #include "readers/xml/document_text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -25,6 +26,30 @@ void DocumentText::writeText(TextView text) {
 void DocumentText::character(char16_t c) {
   flush();
   text_ += c;
+}
+
+std::string listNumber(int n, ListNumberFormat format) {
+  static const std::pair<int, const char*> kRomanDigits[] = {
+      {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},
+      {40, "xl"},  {10, "x"},   {9, "ix"},  {5, "v"},    {4, "iv"},  {1, "i"}};
+  if (n <= 0) n = 1;
+  std::string text;
+  switch (format) {
+    case ListNumberFormat::Decimal:
+      return std::to_string(n);
+    case ListNumberFormat::UpperLetter:
+    case ListNumberFormat::LowerLetter:
+      text.assign(std::min<std::size_t>((n - 1) / 26 + 1, 32), char('a' + (n - 1) % 26));
+      break;
+    case ListNumberFormat::UpperRoman:
+    case ListNumberFormat::LowerRoman:
+      for (const auto& [value, digits] : kRomanDigits)
+        while (n >= value && text.size() < 32) text += digits, n -= value;
+      break;
+  }
+  if (format == ListNumberFormat::UpperLetter || format == ListNumberFormat::UpperRoman)
+    for (char& c : text) c = char(c - 32);
+  return text;
 }
 
 std::optional<Date> w3cDate(std::string_view text) {
@@ -66,6 +91,18 @@ PropertyArray keywordList(std::string_view utf8) {
       word += c;
   }
   push();
+  return words;
+}
+
+PropertyArray keywordWords(std::string_view utf8) {
+  PropertyArray words = keywordList(utf8);
+  if (words.size() != 1 || utf8.find(' ') == std::string_view::npos) return words;
+  words.clear();
+  for (std::size_t start = 0; start < utf8.size();) {
+    std::size_t end = std::min(utf8.find(' ', start), utf8.size());
+    if (end > start) words.emplace_back(fromUtf8(utf8.substr(start, end - start)));
+    start = end + 1;
+  }
   return words;
 }
 

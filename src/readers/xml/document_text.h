@@ -32,10 +32,18 @@ class DocumentText {
   char16_t pending_ = 0;
 };
 
+// How a list level counts its items.
+enum class ListNumberFormat { Decimal, UpperRoman, LowerRoman, UpperLetter, LowerLetter };
+// The number `n` (1 for anything below) as a list label shows it: "4", "iv", "D", "dd".
+std::string listNumber(int n, ListNumberFormat format);
+
 // "2021-03-04T05:06:07Z", "2021-03-04T05:06:07.25+01:00", "2021-03-04": the moment, or nothing.
 std::optional<Date> w3cDate(std::string_view text);
 
 // Keywords as one string ("a, b; c") into a list; a list of one when there is no separator.
 PropertyArray keywordList(std::string_view utf8);
+// The same, except that keywords without a comma or semicolon are a list of blank-separated
+// words, as word processors' property dialogs take them.
+PropertyArray keywordWords(std::string_view utf8);
 
 }  // namespace ulvek
