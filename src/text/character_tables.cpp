@@ -187,8 +187,11 @@ void fillFoldTable(char16_t* table, const CharacterSetRep& letters) {
   }
 }
 
-CharacterTables* makeCharacterTables() {
-  auto* t = new CharacterTables;
+}  // namespace
+
+std::unique_ptr<CharacterTables> computeCharacterTables() {
+  // Value-initialised, so that padding is zero and the embedded bytes are reproducible.
+  auto t = std::make_unique<CharacterTables>();
   buildReps(*t);
   t->firstLetterCharacter = firstMember(t->letter);
   t->lastLetterCharacter = lastMember(t->letter);
@@ -201,6 +204,8 @@ CharacterTables* makeCharacterTables() {
   }
   return t;
 }
+
+namespace {
 
 // ---- HTML entities ----
 
@@ -361,8 +366,19 @@ std::optional<TextView> unitsInRange(TextView text, TextRange range) {
 
 }  // namespace
 
+#ifndef ULVEK_CHARACTER_TABLES_FROM_ICU
+// The generated tables, embedded by character_tables_data.cpp.
+extern "C" const unsigned char ulvek_character_tables_data[];
+extern "C" const unsigned char ulvek_character_tables_data_end[];
+#endif
+
 const CharacterTables& buildCharacterTables() {
-  static const CharacterTables* tables = makeCharacterTables();
+#ifndef ULVEK_CHARACTER_TABLES_FROM_ICU
+  if (static_cast<std::size_t>(ulvek_character_tables_data_end - ulvek_character_tables_data) ==
+      sizeof(CharacterTables))
+    return *reinterpret_cast<const CharacterTables*>(ulvek_character_tables_data);
+#endif
+  static const CharacterTables* tables = computeCharacterTables().release();
   return *tables;
 }
 

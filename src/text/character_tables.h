@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -35,7 +36,8 @@ struct CharacterSetRep {
 using ConversionTable = const char16_t*;
 inline constexpr std::size_t kConversionTableSize = 65536;
 
-// Everything built on first use; one instance per process, never freed.
+// Everything built once; one instance per process, never freed. The build computes it from ICU
+// and embeds the bytes in the program, so starting a process costs nothing.
 struct CharacterTables {
   CharacterSetRep whiteSpace;            // Zs, U+0009, U+0000
   CharacterSetRep whiteSpaceAndNewline;  // all Z, U+000A..U+000D, U+0085 and 11 extras
@@ -58,8 +60,11 @@ struct CharacterTables {
   char16_t lastLetterCharacter = 0;
 };
 
-// Builds on first call (thread-safe), then answers the same object.
+// The embedded tables, or (in the generator, or if they are missing) tables computed on first
+// call; thread-safe, always the same object.
 const CharacterTables& buildCharacterTables();
+// Computes the tables from ICU, as the build does.
+std::unique_ptr<CharacterTables> computeCharacterTables();
 inline const CharacterTables& characterTables() {
   static const CharacterTables& tables = buildCharacterTables();
   return tables;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <functional>
 #include <set>
 #include <string>
@@ -205,6 +207,21 @@ TEST(CharacterTables, RemovalAndMapping) {
   TextString text = u"\u00C4rger";
   applyConversionTable(text, lowerUmlautsCharsTable());
   EXPECT_EQ(text, u"arger");
+}
+
+}  // namespace
+}  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+// The tables embedded at build time are the ones ICU gives now: a stale or truncated embedding
+// would silently change every text loop.
+TEST(CharacterTables, EmbeddedTablesEqualThoseComputedFromICU) {
+  std::unique_ptr<CharacterTables> computed = computeCharacterTables();
+  const CharacterTables& embedded = characterTables();
+  EXPECT_NE(static_cast<const void*>(&embedded), static_cast<const void*>(computed.get()));
+  EXPECT_EQ(std::memcmp(&embedded, computed.get(), sizeof(CharacterTables)), 0);
 }
 
 }  // namespace

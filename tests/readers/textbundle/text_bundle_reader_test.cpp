@@ -105,7 +105,9 @@ TEST(TextBundle, TextPacks) {
     CapturedLog log;
     EXPECT_EQ(text(stringWithContentsOfTextBundleFile(pack, kDetectEncoding)), row.expected)
         << row.name;
-    if (row.expected == "(nothing)") EXPECT_FALSE(log.lines().empty()) << row.name;
+    if (row.expected == "(nothing)") {
+      EXPECT_FALSE(log.lines().empty()) << row.name;
+    }
     EXPECT_FALSE(fs::exists(folder.path() / "evil.textbundle")) << row.name;
     EXPECT_EQ(temporaryEntries(), before) << row.name;
   }
