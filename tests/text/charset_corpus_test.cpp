@@ -97,8 +97,7 @@ TEST(CharsetCorpus, DetectionAndNamedDecodingGiveTheText) {
     detectedRight += right;
     if (!right) misses += " " + label;
     // Every file uchardet recognises is right here too, the charsets ICU lacks included.
-    EXPECT_TRUE(right || !uchardetKnows)
-        << label << " detected as " << std::hex << used;
+    EXPECT_TRUE(right || !uchardetKnows) << label << " detected as " << std::hex << used;
 
     testing::CapturedLog log;
     std::optional<TextString> named =
