@@ -1,17 +1,28 @@
 // Mail.mdimporter: e-mail messages (.eml, Apple Mail's .emlx, message/rfc822) read with GMime:
 // subject, senders, recipients, date, and the text of the message with the names of its
-// attachments. HTML-only messages go through ulvekbot's HTML-to-text conversion.
+// attachments and the text of those that can be read here: plain text, HTML, PDF (poppler) and
+// word-processor documents (ulvekbot's own readers). HTML goes through ulvekbot's HTML-to-text
+// conversion.
 
 #include <fcntl.h>
 #include <gmime/gmime.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include <poppler/cpp/poppler-document.h>
+#include <poppler/cpp/poppler-page.h>
+
+#include <algorithm>
+#include <cctype>
+
 #include "importer_plugin.h"
+#include "readers/attributed/attributed_reader.h"
 #include "text/html_to_text.h"
 
 namespace {
@@ -29,8 +40,12 @@ using Owned = std::unique_ptr<T, GObjectDeleter<T>>;
 
 // Nobody writes mail nested deeper; hostile messages nest thousands of levels.
 constexpr int kMaxDepth = 64;
-// Enough of an attached text file to find it by.
+// Enough of an attachment's text to find it by, and no more attachments read than a person
+// would attach.
 constexpr std::size_t kMaxAttachmentText = 1024 * 1024;
+constexpr std::size_t kMaxReadAttachments = 32;
+// Attachments larger than this, decoded, are named but not read.
+constexpr std::size_t kMaxAttachmentBytes = 64 * 1024 * 1024;
 
 struct People {
   std::vector<std::string> names;
@@ -58,6 +73,7 @@ struct Body {
   std::vector<std::string> plain;
   std::vector<std::string> html;
   std::vector<std::string> attachments;
+  std::size_t readAttachments = 0;
 };
 
 bool isAttachment(GMimeObject* part) {
@@ -70,6 +86,70 @@ std::string textOf(GMimeTextPart* part) {
   std::string result = text ? text : "";
   g_free(text);
   return result;
+}
+
+// The part's content with its transfer encoding undone; nothing beyond the size limit.
+std::optional<std::string> decodedContent(GMimePart* part) {
+  GMimeDataWrapper* content = g_mime_part_get_content(part);
+  if (!content) return std::nullopt;
+  Owned<GMimeStream> stream(g_mime_stream_mem_new());
+  if (g_mime_data_wrapper_write_to_stream(content, stream.get()) < 0) return std::nullopt;
+  GByteArray* bytes = g_mime_stream_mem_get_byte_array(GMIME_STREAM_MEM(stream.get()));
+  if (!bytes || bytes->len > kMaxAttachmentBytes) return std::nullopt;
+  return std::string(reinterpret_cast<const char*>(bytes->data), bytes->len);
+}
+
+std::string lowercaseExtension(const char* name) {
+  std::string extension;
+  if (const char* dot = name ? std::strrchr(name, '.') : nullptr) extension = dot + 1;
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return extension;
+}
+
+std::string pdfText(const std::string& bytes) {
+  std::vector<char> data(bytes.begin(), bytes.end());
+  std::unique_ptr<poppler::document> document(poppler::document::load_from_data(&data));
+  if (!document || document->is_locked()) return {};
+  std::string text;
+  for (int i = 0; i < document->pages() && text.size() < kMaxAttachmentText; ++i) {
+    std::unique_ptr<poppler::page> page(document->create_page(i));
+    if (!page) continue;
+    poppler::byte_array utf8 = page->text().to_utf8();
+    if (!text.empty()) text += '\n';
+    text.append(utf8.begin(), utf8.end());
+  }
+  return text;
+}
+
+std::string htmlToText(const std::string& html);
+
+// The text of an attachment this importer can read, by its type or else its name.
+std::string attachmentText(GMimePart* part) {
+  GMimeContentType* type = g_mime_object_get_content_type(GMIME_OBJECT(part));
+  const char* name = g_mime_part_get_filename(part);
+  const std::string extension = lowercaseExtension(name);
+  auto is = [&](const char* major, const char* minor) {
+    return type && g_mime_content_type_is_type(type, major, minor);
+  };
+  if (GMIME_IS_TEXT_PART(part) && is("text", "plain")) return textOf(GMIME_TEXT_PART(part));
+  if (GMIME_IS_TEXT_PART(part) && is("text", "html"))
+    return htmlToText(textOf(GMIME_TEXT_PART(part)));
+  const bool pdf = is("application", "pdf") || extension == "pdf";
+  const bool document =
+      is("application", "rtf") || is("text", "rtf") || is("application", "msword") ||
+      is("application", "vnd.openxmlformats-officedocument.wordprocessingml.document") ||
+      is("application", "vnd.oasis.opendocument.text") || extension == "rtf" ||
+      extension == "doc" || extension == "docx" || extension == "odt";
+  if (!pdf && !document) return {};
+  std::optional<std::string> bytes = decodedContent(part);
+  if (!bytes || bytes->empty()) return {};
+  if (pdf) return pdfText(*bytes);
+  ulvek::Bytes view(reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size());
+  std::optional<ulvek::ReaderOutput> output = ulvek::attributedDocumentReader().read(
+      ulvek::ReaderSource::data(view, name ? name : "attachment." + extension));
+  if (!output || !output->text) return {};
+  return ulvek::toUtf8(*output->text);
 }
 
 // Walks the tree without recursion: the first plain and the first HTML body, attachment names.
@@ -109,12 +189,12 @@ void walk(GMimeObject* root, Body& body) {
     GMimePart* part = GMIME_PART(object);
     if (isAttachment(object)) {
       if (const char* name = g_mime_part_get_filename(part)) body.attachments.push_back(name);
-      // A plain-text attachment's own text follows its name.
-      GMimeContentType* type = g_mime_object_get_content_type(object);
-      if (GMIME_IS_TEXT_PART(object) && g_mime_content_type_is_type(type, "text", "plain")) {
-        std::string text = textOf(GMIME_TEXT_PART(object));
+      // A readable attachment's own text follows its name.
+      if (body.readAttachments < kMaxReadAttachments) {
+        ++body.readAttachments;
+        std::string text = attachmentText(part);
         if (text.size() > kMaxAttachmentText) text.resize(kMaxAttachmentText);
-        body.attachments.push_back(std::move(text));
+        if (!text.empty()) body.attachments.push_back(std::move(text));
       }
       continue;
     }

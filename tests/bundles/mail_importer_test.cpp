@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
+#include "base/base64.h"
 #include "bundle_harness.h"
 #include "test_support.h"
 
@@ -96,6 +98,49 @@ TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
   EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), 1622534400.0);
   EXPECT_EQ(words(testing::stringOf(values, "kMDItemTextContent")),
             "Hallö Welt report.pdf notes.txt attached words");
+}
+
+// Attached documents are read: PDF with poppler, the word-processor formats with ulvekbot's
+// readers, HTML with its conversion; each text follows the attachment's name.
+TEST(MailImporter, AttachedDocumentsGiveTheirText) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  testing::TemporaryFolder folder;
+  struct Attachment {
+    std::string file, type, expected;
+  };
+  const std::vector<Attachment> attachments = {
+      {"pdf/tika-testPDF.pdf", "application/pdf", "Content Analysis Toolkit"},
+      {"docx/made-report.docx",
+       "application/vnd.openxmlformats-officedocument.wordprocessingml.document",
+       "Quarterly Import Report"},
+      {"rtf/tika-testRTFWindowsCodepage1250.rtf", "application/rtf", "zażółć gęślą jaźń"},
+      {"odt/tika-testODTNoMeta.odt", "application/octet-stream", "Test text"},
+      {"doc/wordextractor-test11.doc", "application/msword", "parsing the Word file"},
+  };
+  std::string message =
+      "From: a@example.org\r\nSubject: Files\r\nMIME-Version: 1.0\r\n"
+      "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+      "Content-Type: text/plain\r\n\r\nSee attached.\r\n";
+  for (const Attachment& attachment : attachments) {
+    std::string bytes = testing::readFile(testing::corpusPath() / "docs" / attachment.file);
+    std::string encoded =
+        base64({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    message += "--b\r\nContent-Type: " + attachment.type +
+               "\r\nContent-Transfer-Encoding: base64\r\nContent-Disposition: attachment; "
+               "filename=\"" +
+               fs::path(attachment.file).filename().string() + "\"\r\n\r\n";
+    for (std::size_t i = 0; i < encoded.size(); i += 76) message += encoded.substr(i, 76) + "\r\n";
+  }
+  message +=
+      "--b\r\nContent-Type: text/html\r\nContent-Disposition: attachment; filename=page.html"
+      "\r\n\r\n<p>Attached <b>page</b></p>\r\n--b--\r\n";
+  BundleAttributes values = bundle.import(folder.write("files.eml", message));
+  std::string text = words(testing::stringOf(values, "kMDItemTextContent"));
+  for (const Attachment& attachment : attachments) {
+    EXPECT_NE(text.find(fs::path(attachment.file).filename().string()), std::string::npos);
+    EXPECT_NE(text.find(attachment.expected), std::string::npos) << attachment.file;
+  }
+  EXPECT_NE(text.find("page.html Attached page"), std::string::npos) << text.substr(0, 300);
 }
 
 TEST(MailImporter, HostileMessagesAnswerLittle) {
