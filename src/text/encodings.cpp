@@ -3,6 +3,7 @@
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
+#include <unicode/ustring.h>
 
 #include <iconv.h>
 #include <bit>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string_view>
 
@@ -226,10 +228,35 @@ void dropLeadingByteOrderMark(TextString& text) {
   if (!text.empty() && text.front() == 0xFEFF) text.erase(0, 1);
 }
 
+// UTF-8 through ICU's string function rather than a converter: several times faster on the large
+// mostly-ASCII texts that dominate (sheets, pages), with the same answers. Strict conversion
+// gives nothing for malformed input; otherwise each maximal malformed subsequence becomes one
+// U+FFFD, as the converter's callback does.
+std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool strict) {
+  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()))
+    return std::nullopt;
+  TextString text(bytes.size(), u'\0');  // never more units than bytes
+  int32_t length = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  const char* source = reinterpret_cast<const char*>(bytes.data());
+  auto* target = reinterpret_cast<UChar*>(text.data());
+  const auto capacity = static_cast<int32_t>(text.size());
+  const auto size = static_cast<int32_t>(bytes.size());
+  if (strict)
+    u_strFromUTF8(target, capacity, &length, source, size, &status);
+  else
+    u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, nullptr, &status);
+  if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
+  text.resize(static_cast<std::size_t>(length));
+  dropLeadingByteOrderMark(text);
+  return text;
+}
+
 // Strict conversion: stops at the first error. The buffer grows when a converter produces more
 // units than bytes (rare: a few code pages map one byte to a pair).
 std::optional<TextString> convertStrictly(std::span<const std::uint8_t> bytes,
                                           CFStringEncoding encoding) {
+  if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, true);
   Converter converter = openConverter(encoding, bytes);
   if (!converter) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
@@ -766,6 +793,7 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
   if (const auto* table = byteTableFor(encoding)) return decodeWithTable(bytes, *table);
   if (const char* name = iconvNameFor(encoding))
     return iconvDecode(bytes, name, false).value_or(TextString());
+  if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, false).value_or(TextString());
   Converter converter = openConverter(encoding, bytes);
   if (!converter) return {};
   UErrorCode status = U_ZERO_ERROR;
