@@ -166,10 +166,59 @@ void BM_W3mDump(benchmark::State& state) {
   runProgramOverCorpus(state, {"w3m", "-dump", "-T", "text/html"});
 }
 
+// One large page, whole processes: the corpus pages one after another until 51 MB, imported by
+// `ulvekbot import` (start-up, decoding, conversion and JSON output) and converted by the others.
+const std::string& largePage() {
+  static const std::string path = [] {
+    std::string folder = (fs::temp_directory_path() / "ulvek-html-bench-XXXXXX").string();
+    if (!mkdtemp(folder.data())) return std::string();
+    std::string file = folder + "/large.html";
+    std::ofstream out(file, std::ios::binary);
+    std::uint64_t written = 0;
+    while (written < 51'000'000) {
+      for (const CorpusPage& page : corpus()) {
+        std::ifstream in(page.path, std::ios::binary);
+        out << in.rdbuf();
+        written += page.bytes;
+      }
+    }
+    return file;
+  }();
+  return path;
+}
+
+void runProgramOnLargePage(benchmark::State& state, std::vector<std::string> arguments) {
+  if (largePage().empty()) return state.SkipWithError("no temporary folder");
+  arguments.push_back(largePage());
+  const std::uint64_t bytes = fs::file_size(largePage());
+  for (auto _ : state) {
+    const double start = childrenCPUSeconds();
+    if (!runQuietly(arguments)) return state.SkipWithError("the program failed or is missing");
+    state.SetIterationTime(childrenCPUSeconds() - start);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+}
+
+void BM_LargePageUlvekbotImport(benchmark::State& state) {
+  runProgramOnLargePage(state, {std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot", "import"});
+}
+void BM_LargePageHtml2Text(benchmark::State& state) {
+  runProgramOnLargePage(state, {"html2text", "-utf8"});
+}
+void BM_LargePageW3mDump(benchmark::State& state) {
+  runProgramOnLargePage(state, {"w3m", "-dump", "-T", "text/html"});
+}
+
 BENCHMARK(BM_UlvekbotFileToText)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2);
 BENCHMARK(BM_UlvekbotHtmlToText)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2);
 BENCHMARK(BM_Html2Text)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_W3mDump)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LargePageUlvekbotImport)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+BENCHMARK(BM_LargePageHtml2Text)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_LargePageW3mDump)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
 // Console output as usual, and each benchmark's mean CPU time per corpus pass kept for the
 // ratios.
@@ -198,13 +247,25 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::printf("  ulvekbot HTML to text (conversion only)             %8.3f\n", ulvekConvert);
     std::printf("  html2text -utf8                                     %8.3f\n", html2text);
     std::printf("  w3m -dump                                           %8.3f\n", w3m);
-    if (ulvekFile <= 0 || ulvekConvert <= 0) return;
-    std::printf("Ratios (how many times faster ulvekbot is):\n");
-    std::printf("  html2text / ulvekbot file to text   %6.1fx   (aim 10x)\n",
-                html2text / ulvekFile);
-    std::printf("  w3m       / ulvekbot file to text   %6.1fx   (aim 3x)\n", w3m / ulvekFile);
-    std::printf("  html2text / ulvekbot HTML to text   %6.1fx\n", html2text / ulvekConvert);
-    std::printf("  w3m       / ulvekbot HTML to text   %6.1fx\n", w3m / ulvekConvert);
+    if (ulvekFile > 0 && ulvekConvert > 0) {
+      std::printf("Ratios (how many times faster ulvekbot is):\n");
+      std::printf("  html2text / ulvekbot file to text   %6.1fx   (aim 10x)\n",
+                  html2text / ulvekFile);
+      std::printf("  w3m       / ulvekbot file to text   %6.1fx   (aim 3x)\n", w3m / ulvekFile);
+      std::printf("  html2text / ulvekbot HTML to text   %6.1fx\n", html2text / ulvekConvert);
+      std::printf("  w3m       / ulvekbot HTML to text   %6.1fx\n", w3m / ulvekConvert);
+    }
+    const double largeOurs = find("BM_LargePageUlvekbotImport");
+    if (largeOurs <= 0) return;
+    std::printf(
+        "One %.0f MB page, whole processes (CPU seconds): ulvekbot import %.2f, "
+        "html2text %.2f, w3m -dump %.2f\n",
+        fs::file_size(largePage()) / 1e6, largeOurs, find("BM_LargePageHtml2Text"),
+        find("BM_LargePageW3mDump"));
+    std::printf("  html2text / ulvekbot import   %6.1fx   (aim 20x)\n",
+                find("BM_LargePageHtml2Text") / largeOurs);
+    std::printf("  w3m       / ulvekbot import   %6.1fx   (aim 20x)\n",
+                find("BM_LargePageW3mDump") / largeOurs);
   }
 
  private:
@@ -221,5 +282,6 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.printRatios();
   benchmark::Shutdown();
+  if (!largePage().empty()) fs::remove_all(fs::path(largePage()).parent_path());
   return 0;
 }

@@ -216,12 +216,14 @@ Converter openConverter(CFStringEncoding encoding, std::span<const std::uint8_t>
 
 // Marks every malformed or unmappable sequence with exactly one U+FFFD. ICU's own substitute
 // callback writes U+001A for some single-byte errors, which the replacement counts would miss.
-void writeReplacementCharacter(const void*, UConverterToUnicodeArgs* args, const char*, int32_t,
-                               UConverterCallbackReason reason, UErrorCode* status) {
+// The context counts the marks written.
+void writeReplacementCharacter(const void* context, UConverterToUnicodeArgs* args, const char*,
+                               int32_t, UConverterCallbackReason reason, UErrorCode* status) {
   if (reason > UCNV_IRREGULAR) return;
   static const UChar kReplacement = 0xFFFD;
   *status = U_ZERO_ERROR;
   ucnv_cbToUWriteUChars(args, &kReplacement, 1, 0, status);
+  ++*static_cast<std::size_t*>(const_cast<void*>(context));
 }
 
 void dropLeadingByteOrderMark(TextString& text) {
@@ -232,7 +234,8 @@ void dropLeadingByteOrderMark(TextString& text) {
 // mostly-ASCII texts that dominate (sheets, pages), with the same answers. Strict conversion
 // gives nothing for malformed input; otherwise each maximal malformed subsequence becomes one
 // U+FFFD, as the converter's callback does.
-std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool strict) {
+std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool strict,
+                                      std::size_t* replacements = nullptr) {
   if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()))
     return std::nullopt;
   TextString text(bytes.size(), u'\0');  // never more units than bytes
@@ -242,13 +245,14 @@ std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool 
   auto* target = reinterpret_cast<UChar*>(text.data());
   const auto capacity = static_cast<int32_t>(text.size());
   const auto size = static_cast<int32_t>(bytes.size());
-  if (strict)
-    u_strFromUTF8(target, capacity, &length, source, size, &status);
-  else
-    u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, nullptr, &status);
+  if (strict) u_strFromUTF8(target, capacity, &length, source, size, &status);
+  int32_t substitutions = 0;
+  if (!strict)
+    u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, &substitutions, &status);
   if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
   text.resize(static_cast<std::size_t>(length));
   dropLeadingByteOrderMark(text);
+  if (replacements) *replacements = static_cast<std::size_t>(substitutions);
   return text;
 }
 
@@ -391,7 +395,7 @@ const char* iconvNameFor(CFStringEncoding encoding) {
 // incomplete sequence; otherwise each one becomes a single U+FFFD and conversion goes on with the
 // next byte, as the ICU path does.
 std::optional<TextString> iconvDecode(std::span<const std::uint8_t> bytes, const char* name,
-                                      bool strict) {
+                                      bool strict, std::size_t* replacements = nullptr) {
   Iconv converter = openIconv(kHostUTF16, name);
   if (!converter) return std::nullopt;
   TextString text(std::max<std::size_t>(bytes.size(), 16), u'\0');
@@ -413,6 +417,7 @@ std::optional<TextString> iconvDecode(std::span<const std::uint8_t> bytes, const
     // EILSEQ, or EINVAL for a sequence cut off at the end.
     if (text.size() == produced) text.resize(text.size() * 2);
     text[produced++] = u'\uFFFD';
+    if (replacements) ++*replacements;
     ++source;
     --sourceLeft;
     iconv(*converter, nullptr, nullptr, nullptr, nullptr);
@@ -788,16 +793,24 @@ StringEncoding NSEncodingFromName(TextView name) {
   return encoding;
 }
 
-TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding) {
+TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding,
+                        std::size_t* replacements) {
+  std::size_t ignored = 0;
+  std::size_t& count = replacements ? *replacements : ignored;
+  count = 0;
   if (bytes.empty()) return {};
-  if (const auto* table = byteTableFor(encoding)) return decodeWithTable(bytes, *table);
+  if (const auto* table = byteTableFor(encoding)) {
+    TextString text = decodeWithTable(bytes, *table);
+    count = countReplacementCharacters(text);  // only undefined bytes decode to U+FFFD
+    return text;
+  }
   if (const char* name = iconvNameFor(encoding))
-    return iconvDecode(bytes, name, false).value_or(TextString());
-  if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, false).value_or(TextString());
+    return iconvDecode(bytes, name, false, &count).value_or(TextString());
+  if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, false, &count).value_or(TextString());
   Converter converter = openConverter(encoding, bytes);
   if (!converter) return {};
   UErrorCode status = U_ZERO_ERROR;
-  ucnv_setToUCallBack(converter.get(), writeReplacementCharacter, nullptr, nullptr, nullptr,
+  ucnv_setToUCallBack(converter.get(), writeReplacementCharacter, &count, nullptr, nullptr,
                       &status);
   if (U_FAILURE(status)) return {};
 

@@ -103,7 +103,10 @@ std::span<const CFStringEncoding> knownCFEncodings();
 // The markup converter: all bytes in one call into at most max(byte count, 32) UTF-16 units,
 // every malformed or unmappable sequence marked with U+FFFD. Empty when the encoding has no
 // converter (or the bytes are empty). A leading byte-order mark of a Unicode encoding is dropped.
-TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding);
+// `replacements`, when given, receives the number of U+FFFD the conversion wrote (characters
+// already U+FFFD in the input are not counted), without a second pass over the text.
+TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding,
+                        std::size_t* replacements = nullptr);
 std::size_t countReplacementCharacters(TextView text);
 
 // The platform's decoding in one string encoding: nothing when the bytes are not valid in it or

@@ -194,9 +194,9 @@ struct Decoding {
 std::optional<Decoding> decodeMarkup(Bytes bytes, StringEncoding encoding) {
   CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
   if (cf == kCFEncodingInvalid) return std::nullopt;
-  Decoding decoding{convertBytes(bytes, cf)};
+  Decoding decoding;
+  decoding.text = convertBytes(bytes, cf, &decoding.replacements);
   if (decoding.text.empty()) return std::nullopt;
-  decoding.replacements = countReplacementCharacters(decoding.text);
   return decoding;
 }
 

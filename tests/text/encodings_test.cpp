@@ -131,7 +131,10 @@ TEST(Converters, MarkedOrStrict) {
       {"no converter", "abc", 0x0001, u""},
   };
   for (const auto& [label, bytes, encoding, marked] : rows) {
-    EXPECT_EQ(convertBytes(bytesOf(bytes), encoding), marked) << label;
+    std::size_t replacements = 99;
+    EXPECT_EQ(convertBytes(bytesOf(bytes), encoding, &replacements), marked) << label;
+    // Counted as written, with no pass of its own.
+    EXPECT_EQ(replacements, countReplacementCharacters(marked)) << label;
     bool clean = marked.find(u'\uFFFD') == std::u16string::npos && !marked.empty();
     EXPECT_EQ(decodeBytes(bytesOf(bytes), stringEncodingFromCFEncoding(encoding)),
               clean ? std::optional(marked) : std::nullopt)
