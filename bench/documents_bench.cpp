@@ -1,9 +1,12 @@
 // The document kinds ulvekbot reads itself, and PDF through its importer, timed as whole
 // processes against what a user would otherwise run on the same files: docx2txt and pandoc for
 // DOCX, odt2txt for ODT, unrtf and pandoc for RTF, antiword and catdoc for Word 97–2003,
-// pdftotext for PDF, pandoc for EPUB. Best of three, side by side; the ratio is the peer's time
-// over ulvekbot's.
+// pdftotext for PDF, pandoc and GNOME's tracker-extract for EPUB. Best of three, side by side;
+// the ratio is the peer's time over ulvekbot's. Then the peak memory of importing the largest
+// book, beside the size of its text: reading must not grow with the number of chapters.
+#include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -61,7 +64,13 @@ int main() {
       {"epub",
        {"epub"},
        {{"pandoc",
-         [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
+         [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }},
+        // tracker-extract needs a session bus; one for all the books.
+        {"tracker",
+         [](const std::vector<std::string>& p) {
+           return "dbus-run-session -- " +
+                  eachFile(p, "/usr/libexec/tracker-extract-3 -o turtle -f");
+         }}},
        ".epub"},
   };
   std::printf("%-6s %6s %12s %-12s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer", "peer ms",
@@ -78,6 +87,31 @@ int main() {
       std::printf("%-6s %6zu %12.1f %-12s %12.1f %7.1fx\n", kind.name, paths.size(), ours,
                   peer.name, theirs, ours > 0 && theirs > 0 ? theirs / ours : 0.0);
     }
+  }
+  // Peak memory of one import of the largest book, in a child of its own.
+  std::vector<std::string> books;
+  for (const std::string& path : files({"epub"}))
+    if (path.ends_with(".epub")) books.push_back(path);
+  if (!books.empty()) {
+    std::string largest = *std::max_element(books.begin(), books.end(),
+                                            [](const std::string& a, const std::string& b) {
+                                              return fs::file_size(a) < fs::file_size(b);
+                                            });
+    const std::string text = fs::temp_directory_path() / "ulvek-epub-bench.json";
+    const std::string peak = fs::temp_directory_path() / "ulvek-epub-bench.peak";
+    std::system(("/usr/bin/time -f %M -o " + peak + " " + kUlvekbot + " import " +
+                 shellQuoted(largest) + " >" + text + " 2>/dev/null")
+                    .c_str());
+    std::ifstream kilobytes(peak);
+    double peakKilobytes = 0;
+    kilobytes >> peakKilobytes;
+    std::printf(
+        "\nlargest book %s: %.1f MB, its JSON answer %.1f MB, peak memory of the import "
+        "%.1f MB\n",
+        fs::path(largest).filename().c_str(), fs::file_size(largest) / 1e6,
+        fs::file_size(text) / 1e6, peakKilobytes / 1024.0);
+    fs::remove(text);
+    fs::remove(peak);
   }
   return 0;
 }

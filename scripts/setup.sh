@@ -10,7 +10,8 @@ packages=(
   libicu-dev libuchardet-dev uchardet zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev attr
   html2text w3m poppler-utils nlohmann-json3-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev libetonyek-tools libmwaw-tools libimage-exiftool-perl
-  libwpd-tools libgsf-1-dev scdoc dpkg-dev libglib2.0-bin antiword catdoc
+  libwpd-tools libgsf-1-dev scdoc dpkg-dev libglib2.0-bin antiword catdoc tracker-extract time
+  docx2txt odt2txt unrtf pandoc
 )
 
 missing=()
