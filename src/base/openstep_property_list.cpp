@@ -171,28 +171,13 @@ class Parser {
       }
       if (atEnd()) return std::nullopt;
       c = text_[at_++];
+      // Single-letter escapes, each followed by the character it stands for.
+      constexpr std::u16string_view kEscapes = u"a\ab\bf\fn\nr\rt\tv\v";
+      if (std::size_t at = kEscapes.find(c); at != TextView::npos && at % 2 == 0) {
+        out.push_back(kEscapes[at + 1]);
+        continue;
+      }
       switch (c) {
-        case u'a':
-          out.push_back(u'\a');
-          break;
-        case u'b':
-          out.push_back(u'\b');
-          break;
-        case u'f':
-          out.push_back(u'\f');
-          break;
-        case u'n':
-          out.push_back(u'\n');
-          break;
-        case u'r':
-          out.push_back(u'\r');
-          break;
-        case u't':
-          out.push_back(u'\t');
-          break;
-        case u'v':
-          out.push_back(u'\v');
-          break;
         case u'U':
         case u'u': {
           // Up to four hex digits: one UTF-16 unit.

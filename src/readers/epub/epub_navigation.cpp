@@ -1,6 +1,7 @@
 // The parts of EPUBParser that serve clients displaying a book: table of contents, merged HTML
 // and styled text, first page, URL mapping and cover.
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -36,24 +37,16 @@ std::string lowercase(std::string text) {
 
 // "&", "<", ">" and the double quote as references, so a file name can stand in an attribute.
 TextString standardEntities(std::string_view text) {
+  static constexpr std::pair<char16_t, std::u16string_view> kReferences[] = {
+      {u'&', u"&amp;"}, {u'<', u"&lt;"}, {u'>', u"&gt;"}, {u'"', u"&quot;"}};
   TextString converted;
   for (char16_t c : fromUtf8(text)) {
-    switch (c) {
-      case u'&':
-        converted += u"&amp;";
-        break;
-      case u'<':
-        converted += u"&lt;";
-        break;
-      case u'>':
-        converted += u"&gt;";
-        break;
-      case u'"':
-        converted += u"&quot;";
-        break;
-      default:
-        converted += c;
-    }
+    const auto* found = std::find_if(std::begin(kReferences), std::end(kReferences),
+                                     [c](const auto& reference) { return reference.first == c; });
+    if (found != std::end(kReferences))
+      converted += found->second;
+    else
+      converted += c;
   }
   return converted;
 }

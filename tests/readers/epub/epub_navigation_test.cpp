@@ -13,6 +13,8 @@
 #include "test_support.h"
 #include "zip_test_files.h"
 
+#include "nav_entries_text.h"
+
 namespace ulvek {
 namespace {
 
@@ -23,16 +25,7 @@ using testing::ZipEntry;
 
 std::string dataBook(const char* name) { return std::string(ULVEK_TEST_DATA_DIR "/epub/") + name; }
 
-// "label=content" per entry, children in braces, siblings joined by " | ".
-std::string render(const NavEntries& entries) {
-  std::string text;
-  for (const NavEntry& entry : entries) {
-    if (!text.empty()) text += " | ";
-    text += toUtf8(entry.label) + "=" + entry.content;
-    if (entry.hasChildren) text += "{" + render(entry.children) + "}";
-  }
-  return text;
-}
+using testing::render;
 
 std::string joined(const std::vector<std::string>& lines) {
   std::string text;

@@ -7,19 +7,12 @@
 
 #include <string>
 
+#include "nav_entries_text.h"
+
 namespace ulvek {
 namespace {
 
-// "label=content" per entry, children in braces, siblings joined by " | ".
-std::string render(const NavEntries& entries) {
-  std::string text;
-  for (const NavEntry& entry : entries) {
-    if (!text.empty()) text += " | ";
-    text += toUtf8(entry.label) + "=" + entry.content;
-    if (entry.hasChildren) text += "{" + render(entry.children) + "}";
-  }
-  return text;
-}
+using testing::render;
 
 NavEntries parse(const std::string& xml, NavigationFormat format) {
   NCXParser parser(Bytes(reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()), format);
