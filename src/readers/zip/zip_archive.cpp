@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "base/log.h"
 
@@ -266,9 +267,15 @@ Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
     if (total > budget) return refuse(archive, "inflates past the limit");
   }
   ZipLimits memberLimits{budget, ~0ull, 0};
+  std::set<std::string> unpacked;
   for (const ZipMember& member : members) {
     std::filesystem::path target = std::filesystem::path(destination) / member.name;
     std::error_code error;
+    // A name that comes again is the member a lookup finds already: keep the first.
+    if (!member.isFolder && !unpacked.insert(member.name).second) {
+      logLine("Duplicate archive member: " + archive.archiveName() + " (" + member.name + ")");
+      continue;
+    }
     if (member.isFolder) {
       std::filesystem::create_directories(target, error);
       if (error) return Error::posix(error.value(), target.string());

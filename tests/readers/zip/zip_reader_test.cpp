@@ -145,6 +145,25 @@ TEST(ZipArchive, UnpacksSafelyOrNotAtAll) {
   EXPECT_EQ(testing::readFile(folder.path() / "out/assets/a.png"), "png");
 }
 
+// Archives written twice over (a member added again under the same name) still unpack: the
+// first member stays, the later one is logged.
+TEST(ZipArchive, UnpacksTheFirstOfMembersWithTheSameName) {
+  TemporaryFolder folder;
+  std::string path = folder.path() / "a.zip";
+  ASSERT_TRUE(testing::writeZip(path, {{"mimetype", "one"}, {"mimetype", "two"}, {"b", "b"}}));
+  auto archive = ZipArchive::initWithZipFile(path);
+  ASSERT_TRUE(archive);
+  fs::create_directory(folder.path() / "out");
+  CapturedLog log;
+  ASSERT_TRUE(unpackZipArchive(*archive, (folder.path() / "out").string()).ok());
+  EXPECT_EQ(testing::readFile(folder.path() / "out/mimetype"), "one");
+  std::optional<Data> looked = archive->dataForNamedFile("mimetype");
+  ASSERT_TRUE(looked);
+  EXPECT_EQ(std::string(looked->begin(), looked->end()), "one");
+  EXPECT_EQ(testing::readFile(folder.path() / "out/b"), "b");
+  EXPECT_TRUE(log.contains("Duplicate archive member: " + path + " (mimetype)"));
+}
+
 TEST(TemporaryDirectory, LivesBelowTheCacheAndIsRemoved) {
   TemporaryFolder cache;
   setenv("XDG_CACHE_HOME", cache.path().c_str(), 1);
