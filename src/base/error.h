@@ -28,17 +28,6 @@ struct Error {
   static Error posix(int errorNumber, std::string_view path);
 };
 
-// Operations whose failure the caller must see take `ErrorOut error` last: null when the caller
-// does not want the error; cleared at the start of the operation.
-using ErrorOut = std::optional<Error>*;
-
-inline void clearError(ErrorOut error) {
-  if (error) error->reset();
-}
-inline void setError(ErrorOut error, Error value) {
-  if (error) *error = std::move(value);
-}
-
 // Thrown by operations that later work will provide; the service answers it as "not supported".
 class NotSupportedError : public std::runtime_error {
  public:

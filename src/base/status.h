@@ -23,11 +23,6 @@ class [[nodiscard]] Status {
     assert(error_);
     return *error_;
   }
-  // For the operations that still hand the error to an out-parameter.
-  bool report(ErrorOut out) const {
-    if (error_) setError(out, *error_);
-    return ok();
-  }
 
  private:
   std::optional<Error> error_;

@@ -11,9 +11,8 @@ int main(int, char** argv) {
   ulvek::restartWithHugePageHeap(argv);
   ulvek::MIMETypeHelper helper;
   ulvek::DBusService service(helper);
-  std::optional<ulvek::Error> error;
-  if (!service.start(&error)) {
-    ulvek::logLine("Cannot connect to the session bus: " + error->localizedDescription);
+  if (ulvek::Status started = service.start(); !started) {
+    ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
     return 1;
   }
   // Returns only when the bus goes away; Terminate exits from inside the request.

@@ -206,18 +206,14 @@ DBusService::~DBusService() {
   sd_bus_flush_close_unref(bus_);
 }
 
-bool DBusService::start(ErrorOut error) {
-  clearError(error);
+Status DBusService::start() {
   int r = sd_bus_open_user(&bus_);
   if (r >= 0) r = sd_bus_set_method_call_timeout(bus_, dbus::kCallTimeoutMicroseconds);
   if (r >= 0) {
     r = sd_bus_add_object_vtable(bus_, &slot_, dbus::kObjectPath, dbus::kInterfaceName, kVTable,
                                  this);
   }
-  if (r < 0) {
-    setError(error, Error::posix(-r, ""));
-    return false;
-  }
+  if (r < 0) return Error::posix(-r, "");
   // Queued: a second instance stays unreachable while the first runs and takes over when the
   // first one ends, so a service is always there once one was started.
   r = sd_bus_request_name(bus_, dbus::kServiceName, SD_BUS_NAME_QUEUE);
@@ -229,7 +225,7 @@ bool DBusService::start(ErrorOut error) {
     logLine(std::string("Name ") + dbus::kServiceName + " refused: " + posixMessage(r) +
             "; this instance stays unreachable");
   }
-  return true;
+  return {};
 }
 
 void DBusService::run() {

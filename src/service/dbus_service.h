@@ -6,6 +6,7 @@
 #include <systemd/sd-bus.h>
 
 #include "base/error.h"
+#include "base/status.h"
 #include "import/mime_type_helper.h"
 
 namespace ulvek {
@@ -32,7 +33,7 @@ class DBusService {
   // root object and asks for the well-known name without queueing. A name that another process
   // holds is only logged: the service then keeps running, reachable by no well-known name. Fails
   // only when there is no bus to connect to.
-  bool start(ErrorOut error);
+  [[nodiscard]] Status start();
 
   // Whether the well-known name was granted by start().
   bool ownsName() const { return ownsName_; }

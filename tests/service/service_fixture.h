@@ -183,6 +183,15 @@ inline ProgramOutput runProgram(const std::vector<std::string>& arguments,
   return output;
 }
 
+// Where a test wants a call's error: null when it does not; cleared before each call.
+using ErrorOut = std::optional<Error>*;
+inline void clearError(ErrorOut error) {
+  if (error) error->reset();
+}
+inline void setError(ErrorOut error, Error value) {
+  if (error) *error = std::move(value);
+}
+
 // The client library's proxy for the daemon, with each call's error in an out-parameter so a
 // check reads as one line.
 class ServiceClient {
@@ -232,7 +241,8 @@ class ServiceClient {
  private:
   static bool report(const Status& status, ErrorOut error) {
     clearError(error);
-    return status.report(error);
+    if (!status) setError(error, status.error());
+    return status.ok();
   }
   template <typename T>
   static std::optional<T> take(Result<T> result, ErrorOut error) {
