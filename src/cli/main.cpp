@@ -1,28 +1,15 @@
 // ulvekbot: runs imports in-process (or through the daemon) and prints results as JSON.
 #include <malloc.h>
-#include <sys/stat.h>
 
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "cli/command.h"
-#include "platform/huge_pages.h"
 
 namespace {
 
 using ulvek::cli::Command;
-
-// Whether an argument names a regular file of 16 MiB or more.
-bool namesLargeFile(const std::vector<std::string>& arguments) {
-  for (const std::string& argument : arguments) {
-    struct stat status {};
-    if (stat(argument.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-        status.st_size >= (16 << 20))
-      return true;
-  }
-  return false;
-}
 
 void printUsage(std::ostream& out) {
   out << "usage: ulvekbot COMMAND [ARGUMENTS...]\n"
@@ -41,12 +28,10 @@ bool isHelp(std::string_view argument) { return argument == "--help" || argument
 
 int main(int argc, char** argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
-  // Large documents pass through a few buffers of their size (bytes, UTF-16 text, plain text,
-  // JSON): on huge pages, and kept on the heap when freed so that the next buffer reuses pages
-  // already faulted in, a 50 MB page imports in half the time. A short-lived command can afford
-  // to keep its peak; small files are not worth executing the program again for.
-  if (!arguments.empty() && arguments[0] == "import" && namesLargeFile(arguments))
-    ulvek::restartWithHugePageHeap(argv);
+  // A large document passes through a few buffers of its size (bytes, UTF-16 text, plain text,
+  // JSON). Served from the heap and kept there when freed, each buffer reuses pages the last one
+  // already faulted in instead of mapping and zeroing fresh ones. A short-lived command can
+  // afford to keep its peak.
   mallopt(M_MMAP_THRESHOLD, 1 << 30);
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
   if (arguments.empty()) {

@@ -3,12 +3,9 @@
 
 #include "base/log.h"
 #include "import/mime_type_helper.h"
-#include "platform/huge_pages.h"
 #include "service/dbus_service.h"
 
-int main(int, char** argv) {
-  // Documents of tens of megabytes import in half the time with the heap on huge pages.
-  ulvek::restartWithHugePageHeap(argv);
+int main() {
   ulvek::MIMETypeHelper helper;
   ulvek::DBusService service(helper);
   if (ulvek::Status started = service.start(); !started) {
