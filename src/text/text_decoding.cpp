@@ -235,6 +235,9 @@ std::optional<TextString> propertyListAsXml(Bytes bytes) {
   return text;
 }
 
+// Markup files from this size on are not held in two decodings at once.
+constexpr std::size_t kLargeMarkupBytes = 4 * 1024 * 1024;
+
 // Steps 3 to 6 of markup file decoding, on bytes that are not a property list.
 std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEncoding,
                                            StringEncoding& used) {
@@ -258,17 +261,30 @@ std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEn
       declared == kASCIIStringEncoding)
     return std::move(first->text);
 
+  // A large document's first decoding is let go while the second is made, and made again in
+  // the rare case that it wins: two whole decodings at once cost more in memory than the second
+  // pass does.
+  const std::size_t firstReplacements = first->replacements, firstSize = first->text.size();
+  const bool large = bytes.size() >= kLargeMarkupBytes;
+  if (large) first.reset();
+  auto firstText = [&]() -> TextString {
+    if (first) return std::move(first->text);
+    std::optional<Decoding> again = decodeMarkup(bytes, defaultEncoding);
+    return again ? std::move(again->text) : TextString();
+  };
+
   std::optional<Decoding> second = decodeDeclared(bytes, declared);
   if (second) {
-    if (second->replacements > first->replacements) return std::move(first->text);
+    if (second->replacements > firstReplacements) return firstText();
     // Well-formed UTF-8 with multi-byte sequences that claims a single-byte charset: the bytes
     // are right and the label is wrong, which the longer single-byte decoding gives away.
-    if (second->replacements == 0 && first->replacements == 0 &&
+    if (second->replacements == 0 && firstReplacements == 0 &&
         defaultEncoding == kUTF8StringEncoding &&
         (declared == kISOLatin1StringEncoding || declared == kWindowsCP1251StringEncoding) &&
-        second->text.size() > first->text.size()) {
+        second->text.size() > firstSize) {
       used = kUTF8StringEncoding;
-      return std::move(first->text);
+      second.reset();
+      return firstText();
     }
     used = declared;
     return std::move(second->text);
@@ -280,7 +296,7 @@ std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEn
     if (std::optional<TextString> roman = decodeBytes(bytes, kMacOSRomanStringEncoding))
       return roman;
   }
-  return std::move(first->text);
+  return firstText();
 }
 
 // Converters for the fallback lists of markup data declared as Shift JIS or EUC-CN.
