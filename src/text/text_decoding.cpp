@@ -19,6 +19,7 @@
 #include <string_view>
 
 #include "base/property_list.h"
+#include "platform/file_bytes.h"
 #include "text/character_tables.h"
 #include "text/entity_conversion.h"
 #include "text/markup_scanner.h"
@@ -28,54 +29,6 @@ namespace ulvek {
 namespace {
 
 using Bytes = std::span<const std::uint8_t>;
-
-// ---- Reading ----------------------------------------------------------------------------------
-
-// The whole file in one buffer, read once and dropped from the page cache afterwards: imports
-// read each file once, and caching it would only push out what the user is working with.
-class FileBytes {
- public:
-  static std::optional<FileBytes> read(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    std::optional<FileBytes> bytes = readAll(fd);
-    ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
-    ::close(fd);
-    return bytes;
-  }
-
-  Bytes span() const { return {data_.get(), size_}; }
-
- private:
-  static std::optional<FileBytes> readAll(int fd) {
-    struct stat info;
-    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) return std::nullopt;
-    FileBytes bytes;
-    // Regular files come in one read of their size; anything else (or a file that grows while
-    // we read) in doubling steps.
-    std::size_t capacity =
-        S_ISREG(info.st_mode) ? static_cast<std::size_t>(info.st_size) + 1 : 65536;
-    bytes.data_ = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
-    for (;;) {
-      if (bytes.size_ == capacity) {
-        std::size_t grown = capacity * 2;
-        auto larger = std::make_unique_for_overwrite<std::uint8_t[]>(grown);
-        std::memcpy(larger.get(), bytes.data_.get(), bytes.size_);
-        bytes.data_ = std::move(larger);
-        capacity = grown;
-      }
-      ssize_t count = ::read(fd, bytes.data_.get() + bytes.size_, capacity - bytes.size_);
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return std::nullopt;
-      if (count == 0) break;
-      bytes.size_ += static_cast<std::size_t>(count);
-    }
-    return bytes;
-  }
-
-  std::unique_ptr<std::uint8_t[]> data_;
-  std::size_t size_ = 0;
-};
 
 bool startsWith(Bytes bytes, std::string_view prefix) {
   return bytes.size() >= prefix.size() &&
@@ -510,18 +463,18 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding) {
   if (usedEncoding) *usedEncoding = encoding;
-  std::optional<FileBytes> bytes = FileBytes::read(path);
+  std::optional<FileBytes> bytes = FileBytes::read(path).take();
   bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
-  if (!detect) return bytes ? decodeBytes(bytes->span(), encoding) : std::nullopt;
+  if (!detect) return bytes ? decodeBytes(bytes->bytes(), encoding) : std::nullopt;
 
   if (bytes) {
-    if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes->span())) {
+    if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes->bytes())) {
       if (usedEncoding) *usedEncoding = detected->encoding;
       return std::move(detected->text);
     }
   }
   if (usedEncoding) *usedEncoding = kASCIIStringEncoding;
-  return bytes ? decodeBytes(bytes->span(), kASCIIStringEncoding) : std::nullopt;
+  return bytes ? decodeBytes(bytes->bytes(), kASCIIStringEncoding) : std::nullopt;
 }
 
 std::optional<TextString> stringWithData(std::span<const std::uint8_t> data,
@@ -593,10 +546,10 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
                                                          StringEncoding* usedEncoding) {
   StringEncoding used = kEncodingNotFound;
   std::optional<TextString> text;
-  if (std::optional<FileBytes> bytes = FileBytes::read(path)) {
-    if (startsWith(bytes->span(), "bplist") || hasPropertyListExtension(path))
-      text = propertyListAsXml(bytes->span());
-    if (!text) text = decodeMarkupFile(bytes->span(), defaultEncoding, used);
+  if (std::optional<FileBytes> bytes = FileBytes::read(path).take()) {
+    if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
+      text = propertyListAsXml(bytes->bytes());
+    if (!text) text = decodeMarkupFile(bytes->bytes(), defaultEncoding, used);
   }
   if (usedEncoding) *usedEncoding = used;
   return text;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -74,6 +75,17 @@ TEST(PlainTextDecoding, GivenEncodingIsExactDetectionReportsItsChoice) {
   EXPECT_EQ(stringWithCString(bytes, 9, kL1), std::u16string(u"café\0tail", 9));
   EXPECT_EQ(stringWithNullTerminatedCString(bytes, kL1), u"café");
   EXPECT_FALSE(stringWithNullTerminatedCString(nullptr, kU8));
+}
+
+// Only regular files are read: a named pipe without a writer would block the reader for ever.
+TEST(PlainTextDecoding, NamedPipesAndFoldersAreNotRead) {
+  TemporaryFolder folder;
+  const std::string pipe = (folder.path() / "pipe.txt").string();
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(stringWithContentsOfFile(pipe, kUTF8StringEncoding), std::nullopt);
+  EXPECT_EQ(stringWithContentsOfFile(pipe, kDetectEncoding), std::nullopt);
+  EXPECT_EQ(stringWithMarkupContentsOfFile(pipe, kUTF8StringEncoding), std::nullopt);
+  EXPECT_EQ(stringWithContentsOfFile(folder.path().string(), kUTF8StringEncoding), std::nullopt);
 }
 
 TEST(Writing, RoundTripsChoosesEncodingsAndFailuresLeaveNoFile) {
