@@ -256,7 +256,8 @@ class Html2TextConverter : public MarkupTagHandler {
         alphaNumeric_(*AlphaNumericCharacterSetRep()),
         upper_(upperCharsTable()),
         fold_(umlautsCharsTable()) {
-    // Text is rarely longer than its markup; the buffer grows past this when it is.
+    // Text is rarely longer than half its markup; the buffer grows past this when it is. The
+    // reservation costs nothing until written.
     context_.output.reserve(inputLength / 2 + 16);
   }
 
@@ -839,10 +840,10 @@ TextString convertHtml2PlainText(TextView html, const Html2TextSettings& setting
   if (didRemoveJunk) *didRemoveJunk = false;
   try {
     Html2TextConverter converter(settings, simplified, html.size());
-    bool scanned = parseXmlWithHandler(html, converter, nullptr, true);
+    bool scanned = parseXmlWithHandler(html, converter, nullptr, false);
     if (scanned && settings.onlyBody && !converter.context().produced) {
       converter.restartWithWholeDocument();
-      scanned = parseXmlWithHandler(html, converter, nullptr, true);
+      scanned = parseXmlWithHandler(html, converter, nullptr, false);
     }
     if (!scanned || !converter.context().produced) return TextString(html);
     if (didRemoveJunk) *didRemoveJunk = converter.context().removedJunk;
