@@ -5,6 +5,10 @@
 #include <unicode/ucnv_cb.h>
 #include <unicode/ustring.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <iconv.h>
 #include <bit>
 #include <cerrno>
@@ -239,20 +243,51 @@ std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool 
   if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()))
     return std::nullopt;
   TextString text(bytes.size(), u'\0');  // never more units than bytes
-  int32_t length = 0;
-  UErrorCode status = U_ZERO_ERROR;
-  const char* source = reinterpret_cast<const char*>(bytes.data());
-  auto* target = reinterpret_cast<UChar*>(text.data());
-  const auto capacity = static_cast<int32_t>(text.size());
-  const auto size = static_cast<int32_t>(bytes.size());
-  if (strict) u_strFromUTF8(target, capacity, &length, source, size, &status);
-  int32_t substitutions = 0;
-  if (!strict)
-    u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, &substitutions, &status);
-  if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
-  text.resize(static_cast<std::size_t>(length));
+  std::size_t produced = 0, substitutions = 0;
+  const std::uint8_t* data = bytes.data();
+  const std::size_t n = bytes.size();
+  std::size_t i = 0;
+  while (i < n) {
+    // ASCII runs are widened here, sixteen bytes at a time where possible; ICU decodes the rest.
+    // Splitting before an ASCII byte never cuts a sequence, well-formed or not, so the answer is
+    // ICU's for the whole text.
+    std::size_t j = i;
+    char16_t* out = text.data() + produced;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    while (j + 16 <= n) {
+      __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + j));
+      if (_mm_movemask_epi8(chunk) != 0) break;
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(chunk, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(chunk, zero));
+      j += 16;
+      out += 16;
+    }
+#endif
+    while (j < n && data[j] < 0x80) *out++ = data[j++];
+    produced = static_cast<std::size_t>(out - text.data());
+    i = j;
+    std::size_t k = j;
+    while (k < n && data[k] >= 0x80) ++k;
+    if (k == j) continue;
+    int32_t length = 0, substituted = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    const char* source = reinterpret_cast<const char*>(data + j);
+    auto* target = reinterpret_cast<UChar*>(text.data() + produced);
+    const auto capacity = static_cast<int32_t>(text.size() - produced);
+    const auto size = static_cast<int32_t>(k - j);
+    if (strict)
+      u_strFromUTF8(target, capacity, &length, source, size, &status);
+    else
+      u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, &substituted, &status);
+    if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
+    produced += static_cast<std::size_t>(length);
+    substitutions += static_cast<std::size_t>(substituted);
+    i = k;
+  }
+  text.resize(produced);
   dropLeadingByteOrderMark(text);
-  if (replacements) *replacements = static_cast<std::size_t>(substitutions);
+  if (replacements) *replacements = substitutions;
   return text;
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
+#include <unicode/ustring.h>
 
 #include <set>
 #include <string>
@@ -143,6 +144,44 @@ TEST(Converters, MarkedOrStrict) {
   EXPECT_EQ(decodeBytes(bytesOf(std::string("h\0i", 3)), 0x94000100), std::nullopt);
   EXPECT_EQ(decodeBytes(bytesOf(""), kUTF8StringEncoding), u"");
   EXPECT_EQ(decodeBytes(bytesOf("abc"), 0), std::nullopt);
+}
+
+// UTF-8 is decoded in ASCII runs and the spans between them: the answer must be ICU's for the
+// whole input, replacement marks and their count included, at every alignment.
+TEST(Converters, UTF8InRunsIsICUsWholeDecoding) {
+  const std::vector<std::string> pieces = {"a",
+                                           "plain ascii text ",
+                                           "\xC3\xA9",
+                                           "\xE2\x82\xAC",
+                                           "\xF0\x9F\x98\x80",
+                                           "\x80",
+                                           "\xED\xA0\x80",
+                                           "\xC3",
+                                           "\xF4\x90\x80\x80",
+                                           "\xE2\x82",
+                                           "\xEF\xBB\xBF",
+                                           std::string(1, '\0')};
+  std::uint32_t seed = 12345;
+  auto next = [&seed] { return seed = seed * 1103515245 + 12345, (seed >> 16) & 0x7FFF; };
+  for (int round = 0; round < 2000; ++round) {
+    std::string bytes;
+    for (int count = next() % 12; count >= 0; --count) bytes += pieces[next() % pieces.size()];
+    std::u16string expected(bytes.size() + 1, u'\0');
+    int32_t length = 0, substitutions = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(reinterpret_cast<UChar*>(expected.data()),
+                         static_cast<int32_t>(expected.size()), &length, bytes.data(),
+                         static_cast<int32_t>(bytes.size()), 0xFFFD, &substitutions, &status);
+    ASSERT_TRUE(U_SUCCESS(status));
+    expected.resize(length);
+    if (!expected.empty() && expected[0] == 0xFEFF) expected.erase(0, 1);
+    std::size_t replacements = 0;
+    EXPECT_EQ(convertBytes(bytesOf(bytes), kUtf8, &replacements), expected) << round;
+    EXPECT_EQ(replacements, static_cast<std::size_t>(substitutions)) << round;
+    std::optional<TextString> strict = decodeBytes(bytesOf(bytes), kUTF8StringEncoding);
+    EXPECT_EQ(strict.has_value(), substitutions == 0) << round;
+    if (strict) EXPECT_EQ(*strict, expected) << round;
+  }
 }
 
 TEST(PlatformEncoding, RefusesCharactersWithoutRepresentation) {
