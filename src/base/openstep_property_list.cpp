@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "base/ascii.h"
 #include "base/property_list.h"
 #include "base/text_string.h"
 
@@ -12,13 +13,6 @@ namespace {
 bool isBareCharacter(char16_t c) {
   return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
          c == u'_' || c == u'$' || c == u'+' || c == u'/' || c == u':' || c == u'.' || c == u'-';
-}
-
-int hexValue(char16_t c) {
-  if (c >= u'0' && c <= u'9') return c - u'0';
-  if (c >= u'a' && c <= u'f') return c - u'a' + 10;
-  if (c >= u'A' && c <= u'F') return c - u'A' + 10;
-  return -1;
 }
 
 class Parser {
@@ -137,7 +131,7 @@ class Parser {
       if (atEnd()) return std::nullopt;
       char16_t c = text_[at_++];
       if (c == u'>') break;
-      int value = hexValue(c);
+      int value = hexDigitValue(c);
       if (value < 0) return std::nullopt;
       if (high < 0) {
         high = value;
@@ -183,8 +177,8 @@ class Parser {
           // Up to four hex digits: one UTF-16 unit.
           unsigned unit = 0;
           int digits = 0;
-          while (digits < 4 && !atEnd() && hexValue(text_[at_]) >= 0) {
-            unit = unit << 4 | static_cast<unsigned>(hexValue(text_[at_++]));
+          while (digits < 4 && !atEnd() && hexDigitValue(text_[at_]) >= 0) {
+            unit = unit << 4 | static_cast<unsigned>(hexDigitValue(text_[at_++]));
             ++digits;
           }
           if (digits == 0) return std::nullopt;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "base/ascii.h"
 #include "base/log.h"
 #include "base/property_list.h"
 #include "importers/worker_protocol.h"
@@ -36,12 +37,6 @@ constexpr std::string_view kChmArchiveDynamic = "dyn.ah62d4rv4ge80g4dr";
 constexpr std::string_view kChmArchive = "com.microsoft.chm-archive";
 constexpr std::string_view kTextContent = "kMDItemTextContent";
 
-std::string lowercase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
 const PropertyArray* arrayValue(const PropertyDictionary& dictionary, std::string_view key) {
   const PropertyValue* value = find(dictionary, key);
   return value ? value->array() : nullptr;
@@ -61,7 +56,7 @@ std::optional<std::string> utf8Value(const PropertyDictionary& dictionary, std::
 
 bool hasSuffixIgnoringCase(const std::string& path, std::string_view suffix) {
   return path.size() >= suffix.size() &&
-         lowercase(path.substr(path.size() - suffix.size())) == suffix;
+         asciiLowercase(path.substr(path.size() - suffix.size())) == suffix;
 }
 
 std::chrono::milliseconds defaultTimeLimit() {
@@ -167,7 +162,7 @@ std::optional<TextString> chatLogText(const std::string& path) {
   std::vector<fs::path> logs;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(path, error)) {
-    if (lowercase(entry.path().extension().string()) == ".xml") logs.push_back(entry.path());
+    if (asciiLowercase(entry.path().extension().string()) == ".xml") logs.push_back(entry.path());
   }
   if (logs.size() != 1) return std::nullopt;
   std::optional<TextString> source =
@@ -255,7 +250,7 @@ void MetaDataImporter::addBundleToMDImporters(const PropertyDictionary& info,
       std::vector<std::string>& registered = contentTypes_[path];
       for (const PropertyValue& contentType : *contentTypes) {
         if (!contentType.string()) continue;
-        std::string lowered = lowercase(toUtf8(*contentType.string()));
+        std::string lowered = asciiLowercase(toUtf8(*contentType.string()));
         registered.push_back(lowered == kChmArchiveDynamic ? std::string(kChmArchive) : lowered);
       }
     }
@@ -271,7 +266,7 @@ void MetaDataImporter::addBundleToMDImporters(const PropertyDictionary& info,
       if (!extensions) continue;
       for (const PropertyValue& extension : *extensions) {
         if (!extension.string() || isWhiteString(*extension.string())) continue;
-        registered.push_back(lowercase(toUtf8(*extension.string())));
+        registered.push_back(asciiLowercase(toUtf8(*extension.string())));
       }
     }
   }
@@ -293,7 +288,8 @@ void MetaDataImporter::loadExtractorPlugins() {
       std::error_code error;
       std::vector<std::string> here;
       for (const auto& entry : fs::directory_iterator(folder, error)) {
-        if (lowercase(entry.path().extension().string()) == ".mdimporter" && entry.is_directory())
+        if (asciiLowercase(entry.path().extension().string()) == ".mdimporter" &&
+            entry.is_directory())
           here.push_back(entry.path().string());
       }
       std::sort(here.begin(), here.end());
@@ -411,8 +407,8 @@ bool MetaDataImporter::getMetaData(PropertyDictionary* attributes, const std::st
   if (::stat(path.c_str(), &info) != 0) return false;
   std::optional<std::string> contentType = typeOfFile(path);
   if (!contentType) return false;
-  std::string type = lowercase(*contentType);
-  std::string extension = lowercase(toUtf8(pathExtension(path)));
+  std::string type = asciiLowercase(*contentType);
+  std::string extension = asciiLowercase(toUtf8(pathExtension(path)));
   loadExtractorPlugins();
   if (!allFactories_) return false;
   bool succeeded = false;
@@ -432,7 +428,7 @@ std::optional<std::string> MetaDataImporter::importerForFile(const std::string& 
   if (!contentType) return std::nullopt;
   loadExtractorPlugins();
   std::vector<Match> found =
-      matches(lowercase(*contentType), lowercase(toUtf8(pathExtension(path))));
+      matches(asciiLowercase(*contentType), asciiLowercase(toUtf8(pathExtension(path))));
   if (found.empty()) return std::nullopt;
   return found.back().bundle;
 }

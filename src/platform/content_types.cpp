@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/log.h"
 #include "platform/resource_fork.h"
 
@@ -288,13 +289,6 @@ std::vector<std::string_view> words(std::string_view list) {
   return result;
 }
 
-std::string lowercased(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return result;
-}
-
 // The table in the form lookups want, built on first use and kept for the process.
 struct TypeIndex {
   struct Row {
@@ -332,7 +326,7 @@ const TypeIndex& typeIndex() {
 // ("dyn.mime-type.application.octet-stream"), the value hex-encoded when it holds characters an
 // identifier may not.
 std::string dynamicIdentifier(std::string_view tagClass, std::string_view value) {
-  std::string readable = lowercased(value);
+  std::string readable = asciiLowercase(value);
   std::replace(readable.begin(), readable.end(), '/', '.');
   bool plain = !readable.empty() && std::all_of(readable.begin(), readable.end(), [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.';
@@ -370,7 +364,7 @@ Magic& sharedMagic() {
 
 std::optional<std::string> magicAnswer(const char* answer) {
   if (!answer || !*answer) return std::nullopt;
-  return lowercased(answer);
+  return asciiLowercase(answer);
 }
 
 std::string lastPathComponent(const std::string& path) {
@@ -413,7 +407,7 @@ const ContentTypeInfo* contentTypeInfo(std::string_view identifier) {
 std::optional<std::string_view> contentTypeForExtension(std::string_view extension) {
   if (extension.empty()) return std::nullopt;
   const TypeIndex& index = typeIndex();
-  std::string key = lowercased(extension);
+  std::string key = asciiLowercase(extension);
   auto found = index.byExtension.find(key);
   if (found == index.byExtension.end()) return std::nullopt;
   return found->second->info.identifier;
@@ -426,7 +420,7 @@ std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType
   while (!mimeType.empty() && mimeType.front() == ' ') mimeType.remove_prefix(1);
   if (mimeType.empty()) return std::nullopt;
   const TypeIndex& index = typeIndex();
-  std::string key = lowercased(mimeType);
+  std::string key = asciiLowercase(mimeType);
   auto found = index.byMIMEType.find(key);
   if (found == index.byMIMEType.end()) return std::nullopt;
   return found->second->info.identifier;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "base/ascii.h"
 #include "base/base64.h"
 #include "base/log.h"
 #include "text/encodings.h"
@@ -22,15 +23,9 @@ std::string upperCased(std::string_view text) {
   return result;
 }
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (upper(a[i]) != upper(b[i])) return false;
-  return true;
-}
-
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-  return text.size() >= prefix.size() && equalsIgnoringCase(text.substr(0, prefix.size()), prefix);
+  return text.size() >= prefix.size() &&
+         equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
 }
 
 // The physical lines of the file, without their CR, LF or CR LF.
@@ -83,13 +78,6 @@ std::vector<std::string> logicalLines(std::string_view text) {
     if (softBreak) current.pop_back();
   }
   return lines;
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
 }
 
 std::string unquoted(std::string_view value) {
@@ -164,10 +152,10 @@ std::optional<VCardProperty> parseProperty(std::string_view line, std::string_vi
 
   std::optional<std::string> encoding = property.parameter("ENCODING");
   bool quotedPrintable = property.hasType("QUOTED-PRINTABLE") ||
-                         (encoding && equalsIgnoringCase(*encoding, "QUOTED-PRINTABLE"));
+                         (encoding && equalsIgnoringASCIICase(*encoding, "QUOTED-PRINTABLE"));
   bool base64 =
-      property.hasType("BASE64") ||
-      (encoding && (equalsIgnoringCase(*encoding, "BASE64") || equalsIgnoringCase(*encoding, "B")));
+      property.hasType("BASE64") || (encoding && (equalsIgnoringASCIICase(*encoding, "BASE64") ||
+                                                  equalsIgnoringASCIICase(*encoding, "B")));
   std::string bytes;
   if (quotedPrintable) {
     bytes = decodeQuotedPrintable(raw);
@@ -219,7 +207,7 @@ bool VCardProperty::hasType(std::string_view type) const {
     std::string_view list = value;
     while (!list.empty()) {
       std::size_t comma = list.find(',');
-      if (equalsIgnoringCase(list.substr(0, comma), type)) return true;
+      if (equalsIgnoringASCIICase(list.substr(0, comma), type)) return true;
       if (comma == std::string_view::npos) break;
       list.remove_prefix(comma + 1);
     }
@@ -294,8 +282,8 @@ std::string decodeQuotedPrintable(std::string_view text) {
   bytes.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '=' && i + 2 < text.size()) {
-      int high = hexDigit(text[i + 1]);
-      int low = hexDigit(text[i + 2]);
+      int high = hexDigitValue(text[i + 1]);
+      int low = hexDigitValue(text[i + 2]);
       if (high >= 0 && low >= 0) {
         bytes.push_back(static_cast<char>(high * 16 + low));
         i += 2;

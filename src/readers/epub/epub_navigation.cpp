@@ -7,6 +7,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "base/ascii.h"
 #include "base/base64.h"
 #include "base/log.h"
 #include "metadata/file_types.h"
@@ -28,12 +29,6 @@ namespace fs = std::filesystem;
 // A merged book larger than this (in UTF-16 units, 512 MiB) stops growing: past it a book is an
 // attack on the client, not something to read.
 constexpr std::size_t kMaxMergedUnits = 256u << 20;
-
-std::string lowercase(std::string text) {
-  for (char& c : text)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return text;
-}
 
 // "&", "<", ">" and the double quote as references, so a file name can stand in an attribute.
 TextString standardEntities(std::string_view text) {
@@ -331,7 +326,7 @@ std::optional<TextString> EPUBParser::htmlContents() {
     if (!bytes || bytes->empty()) return found->second;
     std::optional<std::string> type = mediaTypeOfMember(member);
     if (!type) {
-      std::string extension = lowercase(toUtf8(pathExtension(member)));
+      std::string extension = asciiLowercase(toUtf8(pathExtension(member)));
       if (std::optional<std::string_view> uti = contentTypeForExtension(extension))
         if (std::optional<std::string_view> mime = preferredMIMEType(*uti))
           type = std::string(*mime);
@@ -402,7 +397,7 @@ std::optional<TextString> EPUBParser::htmlContents() {
         std::optional<std::string> rel = linkAttribute(tag, "REL");
         std::optional<std::string> link = linkAttribute(tag, "HREF");
         std::optional<std::string> member = link ? resolvedMemberPath(page, *link) : std::nullopt;
-        if (!rel || lowercase(*rel) != "stylesheet" || !member) {
+        if (!rel || asciiLowercase(*rel) != "stylesheet" || !member) {
           copy += tag;
           return false;
         }

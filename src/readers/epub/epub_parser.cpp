@@ -4,6 +4,7 @@
 #include <cctype>
 #include <filesystem>
 
+#include "base/ascii.h"
 #include "base/log.h"
 #include "platform/file_bytes.h"
 #include "readers/epub/epub_paths.h"
@@ -20,16 +21,6 @@ namespace fs = std::filesystem;
 
 // A chapter larger than this is no chapter; books of 50 MiB chapters are hostile.
 constexpr std::size_t kMaxMemberSize = 64u << 20;
-
-std::string lowercase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && lowercase(std::string(a)) == lowercase(std::string(b));
-}
 
 // A value is true when, after white space, a sign and zeros, it starts with Y, T or 1-9.
 bool isTrue(std::string_view value) {
@@ -65,10 +56,10 @@ std::string rightsScheme(std::string_view xml) {
                    nullptr,
                    [&](std::string_view text) {
                      if (!operatorURL) return;
-                     scheme =
-                         lowercase(std::string(text)).find("barnesandnoble") != std::string::npos
-                             ? "Barnes & Noble"
-                             : "Adobe";
+                     scheme = asciiLowercase(std::string(text)).find("barnesandnoble") !=
+                                      std::string::npos
+                                  ? "Barnes & Noble"
+                                  : "Adobe";
                    }};
   parseXml(xml, events);
   return scheme;
@@ -88,7 +79,7 @@ std::string joinedPath(const std::string& folder, const std::string& name) {
 }
 
 bool EPUBParser::isEPUBFile(const std::string& path) {
-  std::string lower = lowercase(path);
+  std::string lower = asciiLowercase(path);
   while (lower.size() > 1 && lower.back() == '/') lower.pop_back();
   return lower.ends_with(".epub") || lower.ends_with(".ibooks");
 }
@@ -190,20 +181,20 @@ void EPUBParser::parse(const std::string& member) {
           mediaTypes_[*member] = type;
       if (type == "application/xhtml+xml") {
         if (id.empty()) return;
-        if (equalsIgnoringCase(id, "toc") || equalsIgnoringCase(properties, "nav"))
+        if (equalsIgnoringASCIICase(id, "toc") || equalsIgnoringASCIICase(properties, "nav"))
           tocFile_ = joinedPath(opfFolderPath, *href);
         items_[id] = *href;
       } else if (type == "application/x-dtbncx+xml") {
         ncxFile_ = joinedPath(opfFolderPath, *href);
       } else {
         if (coverPath_.empty() && (properties == "cover-image" ||
-                                   (!coverID_.empty() && equalsIgnoringCase(id, coverID_))))
+                                   (!coverID_.empty() && equalsIgnoringASCIICase(id, coverID_))))
           coverPath_ = *href;
         auxiliaryFiles_.push_back(*href);
       }
     } else if (name == "reference") {
       // The guide's cover page, for books whose manifest marks no cover image.
-      if (equalsIgnoringCase(attribute(attributes, "type"), "cover"))
+      if (equalsIgnoringASCIICase(attribute(attributes, "type"), "cover"))
         if (std::optional<std::string> href = percentDecoded(attribute(attributes, "href")))
           guideCover_ = withoutFragment(*href);
     } else if (name == "itemref") {

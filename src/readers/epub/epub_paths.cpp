@@ -3,20 +3,10 @@
 #include <cctype>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/text_string.h"
 
 namespace ulvek {
-namespace {
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-}  // namespace
-
 // A scheme is letters, digits, "+", "-" and "." before the first ":", starting with a letter.
 bool hasURLScheme(std::string_view link) {
   std::size_t colon = link.find(':');
@@ -52,9 +42,9 @@ std::optional<std::string> percentDecoded(std::string_view text) {
       decoded += text[i];
       continue;
     }
-    if (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0)
+    if (i + 2 >= text.size() || hexDigitValue(text[i + 1]) < 0 || hexDigitValue(text[i + 2]) < 0)
       return std::nullopt;
-    decoded += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+    decoded += static_cast<char>(hexDigitValue(text[i + 1]) * 16 + hexDigitValue(text[i + 2]));
     i += 2;
   }
   TextString check;
