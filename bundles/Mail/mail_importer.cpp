@@ -15,13 +15,9 @@
 #include <string>
 #include <vector>
 
-#include <poppler/cpp/poppler-document.h>
-#include <poppler/cpp/poppler-page.h>
-
-#include <algorithm>
-#include <cctype>
-
+#include "base/ascii.h"
 #include "importer_plugin.h"
+#include "poppler_text.h"
 #include "readers/attributed/attributed_reader.h"
 #include "text/html_to_text.h"
 
@@ -100,26 +96,15 @@ std::optional<std::string> decodedContent(GMimePart* part) {
 }
 
 std::string lowercaseExtension(const char* name) {
-  std::string extension;
-  if (const char* dot = name ? std::strrchr(name, '.') : nullptr) extension = dot + 1;
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  return extension;
+  const char* dot = name ? std::strrchr(name, '.') : nullptr;
+  return dot ? ulvek::asciiLowercase(dot + 1) : std::string();
 }
 
 std::string pdfText(const std::string& bytes) {
   std::vector<char> data(bytes.begin(), bytes.end());
   std::unique_ptr<poppler::document> document(poppler::document::load_from_data(&data));
   if (!document || document->is_locked()) return {};
-  std::string text;
-  for (int i = 0; i < document->pages() && text.size() < kMaxAttachmentText; ++i) {
-    std::unique_ptr<poppler::page> page(document->create_page(i));
-    if (!page) continue;
-    poppler::byte_array utf8 = page->text().to_utf8();
-    if (!text.empty()) text += '\n';
-    text.append(utf8.begin(), utf8.end());
-  }
-  return text;
+  return ulvek::plugin::documentText(*document, kMaxAttachmentText);
 }
 
 std::string htmlToText(const std::string& html);

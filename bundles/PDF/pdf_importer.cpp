@@ -23,23 +23,18 @@
 #include <vector>
 
 #include "importer_plugin.h"
+#include "poppler_text.h"
 
 extern char** environ;
 
 namespace {
 
 using ulvek::plugin::Attributes;
+using ulvek::plugin::utf8;
 namespace fs = std::filesystem;
 
 // Ghostscript may take this long for one document; a PostScript loop must not hang the worker.
 constexpr std::chrono::seconds kGhostscriptLimit{20};
-
-std::string utf8(const poppler::ustring& text) {
-  poppler::byte_array bytes = text.to_utf8();
-  std::string result(bytes.begin(), bytes.end());
-  while (!result.empty() && result.back() == '\0') result.pop_back();
-  return result;
-}
 
 // Document information as people read it: without the line ends some writers leave around it.
 std::string info(const poppler::ustring& text) {
@@ -151,26 +146,13 @@ bool readPDF(Attributes& out, const std::string& path) {
     out.date("kMDItemContentCreationDate", double(created));
   if (time_t modified = document->get_modification_date_t(); modified > 0)
     out.date("kMDItemContentModificationDate", double(modified));
-  int pages = document->pages();
-  out.integer("kMDItemNumberOfPages", pages);
-  std::string text;
-  for (int index = 0; index < pages; ++index) {
-    std::unique_ptr<poppler::page> page(document->create_page(index));
-    if (!page) continue;
-    if (index == 0) {
-      poppler::rectf box = page->page_rect(poppler::media_box);
-      out.number("kMDItemPageWidth", box.width());
-      out.number("kMDItemPageHeight", box.height());
-    }
-    // Reading order, as pdftotext reads by default; the page ends with a form feed.
-    std::string pageText =
-        utf8(page->text(poppler::rectf(), poppler::page::non_raw_non_physical_layout));
-    while (!pageText.empty() && (pageText.back() == '\f' || pageText.back() == '\n'))
-      pageText.pop_back();
-    if (pageText.empty()) continue;
-    text += pageText;
-    text += '\n';
+  out.integer("kMDItemNumberOfPages", document->pages());
+  if (std::unique_ptr<poppler::page> first(document->create_page(0)); first) {
+    poppler::rectf box = first->page_rect(poppler::media_box);
+    out.number("kMDItemPageWidth", box.width());
+    out.number("kMDItemPageHeight", box.height());
   }
+  std::string text = ulvek::plugin::documentText(*document);
   out.string("kMDItemTextContent", text);
   return true;
 }
