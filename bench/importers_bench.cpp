@@ -35,14 +35,40 @@ struct Kind {
   std::string (*peer)(const std::vector<std::string>&);
 };
 
-}  // namespace
+// What the worker adds to one importer call: a small file that is no audio, which the Media
+// importer gives up on at once, asked for many times of the running worker.
+void workerCallCost() {
+  const std::string notAudio = (fs::temp_directory_path() / "ulvek-worker-bench.mp3").string();
+  std::ofstream(notAudio) << "no audio in here";
+  // The build's bundles and worker; this program does not live beside them.
+  setenv("ULVEKBOT_IMPORTER_PATH", (std::string(ULVEK_BINARY_DIR) + "/src/Importers").c_str(), 1);
+  setenv("ULVEKBOT_IMPORTER_WORKER",
+         (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
+  ulvek::MetaDataImporter& importer = ulvek::MetaDataImporter::sharedImporter();
+  if (!importer.importerForFile(notAudio)) {
+    std::printf("no importer for %s: the worker's cost is not measured\n", notAudio.c_str());
+    fs::remove(notAudio);
+    return;
+  }
+  importer.metaDataOfFileAtPath(notAudio);  // starts the worker and loads the bundles
+  constexpr int kCalls = 500;
+  auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kCalls; ++i) importer.metaDataOfFileAtPath(notAudio);
+  double perCall =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() /
+      kCalls;
+  std::printf("importer call through the worker, importer doing nothing: %.3f ms (aim < 0.3)\n",
+              perCall);
+  fs::remove(notAudio);
+}
 
-void workerCallCost();
+}  // namespace
 
 int main(int argc, char** argv) {
   // `importers_bench worker` measures only the worker's cost.
   workerCallCost();
   if (argc > 1 && std::string(argv[1]) == "worker") return 0;
+  std::printf("\n");
   const Kind kinds[] = {
       {"images",
        {"jpeg", "png", "tiff", "heic"},
@@ -87,30 +113,4 @@ int main(int argc, char** argv) {
   }
 
   return 0;
-}
-
-// What the worker adds to one importer call: a small file that is no audio, which the Media
-// importer gives up on at once, asked for many times of the running worker.
-void workerCallCost() {
-  const std::string empty = (fs::temp_directory_path() / "ulvek-worker-bench.mp3").string();
-  std::ofstream(empty) << "no audio in here";
-  // The build's bundles and worker; this program does not live beside them.
-  setenv("ULVEKBOT_IMPORTER_PATH", (std::string(ULVEK_BINARY_DIR) + "/src/Importers").c_str(), 1);
-  setenv("ULVEKBOT_IMPORTER_WORKER",
-         (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
-  ulvek::MetaDataImporter& importer = ulvek::MetaDataImporter::sharedImporter();
-  if (!importer.importerForFile(empty)) {
-    std::printf("\nno importer for %s: the worker's cost is not measured\n", empty.c_str());
-    return;
-  }
-  importer.metaDataOfFileAtPath(empty);  // starts the worker and loads the bundles
-  constexpr int kCalls = 500;
-  auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < kCalls; ++i) importer.metaDataOfFileAtPath(empty);
-  double perCall =
-      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() /
-      kCalls;
-  std::printf("\nimporter call through the worker, importer doing nothing: %.3f ms (aim < 0.3)\n",
-              perCall);
-  fs::remove(empty);
 }

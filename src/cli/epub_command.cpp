@@ -75,24 +75,23 @@ int toc(EPUBParser& book, const Options& options, CommandIO& io) {
   return kExitSuccess;
 }
 
-int text(EPUBParser& book, const Options& options, CommandIO& io) {
-  std::optional<TextString> contents = book.textContents();
+// The book's text or merged HTML; books under rights management give neither.
+int printContents(const std::optional<TextString>& contents, std::string_view end, EPUBParser& book,
+                  const Options& options, CommandIO& io) {
   if (!contents) {
     printError(io, kCommand, "the book is encrypted (" + book.DRM() + "): " + options.book);
     return kExitFailure;
   }
-  io.out << toUtf8(*contents);
+  io.out << toUtf8(*contents) << end;
   return kExitSuccess;
 }
 
+int text(EPUBParser& book, const Options& options, CommandIO& io) {
+  return printContents(book.textContents(), "", book, options, io);
+}
+
 int html(EPUBParser& book, const Options& options, CommandIO& io) {
-  std::optional<TextString> contents = book.htmlContents();
-  if (!contents) {
-    printError(io, kCommand, "the book is encrypted (" + book.DRM() + "): " + options.book);
-    return kExitFailure;
-  }
-  io.out << toUtf8(*contents) << '\n';
-  return kExitSuccess;
+  return printContents(book.htmlContents(), "\n", book, options, io);
 }
 
 int rtf(EPUBParser& book, const Options& options, CommandIO& io) {
