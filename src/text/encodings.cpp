@@ -234,16 +234,14 @@ void dropLeadingByteOrderMark(TextString& text) {
   if (!text.empty() && text.front() == 0xFEFF) text.erase(0, 1);
 }
 
-// UTF-8 through ICU's string function rather than a converter: several times faster on the large
-// mostly-ASCII texts that dominate (sheets, pages), with the same answers. Strict conversion
-// gives nothing for malformed input; otherwise each maximal malformed subsequence becomes one
-// U+FFFD, as the converter's callback does.
-std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool strict,
-                                      std::size_t* replacements = nullptr) {
-  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()))
-    return std::nullopt;
-  TextString text(bytes.size(), u'\0');  // never more units than bytes
-  std::size_t produced = 0, substitutions = 0;
+// Appends the decoding of `bytes` to `text`; false (with `text` unchanged) for strict
+// conversion of malformed input.
+bool appendUTF8(std::span<const std::uint8_t> bytes, bool strict, TextString& text,
+                std::size_t* replacements) {
+  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())) return false;
+  const std::size_t start = text.size();
+  text.resize(start + bytes.size());  // never more units than bytes
+  std::size_t produced = start, substitutions = 0;
   const std::uint8_t* data = bytes.data();
   const std::size_t n = bytes.size();
   std::size_t i = 0;
@@ -280,19 +278,33 @@ std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool 
       u_strFromUTF8(target, capacity, &length, source, size, &status);
     else
       u_strFromUTF8WithSub(target, capacity, &length, source, size, 0xFFFD, &substituted, &status);
-    if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
+    if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING) {
+      text.resize(start);
+      return false;
+    }
     produced += static_cast<std::size_t>(length);
     substitutions += static_cast<std::size_t>(substituted);
     i = k;
   }
   text.resize(produced);
+  if (replacements) *replacements += substitutions;
+  return true;
+}
+
+// UTF-8 through ICU's string function rather than a converter: several times faster on the large
+// mostly-ASCII texts that dominate (sheets, pages), with the same answers. Strict conversion
+// gives nothing for malformed input; otherwise each maximal malformed subsequence becomes one
+// U+FFFD, as the converter's callback does.
+std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool strict,
+                                      std::size_t* replacements = nullptr) {
+  TextString text;
+  std::size_t substitutions = 0;
+  if (!appendUTF8(bytes, strict, text, &substitutions)) return std::nullopt;
   dropLeadingByteOrderMark(text);
   if (replacements) *replacements = substitutions;
   return text;
 }
 
-// Strict conversion: stops at the first error. The buffer grows when a converter produces more
-// units than bytes (rare: a few code pages map one byte to a pair).
 std::optional<TextString> convertStrictly(std::span<const std::uint8_t> bytes,
                                           CFStringEncoding encoding) {
   if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, true);
@@ -858,6 +870,125 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
   text.resize(static_cast<std::size_t>(target - reinterpret_cast<UChar*>(text.data())));
   if (isUnicodeEncoding(encoding)) dropLeadingByteOrderMark(text);
   return text;
+}
+
+namespace {
+
+class UTF8PiecewiseDecoder final : public PiecewiseDecoder {
+ public:
+  explicit UTF8PiecewiseDecoder(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+  bool decodeMore(TextString& text, std::size_t byteCount) override {
+    std::size_t end = std::min(bytes_.size(), position_ + std::max<std::size_t>(byteCount, 1));
+    // A piece ends before a byte that is not a continuation byte: such a byte always starts a
+    // new sequence (or malformed subsequence), so the pieces decode as the whole does.
+    while (end < bytes_.size() && (bytes_[end] & 0xC0) == 0x80) ++end;
+    const std::size_t start = text.size();
+    appendUTF8(bytes_.subspan(position_, end - position_), false, text, &replacements_);
+    if (position_ == 0 && text.size() > start && text[start] == 0xFEFF) text.erase(start, 1);
+    position_ = end;
+    return position_ < bytes_.size();
+  }
+
+ private:
+  std::span<const std::uint8_t> bytes_;
+  std::size_t position_ = 0;
+};
+
+// ICU's converter keeps its state between pieces. The whole text is capped at max(bytes, 32)
+// units, as convertBytes' single call is.
+class ICUPiecewiseDecoder final : public PiecewiseDecoder {
+ public:
+  ICUPiecewiseDecoder(std::span<const std::uint8_t> bytes, CFStringEncoding encoding,
+                      Converter converter)
+      : bytes_(bytes),
+        encoding_(encoding),
+        converter_(std::move(converter)),
+        remaining_(std::max<std::size_t>(bytes.size(), 32)) {}
+
+  bool prepare() {
+    UErrorCode status = U_ZERO_ERROR;
+    ucnv_setToUCallBack(converter_.get(), writeReplacementCharacter, &replacements_, nullptr,
+                        nullptr, &status);
+    return U_SUCCESS(status);
+  }
+
+  bool decodeMore(TextString& text, std::size_t byteCount) override {
+    if (position_ >= bytes_.size()) return false;
+    const std::size_t end =
+        std::min(bytes_.size(), position_ + std::max<std::size_t>(byteCount, 1));
+    const bool flush = end == bytes_.size();
+    const std::size_t start = text.size();
+    UErrorCode status = U_ZERO_ERROR;
+    do {
+      // Room for the piece and what the converter held back from the last; more if it overflows.
+      const std::size_t at = text.size();
+      const std::size_t room = std::min(remaining_, end - position_ + 32);
+      text.resize(at + room);
+      UChar* target = reinterpret_cast<UChar*>(text.data() + at);
+      const char* source = reinterpret_cast<const char*>(bytes_.data() + position_);
+      status = U_ZERO_ERROR;
+      ucnv_toUnicode(converter_.get(), &target, target + room, &source,
+                     reinterpret_cast<const char*>(bytes_.data() + end), nullptr, flush, &status);
+      const auto produced =
+          static_cast<std::size_t>(target - reinterpret_cast<UChar*>(text.data() + at));
+      text.resize(at + produced);
+      remaining_ -= produced;
+      position_ =
+          static_cast<std::size_t>(reinterpret_cast<const std::uint8_t*>(source) - bytes_.data());
+    } while (status == U_BUFFER_OVERFLOW_ERROR && remaining_ > 0);
+    if (first_ && text.size() > start) {
+      first_ = false;
+      if (isUnicodeEncoding(encoding_) && text[start] == 0xFEFF) text.erase(start, 1);
+    }
+    // Reaching the cap or a hard error ends the text, as in convertBytes.
+    if (U_FAILURE(status) || remaining_ == 0) position_ = bytes_.size();
+    return position_ < bytes_.size();
+  }
+
+ private:
+  std::span<const std::uint8_t> bytes_;
+  CFStringEncoding encoding_;
+  Converter converter_;
+  std::size_t remaining_;
+  std::size_t position_ = 0;
+  bool first_ = true;
+};
+
+// Our tables and glibc's converters decode in one piece.
+class WholePiecewiseDecoder final : public PiecewiseDecoder {
+ public:
+  WholePiecewiseDecoder(std::span<const std::uint8_t> bytes, CFStringEncoding encoding)
+      : bytes_(bytes), encoding_(encoding) {}
+
+  bool decodeMore(TextString& text, std::size_t) override {
+    if (done_) return false;
+    done_ = true;
+    std::size_t count = 0;
+    text.append(convertBytes(bytes_, encoding_, &count));
+    replacements_ += count;
+    return false;
+  }
+
+ private:
+  std::span<const std::uint8_t> bytes_;
+  CFStringEncoding encoding_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<PiecewiseDecoder> PiecewiseDecoder::open(std::span<const std::uint8_t> bytes,
+                                                         CFStringEncoding encoding) {
+  if (bytes.empty()) return nullptr;
+  if (byteTableFor(encoding) || iconvNameFor(encoding))
+    return std::make_unique<WholePiecewiseDecoder>(bytes, encoding);
+  if (encoding == kCFEncodingUTF8) return std::make_unique<UTF8PiecewiseDecoder>(bytes);
+  Converter converter = openConverter(encoding, bytes);
+  if (!converter) return nullptr;
+  auto decoder = std::make_unique<ICUPiecewiseDecoder>(bytes, encoding, std::move(converter));
+  if (!decoder->prepare()) return nullptr;
+  return decoder;
 }
 
 std::size_t countReplacementCharacters(TextView text) {

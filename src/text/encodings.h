@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -108,6 +109,24 @@ std::span<const CFStringEncoding> knownCFEncodings();
 TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding encoding,
                         std::size_t* replacements = nullptr);
 std::size_t countReplacementCharacters(TextView text);
+
+// convertBytes a piece at a time: the pieces joined are convertBytes' text, and the count is its
+// replacement count. Large markup is scanned window by window through one, never held whole.
+class PiecewiseDecoder {
+ public:
+  // Nothing when the encoding has no converter or the bytes are empty. The bytes must outlive
+  // the decoder.
+  static std::unique_ptr<PiecewiseDecoder> open(std::span<const std::uint8_t> bytes,
+                                                CFStringEncoding encoding);
+  virtual ~PiecewiseDecoder() = default;
+  // Appends the units of about `byteCount` more bytes (a few more where a character would be
+  // cut); answers false once every byte is decoded.
+  virtual bool decodeMore(TextString& text, std::size_t byteCount) = 0;
+  std::size_t replacements() const { return replacements_; }
+
+ protected:
+  std::size_t replacements_ = 0;
+};
 
 // The platform's decoding in one string encoding: nothing when the bytes are not valid in it or
 // when there is no converter. Unicode encodings drop a leading byte-order mark.

@@ -87,16 +87,25 @@ constexpr RawTextElement kRawTextElements[] = {
 
 class Scanner {
  public:
+  // A scanner that is not `final` sees a window of a longer text: wherever the answer could
+  // depend on units past the window it stops before the item instead (see run).
   Scanner(const char16_t* units, char16_t* mutableUnits, std::size_t length,
-          MarkupTagHandler& handler, void* context)
-      : units_(units), length_(length), handler_(handler), tables_(characterTables()) {
+          MarkupTagHandler& handler, void* context, bool final = true)
+      : units_(units),
+        length_(length),
+        final_(final),
+        handler_(handler),
+        tables_(characterTables()) {
     item_.text = TextView(units, length);
     item_.units = units;
     item_.mutableUnits = mutableUnits;
     item_.context = context;
   }
 
-  bool run() {
+  // Reports the items and answers kNotFound; a window scanner answers instead, when it needs
+  // units past the window, the location from which the next window must start: the start of the
+  // text run in front of the first item not yet reported.
+  std::size_t run() {
     const char16_t* const u = units_;
     const std::size_t n = length_;
     MarkupState state = MarkupState::Text;
@@ -125,6 +134,7 @@ class Scanner {
       switch (state) {
         case MarkupState::Text:
           if (c != u'<') continue;
+          if (!final_ && p + 3 >= n) return item_.textLocation;
           tagLocation = p;
           if (p + 2 < n && u[p + 1] == u'!') {
             if (u[p + 2] == u'[') {
@@ -184,13 +194,16 @@ class Scanner {
       if (state == MarkupState::Tag) {
         findName(tagLocation, p);
         if (item_.nameLength != 0) p = skipRawText(p);
+        if (needsMore_) return item_.textLocation;
         item_.tagLength = p - tagLocation + 1;
       }
-      if (handler_.handleItem(item_)) return true;
+      if (handler_.handleItem(item_)) return kNotFound;
       afterEquals = inDoubleQuotes = inSingleQuotes = false;
       item_.textLocation = p + 1;
       state = MarkupState::Text;
     }
+
+    if (!final_) return item_.textLocation;
 
     // A comment or section left open runs to the end; an open tag stays part of the text.
     if (state == MarkupState::Comment || state == MarkupState::Section) {
@@ -199,7 +212,7 @@ class Scanner {
       item_.tagLocation = tagLocation;
       item_.tagLength = n - tagLocation;
       item_.state = state;
-      if (handler_.handleItem(item_)) return true;
+      if (handler_.handleItem(item_)) return kNotFound;
       item_.textLocation = n;
     }
 
@@ -209,7 +222,7 @@ class Scanner {
     item_.tagLength = 0;
     item_.state = MarkupState::Text;
     handler_.handleItem(item_);
-    return true;
+    return kNotFound;
   }
 
  private:
@@ -249,19 +262,26 @@ class Scanner {
     std::size_t marker = memo.find(tagLocation + 1, [&](std::size_t from) {
       return findMarkerNoCase(u, from, n, element->endMarker, tables_.upper);
     });
-    if (marker == kNotFound) return p;
+    // Each search that reaches the end of a window may have an answer past it.
+    if (marker == kNotFound) return needMore(p);
     // An end marker inside a "<!-- ... -->" hidden body does not count.
     std::size_t commentOpen = findExact(u, p + 1, marker, u"<!-");
     if (commentOpen != kNotFound) {
       std::size_t commentClose = findExact(u, commentOpen, n, u"-->");
-      if (commentClose != kNotFound) {
+      if (commentClose == kNotFound) {
+        needMore(p);
+      } else {
         std::size_t later =
             findMarkerNoCase(u, commentClose + 3, n, element->endMarker, tables_.upper);
-        if (later != kNotFound) marker = later;
+        if (later != kNotFound)
+          marker = later;
+        else
+          needMore(p);
       }
     }
     std::size_t end = marker + element->endMarker.size();
     while (end < n && u[end] != u'>') ++end;
+    if (end >= n) needMore(p);
     // A marker inside the start tag's own quoted values must not move the scan backwards.
     return std::max(p, end < n ? end : n - 1);
   }
@@ -282,8 +302,16 @@ class Scanner {
     }
   };
 
+  // Marks a window scanner as needing the units past its window; answers p.
+  std::size_t needMore(std::size_t p) {
+    if (!final_) needsMore_ = true;
+    return p;
+  }
+
   const char16_t* units_;
   std::size_t length_;
+  bool final_;
+  bool needsMore_ = false;
   ForwardSearch endMarkerSearches_[std::size(kRawTextElements)];
   MarkupTagHandler& handler_;
   const CharacterTables& tables_;
@@ -317,7 +345,8 @@ bool ScanMarkup(TextView text, MarkupTagHandler& handler, void* context, bool mu
     units = copy.get();
   }
   Scanner scanner(units, copy.get(), text.size(), handler, context);
-  return scanner.run();
+  scanner.run();
+  return true;
 }
 
 bool parseXmlWithHandler(TextView text, MarkupTagHandler& handler, void* context,
@@ -330,6 +359,32 @@ bool parseXmlWithHandler(TextView text, MarkupTagHandler& handler, void* context
     logUnknownException("parseXmlWithHandler:context:mutable:", "TextString");
   }
   return false;
+}
+
+bool parseXmlInWindows(MarkupTextFeed& feed, MarkupTagHandler& handler, std::size_t windowUnits) {
+  try {
+    TextString window;
+    bool more = true;
+    while (window.empty() && more) more = feed.appendMore(window, windowUnits);
+    if (window.empty()) return false;
+    for (;;) {
+      Scanner scanner(window.data(), nullptr, window.size(), handler, nullptr, !more);
+      const std::size_t resume = scanner.run();
+      if (resume == kNotFound) return true;
+      window.erase(0, resume);
+      // A window held by one long item grows with it, so that rescanning it stays linear.
+      more = feed.appendMore(window, std::max(windowUnits, window.size()));
+    }
+  } catch (const std::exception& exception) {
+    logException("parseXmlWithHandler:context:mutable:", "TextString", exception);
+  } catch (...) {
+    logUnknownException("parseXmlWithHandler:context:mutable:", "TextString");
+  }
+  return false;
+}
+
+bool WholeMarkup::scan(MarkupTagHandler& handler) const {
+  return parseXmlWithHandler(text_, handler, nullptr, false);
 }
 
 // ---- Attribute lookup ----

@@ -91,6 +91,60 @@ bool parseXmlWithHandler(TextView text, Function&& function, void* context, bool
   return parseXmlWithHandler(text, handler, context, mutableCopy);
 }
 
+// ---- Markup held whole or decoded window by window ----
+
+// Gives markup text a piece at a time.
+class MarkupTextFeed {
+ public:
+  virtual ~MarkupTextFeed() = default;
+  // Appends about `units` more units to `window`; answers false once the text is complete.
+  virtual bool appendMore(TextString& window, std::size_t units) = 0;
+};
+
+// parseXmlWithHandler over text that arrives in pieces, holding only a window of it: the same
+// items as over the whole text, with locations in the current window (handlers keep no location
+// from one item to the next). An item is never split: the window grows to hold it.
+bool parseXmlInWindows(MarkupTextFeed& feed, MarkupTagHandler& handler, std::size_t windowUnits);
+
+template <typename Function>
+requires std::is_invocable_r_v<bool, Function&, const MarkupItem&>
+bool parseXmlInWindows(MarkupTextFeed& feed, Function&& function, std::size_t windowUnits) {
+  CallableMarkupHandler<std::remove_reference_t<Function>> handler(function);
+  return parseXmlInWindows(feed, static_cast<MarkupTagHandler&>(handler), windowUnits);
+}
+
+// Markup to scan, whole or fed window by window. Every scan starts at the beginning.
+class MarkupSource {
+ public:
+  virtual ~MarkupSource() = default;
+  // parseXmlWithHandler over the text.
+  virtual bool scan(MarkupTagHandler& handler) const = 0;
+  // The whole text, for the rare answer that is the input itself.
+  virtual TextString wholeText() const = 0;
+  // About how many units the text has.
+  virtual std::size_t lengthHint() const = 0;
+
+  template <typename Function>
+  requires std::is_invocable_r_v<bool, Function&, const MarkupItem&>
+  bool scan(Function&& function) const {
+    CallableMarkupHandler<std::remove_reference_t<Function>> handler(function);
+    return scan(static_cast<MarkupTagHandler&>(handler));
+  }
+};
+
+// A text held whole; `text` must outlive the source.
+class WholeMarkup final : public MarkupSource {
+ public:
+  explicit WholeMarkup(TextView text) : text_(text) {}
+  bool scan(MarkupTagHandler& handler) const override;
+  using MarkupSource::scan;
+  TextString wholeText() const override { return TextString(text_); }
+  std::size_t lengthHint() const override { return text_.size(); }
+
+ private:
+  TextView text_;
+};
+
 // ---- Attribute lookup inside one tag ----
 // Names are upper-case ASCII ("HREF", "SRC", "CONTENT"); matching ignores case and needs a word
 // boundary before the name. Values keep their character references; trailing white is trimmed;

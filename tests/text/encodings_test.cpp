@@ -5,6 +5,8 @@
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
+#include <filesystem>
+#include <memory>
 #include <set>
 #include <string>
 #include <tuple>
@@ -226,6 +228,80 @@ TEST(CzechTables, PublishedLettersEachOnceAndRoundTrips) {
   EXPECT_EQ(
       encodeText(decodeCzech(bytesOf(all), kKamenickyStringEncoding), kKamenickyStringEncoding),
       all);
+}
+
+}  // namespace
+}  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+// convertBytes' text and count, from a decoder fed `piece` bytes at a time.
+std::pair<TextString, std::size_t> decodeInPieces(std::span<const std::uint8_t> bytes,
+                                                  CFStringEncoding encoding, std::size_t piece) {
+  std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes, encoding);
+  if (!decoder) return {};
+  TextString text;
+  while (decoder->decodeMore(text, piece)) {
+  }
+  return {text, decoder->replacements()};
+}
+
+TEST(PiecewiseDecoder, PiecesJoinedAreTheWholeConversion) {
+  const std::vector<std::pair<CFStringEncoding, std::string>> rows = {
+      {kUtf8, "plain ASCII text"},
+      {kUtf8,
+       "\xEF\xBB\xBF"
+       "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"},  // leading mark dropped
+      {kUtf8,
+       "a\xEF\xBB\xBF"
+       "b"},  // a mark inside stays
+      {kUtf8, "\xE2\x80\x80\x80 \xF0\x9F \xC0\xAF \xED\xA0\x80 \x80\x80\x80\x80\x80 \xF4\x90"},
+      {kUtf8, "\xE2\x82"},  // cut off at the end
+      {kCFEncodingUTF16LE, std::string("\xFF\xFE"
+                                       "a\0\x3D\xD8\x00\xDE"
+                                       "b\0c",
+                                       11)},  // odd end
+      {kCFEncodingUTF16BE, std::string("\xFE\xFF\0a\xD8\x3D\xDE\x00\0b", 10)},
+      {kCFEncodingISO2022JP, "a\x1B$B$3$s\x1B(Bb\x1B$B%F%9%H\x1B(B"},  // stateful escapes
+      {kCFEncodingGB18030, "a\x81\x30\x81\x30\xB0\xA1\x95\x32\x82\x36z"},
+      {kCFEncodingShiftJIS, "\x82\xA0\x82\xA2 \x81"},           // a lead byte at the end
+      {kCFEncodingBig5HKSCS1999, "\x88\x62\x88\x64 \xA4\x40"},  // one code, two characters
+      {kCFEncodingISOLatin1, "\xE9t\xE9 \xFF"},
+      {kCFEncodingKamenicky, "\x80\x87 \xFF"},  // our table
+      {kCFEncodingISOLatin10, "\xA1\xA5\xAA"},  // glibc's converter
+  };
+  for (const auto& [encoding, input] : rows) {
+    std::size_t count = 0;
+    const TextString whole = convertBytes(bytesOf(input), encoding, &count);
+    for (std::size_t piece : {1, 2, 3, 7, 4096}) {
+      auto [text, replacements] = decodeInPieces(bytesOf(input), encoding, piece);
+      EXPECT_EQ(toUtf8(text), toUtf8(whole)) << std::hex << encoding << " in pieces of " << piece;
+      EXPECT_EQ(replacements, count) << std::hex << encoding << " in pieces of " << piece;
+    }
+  }
+  EXPECT_EQ(PiecewiseDecoder::open({}, kUtf8), nullptr);
+  EXPECT_EQ(PiecewiseDecoder::open(bytesOf("x"), kBad), nullptr);
+}
+
+TEST(PiecewiseDecoder, CorpusFilesDecodeAsAWhole) {
+  std::size_t files = 0;
+  for (const auto& entry :
+       std::filesystem::recursive_directory_iterator(testing::corpusPath() / "charsets")) {
+    if (!entry.is_regular_file()) continue;
+    const std::string data = testing::readFile(entry.path());
+    if (data.empty()) continue;
+    ++files;
+    for (CFStringEncoding encoding : {kUtf8, kCFEncodingISOLatin1, kCFEncodingShiftJIS,
+                                      kCFEncodingUTF16LE, kCFEncodingEUCKR, kCFEncodingISO2022JP}) {
+      std::size_t count = 0;
+      const TextString whole = convertBytes(bytesOf(data), encoding, &count);
+      auto [text, replacements] = decodeInPieces(bytesOf(data), encoding, 97);
+      EXPECT_TRUE(text == whole) << entry.path().filename() << " as " << std::hex << encoding;
+      EXPECT_EQ(replacements, count) << entry.path().filename() << " as " << std::hex << encoding;
+    }
+  }
+  EXPECT_GT(files, 100u);
 }
 
 }  // namespace

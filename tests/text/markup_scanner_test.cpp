@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "test_support.h"
@@ -44,38 +45,39 @@ std::size_t countItems(TextView text) {
   return items;
 }
 
+// Inputs and what the scan reports of them.
+const std::vector<std::pair<std::string, std::string>> kItemRows = {
+    {"a<b>c</b>d", "a{1b|<b>}c{1b|</b>}d"},
+    {"<?xml v=\"1\"?><!DOCTYPE x>", "{1xml|<?xml v=\"1\"?>}{1DOCTYPE|<!DOCTYPE x>}"},
+    {"<br/><1>", "{1br|<br/>}{1|<1>}"},  // the name stops at "/"; no letter, no name
+    {"<!--a--!>y", "{2|<!--a--!>}y"},
+    {"<!-a>b->y", "{2|<!-a>b->}y"},  // a single-dash comment ends at "->"
+    {"<!-->y", "{2|<!-->}y"},
+    {"<![CDATA[a>b]]>y", "{3|<![CDATA[a>b]]>}y"},
+    {"<![endif]-->z", "{3|<![endif]-->}z"},
+    {"<a title=\"x>y\" href=z>t", "{1a|<a title=\"x>y\" href=z>}t"},
+    {"<a b = 'x>y'>t", "{1a|<a b = 'x>y'>}t"},
+    {"<a \"x>y\">", "{1a|<a \"x>}y\">"},  // a quote opens a value only after "="
+    {"<a b=\"it's>\">t", "{1a|<a b=\"it's>\">}t"},
+    {"a < b > c", "a {1b|< b >} c"},
+    {"a<b", "a<b"},  // an open tag at the end is not reported
+    {"a<!-- x", "a{2|<!-- x}"},
+    {"<![CDATA[x", "{3|<![CDATA[x}"},
+    {std::string("a\0<b\0>c", 7), std::string("a\0{1b|<b\0>}c", 12)},
+    {"<script>if (a<b) x();</script>y", "{1script|<script>if (a<b) x();</script>}y"},
+    {"<SCRIPT>a</Script >b", "{1SCRIPT|<SCRIPT>a</Script >}b"},
+    {"<script><!-- '</script>' --></script>z", "{1script|<script><!-- '</script>' --></script>}z"},
+    {"<script><!-- a</script>b", "{1script|<script><!-- a</script>}b"},
+    {"<script>abc", "{1script|<script>}abc"},
+    {"<style>x</style", "{1style|<style>x</style}"},
+    {"<script src=x />y<b>", "{1script|<script src=x />}y{1b|<b>}"},
+    {"<scripts>a<b>", "{1scripts|<scripts>}a{1b|<b>}"},
+    {"<script a=\"</script>\">b</script>",
+     "{1script|<script a=\"</script>\">}b{1script|</script>}"},
+};
+
 TEST(MarkupScannerTest, ReportsItems) {
-  const std::vector<std::pair<std::string, std::string>> rows = {
-      {"a<b>c</b>d", "a{1b|<b>}c{1b|</b>}d"},
-      {"<?xml v=\"1\"?><!DOCTYPE x>", "{1xml|<?xml v=\"1\"?>}{1DOCTYPE|<!DOCTYPE x>}"},
-      {"<br/><1>", "{1br|<br/>}{1|<1>}"},  // the name stops at "/"; no letter, no name
-      {"<!--a--!>y", "{2|<!--a--!>}y"},
-      {"<!-a>b->y", "{2|<!-a>b->}y"},  // a single-dash comment ends at "->"
-      {"<!-->y", "{2|<!-->}y"},
-      {"<![CDATA[a>b]]>y", "{3|<![CDATA[a>b]]>}y"},
-      {"<![endif]-->z", "{3|<![endif]-->}z"},
-      {"<a title=\"x>y\" href=z>t", "{1a|<a title=\"x>y\" href=z>}t"},
-      {"<a b = 'x>y'>t", "{1a|<a b = 'x>y'>}t"},
-      {"<a \"x>y\">", "{1a|<a \"x>}y\">"},  // a quote opens a value only after "="
-      {"<a b=\"it's>\">t", "{1a|<a b=\"it's>\">}t"},
-      {"a < b > c", "a {1b|< b >} c"},
-      {"a<b", "a<b"},  // an open tag at the end is not reported
-      {"a<!-- x", "a{2|<!-- x}"},
-      {"<![CDATA[x", "{3|<![CDATA[x}"},
-      {std::string("a\0<b\0>c", 7), std::string("a\0{1b|<b\0>}c", 12)},
-      {"<script>if (a<b) x();</script>y", "{1script|<script>if (a<b) x();</script>}y"},
-      {"<SCRIPT>a</Script >b", "{1SCRIPT|<SCRIPT>a</Script >}b"},
-      {"<script><!-- '</script>' --></script>z",
-       "{1script|<script><!-- '</script>' --></script>}z"},
-      {"<script><!-- a</script>b", "{1script|<script><!-- a</script>}b"},
-      {"<script>abc", "{1script|<script>}abc"},
-      {"<style>x</style", "{1style|<style>x</style}"},
-      {"<script src=x />y<b>", "{1script|<script src=x />}y{1b|<b>}"},
-      {"<scripts>a<b>", "{1scripts|<scripts>}a{1b|<b>}"},
-      {"<script a=\"</script>\">b</script>",
-       "{1script|<script a=\"</script>\">}b{1script|</script>}"},
-  };
-  for (const auto& [input, expected] : rows) EXPECT_EQ(scan(u16(input)), expected) << input;
+  for (const auto& [input, expected] : kItemRows) EXPECT_EQ(scan(u16(input)), expected) << input;
 }
 
 TEST(MarkupScannerTest, HandlerProtocol) {
@@ -274,6 +276,118 @@ TEST(MarkupScannerTest, HostileInputStaysBounded) {
   EXPECT_EQ(scan(u16("<a b=\"c' d='e>f")), "<a b=\"c' d='e>f");
   EXPECT_EQ(attributeOfTagWithName(u16("<a b=\"c' d='e>"), "D"), std::nullopt);
   EXPECT_EQ(attributeOfTagWithName(u16("<a d='e\" b=\"c>"), "D"), u"e\" b=\"c");
+}
+
+// Gives a text a few units at a time.
+class PieceFeed final : public MarkupTextFeed {
+ public:
+  explicit PieceFeed(TextView text) : text_(text) {}
+  bool appendMore(TextString& window, std::size_t units) override {
+    const std::size_t count = std::min(units, text_.size() - at_);
+    window.append(text_.substr(at_, count));
+    at_ += count;
+    return at_ < text_.size();
+  }
+
+ private:
+  TextView text_;
+  std::size_t at_ = 0;
+};
+
+// scan() of a text fed window by window.
+std::string scanInWindows(TextView text, std::size_t windowUnits) {
+  std::string out;
+  PieceFeed feed(text);
+  auto handler = [&](const MarkupItem& item) {
+    out += toUtf8(item.textRun());
+    if (!item.isFinal()) {
+      out += "{" + std::to_string(static_cast<int>(item.state)) + toUtf8(item.name()) + "|" +
+             toUtf8(item.tag()) + "}";
+    }
+    return false;
+  };
+  parseXmlInWindows(feed, handler, windowUnits);
+  return out;
+}
+
+TEST(MarkupScannerTest, WindowsReportWhatTheWholeTextReports) {
+  std::vector<std::string> inputs;
+  for (const auto& row : kItemRows) inputs.push_back(row.first);
+  for (const char* input : {
+           "",
+           "<",
+           "a<",
+           "<!",
+           "<!-",
+           "<![",
+           "ab<!--c-->d<![x]]>e",
+           "<script>a<!-- b --> c</script>d<script>e</script>",
+           "<script>a<!-- b </script> c --></script>d",  // the hidden end marker is skipped
+           "<script>a<!-- b --> c",                      // no end marker after the comment
+           "<style>x</style   y>z",
+           "<script>a</script",
+           "<p>one<p>two<br/>three</p>",
+           "<!-a-><!-->x<!--->y<a b='>'c=\">\">z",
+       })
+    inputs.push_back(input);
+  for (const std::string& input : inputs) {
+    const std::string whole = scan(u16(input));
+    for (std::size_t window : {1, 2, 3, 5, 8, 64})
+      EXPECT_EQ(scanInWindows(u16(input), window), whole) << input << " in windows of " << window;
+  }
+}
+
+TEST(MarkupScannerTest, WindowsStopWhenTheHandlerSaysSo) {
+  const TextString text = u16("<a>1<b>2<c>3<d>4");
+  PieceFeed feed(text);
+  std::vector<std::string> names;
+  auto handler = [&](const MarkupItem& item) {
+    names.push_back(toUtf8(item.name()));
+    return item.nameIs("c");
+  };
+  EXPECT_TRUE(parseXmlInWindows(feed, handler, 2));
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "b", "c"}));
+
+  testing::CapturedLog log;
+  PieceFeed throwing(text);
+  auto thrower = [](const MarkupItem&) -> bool { throw std::runtime_error("bad item"); };
+  EXPECT_FALSE(parseXmlInWindows(throwing, thrower, 2));
+  EXPECT_TRUE(log.contains("bad item"));
+}
+
+TEST(MarkupScannerTest, WindowsStayLinearOnHostileInput) {
+  // Unterminated scripts, a comment and one long text run each make the window grow until the
+  // end; the growth doubles, so the rescans add up to a few passes.
+  TextString manyOpen;
+  for (int i = 0; i < 100000; ++i) manyOpen += i % 2 ? u"<script>" : u"<STYLE x=1>";
+  const TextString comment = u"a<!--" + TextString(300000, u'-');
+  const TextString plain(300000, u'p');
+  for (const TextString* text : {&std::as_const(manyOpen), &comment, &plain}) {
+    std::size_t fed = 0, calls = 0;
+    class CountingFeed final : public MarkupTextFeed {
+     public:
+      CountingFeed(TextView text, std::size_t& fed, std::size_t& calls)
+          : inner_(text), fed_(fed), calls_(calls) {}
+      bool appendMore(TextString& window, std::size_t units) override {
+        const std::size_t before = window.size();
+        const bool more = inner_.appendMore(window, units);
+        fed_ += window.size() - before;
+        ++calls_;
+        return more;
+      }
+
+     private:
+      PieceFeed inner_;
+      std::size_t& fed_;
+      std::size_t& calls_;
+    } feed(*text, fed, calls);
+    std::size_t items = 0;
+    auto handler = [&](const MarkupItem&) { return ++items, false; };
+    EXPECT_TRUE(parseXmlInWindows(feed, handler, 1024));
+    EXPECT_EQ(fed, text->size());
+    EXPECT_LT(calls, 20u) << "the window grows by doubling";
+    EXPECT_EQ(items, countItems(*text));
+  }
 }
 
 }  // namespace
