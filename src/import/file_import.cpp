@@ -223,7 +223,8 @@ class FileImport {
 
   // The HTML title wins over a meta-data title here: it is written after the meta attributes.
   std::optional<TextString> readHTML() {
-    std::optional<TextString> source = markupSource();
+    // Scanned, not held: a large page is decoded window by window for each pass.
+    std::unique_ptr<MarkupSource> source = markupSourceOfFile(path_, kISOLatin1StringEncoding);
     if (!source) return std::nullopt;
     HtmlMetaAttributes meta = htmlMetaAttributesByConvertingEntitiesToCharacters(*source);
     MIMETypeHelper::copyHTMLMetaAttributes(&meta, result_);

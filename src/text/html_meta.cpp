@@ -20,7 +20,7 @@ TextString cleanedMetaValue(TextView raw) {
 }
 
 // Collects the meta tags of the head; the body start tag ends the search.
-HtmlMetaAttributes metaAttributes(TextView html, bool cleanValues) {
+HtmlMetaAttributes metaAttributes(const MarkupSource& html, bool cleanValues) {
   HtmlMetaAttributes attributes;
   auto handler = [&](const MarkupItem& item) {
     if (item.nameLength != 4) return false;
@@ -41,13 +41,13 @@ HtmlMetaAttributes metaAttributes(TextView html, bool cleanValues) {
     }
     return false;
   };
-  parseXmlWithHandler(html, handler, nullptr, false);
+  html.scan(handler);
   return attributes;
 }
 
 }  // namespace
 
-TextString htmlTitle(TextView html) {
+TextString htmlTitle(const MarkupSource& html) {
   TextString title;
   auto handler = [&](const MarkupItem& item) {
     if (!item.hasName()) return false;
@@ -56,19 +56,29 @@ TextString htmlTitle(TextView html) {
     title = item.textRun();
     return true;
   };
-  parseXmlWithHandler(html, handler, nullptr, false);
+  html.scan(handler);
   return title;
 }
 
-TextString normalizedHtmlTitle(TextView html) {
+TextString htmlTitle(TextView html) { return htmlTitle(WholeMarkup(html)); }
+
+TextString normalizedHtmlTitle(TextView html) { return normalizedHtmlTitle(WholeMarkup(html)); }
+
+TextString normalizedHtmlTitle(const MarkupSource& html) {
   TextString title = htmlTitle(html);
   if (title.empty()) return title;
   return stringByTrimmingWhiteSpaces(stringByConvertingEntitiesToCharacters(title));
 }
 
-HtmlMetaAttributes htmlMetaAttributes(TextView html) { return metaAttributes(html, false); }
+HtmlMetaAttributes htmlMetaAttributes(TextView html) {
+  return metaAttributes(WholeMarkup(html), false);
+}
 
 HtmlMetaAttributes htmlMetaAttributesByConvertingEntitiesToCharacters(TextView html) {
+  return metaAttributes(WholeMarkup(html), true);
+}
+
+HtmlMetaAttributes htmlMetaAttributesByConvertingEntitiesToCharacters(const MarkupSource& html) {
   return metaAttributes(html, true);
 }
 

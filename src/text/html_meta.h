@@ -8,6 +8,8 @@
 
 namespace ulvek {
 
+class MarkupSource;
+
 // Title and meta tags of an HTML document. Each reads the head only: the scan stops at the body
 // start tag.
 
@@ -17,14 +19,17 @@ using HtmlMetaAttributes = std::map<TextString, TextString, std::less<>>;
 
 // The raw text between <title> and </title>; empty when there is none.
 TextString htmlTitle(TextView html);
+TextString htmlTitle(const MarkupSource& html);
 // The title with character references converted and white space trimmed at both ends.
 TextString normalizedHtmlTitle(TextView html);
+TextString normalizedHtmlTitle(const MarkupSource& html);
 
 // Meta attributes with the raw CONTENT values.
 HtmlMetaAttributes htmlMetaAttributes(TextView html);
 // Meta attributes with references converted; values holding balanced markup are converted to
 // plain text (line-break runs become one "\n"), others have white runs collapsed to one space.
 HtmlMetaAttributes htmlMetaAttributesByConvertingEntitiesToCharacters(TextView html);
+HtmlMetaAttributes htmlMetaAttributesByConvertingEntitiesToCharacters(const MarkupSource& html);
 
 // Counts the "<" and ">" units of the text into the optional outputs; true exactly when both
 // counts are equal and not zero.

@@ -835,28 +835,38 @@ class Html2TextConverter : public MarkupTagHandler {
 };
 
 // The common driver: one scan, a second one for a fragment without a body.
-TextString convertHtml2PlainText(TextView html, const Html2TextSettings& settings, bool simplified,
-                                 bool* didRemoveJunk) {
+TextString convertHtml2PlainText(const MarkupSource& html, const Html2TextSettings& settings,
+                                 bool simplified, bool* didRemoveJunk) {
   if (didRemoveJunk) *didRemoveJunk = false;
   try {
-    Html2TextConverter converter(settings, simplified, html.size());
-    bool scanned = parseXmlWithHandler(html, converter, nullptr, false);
+    Html2TextConverter converter(settings, simplified, html.lengthHint());
+    bool scanned = html.scan(converter);
     if (scanned && settings.onlyBody && !converter.context().produced) {
       converter.restartWithWholeDocument();
-      scanned = parseXmlWithHandler(html, converter, nullptr, false);
+      scanned = html.scan(converter);
     }
-    if (!scanned || !converter.context().produced) return TextString(html);
+    if (!scanned || !converter.context().produced) return html.wholeText();
     if (didRemoveJunk) *didRemoveJunk = converter.context().removedJunk;
     return converter.takeOutput();
   } catch (const std::bad_alloc&) {
-    return TextString(html);
+    return html.wholeText();
   }
+}
+
+TextString convertHtml2PlainText(TextView html, const Html2TextSettings& settings, bool simplified,
+                                 bool* didRemoveJunk) {
+  return convertHtml2PlainText(WholeMarkup(html), settings, simplified, didRemoveJunk);
 }
 
 }  // namespace
 
 TextString stringByConvertingHtml2PlainText(TextView html, const HtmlToTextOptions& options,
                                             bool* didRemoveJunk) {
+  return convertHtml2PlainText(html, options, false, didRemoveJunk);
+}
+
+TextString stringByConvertingHtml2PlainText(const MarkupSource& html,
+                                            const HtmlToTextOptions& options, bool* didRemoveJunk) {
   return convertHtml2PlainText(html, options, false, didRemoveJunk);
 }
 

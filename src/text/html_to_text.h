@@ -4,6 +4,8 @@
 
 namespace ulvek {
 
+class MarkupSource;
+
 // HTML to the plain text a reader of the page sees: the text runs of the body, block elements as
 // line and paragraph breaks, invisible and non-content elements dropped, character references
 // converted. One scan over the markup (two when the document has no body element).
@@ -39,6 +41,10 @@ struct HtmlToTextOptions {
 inline constexpr HtmlToTextOptions kImportHtmlOptions{.onlyBody = true, .googleTags = true};
 
 TextString stringByConvertingHtml2PlainText(TextView html, const HtmlToTextOptions& options,
+                                            bool* didRemoveJunk = nullptr);
+// The same over markup that may arrive window by window.
+TextString stringByConvertingHtml2PlainText(const MarkupSource& html,
+                                            const HtmlToTextOptions& options,
                                             bool* didRemoveJunk = nullptr);
 
 TextString stringByConvertingHtml2PlainTextEntities(TextView html, bool entities, bool stdEntities,

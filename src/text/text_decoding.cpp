@@ -6,6 +6,10 @@
 #include <unicode/ucsdet.h>
 #include <unistd.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -136,6 +140,40 @@ std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   return std::nullopt;
 }
 
+// Bytes that are valid UTF-8 and not plain ASCII are UTF-8: no 8-bit text of a language
+// survives that test by chance, while detectors misjudge short UTF-8 ("café" as Latin 2).
+bool isNonAsciiUtf8(std::span<const std::uint8_t> bytes) {
+  bool nonAscii = false;
+  for (std::size_t i = 0; i < bytes.size();) {
+#if defined(__SSE2__)
+    // Pages and sheets are mostly ASCII: skip it sixteen bytes at a time.
+    while (i + 16 <= bytes.size() &&
+           _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&bytes[i]))) == 0)
+      i += 16;
+    if (i >= bytes.size()) break;
+#endif
+    std::uint8_t lead = bytes[i];
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    nonAscii = true;
+    std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+    if (length == 0 || lead > 0xF4 || i + length > bytes.size()) return false;
+    std::uint32_t code = lead & (0x7F >> length);
+    for (std::size_t k = 1; k < length; ++k) {
+      if ((bytes[i + k] & 0xC0) != 0x80) return false;
+      code = (code << 6) | (bytes[i + k] & 0x3F);
+    }
+    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
+        (code >= 0xD800 && code <= 0xDFFF))
+      return false;
+    i += length;
+  }
+  return nonAscii;
+}
+
 // ---- Markup decoding --------------------------------------------------------------------------
 
 struct Decoding {
@@ -188,8 +226,184 @@ std::optional<TextString> propertyListAsXml(Bytes bytes) {
   return text;
 }
 
-// Markup files from this size on are not held in two decodings at once.
+// Markup files from this size on are decoded window by window while they are scanned, so that
+// neither two decodings nor a whole one are held at once; a window holds about this many units.
 constexpr std::size_t kLargeMarkupBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMarkupWindowUnits = 1024 * 1024;
+
+// Feeds a scan from a piecewise decoder; `units` are taken as bytes, near enough for windows.
+class DecoderFeed final : public MarkupTextFeed {
+ public:
+  explicit DecoderFeed(PiecewiseDecoder& decoder) : decoder_(decoder) {}
+  bool appendMore(TextString& window, std::size_t units) override {
+    return decoder_.decodeMore(window, units);
+  }
+
+ private:
+  PiecewiseDecoder& decoder_;
+};
+
+// A markup file's bytes in one encoding, decoded afresh, window by window, for every scan.
+class DecodedMarkup final : public MarkupSource {
+ public:
+  DecodedMarkup(std::shared_ptr<const FileBytes> owner, Bytes bytes, CFStringEncoding encoding,
+                std::size_t windowUnits)
+      : owner_(std::move(owner)), bytes_(bytes), encoding_(encoding), windowUnits_(windowUnits) {}
+
+  bool scan(MarkupTagHandler& handler) const override {
+    std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes_, encoding_);
+    if (!decoder) return false;
+    DecoderFeed feed(*decoder);
+    return parseXmlInWindows(feed, handler, windowUnits_);
+  }
+  using MarkupSource::scan;
+  TextString wholeText() const override { return convertBytes(bytes_, encoding_); }
+  std::size_t lengthHint() const override { return bytes_.size(); }
+
+ private:
+  std::shared_ptr<const FileBytes> owner_;
+  Bytes bytes_;
+  CFStringEncoding encoding_;
+  std::size_t windowUnits_;
+};
+
+// A decoded text held by its source.
+class OwnedMarkup final : public MarkupSource {
+ public:
+  explicit OwnedMarkup(TextString text) : text_(std::move(text)) {}
+  bool scan(MarkupTagHandler& handler) const override {
+    return parseXmlWithHandler(text_, handler, nullptr, false);
+  }
+  using MarkupSource::scan;
+  TextString wholeText() const override { return text_; }
+  std::size_t lengthHint() const override { return text_.size(); }
+
+ private:
+  TextString text_;
+};
+
+// The units and replacement marks of one decoding.
+struct DecodingCounts {
+  std::size_t units = 0;
+  std::size_t replacements = 0;
+};
+
+// Which decoding answers once the declared charset is known and differs from the default.
+enum class MarkupPick { Default, Declared, MacRoman };
+
+MarkupPick pickMarkupDecoding(StringEncoding defaultEncoding, StringEncoding declared,
+                              DecodingCounts first, std::optional<DecodingCounts> second,
+                              StringEncoding& used) {
+  if (second) {
+    if (second->replacements > first.replacements) return MarkupPick::Default;
+    // Well-formed UTF-8 with multi-byte sequences that claims a single-byte charset: the bytes
+    // are right and the label is wrong, which the longer single-byte decoding gives away.
+    if (second->replacements == 0 && first.replacements == 0 &&
+        defaultEncoding == kUTF8StringEncoding &&
+        (declared == kISOLatin1StringEncoding || declared == kWindowsCP1251StringEncoding) &&
+        second->units > first.units) {
+      used = kUTF8StringEncoding;
+      return MarkupPick::Default;
+    }
+    used = declared;
+    return MarkupPick::Declared;
+  }
+  used = declared;
+  if (declared != kUTF8StringEncoding) return MarkupPick::Default;
+  used = kMacOSRomanStringEncoding;
+  return MarkupPick::MacRoman;
+}
+
+bool isUndeclared(StringEncoding declared, StringEncoding defaultEncoding) {
+  return declared == defaultEncoding || declared == kEncodingNotFound ||
+         declared == kASCIIStringEncoding;
+}
+
+// Whether a decoding gives any unit, decoding no more than it must to tell.
+bool decodesToSomething(Bytes bytes, StringEncoding encoding) {
+  CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
+  if (cf == kCFEncodingInvalid) return false;
+  std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes, cf);
+  if (!decoder) return false;
+  TextString piece;
+  for (bool more = true; more && piece.empty();)
+    more = decoder->decodeMore(piece, kMarkupWindowUnits);
+  return !piece.empty();
+}
+
+// The counts of a decoding without keeping its text; nothing when no units come out.
+std::optional<DecodingCounts> countDecoding(Bytes bytes, StringEncoding encoding) {
+  CFStringEncoding cf = cfEncodingFromStringEncoding(encoding);
+  if (cf == kCFEncodingInvalid) return std::nullopt;
+  // Every byte is one character.
+  if (cf == kCFEncodingISOLatin1) return DecodingCounts{bytes.size(), 0};
+  std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes, cf);
+  if (!decoder) return std::nullopt;
+  DecodingCounts counts;
+  TextString piece;
+  for (bool more = true; more;) {
+    piece.clear();
+    more = decoder->decodeMore(piece, kMarkupWindowUnits);
+    counts.units += piece.size();
+  }
+  counts.replacements = decoder->replacements();
+  if (counts.units == 0) return std::nullopt;
+  return counts;
+}
+
+std::unique_ptr<MarkupSource> decodedMarkup(std::shared_ptr<const FileBytes> owner, Bytes bytes,
+                                            StringEncoding encoding, std::size_t windowUnits) {
+  return std::make_unique<DecodedMarkup>(std::move(owner), bytes,
+                                         cfEncodingFromStringEncoding(encoding), windowUnits);
+}
+
+// Steps 3 to 6 of markup file decoding for a large file: the same choice as on whole decodings,
+// made from a windowed scan for the declaration and counting passes over the candidates.
+std::unique_ptr<MarkupSource> windowedMarkupFile(std::shared_ptr<const FileBytes> owner,
+                                                 Bytes bytes, StringEncoding defaultEncoding,
+                                                 StringEncoding& used, std::size_t windowUnits) {
+  for (auto [mark, encoding] :
+       {std::pair{std::string_view("\xFF\xFE"), kUTF16LittleEndianStringEncoding},
+        std::pair{std::string_view("\xFE\xFF"), kUTF16BigEndianStringEncoding},
+        std::pair{std::string_view("\xEF\xBB\xBF"), kUTF8StringEncoding}}) {
+    if (startsWith(bytes, mark) && decodesToSomething(bytes, encoding)) {
+      used = encoding;
+      return decodedMarkup(owner, bytes, encoding, windowUnits);
+    }
+  }
+  if (isNonAsciiUtf8(bytes) && decodesToSomething(bytes, kUTF8StringEncoding)) {
+    used = kUTF8StringEncoding;
+    return decodedMarkup(owner, bytes, kUTF8StringEncoding, windowUnits);
+  }
+  used = defaultEncoding;
+  if (!decodesToSomething(bytes, defaultEncoding)) return nullptr;
+  std::unique_ptr<MarkupSource> first = decodedMarkup(owner, bytes, defaultEncoding, windowUnits);
+  const StringEncoding declared = markupEncoding(*first);
+  if (isUndeclared(declared, defaultEncoding)) return first;
+
+  std::optional<DecodingCounts> firstCounts = countDecoding(bytes, defaultEncoding);
+  if (!firstCounts) return nullptr;
+  std::optional<TextString> czech;
+  std::optional<DecodingCounts> secondCounts;
+  if (isCzechEncoding(declared)) {
+    czech = decodeCzech(bytes, declared);
+    secondCounts = DecodingCounts{czech->size(), 0};
+  } else {
+    secondCounts = countDecoding(bytes, declared);
+  }
+  switch (pickMarkupDecoding(defaultEncoding, declared, *firstCounts, secondCounts, used)) {
+    case MarkupPick::Default:
+      return first;
+    case MarkupPick::Declared:
+      if (czech) return std::make_unique<OwnedMarkup>(std::move(*czech));
+      return decodedMarkup(owner, bytes, declared, windowUnits);
+    case MarkupPick::MacRoman:
+      if (decodesToSomething(bytes, kMacOSRomanStringEncoding))
+        return decodedMarkup(owner, bytes, kMacOSRomanStringEncoding, windowUnits);
+      return first;
+  }
+  return first;
+}
 
 // Steps 3 to 6 of markup file decoding, on bytes that are not a property list.
 std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEncoding,
@@ -205,51 +419,42 @@ std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEn
       return std::move(marked->text);
     }
   }
+  // Valid UTF-8 that is not plain ASCII is UTF-8, whatever the page declares or the default
+  // says: pages that declare otherwise are mislabelled, and no other 8-bit text passes the test.
+  if (isNonAsciiUtf8(bytes)) {
+    if (std::optional<Decoding> utf8 = decodeMarkup(bytes, kUTF8StringEncoding)) {
+      used = kUTF8StringEncoding;
+      return std::move(utf8->text);
+    }
+  }
+  if (bytes.size() >= kLargeMarkupBytes) {
+    std::unique_ptr<MarkupSource> source =
+        windowedMarkupFile(nullptr, bytes, defaultEncoding, used, kMarkupWindowUnits);
+    if (!source) return std::nullopt;
+    return source->wholeText();
+  }
+
   used = defaultEncoding;
   std::optional<Decoding> first = decodeMarkup(bytes, defaultEncoding);
   if (!first) return std::nullopt;
-
-  StringEncoding declared = markupEncoding(first->text);
-  if (declared == defaultEncoding || declared == kEncodingNotFound ||
-      declared == kASCIIStringEncoding)
-    return std::move(first->text);
-
-  // A large document's first decoding is let go while the second is made, and made again in
-  // the rare case that it wins: two whole decodings at once cost more in memory than the second
-  // pass does.
-  const std::size_t firstReplacements = first->replacements, firstSize = first->text.size();
-  const bool large = bytes.size() >= kLargeMarkupBytes;
-  if (large) first.reset();
-  auto firstText = [&]() -> TextString {
-    if (first) return std::move(first->text);
-    std::optional<Decoding> again = decodeMarkup(bytes, defaultEncoding);
-    return again ? std::move(again->text) : TextString();
-  };
+  const StringEncoding declared = markupEncoding(first->text);
+  if (isUndeclared(declared, defaultEncoding)) return std::move(first->text);
 
   std::optional<Decoding> second = decodeDeclared(bytes, declared);
-  if (second) {
-    if (second->replacements > firstReplacements) return firstText();
-    // Well-formed UTF-8 with multi-byte sequences that claims a single-byte charset: the bytes
-    // are right and the label is wrong, which the longer single-byte decoding gives away.
-    if (second->replacements == 0 && firstReplacements == 0 &&
-        defaultEncoding == kUTF8StringEncoding &&
-        (declared == kISOLatin1StringEncoding || declared == kWindowsCP1251StringEncoding) &&
-        second->text.size() > firstSize) {
-      used = kUTF8StringEncoding;
-      second.reset();
-      return firstText();
-    }
-    used = declared;
-    return std::move(second->text);
+  std::optional<DecodingCounts> secondCounts;
+  if (second) secondCounts = DecodingCounts{second->text.size(), second->replacements};
+  switch (pickMarkupDecoding(defaultEncoding, declared, {first->text.size(), first->replacements},
+                             secondCounts, used)) {
+    case MarkupPick::Default:
+      break;
+    case MarkupPick::Declared:
+      return std::move(second->text);
+    case MarkupPick::MacRoman:
+      if (std::optional<TextString> roman = decodeBytes(bytes, kMacOSRomanStringEncoding))
+        return roman;
+      break;
   }
-
-  used = declared;
-  if (declared == kUTF8StringEncoding) {
-    used = kMacOSRomanStringEncoding;
-    if (std::optional<TextString> roman = decodeBytes(bytes, kMacOSRomanStringEncoding))
-      return roman;
-  }
-  return firstText();
+  return std::move(first->text);
 }
 
 // Converters for the fallback lists of markup data declared as Shift JIS or EUC-CN.
@@ -325,7 +530,7 @@ bool nameEquals(const MarkupItem& item, std::string_view name) {
   return item.nameLength == name.size() && item.nameIs(name);
 }
 
-std::optional<CharsetDeclaration> findCharsetDeclaration(TextView text) {
+std::optional<CharsetDeclaration> findCharsetDeclaration(const MarkupSource& source) {
   std::optional<CharsetDeclaration> found;
   auto handler = [&](const MarkupItem& item) -> bool {
     if (!item.hasName() || item.state != MarkupState::Tag) return false;
@@ -348,7 +553,7 @@ std::optional<CharsetDeclaration> findCharsetDeclaration(TextView text) {
     found = CharsetDeclaration{stringByConvertingEntitiesToCharacters(*charset), tagRange};
     return true;
   };
-  parseXmlWithHandler(text, handler, nullptr, false);
+  source.scan(handler);
   return found;
 }
 
@@ -409,33 +614,6 @@ std::size_t utf8Length(TextView text) {
 }  // namespace
 
 // ---- Plain text -------------------------------------------------------------------------------
-
-// Bytes that are valid UTF-8 and not plain ASCII are UTF-8: no 8-bit text of a language
-// survives that test by chance, while detectors misjudge short UTF-8 ("café" as Latin 2).
-bool isNonAsciiUtf8(std::span<const std::uint8_t> bytes) {
-  bool nonAscii = false;
-  for (std::size_t i = 0; i < bytes.size();) {
-    std::uint8_t lead = bytes[i];
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    nonAscii = true;
-    std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
-    if (length == 0 || lead > 0xF4 || i + length > bytes.size()) return false;
-    std::uint32_t code = lead & (0x7F >> length);
-    for (std::size_t k = 1; k < length; ++k) {
-      if ((bytes[i + k] & 0xC0) != 0x80) return false;
-      code = (code << 6) | (bytes[i + k] & 0x3F);
-    }
-    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
-        (code >= 0xD800 && code <= 0xDFFF))
-      return false;
-    i += length;
-  }
-  return nonAscii;
-}
 
 std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t> bytes) {
   // A UTF-8 byte-order mark, and valid UTF-8, decide before any guessing.
@@ -555,6 +733,44 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
   return text;
 }
 
+std::unique_ptr<MarkupSource> markupSourceOfBytes(std::span<const std::uint8_t> bytes,
+                                                  StringEncoding defaultEncoding,
+                                                  StringEncoding* usedEncoding,
+                                                  std::size_t largeBytes, std::size_t windowUnits) {
+  StringEncoding used = kEncodingNotFound;
+  std::unique_ptr<MarkupSource> source;
+  if (bytes.size() >= largeBytes) {
+    source = windowedMarkupFile(nullptr, bytes, defaultEncoding, used, windowUnits);
+  } else if (std::optional<TextString> text = decodeMarkupFile(bytes, defaultEncoding, used)) {
+    source = std::make_unique<OwnedMarkup>(std::move(*text));
+  }
+  if (usedEncoding) *usedEncoding = used;
+  return source;
+}
+
+std::unique_ptr<MarkupSource> markupSourceOfFile(const std::string& path,
+                                                 StringEncoding defaultEncoding,
+                                                 StringEncoding* usedEncoding) {
+  StringEncoding used = kEncodingNotFound;
+  std::unique_ptr<MarkupSource> source;
+  if (std::optional<FileBytes> read = FileBytes::read(path).take()) {
+    auto bytes = std::make_shared<const FileBytes>(std::move(*read));
+    std::optional<TextString> list;
+    if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
+      list = propertyListAsXml(bytes->bytes());
+    if (list) {
+      source = std::make_unique<OwnedMarkup>(std::move(*list));
+    } else if (bytes->size() >= kLargeMarkupBytes) {
+      source = windowedMarkupFile(bytes, bytes->bytes(), defaultEncoding, used, kMarkupWindowUnits);
+    } else if (std::optional<TextString> text =
+                   decodeMarkupFile(bytes->bytes(), defaultEncoding, used)) {
+      source = std::make_unique<OwnedMarkup>(std::move(*text));
+    }
+  }
+  if (usedEncoding) *usedEncoding = used;
+  return source;
+}
+
 std::optional<TextString> stringWithMarkupData(std::span<const std::uint8_t> data,
                                                TextView encodingName,
                                                StringEncoding defaultEncoding, TextView) {
@@ -574,6 +790,12 @@ std::optional<TextString> stringWithMarkupData(std::span<const std::uint8_t> dat
     }
   }
 
+  // As for files, valid UTF-8 beats the page's declaration and the default; a charset the
+  // sender names still decides.
+  if (!named && isNonAsciiUtf8(data)) {
+    if (std::optional<Decoding> utf8 = decodeMarkup(data, kUTF8StringEncoding))
+      return std::move(utf8->text);
+  }
   std::optional<Decoding> first = decodeMarkup(data, working);
   StringEncoding declared = first ? markupEncoding(first->text) : kEncodingNotFound;
   if (declared == defaultEncoding || declared == kASCIIStringEncoding ||
@@ -628,16 +850,21 @@ std::optional<TextString> stringWithMarkupDataOfContentType(std::span<const std:
 }
 
 TextString markupCharset(TextView text) {
-  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(text);
+  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(WholeMarkup(text));
   return declaration ? std::move(declaration->charset) : TextString();
 }
 
 TextRange markupCharsetRange(TextView text) {
-  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(text);
+  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(WholeMarkup(text));
   return declaration ? declaration->range : TextRange{};
 }
 
 StringEncoding markupEncoding(TextView text) { return NSEncodingFromName(markupCharset(text)); }
+
+StringEncoding markupEncoding(const MarkupSource& source) {
+  std::optional<CharsetDeclaration> declaration = findCharsetDeclaration(source);
+  return NSEncodingFromName(declaration ? TextView(declaration->charset) : TextView());
+}
 
 StringEncoding defaultURLEncoding(TextView text) {
   return markupEncoding(text) == kISOLatin1StringEncoding ? kISOLatin1StringEncoding

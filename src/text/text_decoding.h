@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -9,6 +10,7 @@
 #include "base/property_value.h"
 #include "base/text_string.h"
 #include "text/encodings.h"
+#include "text/markup_scanner.h"
 
 namespace ulvek {
 
@@ -68,6 +70,18 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
                                                          StringEncoding defaultEncoding,
                                                          StringEncoding* usedEncoding = nullptr);
 
+// The same as markup to scan: a large file is decoded window by window while it is scanned and
+// never held whole. Nothing when the file cannot be read or nothing decodes.
+std::unique_ptr<MarkupSource> markupSourceOfFile(const std::string& path,
+                                                 StringEncoding defaultEncoding,
+                                                 StringEncoding* usedEncoding = nullptr);
+// The same over bytes the caller keeps (no property lists), windowed from `largeBytes` on with
+// windows of about `windowUnits`: for tests of the windowed decoding on small files.
+std::unique_ptr<MarkupSource> markupSourceOfBytes(std::span<const std::uint8_t> bytes,
+                                                  StringEncoding defaultEncoding,
+                                                  StringEncoding* usedEncoding,
+                                                  std::size_t largeBytes, std::size_t windowUnits);
+
 // The same on bytes received with a charset name (may be empty): byte-order marks, the name,
 // the declared charset, and the Japanese and Chinese fallback lists. Empty bytes give "". The
 // address plays no part in the decoding.
@@ -87,6 +101,7 @@ TextString markupCharset(TextView text);
 TextRange markupCharsetRange(TextView text);
 // NSEncodingFromName of markupCharset.
 StringEncoding markupEncoding(TextView text);
+StringEncoding markupEncoding(const MarkupSource& source);
 // 5 when the text declares ISO Latin 1, else 4.
 StringEncoding defaultURLEncoding(TextView text);
 

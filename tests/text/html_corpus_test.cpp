@@ -12,6 +12,7 @@
 #include "text/character_tables.h"
 #include "text/html_meta.h"
 #include "text/html_to_text.h"
+#include "text/text_decoding.h"
 
 namespace ulvek {
 namespace {
@@ -99,6 +100,36 @@ TEST(HtmlCorpus, EveryPageConvertsToCleanText) {
   EXPECT_GT(tokensChecked, 1000u);
   EXPECT_GE(withTitle, pages * 9 / 10);
   EXPECT_TRUE(log.lines().empty()) << log.lines().front();
+}
+
+// Every page decoded and scanned window by window, as large files are, answers what its whole
+// decoding answers: the encoding, the title, the meta attributes and the import text.
+TEST(HtmlCorpus, WindowedPagesAnswerAsWholePages) {
+  std::size_t pages = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(testing::corpusPath() / "html")) {
+    if (entry.path().extension() != ".html") continue;
+    ++pages;
+    const std::string source = testing::readFile(entry.path());
+    const auto bytes =
+        std::span(reinterpret_cast<const std::uint8_t*>(source.data()), source.size());
+    const std::string name = entry.path().filename().string();
+    for (StringEncoding defaultEncoding : {kISOLatin1StringEncoding, kUTF8StringEncoding}) {
+      StringEncoding wholeUsed = 0, used = 0;
+      auto whole = markupSourceOfBytes(bytes, defaultEncoding, &wholeUsed, SIZE_MAX, 0);
+      auto windowed = markupSourceOfBytes(bytes, defaultEncoding, &used, 0, 1021);
+      ASSERT_TRUE(whole && windowed) << name;
+      EXPECT_EQ(used, wholeUsed) << name;
+      EXPECT_EQ(toUtf8(normalizedHtmlTitle(*windowed)), toUtf8(normalizedHtmlTitle(*whole)))
+          << name;
+      EXPECT_TRUE(htmlMetaAttributesByConvertingEntitiesToCharacters(*windowed) ==
+                  htmlMetaAttributesByConvertingEntitiesToCharacters(*whole))
+          << name;
+      EXPECT_EQ(toUtf8(stringByConvertingHtml2PlainText(*windowed, kImportHtmlOptions)),
+                toUtf8(stringByConvertingHtml2PlainText(*whole, kImportHtmlOptions)))
+          << name;
+    }
+  }
+  EXPECT_GE(pages, 100u);
 }
 
 }  // namespace

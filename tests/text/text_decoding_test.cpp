@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -129,7 +130,9 @@ TEST(MarkupFileDecoding, PropertyListsDeclarationsAndTheReplacementCount) {
   const std::vector<Row> rows = {
       {"mislabelled utf-8, default utf-8", latin1Meta + "caf\xC3\xA9 cr\xC3\xA8me", kU8,
        u"café crème", kU8},
-      {"mislabelled utf-8, default latin 1", latin1Meta + "caf\xC3\xA9", kL1, u"cafÃ©", kL1},
+      {"mislabelled utf-8, default latin 1", latin1Meta + "caf\xC3\xA9", kL1, u"café", kU8},
+      {"undeclared utf-8, default latin 1", "<p>caf\xC3\xA9", kL1, u"café", kU8},
+      {"utf-8 that declares a cjk charset", "<meta charset=gb2312>\xE4\xB8\xAD", kL1, u"中", kU8},
       {"utf-8 declared, invalid: default wins", "<meta charset=utf-8>caf\xE9", kL1, u"café", kL1},
       {"windows-1252 in content", "<meta content='text/html; charset=windows-1252'>\x80", kL1, u"€",
        kWindowsCP1252StringEncoding},
@@ -154,6 +157,53 @@ TEST(MarkupFileDecoding, PropertyListsDeclarationsAndTheReplacementCount) {
   }
   EXPECT_FALSE(stringWithMarkupContentsOfFile((folder.path() / "none").string(), kU8));
   EXPECT_FALSE(stringWithMarkupContentsOfFile(folder.path().string(), kU8));
+}
+
+// Large files are decoded window by window while they are scanned; the choice of decoding and
+// the text must be those of the whole decoding, wherever the windows fall.
+TEST(MarkupFileDecoding, WindowedDecodingChoosesAsTheWholeDecoding) {
+  const std::string latin1Meta = "<meta content='text/html; charset=iso-8859-1'><body>";
+  const std::vector<std::string> inputs = {
+      latin1Meta + "caf\xC3\xA9 cr\xC3\xA8me",
+      "<meta charset=utf-8>caf\xE9",
+      "<meta charset=utf-8>caf\xC3\xA9",
+      "<meta content='text/html; charset=windows-1252'>\x80",
+      "<body><meta charset=windows-1251>\xC0",
+      "<meta charset=us-ascii>caf\xE9",
+      "<meta charset=x-kam-cs>\x80\x87",
+      "<meta charset=shift_jis>\x82\xA0\x82",
+      "<?xml version='1.0' encoding='euc-kr'?><a>\xB0\xA1</a>",
+      "<script>'<meta charset=koi8-r>'</script><p>\xC1",  // inside a script: not a declaration
+      "<script><meta charset=koi8-r>\xC1",                // a script without end: it is one
+      "<!-- <meta charset=koi8-r> --><p>\xC1",
+      "<!-- <meta charset=koi8-r> <p>\xC1",
+      "\xEF\xBB\xBF<p>caf\xC3\xA9",
+      "\xEF\xBB\xBF",
+      std::string("\xFF\xFE<\0p\0>\0\xE9\0", 10),
+      std::string("\xFE\xFF\0<\0p\0>\0\xE9\0", 11),
+      "<p>no declaration \xE9",
+      "",
+  };
+  for (const std::string& input : inputs) {
+    const auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
+    for (StringEncoding defaultEncoding : {kL1, kU8}) {
+      StringEncoding wholeUsed = 0;
+      std::unique_ptr<MarkupSource> whole =
+          markupSourceOfBytes(bytes, defaultEncoding, &wholeUsed, SIZE_MAX, 0);
+      for (std::size_t window : {1, 4, 64}) {
+        StringEncoding used = 0;
+        std::unique_ptr<MarkupSource> windowed =
+            markupSourceOfBytes(bytes, defaultEncoding, &used, 0, window);
+        const std::string label = input + " (default " + std::to_string(defaultEncoding) +
+                                  ", windows of " + std::to_string(window) + ")";
+        ASSERT_EQ(windowed == nullptr, whole == nullptr) << label;
+        EXPECT_EQ(used, wholeUsed) << label;
+        if (whole) {
+          EXPECT_EQ(toUtf8(windowed->wholeText()), toUtf8(whole->wholeText())) << label;
+        }
+      }
+    }
+  }
 }
 
 TEST(MarkupDataDecoding, MarksNamesDeclarationsAndFallbacks) {
@@ -248,6 +298,47 @@ long peakResidentKilobytes() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss;
+}
+
+// A page too large to hold twice over is scanned without its whole decoding.
+TEST(LargeInput, LargeMarkupFileIsScannedWithoutItsWholeDecoding) {
+  // Written piece by piece, so that the test itself never holds the page.
+  TemporaryFolder folder;
+  const std::string path =
+      folder.write("large.html", "<html><head><title>Large</title></head><body>");
+  const std::string_view paragraph =
+      "<p>Gr\xC3\xBC\xC3\x9F"
+      "e aus <b>K\xC3\xB6ln</b>.</p>\n";
+  std::size_t written = 0, expectedParagraphs = 0;
+  {
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    std::string block;
+    for (int i = 0; i < 1000; ++i) block += paragraph;
+    for (; written < (48u << 20); written += block.size()) out << block;
+    expectedParagraphs = written / paragraph.size();
+    out << "</body></html>";
+  }
+  const std::size_t bytes = std::filesystem::file_size(path);
+
+  const long before = peakResidentKilobytes();
+  StringEncoding used = 0;
+  std::unique_ptr<MarkupSource> source = markupSourceOfFile(path, kL1, &used);
+  ASSERT_NE(source, nullptr);
+  EXPECT_EQ(used, kU8);  // valid UTF-8 over the default
+  std::size_t paragraphs = 0, text = 0;
+  source->scan([&](const MarkupItem& item) {
+    paragraphs += item.nameIs("p") && item.tag()[1] != u'/';
+    text += item.textRun().size();
+    return false;
+  });
+  EXPECT_EQ(paragraphs, expectedParagraphs);
+  EXPECT_GT(text, 0u);
+  const long grown = (peakResidentKilobytes() - before) * 1024;
+  std::printf("%zu MiB page scanned: peak memory grew by %ld MiB\n", bytes >> 20, grown >> 20);
+#if !defined(__SANITIZE_ADDRESS__)
+  // The mapped bytes and a few windows; a whole decoding alone would be twice the bytes.
+  EXPECT_LT(grown, static_cast<long>(bytes + (bytes >> 1))) << grown / (1 << 20) << " MiB";
+#endif
 }
 
 TEST(LargeInput, HundredMebibyteSingleLineFileDecodesWithBoundedMemory) {
