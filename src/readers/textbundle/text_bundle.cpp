@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "platform/temporary_items.h"
 #include "readers/zip/zip_archive.h"
+#include "text/character_tables.h"
 #include "text/text_decoding.h"
 
 namespace ulvek {
@@ -39,15 +40,6 @@ constexpr std::array<MarkDownRow, 7> kMarkDownByLength = {{
     {7, {u"textile", u""}},
     {8, {u"markdown", u""}},
 }};
-
-char16_t lower16(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
-
-bool equalsIgnoringCase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (lower16(a[i]) != lower16(b[i])) return false;
-  return true;
-}
 
 // A folder's entry names, sorted; nothing when it cannot be listed.
 std::optional<std::vector<std::string>> sortedListing(const std::string& folder) {
@@ -117,7 +109,7 @@ bool isMarkDownExtension(OptionalText extension, OptionalText type) {
   for (const MarkDownRow& row : kMarkDownByLength) {
     if (row.length != extension->size()) continue;
     for (TextView name : row.names)
-      if (!name.empty() && equalsIgnoringCase(*extension, name)) return true;
+      if (!name.empty() && isEqualToStringIgnoringAsciiCase(*extension, name)) return true;
   }
   return false;
 }
@@ -160,7 +152,7 @@ bool decompressTextBundleFile(const std::string& source, const std::string& targ
   });
   if (bundle == names->end()) return false;
   std::string found = parent + "/" + *bundle;
-  if (equalsIgnoringCase(fromUtf8(found), fromUtf8(target))) return true;
+  if (isEqualToStringIgnoringAsciiCase(fromUtf8(found), fromUtf8(target))) return true;
   fs::rename(found, target, error);
   return !error;
 }
