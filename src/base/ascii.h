@@ -9,7 +9,15 @@
 
 namespace ulvek {
 
-constexpr char asciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+// Only A-Z and a-z change; any other unit, of any width, stays as it is.
+template <class Char>
+constexpr Char asciiLower(Char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<Char>(c + 32) : c;
+}
+template <class Char>
+constexpr Char asciiUpper(Char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<Char>(c - 32) : c;
+}
 
 inline std::string asciiLowercase(std::string_view text) {
   std::string lowered(text);
@@ -17,11 +25,27 @@ inline std::string asciiLowercase(std::string_view text) {
   return lowered;
 }
 
+inline std::string asciiUppercase(std::string_view text) {
+  std::string uppered(text);
+  for (char& c : uppered) c = asciiUpper(c);
+  return uppered;
+}
+
 constexpr bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i)
     if (asciiLower(a[i]) != asciiLower(b[i])) return false;
   return true;
+}
+
+constexpr bool startsWithIgnoringASCIICase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() &&
+         equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
+}
+
+constexpr bool endsWithIgnoringASCIICase(std::string_view text, std::string_view suffix) {
+  return text.size() >= suffix.size() &&
+         equalsIgnoringASCIICase(text.substr(text.size() - suffix.size()), suffix);
 }
 
 // The value of a hexadecimal digit, or -1.

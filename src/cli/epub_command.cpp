@@ -6,6 +6,7 @@
 #include <functional>
 #include <ostream>
 
+#include "base/file_url.h"
 #include "cli/command.h"
 #include "readers/epub/epub_parser.h"
 #include "readers/epub/epub_paths.h"

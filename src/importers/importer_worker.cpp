@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <string>
 
+#include "base/file_url.h"
 #include "base/text_string.h"
 #include "importers/worker_protocol.h"
 
@@ -150,7 +152,10 @@ class Worker {
       importer->Release(interface);
     } else {
       auto* importer = *static_cast<UlvekImporterURLInterfaceStruct**>(interface);
-      std::string url = "file://" + path;
+      // Relative paths are the host's, whose working folder the worker shares.
+      std::error_code error;
+      std::filesystem::path absolute = std::filesystem::absolute(path, error);
+      std::string url = fileURLWithPath(error ? path : absolute.string());
       if (wanted)
         importer->ImporterImportURLData(interface, &attributes.header, contentType.c_str(),
                                         url.c_str());

@@ -54,11 +54,6 @@ std::optional<std::string> utf8Value(const PropertyDictionary& dictionary, std::
   return toUtf8(*value->string());
 }
 
-bool hasSuffixIgnoringCase(const std::string& path, std::string_view suffix) {
-  return path.size() >= suffix.size() &&
-         asciiLowercase(path.substr(path.size() - suffix.size())) == suffix;
-}
-
 std::chrono::milliseconds defaultTimeLimit() {
   if (auto value = userDefault("ImporterTimeLimit")) {
     double seconds = value->real()      ? *value->real()
@@ -92,16 +87,16 @@ bool isPlaceholder(const PropertyValue& value) {
 }
 
 void correct(PropertyDictionary& attributes, const std::string& path) {
-  if (hasSuffixIgnoringCase(path, ".mellel")) {
+  if (endsWithIgnoringASCIICase(path, ".mellel")) {
     std::erase_if(attributes, [](const auto& entry) { return isPlaceholder(entry.second); });
-  } else if (hasSuffixIgnoringCase(path, ".mht")) {
+  } else if (endsWithIgnoringASCIICase(path, ".mht")) {
     PropertyValue* text = nullptr;
     if (auto found = attributes.find(kTextContent); found != attributes.end())
       text = &found->second;
     if (text && text->string())
       *text = PropertyValue(
           stringByConvertingHtml2PlainTextNonUmlauted(*text->string(), false, false, true, true));
-  } else if (hasSuffixIgnoringCase(path, ".scap")) {
+  } else if (endsWithIgnoringASCIICase(path, ".scap")) {
     const PropertyArray* notes = arrayValue(attributes, "com_literatureandlatte_scapple_noteText");
     if (!find(attributes, kTextContent) && notes) {
       TextString joined;
@@ -331,9 +326,7 @@ std::vector<MetaDataImporter::Match> MetaDataImporter::matches(const std::string
   if (!allFactories_ || !factories_) return found;
   for (const std::string& factory : *allFactories_) {
     // Factories are compared as the upper-case text the platform writes.
-    std::string upper = factory;
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    std::string upper = asciiUppercase(factory);
     for (const std::string& bundle : bundlePaths_) {
       auto listed = factories_->find(bundle);
       if (listed == factories_->end() ||
@@ -450,9 +443,9 @@ std::optional<PropertyDictionary> MetaDataImporter::metaDataOfFileAtPath(const s
     return attributes;
   }
   std::optional<TextString> text;
-  if (hasSuffixIgnoringCase(path, ".oo3")) {
+  if (endsWithIgnoringASCIICase(path, ".oo3")) {
     text = outlineText(path);
-  } else if (hasSuffixIgnoringCase(path, ".chatlog")) {
+  } else if (endsWithIgnoringASCIICase(path, ".chatlog")) {
     text = chatLogText(path);
   } else if (textBundleReader_) {
     if (std::optional<ReaderOutput> bundle = textBundleReader_->read(ReaderSource::file(path)))

@@ -1,14 +1,12 @@
 #include "metadata/item_attributes.h"
 
-#include <unicode/unorm.h>
-#include <unicode/unorm2.h>
-
 #include <algorithm>
 #include <array>
 #include <vector>
 
 #include "base/log.h"
 #include "metadata/metadata_store.h"
+#include "text/character_tables.h"
 #include "text/string_utilities.h"
 
 namespace ulvek {
@@ -23,17 +21,6 @@ constexpr std::array<std::string_view, 4> kOpenMetaTagKeys = {
 
 void logInvalidArray(const PropertyValue& value) {
   logLine("Invalid array: " + std::string(value.className()));
-}
-
-// Equal without regard to case, and canonically equivalent forms count as equal: file names
-// written on other systems are often decomposed while titles are not.
-bool equalIgnoringCase(TextView a, TextView b) {
-  UErrorCode status = U_ZERO_ERROR;
-  int32_t order = unorm_compare(a.data(), static_cast<int32_t>(a.size()), b.data(),
-                                static_cast<int32_t>(b.size()),
-                                U_COMPARE_IGNORE_CASE | U_FOLD_CASE_DEFAULT, &status);
-  if (U_FAILURE(status)) return a == b;
-  return order == 0;
 }
 
 std::optional<TextString> strictUtf8(const std::uint8_t* bytes, size_t length) {
@@ -164,8 +151,9 @@ std::optional<TextString> getItemTitleForFile(const PropertyDictionary& attribut
   const TextString* title = value ? value->string() : nullptr;
   if (!title) return std::nullopt;
   // A title that only repeats the file's name or path says nothing.
-  if (equalIgnoringCase(*title, lastPathComponent(path))) return std::nullopt;
-  if (!path.empty() && equalIgnoringCase(*title, fromUtf8(path))) return std::nullopt;
+  if (isCanonicallyEqualToStringNoCase(*title, lastPathComponent(path))) return std::nullopt;
+  if (!path.empty() && isCanonicallyEqualToStringNoCase(*title, fromUtf8(path)))
+    return std::nullopt;
   return *title;
 }
 

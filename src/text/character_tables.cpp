@@ -1,6 +1,7 @@
 #include "text/character_tables.h"
 
 #include <unicode/uchar.h>
+#include <unicode/unorm.h>
 #include <unicode/unorm2.h>
 #include <unicode/uscript.h>
 #include <unicode/ustring.h>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ascii.h"
 #include "text/string_utilities.h"
 
 namespace ulvek {
@@ -357,6 +359,8 @@ bool asciiEqualNoCase(TextView a, TextView b) {
   return true;
 }
 
+bool sameIgnoringAsciiCase(char16_t a, char16_t b) { return asciiLower(a) == asciiLower(b); }
+
 std::optional<TextView> unitsInRange(TextView text, TextRange range) {
   if (range.location > text.size() || range.length > text.size() - range.location) {
     return std::nullopt;
@@ -511,6 +515,28 @@ bool isEqualToStringNoCase(TextView text, TextView other) {
       reinterpret_cast<const UChar*>(other.data()), static_cast<int32_t>(other.size()),
       U_FOLD_CASE_DEFAULT, &status);
   return U_SUCCESS(status) && order == 0;
+}
+
+bool isCanonicallyEqualToStringNoCase(TextView text, TextView other) {
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t order = unorm_compare(text.data(), static_cast<int32_t>(text.size()), other.data(),
+                                static_cast<int32_t>(other.size()),
+                                U_COMPARE_IGNORE_CASE | U_FOLD_CASE_DEFAULT, &status);
+  if (U_FAILURE(status)) return text == other;
+  return order == 0;
+}
+
+bool isEqualToStringIgnoringAsciiCase(TextView text, TextView other) {
+  return std::ranges::equal(text, other, sameIgnoringAsciiCase);
+}
+
+bool hasPrefixIgnoringAsciiCase(TextView text, TextView prefix) {
+  return text.size() >= prefix.size() &&
+         isEqualToStringIgnoringAsciiCase(text.substr(0, prefix.size()), prefix);
+}
+
+bool containsIgnoringAsciiCase(TextView text, TextView part) {
+  return part.empty() || !std::ranges::search(text, part, sameIgnoringAsciiCase).empty();
 }
 
 bool isLowerEqualToStringNoCase(TextView text, TextView other) {

@@ -184,9 +184,18 @@ bool isUpperCaseString(TextView text);
 bool isMashedWord(TextView text);
 
 // Comparisons. The one family of case-insensitive comparisons: ICU's full case folding
-// (isEqualToStringNoCase), ASCII letters only, the fold tables unit for unit (NoCase below and
-// the non-umlauted forms).
+// (isEqualToStringNoCase, and with canonical equivalence isCanonicallyEqualToStringNoCase),
+// ASCII letters only (IgnoringAsciiCase), the fold tables unit for unit (NoCase below and the
+// non-umlauted and ASCII forms).
 bool isEqualToStringNoCase(TextView text, TextView other);
+// Canonically equivalent once case is folded: a decomposed "E\u0301" equals "\u00E9", "STRASSE"
+// equals "Stra\u00DFe". Exact comparison when ICU fails.
+bool isCanonicallyEqualToStringNoCase(TextView text, TextView other);
+// A-Z and a-z alike, every other unit exact: for names that are ASCII by definition
+// (extensions, MIME types, keywords), where "\u212A" must not match "k".
+bool isEqualToStringIgnoringAsciiCase(TextView text, TextView other);
+bool hasPrefixIgnoringAsciiCase(TextView text, TextView prefix);
+bool containsIgnoringAsciiCase(TextView text, TextView part);
 // Equal unit for unit once both sides go through the lower-case table.
 bool isLowerEqualToStringNoCase(TextView text, TextView other);
 bool hasSuffixNoCase(TextView text, TextView suffix);

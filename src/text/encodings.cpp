@@ -778,13 +778,7 @@ bool isSilentName(TextView name) {
   if (name.empty()) return true;
   if (name.size() == 1)
     return name[0] == u'/' || name[0] == u'0' || name[0] == u'<' || name[0] == u'>';
-  if (name.size() != 4) return false;
-  constexpr std::u16string_view kAuto = u"auto";
-  for (std::size_t i = 0; i < 4; ++i) {
-    char16_t unit = name[i] >= u'A' && name[i] <= u'Z' ? name[i] + 32 : name[i];
-    if (unit != kAuto[i]) return false;
-  }
-  return true;
+  return isEqualToStringIgnoringAsciiCase(name, u"auto");
 }
 
 }  // namespace

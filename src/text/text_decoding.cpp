@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +21,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/ascii.h"
 #include "base/property_list.h"
 #include "platform/file_bytes.h"
 #include "text/character_tables.h"
@@ -209,9 +209,7 @@ constexpr std::string_view kPropertyListExtensions[] = {
 bool hasPropertyListExtension(const std::string& path) {
   std::string extension = std::filesystem::path(path).extension().string();
   if (extension.size() < 2) return false;
-  extension.erase(0, 1);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  extension = asciiLowercase(std::string_view(extension).substr(1));
   return std::find(std::begin(kPropertyListExtensions), std::end(kPropertyListExtensions),
                    extension) != std::end(kPropertyListExtensions);
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "base/file_url.h"
 #include "base/property_list.h"
 #include "test_support.h"
 
@@ -96,7 +97,7 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
   importer.setLimits({std::chrono::milliseconds(1500), 1024});
   struct Row {
     std::string file;
-    std::string text;  // "path" stands for the file's own path
+    std::string text;  // "path" and "url" stand for the file's own path and URL
     std::string log;
   };
   const Row rows[] = {
@@ -107,7 +108,7 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
       {"c.good", "path", ""},
       {"d.hang", "(nothing)", "(timeout)"},
       {"e.talk", "path", ""},
-      {"f.url-only", "file://path", ""},
+      {"f.url-only", "url", ""},
       {"g.none", "(nothing)",
        "NoInterface.mdimporter: No kMDImporter(URL)Interface 00000000-0000-4000-8000-000000000006"},
       {"h.null", "(nothing)", "Null.mdimporter: No kMDImporter(URL)Interface"},
@@ -120,8 +121,9 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
     std::string path = folder_.write(row.file, "contents");
     CapturedLog log;
     std::optional<PropertyDictionary> attributes = importer.metaDataOfFileAtPath(path);
-    std::string expected = row.text;
-    if (auto at = expected.find("path"); at != std::string::npos) expected.replace(at, 4, path);
+    std::string expected = row.text == "path"  ? path
+                           : row.text == "url" ? fileURLWithPath(path)
+                                               : row.text;
     EXPECT_EQ(textOf(attributes), expected);
     if (row.log.empty()) {
       EXPECT_TRUE(log.lines().empty()) << log.lines().front();
@@ -150,6 +152,45 @@ TEST_F(ImporterHostTest, AttributesAndQuestions) {
   EXPECT_TRUE(importer.supportsFileAtPath(folder_.write("x.url-only", "x")));
   EXPECT_FALSE(importer.supportsFileAtPath(folder_.write("x.unknown", "x")));
   EXPECT_FALSE(importer.supportsFileAtPath((folder_.path() / "missing.good").string()));
+}
+
+// URL plug-ins get a file URL that parses back to the file, whatever its name holds.
+TEST_F(ImporterHostTest, URLPlugInsReceiveEncodedFileURLs) {
+  struct Row {
+    std::string file;
+    std::string urlEnd;  // after the folder's own URL
+  };
+  const Row rows[] = {
+      {"plain.url-only", "/plain.url-only"},
+      {"a b%c.url-only", "/a%20b%25c.url-only"},
+      {"#1 ?.url-only", "/%231%20%3F.url-only"},
+      {"%41.url-only", "/%2541.url-only"},
+      {"\xC3\xA9t\xC3\xA9.url-only", "/%C3%A9t%C3%A9.url-only"},
+  };
+  MetaDataImporter importer;
+  const std::string folderURL = fileURLWithPath(folder_.path().string());
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.file);
+    std::string path = folder_.write(row.file, "x");
+    std::string url = textOf(importer.metaDataOfFileAtPath(path));
+    EXPECT_EQ(url, folderURL + row.urlEnd);
+    EXPECT_EQ(pathOfFileURL(url), path);
+  }
+}
+
+// A relative path is the host's; the worker, which shares its working folder, makes it absolute.
+TEST_F(ImporterHostTest, URLPlugInsReceiveAbsoluteURLsForRelativePaths) {
+  const fs::path before = fs::current_path();
+  fs::current_path(folder_.path());
+  folder_.write("sub/a b.url-only", "x");
+  std::string url;
+  {
+    MetaDataImporter importer;
+    url = textOf(importer.metaDataOfFileAtPath("sub/a b.url-only"));
+  }
+  const fs::path expected = fs::current_path() / "sub/a b.url-only";
+  fs::current_path(before);
+  EXPECT_EQ(url, fileURLWithPath(expected.string()));
 }
 
 // Registration from the information dictionary alone.

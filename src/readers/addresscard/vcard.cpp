@@ -15,19 +15,6 @@ namespace {
 
 constexpr std::array<std::string_view, 4> kBinaryProperties = {"PHOTO", "LOGO", "SOUND", "KEY"};
 
-char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
-
-std::string upperCased(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) c = upper(c);
-  return result;
-}
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-  return text.size() >= prefix.size() &&
-         equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
-}
-
 // The physical lines of the file, without their CR, LF or CR LF.
 std::vector<std::string_view> physicalLines(std::string_view text) {
   std::vector<std::string_view> lines;
@@ -54,7 +41,7 @@ std::size_t valueColon(std::string_view line) {
 
 bool isQuotedPrintableLine(std::string_view line) {
   std::size_t colon = valueColon(line);
-  std::string head = upperCased(line.substr(0, colon));
+  std::string head = asciiUppercase(line.substr(0, colon));
   return head.find("QUOTED-PRINTABLE") != std::string::npos;
 }
 
@@ -65,8 +52,8 @@ std::vector<std::string> logicalLines(std::string_view text) {
   bool softBreak = false;
   for (std::string_view line : physicalLines(text)) {
     bool folded = !line.empty() && (line[0] == ' ' || line[0] == '\t');
-    bool cardLine =
-        startsWithIgnoringCase(line, "BEGIN:VCARD") || startsWithIgnoringCase(line, "END:VCARD");
+    bool cardLine = startsWithIgnoringASCIICase(line, "BEGIN:VCARD") ||
+                    startsWithIgnoringASCIICase(line, "END:VCARD");
     if (!lines.empty() && (folded || (softBreak && !cardLine))) {
       lines.back().append(folded ? line.substr(1) : line);
     } else {
@@ -101,7 +88,7 @@ std::vector<std::pair<std::string, std::string>> parseParameters(std::string_vie
     if (equals == std::string_view::npos) {
       parameters.emplace_back("TYPE", std::string(part));
     } else {
-      parameters.emplace_back(upperCased(part.substr(0, equals)),
+      parameters.emplace_back(asciiUppercase(part.substr(0, equals)),
                               unquoted(part.substr(equals + 1)));
     }
   }
@@ -142,7 +129,7 @@ std::optional<VCardProperty> parseProperty(std::string_view line, std::string_vi
     property.group = std::string(qualified.substr(0, dot));
     qualified = qualified.substr(dot + 1);
   }
-  property.name = upperCased(qualified);
+  property.name = asciiUppercase(qualified);
   if (property.name.empty()) return std::nullopt;
   if (semicolon != std::string_view::npos)
     property.parameters = parseParameters(head.substr(semicolon + 1));
@@ -230,14 +217,14 @@ std::optional<std::vector<VCard>> parseVCards(Bytes bytes, std::string_view name
   std::size_t cardsSeen = 0;
   bool reportedLimit = false;
   for (const std::string& line : logicalLines(text)) {
-    if (startsWithIgnoringCase(line, "BEGIN:VCARD")) {
+    if (startsWithIgnoringASCIICase(line, "BEGIN:VCARD")) {
       sawCard = true;
       if (depth++ > 0) continue;
       if (++cardsSeen > limits.maxCards) break;
       cards.emplace_back();
       continue;
     }
-    if (startsWithIgnoringCase(line, "END:VCARD")) {
+    if (startsWithIgnoringASCIICase(line, "END:VCARD")) {
       if (depth > 0) --depth;
       continue;
     }

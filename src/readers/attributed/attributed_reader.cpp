@@ -2,10 +2,10 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 
+#include "base/ascii.h"
 #include "base/log.h"
 #include "readers/doc/word_document_reader.h"
 #include "readers/odf/open_document_reader.h"
@@ -19,10 +19,7 @@ namespace {
 std::string lowerExtension(std::string_view name) {
   std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0) return {};
-  std::string extension(name.substr(dot + 1));
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension;
+  return asciiLowercase(name.substr(dot + 1));
 }
 
 // What is not one of the formats is read as text, in the encoding it is detected in.

@@ -9,6 +9,7 @@
 
 #include "base/ascii.h"
 #include "base/base64.h"
+#include "base/file_url.h"
 #include "base/log.h"
 #include "metadata/file_types.h"
 #include "platform/content_types.h"

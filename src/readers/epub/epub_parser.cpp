@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "base/ascii.h"
+#include "base/file_url.h"
 #include "base/log.h"
 #include "platform/file_bytes.h"
 #include "readers/epub/epub_paths.h"

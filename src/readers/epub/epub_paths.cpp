@@ -3,8 +3,7 @@
 #include <cctype>
 #include <vector>
 
-#include "base/ascii.h"
-#include "base/text_string.h"
+#include "base/file_url.h"
 
 namespace ulvek {
 // A scheme is letters, digits, "+", "-" and "." before the first ":", starting with a letter.
@@ -33,24 +32,6 @@ std::vector<std::string_view> segments(std::string_view path) {
 }
 
 }  // namespace
-
-std::optional<std::string> percentDecoded(std::string_view text) {
-  std::string decoded;
-  decoded.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size() || hexDigitValue(text[i + 1]) < 0 || hexDigitValue(text[i + 2]) < 0)
-      return std::nullopt;
-    decoded += static_cast<char>(hexDigitValue(text[i + 1]) * 16 + hexDigitValue(text[i + 2]));
-    i += 2;
-  }
-  TextString check;
-  if (!fromUtf8Strict(decoded, check)) return std::nullopt;
-  return decoded;
-}
 
 std::string withoutFragment(std::string_view target) {
   std::size_t hash = target.find('#');
@@ -115,32 +96,6 @@ std::string memberName(std::string_view path) {
   while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
   std::size_t slash = path.rfind('/');
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
-}
-
-std::string fileURLWithPath(std::string_view path) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string url = "file://";
-  for (char c : path) {
-    auto byte = static_cast<unsigned char>(c);
-    if (std::isalnum(byte) || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
-      url += c;
-    } else {
-      url += '%';
-      url += kHex[byte >> 4];
-      url += kHex[byte & 15];
-    }
-  }
-  return url;
-}
-
-std::optional<std::string> pathOfFileURL(std::string_view url) {
-  constexpr std::string_view kScheme = "file://";
-  if (url.size() <= kScheme.size() || url.substr(0, kScheme.size()) != kScheme) return std::nullopt;
-  std::string_view rest = url.substr(kScheme.size());
-  // "file://localhost/path" names the same file as "file:///path".
-  if (rest.starts_with("localhost/")) rest.remove_prefix(9);
-  if (!rest.starts_with('/')) return std::nullopt;
-  return percentDecoded(rest.substr(0, rest.find_first_of("?#")));
 }
 
 }  // namespace ulvek

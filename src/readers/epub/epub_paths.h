@@ -10,9 +10,6 @@ namespace ulvek {
 // in a book's documents are resolved against the member that holds them and never lead out of
 // the book.
 
-// Percent escapes decoded as UTF-8; nothing when an escape is broken or decodes to no UTF-8.
-std::optional<std::string> percentDecoded(std::string_view text);
-
 // YES for links with a scheme ("http:", "data:", "mailto:"): they point outside the book.
 bool hasURLScheme(std::string_view link);
 
@@ -36,10 +33,5 @@ std::string relativeMemberPath(std::string_view member, std::string_view folder)
 // The folder part of a member ("" at the top) and its last component (its file name).
 std::string memberFolder(std::string_view member);
 std::string memberName(std::string_view path);
-
-// "file://" URLs of absolute paths, with everything but unreserved characters and "/"
-// percent-encoded, and back; nothing for other URLs.
-std::string fileURLWithPath(std::string_view path);
-std::optional<std::string> pathOfFileURL(std::string_view url);
 
 }  // namespace ulvek

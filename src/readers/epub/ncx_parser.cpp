@@ -3,6 +3,7 @@
 #include <optional>
 #include <sstream>
 
+#include "base/file_url.h"
 #include "readers/epub/epub_paths.h"
 #include "readers/xml/xml_events.h"
 #include "text/string_utilities.h"

@@ -6,9 +6,11 @@
 #include <system_error>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/log.h"
 #include "platform/temporary_items.h"
 #include "readers/zip/zip_archive.h"
+#include "text/character_tables.h"
 #include "text/text_decoding.h"
 
 namespace ulvek {
@@ -39,31 +41,6 @@ constexpr std::array<MarkDownRow, 7> kMarkDownByLength = {{
     {8, {u"markdown", u""}},
 }};
 
-char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-char16_t lower16(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
-
-bool endsWithIgnoringCase(std::string_view text, std::string_view suffix) {
-  if (text.size() < suffix.size()) return false;
-  std::string_view tail = text.substr(text.size() - suffix.size());
-  for (std::size_t i = 0; i < suffix.size(); ++i)
-    if (lower(tail[i]) != lower(suffix[i])) return false;
-  return true;
-}
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
-  for (std::size_t i = 0; i < prefix.size(); ++i)
-    if (lower(text[i]) != lower(prefix[i])) return false;
-  return true;
-}
-
-bool equalsIgnoringCase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (lower16(a[i]) != lower16(b[i])) return false;
-  return true;
-}
-
 // A folder's entry names, sorted; nothing when it cannot be listed.
 std::optional<std::vector<std::string>> sortedListing(const std::string& folder) {
   std::error_code error;
@@ -82,7 +59,7 @@ std::optional<TextString> bundleText(const std::string& folder, StringEncoding e
   std::optional<std::vector<std::string>> names = sortedListing(folder);
   if (!names) return std::nullopt;
   auto text = std::find_if(names->begin(), names->end(), [](const std::string& name) {
-    return startsWithIgnoringCase(name, "text.");
+    return startsWithIgnoringASCIICase(name, "text.");
   });
   if (text == names->end()) {
     logLine("No text file in text bundle: " + folder);
@@ -109,7 +86,7 @@ std::optional<TextString> textPackText(const std::string& path, StringEncoding e
   std::optional<TextString> result;
   for (const std::string& name :
        sortedListing(folder->path()).value_or(std::vector<std::string>{})) {
-    if (!endsWithIgnoringCase(name, ".textbundle")) continue;
+    if (!endsWithIgnoringASCIICase(name, ".textbundle")) continue;
     std::string bundle = folder->path() + "/" + name;
     if (!fs::is_directory(fs::symlink_status(bundle))) continue;
     if (auto text = bundleText(bundle, encoding, usedEncoding)) result = std::move(text);
@@ -132,7 +109,7 @@ bool isMarkDownExtension(OptionalText extension, OptionalText type) {
   for (const MarkDownRow& row : kMarkDownByLength) {
     if (row.length != extension->size()) continue;
     for (TextView name : row.names)
-      if (!name.empty() && equalsIgnoringCase(*extension, name)) return true;
+      if (!name.empty() && isEqualToStringIgnoringAsciiCase(*extension, name)) return true;
   }
   return false;
 }
@@ -148,19 +125,21 @@ std::optional<TextString> stringWithContentsOfTextBundleFile(const std::string& 
                                                              StringEncoding encoding,
                                                              StringEncoding* usedEncoding) {
   if (path.empty()) return std::nullopt;
-  if (endsWithIgnoringCase(path, ".textbundle")) return bundleText(path, encoding, usedEncoding);
-  if (endsWithIgnoringCase(path, ".textpack")) return textPackText(path, encoding, usedEncoding);
+  if (endsWithIgnoringASCIICase(path, ".textbundle"))
+    return bundleText(path, encoding, usedEncoding);
+  if (endsWithIgnoringASCIICase(path, ".textpack"))
+    return textPackText(path, encoding, usedEncoding);
   return std::nullopt;
 }
 
 bool decompressTextBundleFile(const std::string& source, const std::string& target) {
   if (source.empty() || target.empty()) return false;
   std::error_code error;
-  if (endsWithIgnoringCase(source, ".textbundle")) {
+  if (endsWithIgnoringASCIICase(source, ".textbundle")) {
     fs::copy(source, target, fs::copy_options::recursive, error);
     if (!error) return true;
   }
-  if (!endsWithIgnoringCase(source, ".textpack")) return false;
+  if (!endsWithIgnoringASCIICase(source, ".textpack")) return false;
   std::unique_ptr<ZipArchive> archive = ZipArchive::initWithZipFile(source);
   if (!archive) return false;
   std::string parent = fs::path(target).parent_path().string();
@@ -169,11 +148,11 @@ bool decompressTextBundleFile(const std::string& source, const std::string& targ
   std::optional<std::vector<std::string>> names = sortedListing(parent);
   if (!names) return false;
   auto bundle = std::find_if(names->begin(), names->end(), [](const std::string& name) {
-    return endsWithIgnoringCase(name, ".textbundle");
+    return endsWithIgnoringASCIICase(name, ".textbundle");
   });
   if (bundle == names->end()) return false;
   std::string found = parent + "/" + *bundle;
-  if (equalsIgnoringCase(fromUtf8(found), fromUtf8(target))) return true;
+  if (isEqualToStringIgnoringAsciiCase(fromUtf8(found), fromUtf8(target))) return true;
   fs::rename(found, target, error);
   return !error;
 }

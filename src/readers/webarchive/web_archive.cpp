@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/property_list.h"
 #include "metadata/file_types.h"
+#include "text/character_tables.h"
 #include "text/encodings.h"
 #include "text/html_to_text.h"
 #include "text/text_decoding.h"
@@ -16,21 +17,6 @@ namespace {
 constexpr std::array<std::u16string_view, 5> kApplicationMarkupAnyCase = {u"htm", u"sgml", u"xml",
                                                                           u"rsd", u"atom"};
 constexpr std::array<std::u16string_view, 2> kApplicationMarkupExact = {u"rdf", u"rss"};
-
-char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
-
-bool startsWithIgnoringCase(TextView text, TextView prefix) {
-  if (text.size() < prefix.size()) return false;
-  for (std::size_t i = 0; i < prefix.size(); ++i)
-    if (lower(text[i]) != lower(prefix[i])) return false;
-  return true;
-}
-
-bool containsIgnoringCase(TextView text, TextView part) {
-  for (std::size_t i = 0; i + part.size() <= text.size(); ++i)
-    if (startsWithIgnoringCase(text.substr(i), part)) return true;
-  return false;
-}
 
 // Reading one archive level: a field of the wrong kind is left out with one log line.
 class ArchiveDecoder {
@@ -125,10 +111,10 @@ class ArchiveDecoder {
 }  // namespace
 
 bool isMarkupMIMEType(TextView mimeType) {
-  if (startsWithIgnoringCase(mimeType, u"text/")) return true;
-  if (!startsWithIgnoringCase(mimeType, u"application/")) return false;
+  if (hasPrefixIgnoringAsciiCase(mimeType, u"text/")) return true;
+  if (!hasPrefixIgnoringAsciiCase(mimeType, u"application/")) return false;
   for (TextView part : kApplicationMarkupAnyCase)
-    if (containsIgnoringCase(mimeType, part)) return true;
+    if (containsIgnoringAsciiCase(mimeType, part)) return true;
   for (TextView part : kApplicationMarkupExact)
     if (mimeType.find(part) != TextView::npos) return true;
   return false;

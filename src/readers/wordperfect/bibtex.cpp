@@ -15,15 +15,6 @@ constexpr std::u16string_view kCitationKey = u"@";
 constexpr std::size_t kMaxValueLength = 1 << 16;
 constexpr std::size_t kExpansionBudget = std::size_t{1} << 22;
 
-char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
-
-bool equalsIgnoringCase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (lower(a[i]) != lower(b[i])) return false;
-  return true;
-}
-
 TextString trimmed(TextView text) {
   std::size_t start = 0, end = text.size();
   while (start < end && isWhiteOrNewline(text[start])) ++start;
@@ -96,8 +87,8 @@ class BibTeXScanner {
     TextString type = trimmed(text_.substr(i, bracket - i));
     if (type.empty() || type.find(u'@') != TextString::npos) return i;
     open_ = true;
-    macros_ = equalsIgnoringCase(type, u"string");
-    skipped_ = !macros_ && type_ && !equalsIgnoringCase(type, *type_);
+    macros_ = isEqualToStringIgnoringAsciiCase(type, u"string");
+    skipped_ = !macros_ && type_ && !isEqualToStringIgnoringAsciiCase(type, *type_);
     current_.clear();
     macroEntry_.clear();
     i = bracket + 1;

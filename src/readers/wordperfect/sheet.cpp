@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "metadata/metadata_store.h"
 #include "platform/file_bytes.h"
+#include "text/character_tables.h"
 #include "text/text_decoding.h"
 
 namespace ulvek {
@@ -22,19 +23,10 @@ constexpr std::array<TextView, 2> kCommaSeparatedFileTypes = {u"CSV", u"csv"};
 constexpr std::array<TextView, 2> kFormFileTypes = {u"vcf", u"VCF"};
 constexpr std::string_view kHeaderAttribute = "com.ulvek-technologies.tsv-header";
 
-char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? c - u'A' + u'a' : c; }
-
-bool equalsIgnoringCase(TextView a, TextView b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (lower(a[i]) != lower(b[i])) return false;
-  return true;
-}
-
 bool isOneOf(OptionalText extension, std::initializer_list<TextView> names) {
   if (!extension) return false;
   for (TextView name : names)
-    if (equalsIgnoringCase(*extension, name)) return true;
+    if (isEqualToStringIgnoringAsciiCase(*extension, name)) return true;
   return false;
 }
 

@@ -7,6 +7,7 @@
 #include <regex>
 #include <string>
 
+#include "base/file_url.h"
 #include "platform/temporary_items.h"
 #include "readers/epub/epub_parser.h"
 #include "readers/epub/epub_paths.h"
