@@ -527,7 +527,8 @@ bool isCanonicallyEqualToStringNoCase(TextView text, TextView other) {
 }
 
 bool isEqualToStringIgnoringAsciiCase(TextView text, TextView other) {
-  return std::ranges::equal(text, other, sameIgnoringAsciiCase);
+  return text.size() == other.size() &&
+         std::equal(text.begin(), text.end(), other.begin(), sameIgnoringAsciiCase);
 }
 
 bool hasPrefixIgnoringAsciiCase(TextView text, TextView prefix) {
@@ -536,7 +537,9 @@ bool hasPrefixIgnoringAsciiCase(TextView text, TextView prefix) {
 }
 
 bool containsIgnoringAsciiCase(TextView text, TextView part) {
-  return part.empty() || !std::ranges::search(text, part, sameIgnoringAsciiCase).empty();
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), sameIgnoringAsciiCase) !=
+             text.end() ||
+         part.empty();
 }
 
 bool isLowerEqualToStringNoCase(TextView text, TextView other) {

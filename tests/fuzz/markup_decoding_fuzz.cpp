@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "base/log.h"
@@ -89,9 +90,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CFStringEncoding cf = CFEncodingFromName(asText);
   NSEncodingFromName(asText);
 
-  // The converter never writes past max(byte count, 32) units.
+  // The converter never writes past max(byte count, 32) units; in pieces it gives the same.
   if (cf != kCFEncodingInvalid) {
-    check(convertBytes(bytes, cf).size() <= std::max<std::size_t>(bytes.size(), 32));
+    std::size_t count = 0;
+    const TextString whole = convertBytes(bytes, cf, &count);
+    check(whole.size() <= std::max<std::size_t>(bytes.size(), 32));
+    if (std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes, cf)) {
+      TextString pieces;
+      while (decoder->decodeMore(pieces, 1 + selector % 13)) {
+      }
+      check(pieces == whole && decoder->replacements() == count);
+    }
+  }
+
+  // Large files are decoded window by window: the same choice and text as the whole decoding.
+  {
+    StringEncoding wholeUsed = 0, windowedUsed = 0;
+    auto whole = markupSourceOfBytes(bytes, defaultEncoding, &wholeUsed, SIZE_MAX, 0);
+    auto windowed = markupSourceOfBytes(bytes, defaultEncoding, &windowedUsed, 0, 1 + selector % 7);
+    check((whole == nullptr) == (windowed == nullptr));
+    if (whole) check(wholeUsed == windowedUsed && whole->wholeText() == windowed->wholeText());
   }
 
   if (selector & 0x80) {

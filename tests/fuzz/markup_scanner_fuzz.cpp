@@ -1,6 +1,8 @@
 // Feeds markup to the scanner and every operation built on it. The first byte picks how the rest
 // becomes text: even = UTF-8 (pages as they arrive), odd = raw little-endian UTF-16 units, so lone
-// surrogates and NULs reach the scanner too. Every reported range is checked against the text.
+// surrogates and NULs reach the scanner too. Every reported range is checked against the text, and
+// a scan in small windows must report what the whole scan reports.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -30,6 +32,33 @@ void checkAttribute(const MarkupItem& item, std::string_view name, bool contentM
   check(value.location >= item.tagLocation);
   check(value.location + value.length <= item.tagLocation + item.tagLength);
 }
+
+// Every item as its text run and tag, with the name and state.
+TextString itemsOf(MarkupItem const& item) {
+  TextString out(item.textRun());
+  out += u'{';
+  out += static_cast<char16_t>(u'0' + static_cast<int>(item.state));
+  out += item.name();
+  out += u'|';
+  out += item.tag();
+  out += u'}';
+  return out;
+}
+
+class PieceFeed final : public MarkupTextFeed {
+ public:
+  explicit PieceFeed(TextView text) : text_(text) {}
+  bool appendMore(TextString& window, std::size_t units) override {
+    const std::size_t count = std::min(units, text_.size() - at_);
+    window.append(text_.substr(at_, count));
+    at_ += count;
+    return at_ < text_.size();
+  }
+
+ private:
+  TextView text_;
+  std::size_t at_ = 0;
+};
 
 }  // namespace
 
@@ -73,6 +102,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         },
         nullptr, mutableCopy);
     check(sawFinal == (n != 0));
+  }
+
+  TextString whole;
+  ScanMarkup(
+      text, [&](const MarkupItem& item) { return whole += itemsOf(item), false; }, nullptr, false);
+  const std::size_t chosen = 1 + (size > 1 ? data[1] % 64u : 0u);
+  for (std::size_t window : {std::size_t{1}, std::size_t{7}, chosen}) {
+    TextString windowed;
+    PieceFeed feed(text);
+    parseXmlInWindows(
+        feed, [&](const MarkupItem& item) { return windowed += itemsOf(item), false; }, window);
+    check(windowed == whole);
   }
 
   check(stripTags(text).size() <= n + n / 2 + 1);
