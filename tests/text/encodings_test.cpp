@@ -68,8 +68,9 @@ TEST(NSEncodingFromName, NumbersAndTheUnknownEncodingLine) {
   // Names that declare nothing are not worth a line; unknown names and encodings without a
   // converter are.
   const std::vector<std::pair<const char16_t*, bool>> notFound = {
-      {u"AUTO", false},          {u"", false}, {u"/", false}, {u">", false}, {u"foo", true},
-      {u"x-mac-japanese", true}, {u"au", true}};
+      {u"AUTO", false}, {u"", false},   {u"/", false},
+      {u">", false},    {u"foo", true}, {u"x-mac-devanagari", true},
+      {u"au", true}};
   for (const auto& [name, logged] : notFound) {
     testing::CapturedLog log;
     EXPECT_EQ(NSEncodingFromName(name), kEncodingNotFound) << toUtf8(name);
@@ -86,9 +87,9 @@ TEST(EncodingNumbers, PairBothWaysAndEveryConverterOpens) {
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), cf) << std::hex << ns;
   }
   // Numbers without a converter have no string-encoding number, and the reverse.
-  for (CFStringEncoding cf : {0x0001u, 0x0005u, 0x12345u})
+  for (CFStringEncoding cf : {0x0009u, 0x0027u, 0x12345u})
     EXPECT_EQ(stringEncodingFromCFEncoding(cf), kEncodingNotFound) << std::hex << cf;
-  for (StringEncoding ns : {0ul, 2ul, 0x80000005ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
+  for (StringEncoding ns : {0ul, 2ul, 0x80000009ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), kCFEncodingInvalid) << std::hex << ns;
   std::string missing;
   for (CFStringEncoding encoding : knownCFEncodings()) {
@@ -129,7 +130,13 @@ TEST(Converters, MarkedOrStrict) {
       {"mac icelandic is apple's table", "\xDC\xDD\xA0", 0x0025, u"ÐðÝ"},
       {"mac romanian table", "\xAF\xBF", 0x0026, u"Șș"},
       {"mac arabic table", "\xC8", 0x0004, u"ب"},
-      {"no converter", "abc", 0x0001, u""},
+      {"mac hebrew, a byte for two characters", "\xE0\x81\xC0", 0x0005,
+       u"א\u05F2\u05B7\u05DC\u05B9"},
+      {"mac hebrew variant tag dropped", "\xDE\xCB", 0x0005, u"\u05B8\u05B8"},
+      {"mac hebrew private-use kept", "\xC2", 0x0005, u"\uF89B"},
+      {"mac thai, variant tone mark", "\xA1\x83\xE8", 0x0015, u"\u0E01\u0E48\u0E48"},
+      {"mac thai undefined byte", "\x90\xA1\xFF", 0x0015, u"\uFFFD\u0E01\uFFFD"},
+      {"no converter", "abc", 0x0009, u""},
   };
   for (const auto& [label, bytes, encoding, marked] : rows) {
     std::size_t replacements = 99;
@@ -194,12 +201,52 @@ TEST(PlatformEncoding, RefusesCharactersWithoutRepresentation) {
       {u"Șș", 0x80000210, "\xAA\xBA"},
       {u"あ.", 0x80000823, "\x1B$B$\"\x1B(B."},  // JIS X 0208 where it has the character
       {u"€", 0x80000A07, std::nullopt},
-      {u"Šš", 0x80000024, "\xA9\xB9"}};
+      {u"Šš", 0x80000024, "\xA9\xB9"},
+      // Apple's Mac scripts: a variant byte is never chosen, a pair only a variant byte has is.
+      {u"\u05F2\u05B7\u05DC\u05B9\u05B8", 0x80000005, "\x81\xEC\xDD\xCB"},
+      {u"\u05F2", 0x80000005, std::nullopt},
+      {u"\u0E48\uF89B", 0x80000015, std::nullopt},
+      {u"\u0E01\u0E48", 0x80000015, "\xA1\xE8"}};
   for (const auto& [text, encoding, expected] : rows)
     EXPECT_EQ(encodeText(text, encoding), expected) << toUtf8(text) << " " << encoding;
   // Host-order UTF-16 carries a byte-order mark, so it reads back alone.
   std::optional<std::string> marked = encodeText(u"a", kUnicodeStringEncoding);
   EXPECT_EQ(decodeBytes(bytesOf(marked.value_or("")), kUnicodeStringEncoding), u"a");
+}
+
+// Every defined byte of the Mac script tables decodes alone, and its text encodes back to the
+// byte itself, except where the byte is a variant of a character that has a byte of its own (a
+// right-to-left copy of ASCII punctuation, a tone mark placed lower, a tagged vowel point) or a
+// pair whose characters have bytes of their own.
+TEST(MacScriptTables, EveryByteDecodesAndEncodesBack) {
+  struct Row {
+    const char* label;
+    CFStringEncoding encoding;
+    std::size_t undefined, rewritten;
+  };
+  const std::vector<Row> rows = {{"arabic", 0x0004, 0, 26},   {"hebrew", 0x0005, 0, 38},
+                                 {"thai", 0x0015, 6, 22},     {"croatian", 0x0024, 0, 0},
+                                 {"icelandic", 0x0025, 0, 0}, {"romanian", 0x0026, 0, 0},
+                                 {"farsi", 0x008C, 0, 26}};
+  for (const Row& row : rows) {
+    const StringEncoding encoding = stringEncodingFromCFEncoding(row.encoding);
+    std::size_t undefined = 0, rewritten = 0;
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+      const std::string bytes(1, static_cast<char>(byte));
+      std::optional<TextString> text = decodeBytes(bytesOf(bytes), encoding);
+      if (!text) {
+        ++undefined;
+        EXPECT_EQ(convertBytes(bytesOf(bytes), row.encoding), u"\uFFFD") << row.label << byte;
+        continue;
+      }
+      std::optional<std::string> encoded = encodeText(*text, encoding);
+      ASSERT_TRUE(encoded) << row.label << " " << byte;
+      if (*encoded != bytes) ++rewritten;
+      EXPECT_EQ(decodeBytes(bytesOf(*encoded), encoding), text) << row.label << " " << byte;
+    }
+    EXPECT_EQ(undefined, row.undefined) << row.label;
+    EXPECT_EQ(rewritten, row.rewritten) << row.label;
+  }
 }
 
 TEST(CzechTables, PublishedLettersEachOnceAndRoundTrips) {
