@@ -21,6 +21,7 @@
 
 #include "base/log.h"
 #include "text/character_tables.h"
+#include "text/mac_multibyte.h"
 #include "text/mac_script_tables.h"
 
 namespace ulvek {
@@ -824,7 +825,8 @@ const char* icuConverterName(CFStringEncoding encoding) {
 }
 
 bool isCFEncodingAvailable(CFStringEncoding encoding) {
-  return byteTableFor(encoding) || icuConverterName(encoding) || iconvNameFor(encoding);
+  return byteTableFor(encoding) || macMultiByteScript(encoding) || icuConverterName(encoding) ||
+         iconvNameFor(encoding);
 }
 
 std::span<const CFStringEncoding> knownCFEncodings() { return kKnownEncodings; }
@@ -873,12 +875,20 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
   std::size_t& count = replacements ? *replacements : ignored;
   count = 0;
   if (bytes.empty()) return {};
-  // A byte that stands for two units can take the text past the capacity.
+  // A byte or code that stands for several units can take the text past the capacity.
   const std::size_t capacity = std::max<std::size_t>(bytes.size(), 32);
   if (const auto* table = byteTableFor(encoding)) {
     TextString text = decodeWithTable(bytes, *table);
     text.resize(std::min(text.size(), capacity));
     count = countReplacementCharacters(text);  // only undefined bytes decode to U+FFFD
+    return text;
+  }
+  if (const auto* script = macMultiByteScript(encoding)) {
+    TextString text = decodeMacMultiByte(bytes, *script, false, &count).value_or(TextString());
+    if (text.size() > capacity) {
+      text.resize(capacity);
+      count = countReplacementCharacters(text);  // no code of these scripts means U+FFFD
+    }
     return text;
   }
   if (const char* name = iconvNameFor(encoding))
@@ -916,6 +926,7 @@ std::optional<TextString> decodeBytes(std::span<const std::uint8_t> bytes,
     if (countReplacementCharacters(text) != 0) return std::nullopt;
     return text;
   }
+  if (const auto* script = macMultiByteScript(cf)) return decodeMacMultiByte(bytes, *script, true);
   if (const char* name = iconvNameFor(cf)) return iconvDecode(bytes, name, true);
   return convertStrictly(bytes, cf);
 }
@@ -925,6 +936,7 @@ std::optional<std::string> encodeText(TextView text, StringEncoding encoding) {
   if (cf == kCFEncodingInvalid) return std::nullopt;
   if (text.empty()) return std::string();
   if (const auto* table = byteTableFor(cf)) return encodeWithTable(text, *table);
+  if (const auto* script = macMultiByteScript(cf)) return encodeMacMultiByte(text, *script);
   if (const char* name = iconvNameFor(cf)) return iconvEncode(text, name);
   // Writing host-order Unicode puts a byte-order mark first so that readers can tell.
   const char* name = cf == kCFEncodingUnicode ? "UTF-16"

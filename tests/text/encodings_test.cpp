@@ -21,6 +21,12 @@ std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
+std::string repeated(std::string_view piece, std::size_t times) {
+  std::string text;
+  while (times-- > 0) text += piece;
+  return text;
+}
+
 // The digits that start at the first digit are matched before any name rule; numbers that match
 // nothing go on to the name rules. After "xmac" no other rule is tried, after "mac" they are.
 TEST(CFEncodingFromName, NumberRulesThenNameRules) {
@@ -136,6 +142,20 @@ TEST(Converters, MarkedOrStrict) {
       {"mac hebrew private-use kept", "\xC2", 0x0005, u"\uF89B"},
       {"mac thai, variant tone mark", "\xA1\x83\xE8", 0x0015, u"\u0E01\u0E48\u0E48"},
       {"mac thai undefined byte", "\x90\xA1\xFF", 0x0015, u"\uFFFD\u0E01\uFFFD"},
+      {"mac japanese", "\x82\xA0\xB1\x5C\x80", 0x0001, u"あ\uFF71¥\\"},
+      {"mac japanese extension and hint", "\x85\x40\x85\xAB\xFF", 0x0001, u"①XIII…"},
+      {"mac japanese controls not rotated", "\x1A\x1C\x7F", 0x0001, u"\x1A\x1C\x7F"},
+      {"mac japanese truncated", "\x82\xA0\x82", 0x0001, u"あ\uFFFD"},
+      {"mac japanese ascii after a lead", "\x82 \xF0\xA0", 0x0001, u"\uFFFD \uFFFD"},
+      {"mac japanese vendor code not apple's", "\xFA\x40", 0x0001, u"\uFFFD@"},
+      {"mac chinese traditional", "\xA4\x40\xA1\x4D\x80\x81", 0x0002, u"一，\\\uF880"},
+      {"mac chinese traditional truncated", "a\xA4", 0x0002, u"a\uFFFD"},
+      {"mac korean", "\xB0\xA1\x81\xA1\x41", 0x0003, u"가₩「"},
+      {"mac korean several characters", "\xA2\xEF\xA6\x60", 0x0003, u"[10]\uF806\u20DF"},
+      {"mac korean undefined pair, then a lead before a single byte", "\xA5\xAB\xB0\xFF", 0x0003,
+       u"\uFFFD\uFFFD…"},
+      {"mac chinese simplified", "\xB0\xA1\x80\xA1\xAB", 0x0019, u"啊ü〜"},
+      {"mac chinese simplified, no gbk", "\x81\x40\x90\x40", 0x0019, u"\uF880@\uFFFD@"},
       {"no converter", "abc", 0x0009, u""},
   };
   for (const auto& [label, bytes, encoding, marked] : rows) {
@@ -151,6 +171,29 @@ TEST(Converters, MarkedOrStrict) {
   EXPECT_EQ(decodeBytes(bytesOf(std::string("h\0i", 3)), 0x94000100), std::nullopt);
   EXPECT_EQ(decodeBytes(bytesOf(""), kUTF8StringEncoding), u"");
   EXPECT_EQ(decodeBytes(bytesOf("abc"), 0), std::nullopt);
+}
+
+// Bytes that stand for several characters never take the markup converter past its capacity of
+// max(byte count, 32) units; strict decoding has no such limit.
+TEST(Converters, CapacityHoldsForBytesOfSeveralCharacters) {
+  const std::vector<std::tuple<const char*, std::string, CFStringEncoding, std::size_t>> rows = {
+      {"mac hebrew pairs", std::string(40, '\xC0'), 0x0005, 80},
+      {"mac hebrew, under 32", std::string(10, '\xC0'), 0x0005, 20},
+      {"mac korean [10]", repeated("\xA2\xEF", 16), 0x0003, 64},
+      {"mac japanese XIII, under 32", repeated("\x85\xAB", 4), 0x0001, 16},
+  };
+  for (const auto& [label, bytes, encoding, strictSize] : rows) {
+    std::size_t replacements = 99;
+    TextString marked = convertBytes(bytesOf(bytes), encoding, &replacements);
+    EXPECT_EQ(marked.size(), std::min(strictSize, std::max<std::size_t>(bytes.size(), 32)))
+        << label;
+    EXPECT_EQ(replacements, 0u) << label;
+    std::optional<TextString> strict =
+        decodeBytes(bytesOf(bytes), stringEncodingFromCFEncoding(encoding));
+    ASSERT_TRUE(strict) << label;
+    EXPECT_EQ(strict->size(), strictSize) << label;
+    EXPECT_TRUE(strict->starts_with(marked)) << label;
+  }
 }
 
 // UTF-8 is decoded in ASCII runs and the spans between them: the answer must be ICU's for the
@@ -206,7 +249,13 @@ TEST(PlatformEncoding, RefusesCharactersWithoutRepresentation) {
       {u"\u05F2\u05B7\u05DC\u05B9\u05B8", 0x80000005, "\x81\xEC\xDD\xCB"},
       {u"\u05F2", 0x80000005, std::nullopt},
       {u"\u0E48\uF89B", 0x80000015, std::nullopt},
-      {u"\u0E01\u0E48", 0x80000015, "\xA1\xE8"}};
+      {u"\u0E01\u0E48", 0x80000015, "\xA1\xE8"},
+      {u"あ\\¥①\x7F", 0x80000001, "\x82\xA0\x80\x5C\x85\x40\x7F"},
+      {u"\uF806\u20DF가", 0x80000003, "\xA6\x60\xB0\xA1"},
+      {u"一\uF880", 0x80000002, "\xA4\x40\x81"},
+      {u"啊", 0x80000019, "\xB0\xA1"},
+      {u"丂", 0x80000019, std::nullopt},  // GBK only
+      {u"\U0001F600", 0x80000001, std::nullopt}};
   for (const auto& [text, encoding, expected] : rows)
     EXPECT_EQ(encodeText(text, encoding), expected) << toUtf8(text) << " " << encoding;
   // Host-order UTF-16 carries a byte-order mark, so it reads back alone.

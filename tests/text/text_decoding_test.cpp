@@ -171,6 +171,8 @@ TEST(MarkupDataDecoding, MarksNamesDeclarationsAndFallbacks) {
           {"unnamed: the declaration wins", metaUtf8 + "caf\xE9", u"", kL1, u">caf\uFFFD"},
           {"declared big5 as Big5-HKSCS", "<meta charset=big5>\xA4\xA4", u"", kL1, u">中"},
           {"declared the default", metaUtf8 + "\xC3\xA9", u"", kU8, u">é"},
+          {"declared mac japanese", "<meta charset=x-mac-japanese>\x82\xA0\x85\x40", u"", kL1,
+           u">あ①"},
           {"named mac hebrew", "\xF9\xEC\xE5\xED", u"x-mac-hebrew", kU8, u"שלום"},
           {"no converter for the name", "abc", u"x-mac-devanagari", kU8, u"abc"},
           {"no converter for the default", "abc", u"", kNoConverter, std::nullopt},
