@@ -21,6 +21,7 @@
 
 #include "base/log.h"
 #include "text/character_tables.h"
+#include "text/mac_multibyte.h"
 #include "text/mac_script_tables.h"
 
 namespace ulvek {
@@ -384,27 +385,36 @@ constexpr std::array<char16_t, 128> kKOI8CS2 = {
     0x0170, 0x00DD,     0x017D, kUndefined, kUndefined, 0x0150,     0x0116, kUndefined,  // 0xF8
 };
 
+// A single-byte table: the upper half's characters, and the bytes that stand for two units or for
+// a variant that encoding must not choose (kExpansion in the table).
+struct ByteTable {
+  const std::array<char16_t, 128>& units;
+  std::span<const mac_tables::ByteExpansion> expansions = {};
+};
+
+struct ByteTableEntry {
+  CFStringEncoding encoding;
+  ByteTable table;
+};
+
 // The single-byte encodings read through a table of ours: the Czech ones, and the Mac scripts
 // that neither ICU nor glibc converts.
-const std::array<char16_t, 128>* byteTableFor(CFStringEncoding encoding) {
-  switch (encoding) {
-    case kCFEncodingKamenicky:
-      return &kKamenicky;
-    case kCFEncodingKOI8CS2:
-      return &kKOI8CS2;
-    case 0x0004:
-      return &mac_tables::kArabic;
-    case 0x0024:
-      return &mac_tables::kCroatian;
-    case 0x0025:
-      return &mac_tables::kIcelandic;
-    case 0x0026:
-      return &mac_tables::kRomanian;
-    case 0x008C:
-      return &mac_tables::kFarsi;
-    default:
-      return nullptr;
-  }
+constexpr ByteTableEntry kByteTables[] = {
+    {kCFEncodingKamenicky, {kKamenicky}},
+    {kCFEncodingKOI8CS2, {kKOI8CS2}},
+    {0x0004, {mac_tables::kArabic}},
+    {0x0005, {mac_tables::kHebrew, mac_tables::kHebrewExpansions}},
+    {0x0015, {mac_tables::kThai, mac_tables::kThaiExpansions}},
+    {0x0024, {mac_tables::kCroatian}},
+    {0x0025, {mac_tables::kIcelandic}},
+    {0x0026, {mac_tables::kRomanian}},
+    {0x008C, {mac_tables::kFarsi}},
+};
+
+const ByteTable* byteTableFor(CFStringEncoding encoding) {
+  for (const ByteTableEntry& entry : kByteTables)
+    if (entry.encoding == encoding) return &entry.table;
+  return nullptr;
 }
 
 // ---- glibc iconv, for what ICU lacks -----------------------------------------------------------
@@ -490,25 +500,55 @@ std::optional<std::string> iconvEncode(TextView text, const char* name) {
   return bytes;
 }
 
-TextString decodeWithTable(std::span<const std::uint8_t> bytes,
-                           const std::array<char16_t, 128>& table) {
+TextString decodeWithTable(std::span<const std::uint8_t> bytes, const ByteTable& table) {
   TextString text(bytes.size(), u'\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i)
-    text[i] = bytes[i] < 0x80 ? bytes[i] : table[bytes[i] - 0x80];
+  if (table.expansions.empty()) {
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+      text[i] = bytes[i] < 0x80 ? bytes[i] : table.units[bytes[i] - 0x80];
+    return text;
+  }
+  std::size_t produced = 0;
+  for (std::uint8_t byte : bytes) {
+    char16_t unit = byte < 0x80 ? byte : table.units[byte - 0x80];
+    if (unit != mac_tables::kExpansion) {
+      text[produced++] = unit;
+      continue;
+    }
+    const auto& expansion = *std::find_if(table.expansions.begin(), table.expansions.end(),
+                                          [&](const auto& entry) { return entry.byte == byte; });
+    text[produced++] = expansion.first;
+    if (!expansion.second) continue;
+    text.push_back(u'\0');  // one unit more than bytes; the units written stay before the end
+    text[produced++] = expansion.second;
+  }
   return text;
 }
 
-std::optional<std::string> encodeWithTable(TextView text, const std::array<char16_t, 128>& table) {
+// Each character through the table; a character that only an expansion byte stands for (a pair,
+// or a variant without a byte of its own) is written as that byte.
+std::optional<std::string> encodeWithTable(TextView text, const ByteTable& table) {
   std::string bytes;
   bytes.reserve(text.size());
-  for (char16_t unit : text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char16_t unit = text[i];
     if (unit < 0x80) {
       bytes.push_back(static_cast<char>(unit));
       continue;
     }
-    auto found = unit == kUndefined ? table.end() : std::find(table.begin(), table.end(), unit);
-    if (found == table.end()) return std::nullopt;
-    bytes.push_back(static_cast<char>(0x80 + (found - table.begin())));
+    auto found = unit == kUndefined || unit == mac_tables::kExpansion
+                     ? table.units.end()
+                     : std::find(table.units.begin(), table.units.end(), unit);
+    if (found != table.units.end()) {
+      bytes.push_back(static_cast<char>(0x80 + (found - table.units.begin())));
+      continue;
+    }
+    auto expansion = std::find_if(
+        table.expansions.begin(), table.expansions.end(), [&](const mac_tables::ByteExpansion& e) {
+          return e.first == unit && (!e.second || (i + 1 < text.size() && text[i + 1] == e.second));
+        });
+    if (expansion == table.expansions.end()) return std::nullopt;
+    bytes.push_back(static_cast<char>(expansion->byte));
+    if (expansion->second) ++i;
   }
   return bytes;
 }
@@ -791,7 +831,8 @@ const char* icuConverterName(CFStringEncoding encoding) {
 }
 
 bool isCFEncodingAvailable(CFStringEncoding encoding) {
-  return byteTableFor(encoding) || icuConverterName(encoding) || iconvNameFor(encoding);
+  return byteTableFor(encoding) || macMultiByteScript(encoding) || icuConverterName(encoding) ||
+         iconvNameFor(encoding);
 }
 
 std::span<const CFStringEncoding> knownCFEncodings() { return kKnownEncodings; }
@@ -840,9 +881,20 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
   std::size_t& count = replacements ? *replacements : ignored;
   count = 0;
   if (bytes.empty()) return {};
+  // A byte or code that stands for several units can take the text past the capacity.
+  const std::size_t capacity = std::max<std::size_t>(bytes.size(), 32);
   if (const auto* table = byteTableFor(encoding)) {
     TextString text = decodeWithTable(bytes, *table);
+    text.resize(std::min(text.size(), capacity));
     count = countReplacementCharacters(text);  // only undefined bytes decode to U+FFFD
+    return text;
+  }
+  if (const auto* script = macMultiByteScript(encoding)) {
+    TextString text = decodeMacMultiByte(bytes, *script, false, &count).value_or(TextString());
+    if (text.size() > capacity) {
+      text.resize(capacity);
+      count = countReplacementCharacters(text);  // no code of these scripts means U+FFFD
+    }
     return text;
   }
   if (const char* name = iconvNameFor(encoding))
@@ -999,6 +1051,7 @@ std::optional<TextString> decodeBytes(std::span<const std::uint8_t> bytes,
     if (countReplacementCharacters(text) != 0) return std::nullopt;
     return text;
   }
+  if (const auto* script = macMultiByteScript(cf)) return decodeMacMultiByte(bytes, *script, true);
   if (const char* name = iconvNameFor(cf)) return iconvDecode(bytes, name, true);
   return convertStrictly(bytes, cf);
 }
@@ -1008,6 +1061,7 @@ std::optional<std::string> encodeText(TextView text, StringEncoding encoding) {
   if (cf == kCFEncodingInvalid) return std::nullopt;
   if (text.empty()) return std::string();
   if (const auto* table = byteTableFor(cf)) return encodeWithTable(text, *table);
+  if (const auto* script = macMultiByteScript(cf)) return encodeMacMultiByte(text, *script);
   if (const char* name = iconvNameFor(cf)) return iconvEncode(text, name);
   // Writing host-order Unicode puts a byte-order mark first so that readers can tell.
   const char* name = cf == kCFEncodingUnicode ? "UTF-16"

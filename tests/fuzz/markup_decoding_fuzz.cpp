@@ -1,7 +1,7 @@
 // Feeds bytes to markup decoding as data and as files. The first byte picks the default encoding
-// (bits 0-2), the charset name passed along (bits 3-6) and whether the file entries run too
-// (bit 7); the rest is the document. Declared charsets, byte-order marks, the Czech tables and
-// the fallback lists are all reachable from the seeds.
+// (bits 0-2 and 7), the charset name passed along (bits 3-6) and whether the file entries run too
+// (bit 7); the rest is the document. Declared charsets, byte-order marks, the Czech tables, Apple's
+// Mac script tables and the fallback lists are all reachable from the seeds.
 #include <unistd.h>
 
 #include <array>
@@ -23,12 +23,17 @@ using namespace ulvek;
 
 using fuzzing::check;
 
-constexpr std::array<StringEncoding, 10> kDefaults = {
-    kUTF8StringEncoding,           kISOLatin1StringEncoding,
-    kASCIIStringEncoding,          kMacOSRomanStringEncoding,
-    kWindowsCP1252StringEncoding,  kUTF16BigEndianStringEncoding,
-    kKamenickyStringEncoding,      0x80000005 /* no converter */,
-    0x80000510 /* Johab, iconv */, 0x80000823 /* ISO-2022-JP-3, iconv */};
+constexpr std::array<StringEncoding, 16> kDefaults = {
+    kUTF8StringEncoding, kISOLatin1StringEncoding, kASCIIStringEncoding, kMacOSRomanStringEncoding,
+    kWindowsCP1252StringEncoding, kUTF16BigEndianStringEncoding, kKamenickyStringEncoding,
+    0x80000009 /* Mac Devanagari: no converter */, 0x80000510 /* Johab, iconv */,
+    0x80000823 /* ISO-2022-JP-3, iconv */,
+    // From here on, Apple's tables.
+    0x80000001 /* Mac Japanese: ICU and Apple's codes */, 0x80000002 /* Mac Chinese traditional */,
+    0x80000003 /* Mac Korean */, 0x80000019 /* Mac Chinese simplified */,
+    0x80000005 /* Mac Hebrew: a table with two-unit bytes */, 0x80000015 /* Mac Thai */};
+
+constexpr std::size_t kFirstAppleTable = 10;
 
 constexpr std::array<const char16_t*, 16> kNames = {
     u"",       u"utf-8",       u"iso-8859-1", u"windows-1251", u"shift_jis", u"gb2312",
@@ -72,8 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t selector = data[0];
   std::span<const std::uint8_t> bytes(data + 1, size - 1);
   // Bits 0-2 and 7 pick the default encoding, bits 3-6 the name.
-  const StringEncoding defaultEncoding =
-      kDefaults[((selector & 7) | ((selector >> 4) & 8)) % kDefaults.size()];
+  const std::size_t defaultIndex = (selector & 7) | ((selector >> 4) & 8);
+  const StringEncoding defaultEncoding = kDefaults[defaultIndex];
   const TextView name = kNames[(selector >> 3) & 15];
 
   std::optional<TextString> decoded = stringWithMarkupData(bytes, name, defaultEncoding);
@@ -110,6 +115,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     auto windowed = markupSourceOfBytes(bytes, defaultEncoding, &windowedUsed, 0, 1 + selector % 7);
     check((whole == nullptr) == (windowed == nullptr));
     if (whole) check(wholeUsed == windowedUsed && whole->wholeText() == windowed->wholeText());
+  }
+
+  // Strict decoding succeeds only where nothing is marked, and gives the marked text; text that
+  // decodes encodes back to bytes that decode to the same text.
+  if (defaultIndex >= kFirstAppleTable) {
+    const CFStringEncoding mac = cfEncodingFromStringEncoding(defaultEncoding);
+    std::size_t marks = 0;
+    TextString marked = convertBytes(bytes, mac, &marks);
+    check(marks == countReplacementCharacters(marked));
+    if (std::optional<TextString> strict = decodeBytes(bytes, defaultEncoding)) {
+      check(marks == 0 && strict->starts_with(marked));
+      std::optional<std::string> encoded = encodeText(*strict, defaultEncoding);
+      check(encoded.has_value());
+      std::span<const std::uint8_t> again(reinterpret_cast<const std::uint8_t*>(encoded->data()),
+                                          encoded->size());
+      check(decodeBytes(again, defaultEncoding) == strict);
+    }
   }
 
   if (selector & 0x80) {

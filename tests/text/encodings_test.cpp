@@ -23,6 +23,12 @@ std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
+std::string repeated(std::string_view piece, std::size_t times) {
+  std::string text;
+  while (times-- > 0) text += piece;
+  return text;
+}
+
 // The digits that start at the first digit are matched before any name rule; numbers that match
 // nothing go on to the name rules. After "xmac" no other rule is tried, after "mac" they are.
 TEST(CFEncodingFromName, NumberRulesThenNameRules) {
@@ -70,8 +76,9 @@ TEST(NSEncodingFromName, NumbersAndTheUnknownEncodingLine) {
   // Names that declare nothing are not worth a line; unknown names and encodings without a
   // converter are.
   const std::vector<std::pair<const char16_t*, bool>> notFound = {
-      {u"AUTO", false},          {u"", false}, {u"/", false}, {u">", false}, {u"foo", true},
-      {u"x-mac-japanese", true}, {u"au", true}};
+      {u"AUTO", false}, {u"", false},   {u"/", false},
+      {u">", false},    {u"foo", true}, {u"x-mac-devanagari", true},
+      {u"au", true}};
   for (const auto& [name, logged] : notFound) {
     testing::CapturedLog log;
     EXPECT_EQ(NSEncodingFromName(name), kEncodingNotFound) << toUtf8(name);
@@ -88,9 +95,9 @@ TEST(EncodingNumbers, PairBothWaysAndEveryConverterOpens) {
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), cf) << std::hex << ns;
   }
   // Numbers without a converter have no string-encoding number, and the reverse.
-  for (CFStringEncoding cf : {0x0001u, 0x0005u, 0x12345u})
+  for (CFStringEncoding cf : {0x0009u, 0x0027u, 0x12345u})
     EXPECT_EQ(stringEncodingFromCFEncoding(cf), kEncodingNotFound) << std::hex << cf;
-  for (StringEncoding ns : {0ul, 2ul, 0x80000005ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
+  for (StringEncoding ns : {0ul, 2ul, 0x80000009ul, 0xFFFFFFFFul, 0x1'0000'0000ul})
     EXPECT_EQ(cfEncodingFromStringEncoding(ns), kCFEncodingInvalid) << std::hex << ns;
   std::string missing;
   for (CFStringEncoding encoding : knownCFEncodings()) {
@@ -131,7 +138,27 @@ TEST(Converters, MarkedOrStrict) {
       {"mac icelandic is apple's table", "\xDC\xDD\xA0", 0x0025, u"ÐðÝ"},
       {"mac romanian table", "\xAF\xBF", 0x0026, u"Șș"},
       {"mac arabic table", "\xC8", 0x0004, u"ب"},
-      {"no converter", "abc", 0x0001, u""},
+      {"mac hebrew, a byte for two characters", "\xE0\x81\xC0", 0x0005,
+       u"א\u05F2\u05B7\u05DC\u05B9"},
+      {"mac hebrew variant tag dropped", "\xDE\xCB", 0x0005, u"\u05B8\u05B8"},
+      {"mac hebrew private-use kept", "\xC2", 0x0005, u"\uF89B"},
+      {"mac thai, variant tone mark", "\xA1\x83\xE8", 0x0015, u"\u0E01\u0E48\u0E48"},
+      {"mac thai undefined byte", "\x90\xA1\xFF", 0x0015, u"\uFFFD\u0E01\uFFFD"},
+      {"mac japanese", "\x82\xA0\xB1\x5C\x80", 0x0001, u"あ\uFF71¥\\"},
+      {"mac japanese extension and hint", "\x85\x40\x85\xAB\xFF", 0x0001, u"①XIII…"},
+      {"mac japanese controls not rotated", "\x1A\x1C\x7F", 0x0001, u"\x1A\x1C\x7F"},
+      {"mac japanese truncated", "\x82\xA0\x82", 0x0001, u"あ\uFFFD"},
+      {"mac japanese ascii after a lead", "\x82 \xF0\xA0", 0x0001, u"\uFFFD \uFFFD"},
+      {"mac japanese vendor code not apple's", "\xFA\x40", 0x0001, u"\uFFFD@"},
+      {"mac chinese traditional", "\xA4\x40\xA1\x4D\x80\x81", 0x0002, u"一，\\\uF880"},
+      {"mac chinese traditional truncated", "a\xA4", 0x0002, u"a\uFFFD"},
+      {"mac korean", "\xB0\xA1\x81\xA1\x41", 0x0003, u"가₩「"},
+      {"mac korean several characters", "\xA2\xEF\xA6\x60", 0x0003, u"[10]\uF806\u20DF"},
+      {"mac korean undefined pair, then a lead before a single byte", "\xA5\xAB\xB0\xFF", 0x0003,
+       u"\uFFFD\uFFFD…"},
+      {"mac chinese simplified", "\xB0\xA1\x80\xA1\xAB", 0x0019, u"啊ü〜"},
+      {"mac chinese simplified, no gbk", "\x81\x40\x90\x40", 0x0019, u"\uF880@\uFFFD@"},
+      {"no converter", "abc", 0x0009, u""},
   };
   for (const auto& [label, bytes, encoding, marked] : rows) {
     std::size_t replacements = 99;
@@ -146,6 +173,29 @@ TEST(Converters, MarkedOrStrict) {
   EXPECT_EQ(decodeBytes(bytesOf(std::string("h\0i", 3)), 0x94000100), std::nullopt);
   EXPECT_EQ(decodeBytes(bytesOf(""), kUTF8StringEncoding), u"");
   EXPECT_EQ(decodeBytes(bytesOf("abc"), 0), std::nullopt);
+}
+
+// Bytes that stand for several characters never take the markup converter past its capacity of
+// max(byte count, 32) units; strict decoding has no such limit.
+TEST(Converters, CapacityHoldsForBytesOfSeveralCharacters) {
+  const std::vector<std::tuple<const char*, std::string, CFStringEncoding, std::size_t>> rows = {
+      {"mac hebrew pairs", std::string(40, '\xC0'), 0x0005, 80},
+      {"mac hebrew, under 32", std::string(10, '\xC0'), 0x0005, 20},
+      {"mac korean [10]", repeated("\xA2\xEF", 16), 0x0003, 64},
+      {"mac japanese XIII, under 32", repeated("\x85\xAB", 4), 0x0001, 16},
+  };
+  for (const auto& [label, bytes, encoding, strictSize] : rows) {
+    std::size_t replacements = 99;
+    TextString marked = convertBytes(bytesOf(bytes), encoding, &replacements);
+    EXPECT_EQ(marked.size(), std::min(strictSize, std::max<std::size_t>(bytes.size(), 32)))
+        << label;
+    EXPECT_EQ(replacements, 0u) << label;
+    std::optional<TextString> strict =
+        decodeBytes(bytesOf(bytes), stringEncodingFromCFEncoding(encoding));
+    ASSERT_TRUE(strict) << label;
+    EXPECT_EQ(strict->size(), strictSize) << label;
+    EXPECT_TRUE(strict->starts_with(marked)) << label;
+  }
 }
 
 // UTF-8 is decoded in ASCII runs and the spans between them: the answer must be ICU's for the
@@ -196,12 +246,58 @@ TEST(PlatformEncoding, RefusesCharactersWithoutRepresentation) {
       {u"Șș", 0x80000210, "\xAA\xBA"},
       {u"あ.", 0x80000823, "\x1B$B$\"\x1B(B."},  // JIS X 0208 where it has the character
       {u"€", 0x80000A07, std::nullopt},
-      {u"Šš", 0x80000024, "\xA9\xB9"}};
+      {u"Šš", 0x80000024, "\xA9\xB9"},
+      // Apple's Mac scripts: a variant byte is never chosen, a pair only a variant byte has is.
+      {u"\u05F2\u05B7\u05DC\u05B9\u05B8", 0x80000005, "\x81\xEC\xDD\xCB"},
+      {u"\u05F2", 0x80000005, std::nullopt},
+      {u"\u0E48\uF89B", 0x80000015, std::nullopt},
+      {u"\u0E01\u0E48", 0x80000015, "\xA1\xE8"},
+      {u"あ\\¥①\x7F", 0x80000001, "\x82\xA0\x80\x5C\x85\x40\x7F"},
+      {u"\uF806\u20DF가", 0x80000003, "\xA6\x60\xB0\xA1"},
+      {u"一\uF880", 0x80000002, "\xA4\x40\x81"},
+      {u"啊", 0x80000019, "\xB0\xA1"},
+      {u"丂", 0x80000019, std::nullopt},  // GBK only
+      {u"\U0001F600", 0x80000001, std::nullopt}};
   for (const auto& [text, encoding, expected] : rows)
     EXPECT_EQ(encodeText(text, encoding), expected) << toUtf8(text) << " " << encoding;
   // Host-order UTF-16 carries a byte-order mark, so it reads back alone.
   std::optional<std::string> marked = encodeText(u"a", kUnicodeStringEncoding);
   EXPECT_EQ(decodeBytes(bytesOf(marked.value_or("")), kUnicodeStringEncoding), u"a");
+}
+
+// Every defined byte of the Mac script tables decodes alone, and its text encodes back to the
+// byte itself, except where the byte is a variant of a character that has a byte of its own (a
+// right-to-left copy of ASCII punctuation, a tone mark placed lower, a tagged vowel point) or a
+// pair whose characters have bytes of their own.
+TEST(MacScriptTables, EveryByteDecodesAndEncodesBack) {
+  struct Row {
+    const char* label;
+    CFStringEncoding encoding;
+    std::size_t undefined, rewritten;
+  };
+  const std::vector<Row> rows = {{"arabic", 0x0004, 0, 26},   {"hebrew", 0x0005, 0, 38},
+                                 {"thai", 0x0015, 6, 22},     {"croatian", 0x0024, 0, 0},
+                                 {"icelandic", 0x0025, 0, 0}, {"romanian", 0x0026, 0, 0},
+                                 {"farsi", 0x008C, 0, 26}};
+  for (const Row& row : rows) {
+    const StringEncoding encoding = stringEncodingFromCFEncoding(row.encoding);
+    std::size_t undefined = 0, rewritten = 0;
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+      const std::string bytes(1, static_cast<char>(byte));
+      std::optional<TextString> text = decodeBytes(bytesOf(bytes), encoding);
+      if (!text) {
+        ++undefined;
+        EXPECT_EQ(convertBytes(bytesOf(bytes), row.encoding), u"\uFFFD") << row.label << byte;
+        continue;
+      }
+      std::optional<std::string> encoded = encodeText(*text, encoding);
+      ASSERT_TRUE(encoded) << row.label << " " << byte;
+      if (*encoded != bytes) ++rewritten;
+      EXPECT_EQ(decodeBytes(bytesOf(*encoded), encoding), text) << row.label << " " << byte;
+    }
+    EXPECT_EQ(undefined, row.undefined) << row.label;
+    EXPECT_EQ(rewritten, row.rewritten) << row.label;
+  }
 }
 
 TEST(CzechTables, PublishedLettersEachOnceAndRoundTrips) {

@@ -21,7 +21,7 @@ using Text = std::optional<TextString>;
 
 constexpr StringEncoding kU8 = kUTF8StringEncoding, kL1 = kISOLatin1StringEncoding,
                          kAscii = kASCIIStringEncoding, kUtf16 = kUnicodeStringEncoding,
-                         kDetect = kDetectEncoding, kNoConverter = 0x80000005;  // Mac Hebrew
+                         kDetect = kDetectEncoding, kNoConverter = 0x80000009;  // Mac Devanagari
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
@@ -221,7 +221,10 @@ TEST(MarkupDataDecoding, MarksNamesDeclarationsAndFallbacks) {
           {"unnamed: the declaration wins", metaUtf8 + "caf\xE9", u"", kL1, u">caf\uFFFD"},
           {"declared big5 as Big5-HKSCS", "<meta charset=big5>\xA4\xA4", u"", kL1, u">中"},
           {"declared the default", metaUtf8 + "\xC3\xA9", u"", kU8, u">é"},
-          {"no converter for the name", "abc", u"x-mac-japanese", kU8, u"abc"},
+          {"declared mac japanese", "<meta charset=x-mac-japanese>\x82\xA0\x85\x40", u"", kL1,
+           u">あ①"},
+          {"named mac hebrew", "\xF9\xEC\xE5\xED", u"x-mac-hebrew", kU8, u"שלום"},
+          {"no converter for the name", "abc", u"x-mac-devanagari", kU8, u"abc"},
           {"no converter for the default", "abc", u"", kNoConverter, std::nullopt},
       };
   for (const auto& [label, bytes, name, defaultEncoding, part] : rows) {
