@@ -1001,7 +1001,7 @@ class ICUPiecewiseDecoder final : public PiecewiseDecoder {
   bool first_ = true;
 };
 
-// Our tables and glibc's converters decode in one piece.
+// Our tables, Apple's multi-byte scripts and glibc's converters decode in one piece.
 class WholePiecewiseDecoder final : public PiecewiseDecoder {
  public:
   WholePiecewiseDecoder(std::span<const std::uint8_t> bytes, CFStringEncoding encoding)
@@ -1027,7 +1027,7 @@ class WholePiecewiseDecoder final : public PiecewiseDecoder {
 std::unique_ptr<PiecewiseDecoder> PiecewiseDecoder::open(std::span<const std::uint8_t> bytes,
                                                          CFStringEncoding encoding) {
   if (bytes.empty()) return nullptr;
-  if (byteTableFor(encoding) || iconvNameFor(encoding))
+  if (byteTableFor(encoding) || macMultiByteScript(encoding) || iconvNameFor(encoding))
     return std::make_unique<WholePiecewiseDecoder>(bytes, encoding);
   if (encoding == kCFEncodingUTF8) return std::make_unique<UTF8PiecewiseDecoder>(bytes);
   Converter converter = openConverter(encoding, bytes);

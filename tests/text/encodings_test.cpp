@@ -364,8 +364,10 @@ TEST(PiecewiseDecoder, PiecesJoinedAreTheWholeConversion) {
       {kCFEncodingShiftJIS, "\x82\xA0\x82\xA2 \x81"},           // a lead byte at the end
       {kCFEncodingBig5HKSCS1999, "\x88\x62\x88\x64 \xA4\x40"},  // one code, two characters
       {kCFEncodingISOLatin1, "\xE9t\xE9 \xFF"},
-      {kCFEncodingKamenicky, "\x80\x87 \xFF"},  // our table
-      {kCFEncodingISOLatin10, "\xA1\xA5\xAA"},  // glibc's converter
+      {kCFEncodingKamenicky, "\x80\x87 \xFF"},                // our table
+      {kCFEncodingISOLatin10, "\xA1\xA5\xAA"},                // glibc's converter
+      {kCFEncodingMacJapanese, "\x82\xA0\x85\xAB\x80 \x82"},  // Apple's codes over ICU's
+      {0x0005, "\x81\xC0 \xFF"},  // Mac Hebrew: bytes that stand for two characters
   };
   for (const auto& [encoding, input] : rows) {
     std::size_t count = 0;
