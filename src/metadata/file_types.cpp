@@ -195,9 +195,9 @@ constexpr TextView kImageFileTypes[] = {
     u"'jp2 '", u"jpe",  u"JPE",    u"ps",     u"PS",     u"eps",    u"EPS",    u"ai",     u"AI"};
 
 // What the attributed-string readers open.
-constexpr TextView kAttributedFileTypes[] = {u"rtf",    u"rtfd", u"doc", u"dot", u"docx", u"dotx",
-                                             u"docm",   u"dotm", u"odt", u"ott", u"sxw",  u"stw",
-                                             u"wordml", u"html", u"htm", u"txt", u"text"};
+constexpr TextView kAttributedFileTypes[] = {u"rtf",  u"rtfd",   u"doc",  u"dot", u"docx", u"dotx",
+                                             u"docm", u"dotm",   u"odt",  u"ott", u"fodt", u"sxw",
+                                             u"stw",  u"wordml", u"html", u"htm", u"txt",  u"text"};
 
 constexpr std::size_t kMaxValidPathExtension = 17;
 

@@ -91,7 +91,7 @@ TEST(FileTypes, RepresentativeTableEntries) {
       {"form", BY_NAME(isFormExtension), u"vcf", u"", u"vcard"},
       {"WordPerfect", isWordPerfectExtension, u"wpd", u"'WPD4','wpd4'", u"wp"},
       {"RTF", isRTFExtension, u"rtf,RTFD", u"'RTF ','ttro','sEXT'", u"rt"},
-      {"attributed", isAttributedExtension, u"rtf,docx,wordml,htm", u"", u"txt,pdf"},
+      {"attributed", isAttributedExtension, u"rtf,docx,wordml,htm,FODT", u"", u"txt,pdf"},
       {"clipping", isTextClippingExtension, u"textClipping,clipping", u"'clpt'", u"clip"},
       {"text", isTextExtension, u"tex,f,scriptterminology,asciidoc,foo,Bar2,abcdefghijklmnopq",
        u"'TEXT','ttro','sEXT','TERO'", u"te,zip,with-hyphen,abcdefghijklmnopqr"},
