@@ -6,8 +6,14 @@
 #include <string>
 
 #include "base/property_value.h"
+#include "base/text_string.h"
 
 namespace ulvek {
+
+// Extensions of property-list files, compared without regard to case: the file tests and the
+// markup decoding below them read the one list.
+inline constexpr TextView kPropertyListExtensions[] = {
+    u"PLIST", u"strings", u"qfilter", u"scriptSuite", u"entitlements", u"scriptTerminology"};
 
 // Nesting deeper than this is refused as malformed: nobody writes such lists, attackers do.
 inline constexpr int kMaxPropertyListDepth = 512;

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "base/property_list.h"
 #include "platform/content_types.h"
 #include "platform/type_codes.h"
 #include "platform/user_defaults.h"
@@ -30,8 +31,6 @@ constexpr TextView kTextBundleExtensions[] = {u"textbundle", u"textpack"};
 constexpr TextView kHTMLExtensions[] = {u"HTML",  u"HTM",  u"SHTML", u"XHTML", u"PHTML", u"MHTML",
                                         u"JHTML", u"SHTM", u"XHTM",  u"CFM",   u"PHP",   u"PHP3",
                                         u"PHP4",  u"PHP5", u"JSP",   u"ASP",   u"ASPX",  u"CGI"};
-constexpr TextView kPropertyListExtensions[] = {
-    u"PLIST", u"strings", u"qfilter", u"scriptSuite", u"entitlements", u"scriptTerminology"};
 constexpr TextView kXMLExtensions[] = {
     u"XML",  u"XSL",  u"ENT",  u"WML",  u"DTD",   u"SGM",      u"XBL",
     u"RSS",  u"RDF",  u"RSD",  u"TBX",  u"XSD",   u"SGML",     u"OPML",

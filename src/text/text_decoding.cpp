@@ -201,17 +201,12 @@ std::optional<Decoding> decodeDeclared(Bytes bytes, StringEncoding declared) {
   return decodeMarkup(bytes, declared);
 }
 
-// Property-list extensions, compared without regard to case. The import layer keeps the same
-// list for classification; this layer sits below it and cannot ask.
-constexpr std::string_view kPropertyListExtensions[] = {
-    "plist", "strings", "qfilter", "scriptsuite", "entitlements", "scriptterminology"};
-
 bool hasPropertyListExtension(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
+  const std::string extension = std::filesystem::path(path).extension().string();
   if (extension.size() < 2) return false;
-  extension = asciiLowercase(std::string_view(extension).substr(1));
-  return std::find(std::begin(kPropertyListExtensions), std::end(kPropertyListExtensions),
-                   extension) != std::end(kPropertyListExtensions);
+  const TextString name = fromUtf8(std::string_view(extension).substr(1));
+  return std::any_of(std::begin(kPropertyListExtensions), std::end(kPropertyListExtensions),
+                     [&](TextView known) { return isEqualToStringIgnoringAsciiCase(name, known); });
 }
 
 // A property list of any format as the text of its XML form.
