@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "piece_feed.h"
 #include "text/markup_scanner.h"
 
 namespace {
@@ -44,21 +45,6 @@ TextString itemsOf(MarkupItem const& item) {
   out += u'}';
   return out;
 }
-
-class PieceFeed final : public MarkupTextFeed {
- public:
-  explicit PieceFeed(TextView text) : text_(text) {}
-  bool appendMore(TextString& window, std::size_t units) override {
-    const std::size_t count = std::min(units, text_.size() - at_);
-    window.append(text_.substr(at_, count));
-    at_ += count;
-    return at_ < text_.size();
-  }
-
- private:
-  TextView text_;
-  std::size_t at_ = 0;
-};
 
 }  // namespace
 
@@ -110,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t chosen = 1 + (size > 1 ? data[1] % 64u : 0u);
   for (std::size_t window : {std::size_t{1}, std::size_t{7}, chosen}) {
     TextString windowed;
-    PieceFeed feed(text);
+    testing::PieceFeed feed(text);
     parseXmlInWindows(
         feed, [&](const MarkupItem& item) { return windowed += itemsOf(item), false; }, window);
     check(windowed == whole);

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "piece_feed.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -278,26 +279,10 @@ TEST(MarkupScannerTest, HostileInputStaysBounded) {
   EXPECT_EQ(attributeOfTagWithName(u16("<a d='e\" b=\"c>"), "D"), u"e\" b=\"c");
 }
 
-// Gives a text a few units at a time.
-class PieceFeed final : public MarkupTextFeed {
- public:
-  explicit PieceFeed(TextView text) : text_(text) {}
-  bool appendMore(TextString& window, std::size_t units) override {
-    const std::size_t count = std::min(units, text_.size() - at_);
-    window.append(text_.substr(at_, count));
-    at_ += count;
-    return at_ < text_.size();
-  }
-
- private:
-  TextView text_;
-  std::size_t at_ = 0;
-};
-
 // scan() of a text fed window by window.
 std::string scanInWindows(TextView text, std::size_t windowUnits) {
   std::string out;
-  PieceFeed feed(text);
+  testing::PieceFeed feed(text);
   auto handler = [&](const MarkupItem& item) {
     out += toUtf8(item.textRun());
     if (!item.isFinal()) {
@@ -339,7 +324,7 @@ TEST(MarkupScannerTest, WindowsReportWhatTheWholeTextReports) {
 
 TEST(MarkupScannerTest, WindowsStopWhenTheHandlerSaysSo) {
   const TextString text = u16("<a>1<b>2<c>3<d>4");
-  PieceFeed feed(text);
+  testing::PieceFeed feed(text);
   std::vector<std::string> names;
   auto handler = [&](const MarkupItem& item) {
     names.push_back(toUtf8(item.name()));
@@ -349,7 +334,7 @@ TEST(MarkupScannerTest, WindowsStopWhenTheHandlerSaysSo) {
   EXPECT_EQ(names, (std::vector<std::string>{"a", "b", "c"}));
 
   testing::CapturedLog log;
-  PieceFeed throwing(text);
+  testing::PieceFeed throwing(text);
   auto thrower = [](const MarkupItem&) -> bool { throw std::runtime_error("bad item"); };
   EXPECT_FALSE(parseXmlInWindows(throwing, thrower, 2));
   EXPECT_TRUE(log.contains("bad item"));
@@ -377,7 +362,7 @@ TEST(MarkupScannerTest, WindowsStayLinearOnHostileInput) {
       }
 
      private:
-      PieceFeed inner_;
+      testing::PieceFeed inner_;
       std::size_t& fed_;
       std::size_t& calls_;
     } feed(*text, fed, calls);
