@@ -726,17 +726,27 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
   return text;
 }
 
+namespace {
+
+// The bytes decoded whole, or from `largeBytes` on as a windowed source.
+std::unique_ptr<MarkupSource> markupSource(std::shared_ptr<const FileBytes> owner, Bytes bytes,
+                                           StringEncoding defaultEncoding, StringEncoding& used,
+                                           std::size_t largeBytes, std::size_t windowUnits) {
+  if (bytes.size() >= largeBytes)
+    return windowedMarkupFile(std::move(owner), bytes, defaultEncoding, used, windowUnits);
+  std::optional<TextString> text = decodeMarkupFile(bytes, defaultEncoding, used);
+  return text ? std::make_unique<OwnedMarkup>(std::move(*text)) : nullptr;
+}
+
+}  // namespace
+
 std::unique_ptr<MarkupSource> markupSourceOfBytes(std::span<const std::uint8_t> bytes,
                                                   StringEncoding defaultEncoding,
                                                   StringEncoding* usedEncoding,
                                                   std::size_t largeBytes, std::size_t windowUnits) {
   StringEncoding used = kEncodingNotFound;
-  std::unique_ptr<MarkupSource> source;
-  if (bytes.size() >= largeBytes) {
-    source = windowedMarkupFile(nullptr, bytes, defaultEncoding, used, windowUnits);
-  } else if (std::optional<TextString> text = decodeMarkupFile(bytes, defaultEncoding, used)) {
-    source = std::make_unique<OwnedMarkup>(std::move(*text));
-  }
+  std::unique_ptr<MarkupSource> source =
+      markupSource(nullptr, bytes, defaultEncoding, used, largeBytes, windowUnits);
   if (usedEncoding) *usedEncoding = used;
   return source;
 }
@@ -751,14 +761,11 @@ std::unique_ptr<MarkupSource> markupSourceOfFile(const std::string& path,
     std::optional<TextString> list;
     if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
       list = propertyListAsXml(bytes->bytes());
-    if (list) {
+    if (list)
       source = std::make_unique<OwnedMarkup>(std::move(*list));
-    } else if (bytes->size() >= kLargeMarkupBytes) {
-      source = windowedMarkupFile(bytes, bytes->bytes(), defaultEncoding, used, kMarkupWindowUnits);
-    } else if (std::optional<TextString> text =
-                   decodeMarkupFile(bytes->bytes(), defaultEncoding, used)) {
-      source = std::make_unique<OwnedMarkup>(std::move(*text));
-    }
+    else
+      source = markupSource(bytes, bytes->bytes(), defaultEncoding, used, kLargeMarkupBytes,
+                            kMarkupWindowUnits);
   }
   if (usedEncoding) *usedEncoding = used;
   return source;
