@@ -16,7 +16,9 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include "base/log.h"
@@ -231,6 +233,50 @@ void writeReplacementCharacter(const void* context, UConverterToUnicodeArgs* arg
   ++*static_cast<std::size_t*>(const_cast<void*>(context));
 }
 
+// ICU's IBM tables (the DOS code pages, Shift_JIS, ISO-2022-KR) follow the IBM PC convention for
+// three controls: byte 0x1A reads as U+001C, 0x1C as U+007F and 0x7F as U+001A. Every other
+// reader takes them as themselves, and 0x1A ends many DOS text files; tested once per table.
+bool swapsControls(UConverter* converter) {
+  static std::mutex mutex;
+  static std::map<std::string, bool, std::less<>> known;
+  UErrorCode status = U_ZERO_ERROR;
+  const char* name = ucnv_getName(converter, &status);
+  if (U_FAILURE(status) || !name) return false;
+  std::lock_guard lock(mutex);
+  if (auto found = known.find(std::string_view(name)); found != known.end()) return found->second;
+  bool swaps = false;
+  if (Converter probe{ucnv_open(name, &status)}; U_SUCCESS(status)) {
+    UChar units[8];
+    const int32_t length = ucnv_toUChars(probe.get(), units, 8, "\x1A\x1C\x7F", 3, &status);
+    swaps = U_SUCCESS(status) && length == 3 && units[0] == 0x1C && units[1] == 0x7F &&
+            units[2] == 0x1A;
+  }
+  known.emplace(name, swaps);
+  return swaps;
+}
+
+// Undoes the IBM convention in units a swapping table produced, or applies it before one writes.
+void readControlsAsThemselves(char16_t* units, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (units[i] == 0x1C)
+      units[i] = 0x1A;
+    else if (units[i] == 0x7F)
+      units[i] = 0x1C;
+    else if (units[i] == 0x1A)
+      units[i] = 0x7F;
+  }
+}
+void writeControlsAsIBM(TextString& text) {
+  for (char16_t& unit : text) {
+    if (unit == 0x1A)
+      unit = 0x1C;
+    else if (unit == 0x1C)
+      unit = 0x7F;
+    else if (unit == 0x7F)
+      unit = 0x1A;
+  }
+}
+
 void dropLeadingByteOrderMark(TextString& text) {
   if (!text.empty() && text.front() == 0xFEFF) text.erase(0, 1);
 }
@@ -331,6 +377,7 @@ std::optional<TextString> convertStrictly(std::span<const std::uint8_t> bytes,
   }
   if (U_FAILURE(status)) return std::nullopt;
   text.resize(produced);
+  if (swapsControls(converter.get())) readControlsAsThemselves(text.data(), text.size());
   if (isUnicodeEncoding(encoding)) dropLeadingByteOrderMark(text);
   return text;
 }
@@ -914,6 +961,7 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
                  nullptr, true, &status);
   // Whatever came out before an overflow or a hard error counts.
   text.resize(static_cast<std::size_t>(target - reinterpret_cast<UChar*>(text.data())));
+  if (swapsControls(converter.get())) readControlsAsThemselves(text.data(), text.size());
   if (isUnicodeEncoding(encoding)) dropLeadingByteOrderMark(text);
   return text;
 }
@@ -956,6 +1004,7 @@ class ICUPiecewiseDecoder final : public PiecewiseDecoder {
     UErrorCode status = U_ZERO_ERROR;
     ucnv_setToUCallBack(converter_.get(), writeReplacementCharacter, &replacements_, nullptr,
                         nullptr, &status);
+    swapsControls_ = swapsControls(converter_.get());
     return U_SUCCESS(status);
   }
 
@@ -983,6 +1032,7 @@ class ICUPiecewiseDecoder final : public PiecewiseDecoder {
       position_ =
           static_cast<std::size_t>(reinterpret_cast<const std::uint8_t*>(source) - bytes_.data());
     } while (status == U_BUFFER_OVERFLOW_ERROR && remaining_ > 0);
+    if (swapsControls_) readControlsAsThemselves(text.data() + start, text.size() - start);
     if (first_ && text.size() > start) {
       first_ = false;
       if (isUnicodeEncoding(encoding_) && text[start] == 0xFEFF) text.erase(start, 1);
@@ -999,6 +1049,7 @@ class ICUPiecewiseDecoder final : public PiecewiseDecoder {
   std::size_t remaining_;
   std::size_t position_ = 0;
   bool first_ = true;
+  bool swapsControls_ = false;
 };
 
 // Our tables, Apple's multi-byte scripts and glibc's converters decode in one piece.
@@ -1073,6 +1124,12 @@ std::optional<std::string> encodeText(TextView text, StringEncoding encoding) {
   ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
                         &status);
   if (U_FAILURE(status)) return std::nullopt;
+  TextString swapped;
+  if (swapsControls(converter.get())) {
+    swapped = TextString(text);
+    writeControlsAsIBM(swapped);
+    text = swapped;
+  }
 
   std::string bytes(text.size() * 2 + 16, '\0');
   const UChar* source = reinterpret_cast<const UChar*>(text.data());

@@ -404,3 +404,34 @@ TEST(PiecewiseDecoder, CorpusFilesDecodeAsAWhole) {
 
 }  // namespace
 }  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+// ICU's IBM tables read bytes 0x1A, 0x1C and 0x7F as other controls; ours read them as
+// themselves, both ways, whole and in pieces.
+TEST(Converters, ControlBytesReadAsThemselves) {
+  const std::string controls = std::string(
+      "a\x1A"
+      "b\x1C"
+      "c\x7F"
+      "d");
+  const TextString expected = u"a\u001Ab\u001Cc\u007Fd";
+  const std::vector<std::pair<CFStringEncoding, StringEncoding>> rows = {
+      {kCFEncodingShiftJIS, kShiftJISStringEncoding},
+      {kCFEncodingDOSJapanese, stringEncodingFromCFEncoding(kCFEncodingDOSJapanese)},
+      {0x0400, stringEncodingFromCFEncoding(0x0400)},  // DOS Latin US, code page 437
+      {0x0410, stringEncodingFromCFEncoding(0x0410)},  // DOS Latin 1, code page 850
+      {kCFEncodingISOLatin1, kISOLatin1StringEncoding},
+  };
+  for (const auto& [cf, encoding] : rows) {
+    EXPECT_TRUE(convertBytes(bytesOf(controls), cf) == expected) << std::hex << cf;
+    EXPECT_TRUE(decodeBytes(bytesOf(controls), encoding) == expected) << std::hex << cf;
+    EXPECT_EQ(encodeText(expected, encoding), controls) << std::hex << cf;
+    auto [pieces, replacements] = decodeInPieces(bytesOf(controls), cf, 2);
+    EXPECT_TRUE(pieces == expected) << std::hex << cf;
+  }
+}
+
+}  // namespace
+}  // namespace ulvek
