@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ascii.h"
 #include "readers/xml/document_text.h"
 
 namespace ulvek {
@@ -327,8 +328,12 @@ class RTFParser {
         destinationStart_ = true;
         return;
       case '\'': {
+        // Two hex digits name a byte; anything else is no byte, and what follows is read as is.
         if (at_ + 2 > input_.size()) return;
-        int value = std::stoi(std::string(input_.substr(at_, 2)), nullptr, 16);
+        const int high = hexDigitValue(static_cast<unsigned char>(input_[at_]));
+        const int low = hexDigitValue(static_cast<unsigned char>(input_[at_ + 1]));
+        if (high < 0 || low < 0) return;
+        const int value = high * 16 + low;
         at_ += 2;
         if (skipFallback()) return;
         appendByte(static_cast<char>(value));

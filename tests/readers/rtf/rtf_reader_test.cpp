@@ -40,6 +40,8 @@ TEST(RTFReader, TextRules) {
        u"\u2018a\u2019 \u2014\u2022\u00a0b"},
       {"binary data", "{\\rtf1 a{\\bin3 xyz}b}", u"ab"},
       {"unterminated", "{\\rtf1 {\\b bold", u"bold"},
+      // A byte escape without two hex digits names no byte; the text after it stays.
+      {"byte escape without hex digits", "{\\rtf1 a\\'zzb\\'4gc\\'e9}", u"azzb4gc\u00e9"},
   };
   for (const Row& row : rows) {
     std::optional<ReaderOutput> output = read(row.rtf);
