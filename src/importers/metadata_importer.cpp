@@ -290,40 +290,117 @@ void MetaDataImporter::loadExtractorPlugins() {
       std::sort(here.begin(), here.end());
       found.insert(found.end(), here.begin(), here.end());
     }
-    std::vector<std::string> factories;
+    // A bundle's load preflight waits until a file could go to it (or the tables are read):
+    // loading every plug-in's libraries up front costs each process more than most imports.
     for (const std::string& bundle : found) {
       std::optional<PropertyDictionary> info = bundleInfo(bundle);
       std::optional<std::string> executable =
           info ? utf8Value(*info, "CFBundleExecutable") : std::nullopt;
       if (!executable) continue;
-      PropertyDictionary preflight{
-          {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Preflight)},
-          {std::string(worker::Field::Executable),
-           PropertyValue::fromUtf8(bundle + "/Contents/Linux/" + *executable)}};
-      Result<PropertyDictionary> answer = worker_.call(preflight);
-      if (!answer ||
-          worker::stringField(*answer, worker::Field::Outcome) != worker::Outcome::Loadable)
-        continue;
       addBundleToMDImporters(*info, bundle);
+      executables_[bundle] = bundle + "/Contents/Linux/" + *executable;
+      std::vector<std::string>& ofImporters = typeFactories_[bundle];
       const PropertyDictionary* types = dictionaryValue(*info, "CFPlugInTypes");
-      const PropertyArray* ofImporters = types ? arrayValue(*types, kImporterTypeID) : nullptr;
-      for (const PropertyValue& factory : ofImporters ? *ofImporters : PropertyArray()) {
-        if (!factory.string()) continue;
-        std::string id = toUtf8(*factory.string());
-        if (std::find(factories.begin(), factories.end(), id) == factories.end())
-          factories.push_back(id);
-      }
+      const PropertyArray* listed = types ? arrayValue(*types, kImporterTypeID) : nullptr;
+      for (const PropertyValue& factory : listed ? *listed : PropertyArray())
+        if (factory.string()) ofImporters.push_back(toUtf8(*factory.string()));
+      discovered_.push_back(bundle);
+      unverified_.insert(bundle);
     }
-    allFactories_ = std::move(factories);
+    collectFactories();
   });
 }
 
+void MetaDataImporter::collectFactories() {
+  std::vector<std::string> factories;
+  for (const std::string& bundle : discovered_) {
+    auto listed = typeFactories_.find(bundle);
+    if (listed == typeFactories_.end()) continue;
+    for (const std::string& id : listed->second)
+      if (std::find(factories.begin(), factories.end(), id) == factories.end())
+        factories.push_back(id);
+  }
+  allFactories_ = std::move(factories);
+}
+
+void MetaDataImporter::verify(const std::vector<std::string>& bundles) {
+  bool removed = false;
+  for (const std::string& bundle : bundles) {
+    if (!unverified_.erase(bundle)) continue;
+    PropertyDictionary preflight{
+        {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Preflight)},
+        {std::string(worker::Field::Executable), PropertyValue::fromUtf8(executables_[bundle])}};
+    Result<PropertyDictionary> answer = worker_.call(preflight);
+    if (answer && worker::stringField(*answer, worker::Field::Outcome) == worker::Outcome::Loadable)
+      continue;
+    // As if never found: no message, and its factories no longer count.
+    std::erase(discovered_, bundle);
+    std::erase(bundlePaths_, bundle);
+    contentTypes_.erase(bundle);
+    extensions_.erase(bundle);
+    if (factories_) factories_->erase(bundle);
+    typeFactories_.erase(bundle);
+    infos_.erase(bundle);
+    removed = true;
+  }
+  if (removed) collectFactories();
+}
+
+void MetaDataImporter::verifyAll() {
+  if (!unverified_.empty()) verify(std::vector<std::string>(discovered_));
+}
+
+// The bundles whose preflight can change a match for these candidates: the candidates, and every
+// bundle naming one of their factories, since the first bundle to name a factory sets its place.
+std::vector<std::string> MetaDataImporter::bundlesDecidingFor(
+    const std::vector<std::string>& candidates) const {
+  std::vector<std::string> ids;
+  for (const std::string& candidate : candidates) {
+    for (const auto* table : {&typeFactories_, factories_ ? &*factories_ : nullptr}) {
+      if (!table) continue;
+      if (auto listed = table->find(candidate); listed != table->end())
+        for (const std::string& id : listed->second) ids.push_back(asciiUppercase(id));
+    }
+  }
+  std::vector<std::string> deciding;
+  for (const std::string& bundle : discovered_) {
+    bool names = std::find(candidates.begin(), candidates.end(), bundle) != candidates.end();
+    for (const auto* table : {&typeFactories_, factories_ ? &*factories_ : nullptr}) {
+      if (names || !table) continue;
+      if (auto listed = table->find(bundle); listed != table->end())
+        for (const std::string& id : listed->second)
+          names = names || std::find(ids.begin(), ids.end(), asciiUppercase(id)) != ids.end();
+    }
+    if (names) deciding.push_back(bundle);
+  }
+  return deciding;
+}
+
 // ---- Invocation ----
+
+bool MetaDataImporter::registeredFor(const std::string& bundle, const std::string& contentType,
+                                     const std::string& extension) const {
+  auto types = contentTypes_.find(bundle);
+  auto extensions = extensions_.find(bundle);
+  bool byType =
+      types != contentTypes_.end() &&
+      std::find(types->second.begin(), types->second.end(), contentType) != types->second.end();
+  bool byExtension = !extension.empty() && extensions != extensions_.end() &&
+                     std::find(extensions->second.begin(), extensions->second.end(), extension) !=
+                         extensions->second.end();
+  return byType || byExtension;
+}
 
 std::vector<MetaDataImporter::Match> MetaDataImporter::matches(const std::string& contentType,
                                                                const std::string& extension) {
   std::vector<Match> found;
   if (!allFactories_ || !factories_) return found;
+  if (!unverified_.empty()) {
+    std::vector<std::string> candidates;
+    for (const std::string& bundle : bundlePaths_)
+      if (registeredFor(bundle, contentType, extension)) candidates.push_back(bundle);
+    verify(bundlesDecidingFor(candidates));
+  }
   for (const std::string& factory : *allFactories_) {
     // Factories are compared as the upper-case text the platform writes.
     std::string upper = asciiUppercase(factory);
@@ -332,15 +409,7 @@ std::vector<MetaDataImporter::Match> MetaDataImporter::matches(const std::string
       if (listed == factories_->end() ||
           std::find(listed->second.begin(), listed->second.end(), upper) == listed->second.end())
         continue;
-      auto types = contentTypes_.find(bundle);
-      auto extensions = extensions_.find(bundle);
-      bool byType =
-          types != contentTypes_.end() &&
-          std::find(types->second.begin(), types->second.end(), contentType) != types->second.end();
-      bool byExtension = !extension.empty() && extensions != extensions_.end() &&
-                         std::find(extensions->second.begin(), extensions->second.end(),
-                                   extension) != extensions->second.end();
-      if (byType || byExtension) found.push_back({bundle, upper});
+      if (registeredFor(bundle, contentType, extension)) found.push_back({bundle, upper});
     }
     if (!found.empty()) break;  // one factory is handled, with every bundle that matched under it
   }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,19 +48,23 @@ class MetaDataImporter {
   void setLimits(WorkerProcess::Limits limits) { worker_.setLimits(limits); }
   WorkerProcess& worker() { return worker_; }
 
-  // The tables, for `ulvekbot importers` and tests: bundle paths in discovery order.
-  const std::vector<std::string>& bundlePaths() const { return bundlePaths_; }
-  const std::map<std::string, std::vector<std::string>>& contentTypesForMDImporter() const {
-    return contentTypes_;
+  // The tables, for `ulvekbot importers` and tests: bundle paths in discovery order. Reading
+  // them first runs the load preflight of every bundle not yet tried.
+  const std::vector<std::string>& bundlePaths() { return verifyAll(), bundlePaths_; }
+  const std::map<std::string, std::vector<std::string>>& contentTypesForMDImporter() {
+    return verifyAll(), contentTypes_;
   }
-  const std::map<std::string, std::vector<std::string>>& extensionsForMDImporter() const {
-    return extensions_;
+  const std::map<std::string, std::vector<std::string>>& extensionsForMDImporter() {
+    return verifyAll(), extensions_;
   }
-  const std::optional<std::map<std::string, std::vector<std::string>>>& factoriesForMDImporter()
-      const {
-    return factories_;
+  const std::optional<std::map<std::string, std::vector<std::string>>>& factoriesForMDImporter() {
+    return verifyAll(), factories_;
   }
-  const std::optional<std::vector<std::string>>& allFactories() const { return allFactories_; }
+  const std::optional<std::vector<std::string>>& allFactories() {
+    return verifyAll(), allFactories_;
+  }
+  // Bundles found but not yet through the load preflight.
+  std::size_t bundlesAwaitingPreflight() const { return unverified_.size(); }
   // The bundle that would read a file (the first match), for `ulvekbot classify`.
   std::optional<std::string> importerForFile(const std::string& path);
 
@@ -69,6 +74,13 @@ class MetaDataImporter {
     std::string factoryID;
   };
   std::vector<Match> matches(const std::string& contentType, const std::string& extension);
+  bool registeredFor(const std::string& bundle, const std::string& contentType,
+                     const std::string& extension) const;
+  // The load preflight of bundles not yet tried; those that fail leave the tables.
+  void verify(const std::vector<std::string>& bundles);
+  void verifyAll();
+  std::vector<std::string> bundlesDecidingFor(const std::vector<std::string>& candidates) const;
+  void collectFactories();
   std::optional<PropertyDictionary> call(const Match& match, const std::string& contentType,
                                          const std::string& path, bool import, bool& found);
   void unregister(const std::string& bundle);
@@ -79,6 +91,11 @@ class MetaDataImporter {
   std::optional<std::map<std::string, std::vector<std::string>>> factories_;
   std::optional<std::vector<std::string>> allFactories_;
   std::map<std::string, PropertyDictionary> infos_;  // bundle → its information dictionary
+  std::map<std::string, std::string> executables_;   // bundle → its shared object
+  std::map<std::string, std::vector<std::string>>
+      typeFactories_;                    // bundle → its importer factories
+  std::vector<std::string> discovered_;  // every bundle with an executable, in discovery order
+  std::set<std::string> unverified_;     // found, but not yet through the load preflight
   std::once_flag loaded_;
   WorkerProcess worker_;
   const Reader* bookReader_ = nullptr;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -191,6 +192,58 @@ TEST_F(ImporterHostTest, URLPlugInsReceiveAbsoluteURLsForRelativePaths) {
   const fs::path expected = fs::current_path() / "sub/a b.url-only";
   fs::current_path(before);
   EXPECT_EQ(url, fileURLWithPath(expected.string()));
+}
+
+// Bundles are put through the load preflight only when a file could go to them, or when the
+// tables are read; the choice is the one a preflight of every bundle at discovery gives.
+TEST_F(ImporterHostTest, PreflightWaitsUntilABundleCouldServe) {
+  // "Aaa" cannot be loaded and names F2 first; "Order" names F1 (path text) before F2 (URL
+  // text). Without "Aaa", F1 comes first and the file gets its path.
+  const std::string f1 = "00000000-0000-4000-8000-000000000101";
+  const std::string f2 = "00000000-0000-4000-8000-000000000102";
+  auto info = [&](const std::string& executable, PropertyArray types, PropertyDictionary factories,
+                  const std::string& extension) {
+    PropertyDictionary dictionary = infoFor(executable, f1, "GoodFactory", extension);
+    dictionary["CFPlugInFactories"] = PropertyValue(std::move(factories));
+    dictionary["CFPlugInTypes"] = PropertyValue(PropertyDictionary{{kTypeID, std::move(types)}});
+    return *xmlPropertyList(PropertyValue(dictionary));
+  };
+  folder_.write("Importers/Aaa.mdimporter/Contents/Linux/Aaa.so", "not ELF");
+  folder_.write("Importers/Aaa.mdimporter/Contents/Info.plist",
+                info("Aaa.so", PropertyArray{PropertyValue::fromUtf8(f2)}, {{f2, u"UrlFactory"}},
+                     "elsewhere"));
+  fs::path order = folder_.path() / "Importers/Order.mdimporter/Contents";
+  fs::create_directories(order / "Linux");
+  fs::copy_file(std::string(ULVEK_BINARY_DIR) + "/tests/test_importer_plugin.so",
+                order / "Linux/Order.so");
+  folder_.write(
+      "Importers/Order.mdimporter/Contents/Info.plist",
+      info("Order.so", PropertyArray{PropertyValue::fromUtf8(f1), PropertyValue::fromUtf8(f2)},
+           {{f1, u"GoodFactory"}, {f2, u"UrlFactory"}}, "order"));
+
+  MetaDataImporter importer;
+  importer.loadExtractorPlugins();
+  const std::size_t found = importer.bundlesAwaitingPreflight();
+  EXPECT_EQ(found, 11u);  // eight test bundles, Broken, Aaa and Order
+
+  const std::string good = folder_.write("a.good", "x");
+  EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(good)), good);
+  EXPECT_EQ(importer.bundlesAwaitingPreflight(),
+            found - 2);  // Good, and Broken, which names "good"
+
+  const std::string ordered = folder_.write("b.order", "x");
+  EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(ordered)), ordered);
+  EXPECT_EQ(importer.bundlesAwaitingPreflight(), found - 4);  // Order, and Aaa, which names F2
+
+  // Reading the tables tries the rest: the unloadable bundles are gone.
+  const std::vector<std::string>& bundles = importer.bundlePaths();
+  EXPECT_EQ(importer.bundlesAwaitingPreflight(), 0u);
+  EXPECT_EQ(bundles.size(), found - 2);
+  for (const char* gone : {"Aaa.mdimporter", "Broken.mdimporter"})
+    EXPECT_EQ(std::count_if(bundles.begin(), bundles.end(),
+                            [&](const std::string& bundle) { return bundle.ends_with(gone); }),
+              0)
+        << gone;
 }
 
 // Registration from the information dictionary alone.
