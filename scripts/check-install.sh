@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix and checks that what was installed works on its own:
-# the CLI finds its bundled importers, the example client builds against the installed library
+# the CLI finds its bundled importers and its OLE2 module, the example client builds against the installed library
 # and drives the installed daemon, and the bus starts the daemon on demand from the installed
 # service file.
 #   scripts/check-install.sh [BUILD_DIR]
@@ -25,6 +25,11 @@ pdf=${ULVEK_CORPUS_DIR:-../shared/corpus}/docs/pdf/tika-testPDF.pdf
 imported=$("$prefix/bin/ulvekbot" import "$pdf" 2>/dev/null)
 grep -q '"Title":"Apache Tika - Apache Tika"' <<<"$imported" ||
   fail "installed ulvekbot reads no title from a PDF"
+# Word documents go through the OLE2 module, loaded from the installed lib/ulvekbot.
+doc=${ULVEK_CORPUS_DIR:-../shared/corpus}/docs/doc/made-report.doc
+imported=$("$prefix/bin/ulvekbot" import "$doc" 2>&1)
+grep -q '"Title":"Quarterly Import Report' <<<"$imported" ||
+  fail "installed ulvekbot reads no Word document: $imported"
 
 # The example client, built against the installed pkg-config data, launches the installed daemon.
 PKG_CONFIG_PATH=$prefix/lib/pkgconfig examples/client/build.sh "$prefix/example" >/dev/null

@@ -1,13 +1,12 @@
 #include "readers/doc/word_document_reader.h"
 
-#include <gsf/gsf.h>
-
+#include <algorithm>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "base/log.h"
+#include "readers/doc/ole_container.h"
 #include "readers/doc/word_document_text.h"
 #include "readers/xml/document_text.h"
 
@@ -16,88 +15,32 @@ namespace {
 
 constexpr std::uint8_t kOLEMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 
-struct ObjectRelease {
-  void operator()(void* object) const { g_object_unref(object); }
-};
-template <typename T>
-using GsfObject = std::unique_ptr<T, ObjectRelease>;
-
-// libgsf reports broken containers through GLib's log, and dumps their bytes with g_print, as
-// well as through its answers; the answers are what we go by, so its messages would only repeat
-// them on stderr and stdout. Some of them carry no domain, so GLib's default domain is quieted
-// too; nothing of ours logs or prints through GLib.
-void quietLibgsf() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    gsf_init();
-    auto discard = [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {};
-    for (const char* domain : {"libgsf", "libgsf:msole", static_cast<const char*>(nullptr)})
-      g_log_set_handler(domain, GLogLevelFlags(G_LOG_LEVEL_MASK | G_LOG_FLAG_FATAL), discard,
-                        nullptr);
-    g_set_print_handler([](const gchar*) {});
-  });
-}
-
-// A stream of the container, whole. Nothing when it is missing, larger than the container
-// itself (which no sound stream is) or cannot be read.
-std::optional<std::vector<std::uint8_t>> streamBytes(GsfInfile* container, const char* name,
-                                                     std::size_t containerSize) {
-  GsfObject<GsfInput> stream(gsf_infile_child_by_name(container, name));
-  if (!stream) return std::nullopt;
-  gsf_off_t size = gsf_input_size(stream.get());
-  if (size < 0 || static_cast<std::uint64_t>(size) > containerSize) return std::nullopt;
-  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-  if (size > 0 && !gsf_input_read(stream.get(), bytes.size(), bytes.data())) return std::nullopt;
-  return bytes;
-}
-
-// libgsf turns a FILETIME of 0 ("no date") into this moment, by wrapping the seconds before
-// 1970 around 32 bits.
-constexpr guint32 kNoFileTime = static_cast<guint32>(-11644473600LL);
-
-std::optional<PropertyValue> propertyValue(const GValue* value, std::string_view key) {
-  if (G_VALUE_HOLDS_STRING(value)) {
-    const char* text = g_value_get_string(value);
-    if (!text || !*text) return std::nullopt;
-    if (key == DocumentAttribute::Keywords) return PropertyValue(keywordWords(text));
-    return PropertyValue::fromUtf8(text);
-  }
-  if (VAL_IS_GSF_TIMESTAMP(value)) {
-    auto* stamp = static_cast<const GsfTimestamp*>(g_value_get_boxed(value));
-    if (!stamp || stamp->timet == kNoFileTime) return std::nullopt;
-    char* text = gsf_timestamp_as_string(stamp);
-    std::optional<Date> date = text ? w3cDate(text) : std::nullopt;
-    g_free(text);
-    if (date) return PropertyValue(*date);
-  }
-  return std::nullopt;
-}
-
 // The summary information's properties, by libgsf's names for them.
-constexpr std::pair<const char*, std::string_view> kSummaryProperties[] = {
-    {GSF_META_NAME_TITLE, DocumentAttribute::Title},
-    {GSF_META_NAME_SUBJECT, DocumentAttribute::Subject},
-    {GSF_META_NAME_CREATOR, DocumentAttribute::Author},
-    {GSF_META_NAME_KEYWORDS, DocumentAttribute::Keywords},
-    {GSF_META_NAME_DESCRIPTION, DocumentAttribute::Comment},
-    {GSF_META_NAME_DATE_CREATED, DocumentAttribute::CreationTime},
-    {GSF_META_NAME_DATE_MODIFIED, DocumentAttribute::ModificationTime},
+constexpr std::pair<std::string_view, std::string_view> kSummaryProperties[] = {
+    {"dc:title", DocumentAttribute::Title},
+    {"dc:subject", DocumentAttribute::Subject},
+    {"dc:creator", DocumentAttribute::Author},
+    {"dc:keywords", DocumentAttribute::Keywords},
+    {"dc:description", DocumentAttribute::Comment},
+    {"meta:creation-date", DocumentAttribute::CreationTime},
+    {"dc:date", DocumentAttribute::ModificationTime},
 };
 
-PropertyDictionary summaryInformation(GsfInfile* container) {
+PropertyDictionary summaryInformation(OleContainer& container) {
   PropertyDictionary attributes;
-  GsfObject<GsfInput> stream(gsf_infile_child_by_name(container, "\005SummaryInformation"));
-  if (!stream) return attributes;
-  GsfObject<GsfDocMetaData> meta(gsf_doc_meta_data_new());
-  if (GError* error = gsf_doc_meta_data_read_from_msole(meta.get(), stream.get())) {
-    g_error_free(error);  // what was read before the error is kept
-  }
-  for (const auto& [name, key] : kSummaryProperties) {
-    GsfDocProp* property = gsf_doc_meta_data_lookup(meta.get(), name);
-    const GValue* value = property ? gsf_doc_prop_get_val(property) : nullptr;
-    if (!value) continue;
-    if (std::optional<PropertyValue> converted = propertyValue(value, key))
-      attributes.emplace(std::string(key), std::move(*converted));
+  for (const OleSummaryEntry& entry : container.summary()) {
+    auto known = std::find_if(std::begin(kSummaryProperties), std::end(kSummaryProperties),
+                              [&](const auto& property) { return property.first == entry.name; });
+    if (known == std::end(kSummaryProperties)) continue;
+    const std::string key(known->second);
+    if (entry.isDate) {
+      if (std::optional<Date> date = w3cDate(entry.value))
+        attributes.emplace(key, PropertyValue(*date));
+    } else if (key == DocumentAttribute::Keywords) {
+      attributes.emplace(key, PropertyValue(keywordWords(entry.value)));
+    } else {
+      attributes.emplace(key, PropertyValue::fromUtf8(entry.value));
+    }
   }
   return attributes;
 }
@@ -112,18 +55,14 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
   std::optional<Bytes> bytes = source.bytes();
   if (!bytes || !looksLikeWordDocument(*bytes, {})) return std::nullopt;
   std::string name = source.isFile() ? source.path() : std::string(source.name());
-  quietLibgsf();
-
-  GsfObject<GsfInput> input(gsf_input_memory_new(bytes->data(), gsf_off_t(bytes->size()), FALSE));
-  GError* error = nullptr;
-  GsfObject<GsfInfile> container(gsf_infile_msole_new(input.get(), &error));
+  std::string why;
+  std::unique_ptr<OleContainer> container = openOleContainer(bytes->data(), bytes->size(), why);
   if (!container) {
-    logLine("Damaged document: " + name + " (" + (error ? error->message : "no container") + ")");
-    if (error) g_error_free(error);
+    logLine("Damaged document: " + name + " (" + why + ")");
     return std::nullopt;
   }
   std::optional<std::vector<std::uint8_t>> wordDocument =
-      streamBytes(container.get(), "WordDocument", bytes->size());
+      container->stream("WordDocument", bytes->size());
   if (!wordDocument) return std::nullopt;  // another kind of OLE2 file
   std::optional<WordFileInformation> information = readWordFileInformation(*wordDocument);
   if (!information) {
@@ -134,8 +73,8 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
     logLine("Not a Word 97 document or encrypted: " + name);
     return std::nullopt;
   }
-  std::optional<std::vector<std::uint8_t>> table = streamBytes(
-      container.get(), information->tableStreamOne ? "1Table" : "0Table", bytes->size());
+  std::optional<std::vector<std::uint8_t>> table =
+      container->stream(information->tableStreamOne ? "1Table" : "0Table", bytes->size());
   if (!table) {
     logLine("Damaged document: " + name + " (no table stream)");
     return std::nullopt;
@@ -143,7 +82,7 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
 
   WordDocumentText text = readWordDocumentText(*information, *wordDocument, *table);
   if (!text.damage.empty()) logLine("Damaged document: " + name + " (" + text.damage[0] + ")");
-  ReaderOutput output{std::move(text.text), summaryInformation(container.get()),
+  ReaderOutput output{std::move(text.text), summaryInformation(*container),
                       Vocabulary::AttributedDocument};
   output.attributes[std::string(DocumentAttribute::DocumentType)] =
       PropertyValue(kDocFormatTextDocumentType);

@@ -1,0 +1,65 @@
+#include "readers/doc/ole_container.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace ulvek {
+namespace {
+
+// lib/ulvekbot/ of the installation the running program belongs to (PREFIX/bin/PROGRAM; in the
+// build tree, BUILD/src/ and BUILD/tests/), then of the prefix it was built for.
+std::vector<std::string> moduleCandidates() {
+  std::vector<std::string> candidates;
+  std::error_code error;
+  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error)
+    candidates.push_back(
+        (self.parent_path().parent_path() / "lib/ulvekbot" / kOleModuleName).string());
+  candidates.push_back(std::string(ULVEK_INSTALL_PREFIX) + "/lib/ulvekbot/" + kOleModuleName);
+  return candidates;
+}
+
+struct Module {
+  OpenOleContainerFunction open = nullptr;
+  std::string error;
+};
+
+const Module& module() {
+  static const Module loaded = [] {
+    Module found;
+    for (const std::string& path : moduleCandidates()) {
+      // Never unloaded: containers may outlive any one caller.
+      void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+      if (!handle) {
+        const char* why = ::dlerror();
+        if (found.error.empty() && std::filesystem::exists(path)) found.error = why ? why : path;
+        continue;
+      }
+      found.open =
+          reinterpret_cast<OpenOleContainerFunction>(::dlsym(handle, kOpenOleContainerSymbol));
+      if (found.open) return found;
+      found.error = path + " has no " + kOpenOleContainerSymbol;
+    }
+    if (found.error.empty()) found.error = std::string(kOleModuleName) + " not installed";
+    return found;
+  }();
+  return loaded;
+}
+
+}  // namespace
+
+std::unique_ptr<OleContainer> openOleContainer(const std::uint8_t* bytes, std::size_t size,
+                                               std::string& error) {
+  const Module& loaded = module();
+  if (!loaded.open) {
+    error = loaded.error;
+    return nullptr;
+  }
+  std::unique_ptr<OleContainer> container(loaded.open(bytes, size, &error));
+  return container;
+}
+
+}  // namespace ulvek
