@@ -48,6 +48,10 @@ constexpr bool endsWithIgnoringASCIICase(std::string_view text, std::string_view
          equalsIgnoringASCIICase(text.substr(text.size() - suffix.size()), suffix);
 }
 
+// ASCII letters and digits, whatever the locale.
+constexpr bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+
 // The value of a hexadecimal digit, or -1.
 constexpr int hexDigitValue(char32_t c) {
   if (c >= '0' && c <= '9') return static_cast<int>(c - '0');

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "base/ascii.h"
@@ -95,6 +95,14 @@ constexpr std::pair<std::string_view, std::string_view> kInfoStrings[] = {
     {"author", DocumentAttribute::Author},   {"keywords", DocumentAttribute::Keywords},
     {"doccomm", DocumentAttribute::Comment}, {"copyright", DocumentAttribute::Copyright},
 };
+
+// Control words that stand for one character.
+constexpr std::pair<std::string_view, char16_t> kSpecialCharacters[] = {
+    {"emdash", u'\u2014'},  {"endash", u'\u2013'},    {"lquote", u'\u2018'},
+    {"rquote", u'\u2019'},  {"ldblquote", u'\u201C'}, {"rdblquote", u'\u201D'},
+    {"bullet", u'\u2022'},  {"enspace", u'\u2002'},   {"emspace", u'\u2003'},
+    {"qmspace", u'\u2005'}, {"zwj", u'\u200D'},       {"zwnj", u'\u200C'},
+    {"ltrmark", u'\u200E'}, {"rtlmark", u'\u200F'}};
 
 // \fcharset values and the Windows code pages they mean.
 constexpr std::pair<int, int> kCharsetCodePages[] = {
@@ -189,6 +197,17 @@ class RTFParser {
         controlWord();
       } else if (c == '\r' || c == '\n') {
         ++at_;
+      } else if (fallbackLeft_ == 0 && !expectTrail_ && static_cast<unsigned char>(c) < 0x80) {
+        // A run of plain ASCII, taken whole: most of a document's bytes, and all of a skipped
+        // group's (embedded pictures and objects in hex).
+        std::size_t end = at_ + 1;
+        while (end < input_.size() && isPlainAscii(input_[end])) ++end;
+        destinationStart_ = false;
+        if (!group().skip) {
+          flushBytes();
+          appendText(asciiRun(input_.substr(at_, end - at_)));
+        }
+        at_ = end;
       } else {
         ++at_;
         destinationStart_ = false;
@@ -234,6 +253,18 @@ class RTFParser {
     if (fallbackLeft_ == 0) return false;
     --fallbackLeft_;
     return true;
+  }
+
+  // Bytes with no meaning of their own to the parser, in a run of text.
+  static bool isPlainAscii(char c) {
+    return static_cast<unsigned char>(c) < 0x80 && c != '{' && c != '}' && c != '\\' && c != '\r' &&
+           c != '\n';
+  }
+
+  // The run widened to units in a buffer kept between runs.
+  TextView asciiRun(std::string_view run) {
+    run_.assign(run.begin(), run.end());
+    return run_;
   }
 
   static bool isDoubleByte(int codePage) {
@@ -293,22 +324,20 @@ class RTFParser {
     ++at_;  // the backslash
     if (at_ >= input_.size()) return;
     char c = input_[at_];
-    if (!std::isalpha(static_cast<unsigned char>(c))) {
+    if (!isAsciiLetter(c)) {
       ++at_;
       controlSymbol(c);
       return;
     }
     std::size_t start = at_;
-    while (at_ < input_.size() && std::isalpha(static_cast<unsigned char>(input_[at_])) &&
-           at_ - start < 32)
-      ++at_;
+    while (at_ < input_.size() && isAsciiLetter(input_[at_]) && at_ - start < 32) ++at_;
     std::string_view word = input_.substr(start, at_ - start);
     std::optional<long long> parameter;
     bool negative = at_ < input_.size() && input_[at_] == '-';
     if (negative) ++at_;
-    if (at_ < input_.size() && std::isdigit(static_cast<unsigned char>(input_[at_]))) {
+    if (at_ < input_.size() && isAsciiDigit(input_[at_])) {
       long long value = 0;
-      while (at_ < input_.size() && std::isdigit(static_cast<unsigned char>(input_[at_]))) {
+      while (at_ < input_.size() && isAsciiDigit(input_[at_])) {
         if (value < 1000000000000LL) value = value * 10 + (input_[at_] - '0');
         ++at_;
       }
@@ -363,7 +392,35 @@ class RTFParser {
     }
   }
 
+  // The control words apply() acts on; every other one only formats.
+  static bool isActedOn(std::string_view word) {
+    static const std::unordered_set<std::string_view> kWords = [] {
+      std::unordered_set<std::string_view> words(std::begin(kSkippedDestinations),
+                                                 std::end(kSkippedDestinations));
+      for (const auto& [destination, attribute] : kInfoStrings) words.insert(destination);
+      for (const auto& [special, character] : kSpecialCharacters) words.insert(special);
+      for (std::string_view word :
+           {"copyright", "fldrslt", "result",   "fldinst", "info",     "ud",   "upr",
+            "creatim",   "revtim",  "yr",       "mo",      "dy",       "hr",   "min",
+            "sec",       "ansicpg", "mac",      "f",       "fcharset", "cpg",  "bin",
+            "uc",        "u",       "fonttbl",  "par",     "sect",     "page", "row",
+            "nestrow",   "cell",    "nestcell", "line",    "softline", "tab"})
+        words.insert(word);
+      return words;
+    }();
+    return kWords.contains(word);
+  }
+
   void apply(std::string_view word, std::optional<long long> parameter, bool first) {
+    if (!isActedOn(word)) {
+      // An ignorable destination we do not know: not text.
+      if (ignorable_ && first) {
+        flushBytes();
+        group().skip = true;
+      }
+      ignorable_ = false;
+      return;
+    }
     long long value = parameter.value_or(0);
     // A destination: text of its own, or none.
     for (std::string_view skipped : kSkippedDestinations) {
@@ -487,14 +544,12 @@ class RTFParser {
       appendCharacter(u'\t');
       return;
     }
-    static const std::map<std::string_view, char16_t> kSpecials = {
-        {"emdash", u'\u2014'},  {"endash", u'\u2013'},    {"lquote", u'\u2018'},
-        {"rquote", u'\u2019'},  {"ldblquote", u'\u201C'}, {"rdblquote", u'\u201D'},
-        {"bullet", u'\u2022'},  {"enspace", u'\u2002'},   {"emspace", u'\u2003'},
-        {"qmspace", u'\u2005'}, {"zwj", u'\u200D'},       {"zwnj", u'\u200C'},
-        {"ltrmark", u'\u200E'}, {"rtlmark", u'\u200F'}};
-    if (auto special = kSpecials.find(word); special != kSpecials.end())
-      appendCharacter(special->second);
+    for (const auto& [special, character] : kSpecialCharacters) {
+      if (word == special) {
+        appendCharacter(character);
+        return;
+      }
+    }
   }
 
   // Ignorable destinations whose contents matter: the Unicode forms of \info strings (\ud).
@@ -522,6 +577,7 @@ class RTFParser {
   std::map<int, int> fontPages_;
   int fallbackLeft_ = 0;
   bool expectTrail_ = false;
+  TextString run_;  // the last run of plain ASCII, as units
   bool opened_ = false;
   bool ignorable_ = false;
   bool destinationStart_ = false;
