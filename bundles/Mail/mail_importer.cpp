@@ -307,4 +307,4 @@ bool importMail(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMailImporterFactory, importMail)
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMailImporterFactory, importMail, "Mail")

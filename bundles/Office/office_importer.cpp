@@ -499,4 +499,4 @@ bool importOffice(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekOfficeImporterFactory, importOffice)
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekOfficeImporterFactory, importOffice, "Office")

@@ -175,4 +175,4 @@ bool importPDF(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekPDFImporterFactory, importPDF)
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekPDFImporterFactory, importPDF, "PDF")

@@ -9,9 +9,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
+#include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ulvek::plugin {
@@ -61,8 +64,22 @@ inline std::optional<double> secondsSince1970(int year, int month, int day, int 
 
 using ImportFunction = bool (*)(Attributes& attributes, const char* contentType, const char* path);
 
-// One importer instance: the path interface, reference counted, calling `Import`.
-template <ImportFunction Import>
+// One line in the host's log (the worker's standard error) for a file an importer cannot read.
+inline void logUnreadable(const char* importer, const char* path, const char* why = nullptr) {
+  // Libraries often begin their messages with the path again.
+  const std::string_view prefix = path;
+  if (why && std::string_view(why).starts_with(prefix) &&
+      std::string_view(why).substr(prefix.size()).starts_with(": "))
+    why += prefix.size() + 2;
+  if (why && *why)
+    std::fprintf(stderr, "%s importer: cannot read %s (%s)\n", importer, path, why);
+  else
+    std::fprintf(stderr, "%s importer: cannot read %s\n", importer, path);
+}
+
+// One importer instance: the path interface, reference counted, calling `Import`; `Name` names
+// the importer in log lines.
+template <ImportFunction Import, const char* Name>
 class PathImporter {
  public:
   static void* create(void*, UlvekUUID typeID) {
@@ -101,12 +118,17 @@ class PathImporter {
   }
   static bool importData(void*, UlvekAttributes* attributes, const char* contentType,
                          const char* path) {
+    // What was written stays; the host takes any answer as done, so the reason is told here.
     Attributes writer(attributes);
     try {
-      return Import(writer, contentType, path);
+      if (Import(writer, contentType, path)) return true;
+      logUnreadable(Name, path);
+    } catch (const std::exception& exception) {
+      logUnreadable(Name, path, exception.what());
     } catch (...) {
-      return false;  // what was written stays; the host logs nothing for a declined import
+      logUnreadable(Name, path, "unknown exception");
     }
+    return false;
   }
 
   UlvekImporterInterfaceStruct table_{};
@@ -116,9 +138,13 @@ class PathImporter {
 
 }  // namespace ulvek::plugin
 
-// Exports the factory under `name`, the C symbol Info.plist lists.
-#define ULVEK_EXPORT_IMPORTER_FACTORY(name, function)                              \
-  extern "C" __attribute__((visibility("default"))) void* name(void* allocator,    \
-                                                               UlvekUUID typeID) { \
-    return ulvek::plugin::PathImporter<function>::create(allocator, typeID);       \
+// Exports the factory under `name`, the C symbol Info.plist lists; `title` names the importer in
+// log lines ("Image").
+#define ULVEK_EXPORT_IMPORTER_FACTORY(name, function, title)                              \
+  namespace {                                                                             \
+  constexpr char name##Title[] = title;                                                   \
+  }                                                                                       \
+  extern "C" __attribute__((visibility("default"))) void* name(void* allocator,           \
+                                                               UlvekUUID typeID) {        \
+    return ulvek::plugin::PathImporter<function, name##Title>::create(allocator, typeID); \
   }

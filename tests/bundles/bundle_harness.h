@@ -7,8 +7,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <ulvekbot/importer.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <variant>
@@ -62,7 +64,27 @@ class Bundle {
     if (handle_) dlclose(handle_);
   }
 
-  BundleAttributes import(const std::string& path, const std::string& contentType = "") {
+  // With `log`, what the importer writes to standard error during the call (the host's log).
+  BundleAttributes import(const std::string& path, const std::string& contentType = "",
+                          std::string* log = nullptr) {
+    if (!log) return importQuietly(path, contentType);
+    std::fflush(stderr);
+    FILE* captured = std::tmpfile();
+    const int saved = dup(2);
+    dup2(fileno(captured), 2);
+    BundleAttributes values = importQuietly(path, contentType);
+    std::fflush(stderr);
+    dup2(saved, 2);
+    close(saved);
+    std::rewind(captured);
+    log->clear();
+    for (int c; (c = std::fgetc(captured)) != EOF;) log->push_back(static_cast<char>(c));
+    std::fclose(captured);
+    return values;
+  }
+
+ private:
+  BundleAttributes importQuietly(const std::string& path, const std::string& contentType) {
     CollectingAttributes attributes{{&kCollectingFunctions}, {}};
     if (!factory_) return {};
     void* instance = factory_(nullptr, ULVEK_IMPORTER_TYPE_ID);
@@ -79,7 +101,6 @@ class Bundle {
     return attributes.values;
   }
 
- private:
   void* handle_ = nullptr;
   UlvekImporterFactory factory_ = nullptr;
 };
