@@ -62,6 +62,13 @@ class AttributedDocumentReader final : public Reader {
       return std::nullopt;
     }
     if (!bytes) return std::nullopt;  // a folder no format took
+    // A package none of the formats took is missing its document; its bytes are no text.
+    if (std::string_view(reinterpret_cast<const char*>(content.data()), content.size())
+            .starts_with("PK\x03\x04")) {
+      logLine("Damaged document: " + std::string(source.isFile() ? source.path() : source.name()) +
+              " (no document in the package)");
+      return std::nullopt;
+    }
     return readPlainText(source);
   }
 };

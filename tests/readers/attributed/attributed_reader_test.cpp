@@ -226,6 +226,14 @@ TEST(AttributedReader, HostileDocumentsAnswerLittle) {
     if (output && output->text) EXPECT_LT(output->text->size(), 100u) << name;
   }
   EXPECT_FALSE(fs::exists(folder.path().parent_path() / "escape.xml"));
+
+  // A package without the document of any format: nothing, and one line saying why.
+  std::string headerOnly = (folder.path() / "header-only.docx").string();
+  ASSERT_TRUE(testing::writeZip(headerOnly, {{"word/header1.xml", "<w:t>head</w:t>"}}));
+  testing::CapturedLog log;
+  EXPECT_FALSE(attributedDocumentReader().read(ReaderSource::file(headerOnly)));
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"Damaged document: " + headerOnly +
+                                                  " (no document in the package)"});
 }
 
 }  // namespace
