@@ -219,6 +219,13 @@ std::optional<TextString> propertyListAsXml(Bytes bytes) {
   return text;
 }
 
+// The byte-order marks that decide a markup file's encoding before the default and any
+// declaration.
+constexpr std::pair<std::string_view, StringEncoding> kMarkupByteOrderMarks[] = {
+    {"\xFF\xFE", kUTF16LittleEndianStringEncoding},
+    {"\xFE\xFF", kUTF16BigEndianStringEncoding},
+    {"\xEF\xBB\xBF", kUTF8StringEncoding}};
+
 // Markup files from this size on are decoded window by window while they are scanned, so that
 // neither two decodings nor a whole one are held at once; a window holds about this many units.
 constexpr std::size_t kLargeMarkupBytes = 4 * 1024 * 1024;
@@ -355,10 +362,7 @@ std::unique_ptr<MarkupSource> decodedMarkup(std::shared_ptr<const FileBytes> own
 std::unique_ptr<MarkupSource> windowedMarkupFile(std::shared_ptr<const FileBytes> owner,
                                                  Bytes bytes, StringEncoding defaultEncoding,
                                                  StringEncoding& used, std::size_t windowUnits) {
-  for (auto [mark, encoding] :
-       {std::pair{std::string_view("\xFF\xFE"), kUTF16LittleEndianStringEncoding},
-        std::pair{std::string_view("\xFE\xFF"), kUTF16BigEndianStringEncoding},
-        std::pair{std::string_view("\xEF\xBB\xBF"), kUTF8StringEncoding}}) {
+  for (auto [mark, encoding] : kMarkupByteOrderMarks) {
     if (startsWith(bytes, mark) && decodesToSomething(bytes, encoding)) {
       used = encoding;
       return decodedMarkup(owner, bytes, encoding, windowUnits);
@@ -401,11 +405,7 @@ std::unique_ptr<MarkupSource> windowedMarkupFile(std::shared_ptr<const FileBytes
 // Steps 3 to 6 of markup file decoding, on bytes that are not a property list.
 std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEncoding,
                                            StringEncoding& used) {
-  // A byte-order mark decides before the default and any declaration.
-  for (auto [mark, encoding] :
-       {std::pair{std::string_view("\xFF\xFE"), kUTF16LittleEndianStringEncoding},
-        std::pair{std::string_view("\xFE\xFF"), kUTF16BigEndianStringEncoding},
-        std::pair{std::string_view("\xEF\xBB\xBF"), kUTF8StringEncoding}}) {
+  for (auto [mark, encoding] : kMarkupByteOrderMarks) {
     if (!startsWith(bytes, mark)) continue;
     if (std::optional<Decoding> marked = decodeMarkup(bytes, encoding)) {
       used = encoding;
