@@ -947,22 +947,12 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
   if (const char* name = iconvNameFor(encoding))
     return iconvDecode(bytes, name, false, &count).value_or(TextString());
   if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, false, &count).value_or(TextString());
-  Converter converter = openConverter(encoding, bytes);
-  if (!converter) return {};
-  UErrorCode status = U_ZERO_ERROR;
-  ucnv_setToUCallBack(converter.get(), writeReplacementCharacter, &count, nullptr, nullptr,
-                      &status);
-  if (U_FAILURE(status)) return {};
-
-  TextString text(std::max<std::size_t>(bytes.size(), 32), u'\0');
-  UChar* target = reinterpret_cast<UChar*>(text.data());
-  const char* source = reinterpret_cast<const char*>(bytes.data());
-  ucnv_toUnicode(converter.get(), &target, target + text.size(), &source, source + bytes.size(),
-                 nullptr, true, &status);
-  // Whatever came out before an overflow or a hard error counts.
-  text.resize(static_cast<std::size_t>(target - reinterpret_cast<UChar*>(text.data())));
-  if (swapsControls(converter.get())) readControlsAsThemselves(text.data(), text.size());
-  if (isUnicodeEncoding(encoding)) dropLeadingByteOrderMark(text);
+  // ICU's converters: the piecewise decoder, in one piece.
+  std::unique_ptr<PiecewiseDecoder> decoder = PiecewiseDecoder::open(bytes, encoding);
+  if (!decoder) return {};
+  TextString text;
+  decoder->decodeMore(text, bytes.size());
+  count = decoder->replacements();
   return text;
 }
 
@@ -990,7 +980,7 @@ class UTF8PiecewiseDecoder final : public PiecewiseDecoder {
 };
 
 // ICU's converter keeps its state between pieces. The whole text is capped at max(bytes, 32)
-// units, as convertBytes' single call is.
+// units, as convertBytes promises; convertBytes reads ICU's encodings through it in one piece.
 class ICUPiecewiseDecoder final : public PiecewiseDecoder {
  public:
   ICUPiecewiseDecoder(std::span<const std::uint8_t> bytes, CFStringEncoding encoding,
@@ -1037,7 +1027,7 @@ class ICUPiecewiseDecoder final : public PiecewiseDecoder {
       first_ = false;
       if (isUnicodeEncoding(encoding_) && text[start] == 0xFEFF) text.erase(start, 1);
     }
-    // Reaching the cap or a hard error ends the text, as in convertBytes.
+    // Reaching the cap or a hard error ends the text; what came out before it counts.
     if (U_FAILURE(status) || remaining_ == 0) position_ = bytes_.size();
     return position_ < bytes_.size();
   }
