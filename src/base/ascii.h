@@ -1,11 +1,13 @@
 #pragma once
 
 // ASCII-only case and digit helpers for names, extensions, MIME types and escapes: these are
-// ASCII by definition, so no locale or Unicode tables are asked.
+// ASCII by definition, so no locale or Unicode tables are asked. Also the splitting of paths and
+// search paths at an ASCII separator.
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ulvek {
 
@@ -51,6 +53,18 @@ constexpr bool endsWithIgnoringASCIICase(std::string_view text, std::string_view
 // ASCII letters and digits, whatever the locale.
 constexpr bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The parts between separators, empty parts left out ("a//b/" at '/' gives "a", "b").
+inline std::vector<std::string_view> nonEmptyParts(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  for (std::size_t start = 0; start <= text.size();) {
+    std::size_t end = text.find(separator, start);
+    if (end == std::string_view::npos) end = text.size();
+    if (end > start) parts.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return parts;
+}
 
 // The value of a hexadecimal digit, or -1.
 constexpr int hexDigitValue(char32_t c) {

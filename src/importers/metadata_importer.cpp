@@ -173,14 +173,7 @@ std::optional<TextString> chatLogText(const std::string& path) {
 std::vector<std::string> importerSearchPath() {
   std::vector<std::string> folders;
   if (const char* paths = std::getenv("ULVEKBOT_IMPORTER_PATH")) {
-    std::string list = paths;
-    std::size_t start = 0;
-    while (start <= list.size()) {
-      std::size_t colon = list.find(':', start);
-      if (colon == std::string::npos) colon = list.size();
-      if (colon > start) folders.push_back(list.substr(start, colon - start));
-      start = colon + 1;
-    }
+    for (std::string_view folder : nonEmptyParts(paths, ':')) folders.emplace_back(folder);
   }
   if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/') {
     folders.push_back(std::string(data) + "/ulvekbot/Importers");

@@ -64,3 +64,18 @@ TEST(Ascii, HexDigitValues) {
 
 }  // namespace
 }  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+TEST(Ascii, NonEmptyPartsBetweenSeparators) {
+  const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> rows = {
+      {"a/b/c", {"a", "b", "c"}}, {"//a//b/", {"a", "b"}}, {"", {}}, {"/", {}},
+      {"one", {"one"}},           {"../x", {"..", "x"}},
+  };
+  for (const auto& [text, parts] : rows) EXPECT_EQ(nonEmptyParts(text, '/'), parts) << text;
+  EXPECT_EQ(nonEmptyParts("/a::/b:", ':'), (std::vector<std::string_view>{"/a", "/b"}));
+}
+
+}  // namespace
+}  // namespace ulvek

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/file_url.h"
 
 namespace ulvek {
@@ -17,22 +18,6 @@ bool hasURLScheme(std::string_view link) {
   return true;
 }
 
-namespace {
-
-std::vector<std::string_view> segments(std::string_view path) {
-  std::vector<std::string_view> parts;
-  std::size_t start = 0;
-  while (start <= path.size()) {
-    std::size_t slash = path.find('/', start);
-    if (slash == std::string_view::npos) slash = path.size();
-    if (slash > start) parts.push_back(path.substr(start, slash - start));
-    start = slash + 1;
-  }
-  return parts;
-}
-
-}  // namespace
-
 std::string withoutFragment(std::string_view target) {
   std::size_t hash = target.find('#');
   if (hash == std::string_view::npos) return std::string(target);
@@ -43,7 +28,7 @@ std::string withoutFragment(std::string_view target) {
 
 std::optional<std::string> normalizedMemberPath(std::string_view path) {
   std::vector<std::string_view> kept;
-  for (std::string_view part : segments(path)) {
+  for (std::string_view part : nonEmptyParts(path, '/')) {
     if (part == ".") continue;
     if (part == "..") {
       if (kept.empty()) return std::nullopt;
@@ -75,7 +60,7 @@ std::optional<std::string> resolvedMemberPath(std::string_view baseMember, std::
 }
 
 std::string relativeMemberPath(std::string_view member, std::string_view folder) {
-  std::vector<std::string_view> to = segments(member), from = segments(folder);
+  std::vector<std::string_view> to = nonEmptyParts(member, '/'), from = nonEmptyParts(folder, '/');
   std::size_t common = 0;
   while (common < to.size() && common < from.size() && to[common] == from[common]) ++common;
   std::string relative;

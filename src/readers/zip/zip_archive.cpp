@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <set>
 
+#include "base/ascii.h"
 #include "base/log.h"
 
 namespace ulvek {
@@ -213,13 +214,8 @@ bool isSafeMemberName(std::string_view name) {
     return false;
   // A drive letter ("C:") is as absolute as a leading slash.
   if (name.size() >= 2 && name[1] == ':') return false;
-  std::size_t start = 0;
-  while (start <= name.size()) {
-    std::size_t end = name.find('/', start);
-    if (end == std::string_view::npos) end = name.size();
-    if (name.substr(start, end - start) == "..") return false;
-    start = end + 1;
-  }
+  for (std::string_view part : nonEmptyParts(name, '/'))
+    if (part == "..") return false;
   return true;
 }
 
