@@ -1078,6 +1078,34 @@ std::unique_ptr<PiecewiseDecoder> PiecewiseDecoder::open(std::span<const std::ui
   return decoder;
 }
 
+bool isNonAsciiUTF8(std::span<const std::uint8_t> bytes) {
+  const std::uint8_t* data = bytes.data();
+  const std::size_t n = bytes.size();
+  bool nonAscii = false;
+  for (std::size_t i = 0; i < n;) {
+#if defined(__SSE2__)
+    while (i + 16 <= n &&
+           _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i))) == 0)
+      i += 16;
+#endif
+    while (i < n && data[i] < 0x80) ++i;
+    std::size_t k = i;
+    while (k < n && data[k] >= 0x80) ++k;
+    if (k == i) continue;
+    // ICU checks each span between ASCII bytes without writing it (splitting there never cuts
+    // a sequence).
+    if (k - i > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())) return false;
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8(nullptr, 0, &length, reinterpret_cast<const char*>(data + i),
+                  static_cast<int32_t>(k - i), &status);
+    if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status)) return false;
+    nonAscii = true;
+    i = k;
+  }
+  return nonAscii;
+}
+
 std::size_t countReplacementCharacters(TextView text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), u'\uFFFD'));
 }

@@ -110,6 +110,9 @@ TextString convertBytes(std::span<const std::uint8_t> bytes, CFStringEncoding en
                         std::size_t* replacements = nullptr);
 std::size_t countReplacementCharacters(TextView text);
 
+// Bytes that are valid UTF-8 and not plain ASCII: no 8-bit text of a language passes by chance.
+bool isNonAsciiUTF8(std::span<const std::uint8_t> bytes);
+
 // convertBytes a piece at a time: the pieces joined are convertBytes' text, and the count is its
 // replacement count. Large markup is scanned window by window through one, never held whole.
 class PiecewiseDecoder {

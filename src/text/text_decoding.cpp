@@ -6,10 +6,6 @@
 #include <unicode/ucsdet.h>
 #include <unistd.h>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -138,40 +134,6 @@ std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   for (const DetectorName& entry : kWideDetectorNames)
     if (entry.name == name) return stringEncodingFromCFEncoding(entry.encoding);
   return std::nullopt;
-}
-
-// Bytes that are valid UTF-8 and not plain ASCII are UTF-8: no 8-bit text of a language
-// survives that test by chance, while detectors misjudge short UTF-8 ("café" as Latin 2).
-bool isNonAsciiUtf8(std::span<const std::uint8_t> bytes) {
-  bool nonAscii = false;
-  for (std::size_t i = 0; i < bytes.size();) {
-#if defined(__SSE2__)
-    // Pages and sheets are mostly ASCII: skip it sixteen bytes at a time.
-    while (i + 16 <= bytes.size() &&
-           _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&bytes[i]))) == 0)
-      i += 16;
-    if (i >= bytes.size()) break;
-#endif
-    std::uint8_t lead = bytes[i];
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    nonAscii = true;
-    std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
-    if (length == 0 || lead > 0xF4 || i + length > bytes.size()) return false;
-    std::uint32_t code = lead & (0x7F >> length);
-    for (std::size_t k = 1; k < length; ++k) {
-      if ((bytes[i + k] & 0xC0) != 0x80) return false;
-      code = (code << 6) | (bytes[i + k] & 0x3F);
-    }
-    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
-        (code >= 0xD800 && code <= 0xDFFF))
-      return false;
-    i += length;
-  }
-  return nonAscii;
 }
 
 // ---- Markup decoding --------------------------------------------------------------------------
@@ -368,7 +330,7 @@ std::unique_ptr<MarkupSource> windowedMarkupFile(std::shared_ptr<const FileBytes
       return decodedMarkup(owner, bytes, encoding, windowUnits);
     }
   }
-  if (isNonAsciiUtf8(bytes) && decodesToSomething(bytes, kUTF8StringEncoding)) {
+  if (isNonAsciiUTF8(bytes) && decodesToSomething(bytes, kUTF8StringEncoding)) {
     used = kUTF8StringEncoding;
     return decodedMarkup(owner, bytes, kUTF8StringEncoding, windowUnits);
   }
@@ -414,7 +376,7 @@ std::optional<TextString> decodeMarkupFile(Bytes bytes, StringEncoding defaultEn
   }
   // Valid UTF-8 that is not plain ASCII is UTF-8, whatever the page declares or the default
   // says: pages that declare otherwise are mislabelled, and no other 8-bit text passes the test.
-  if (isNonAsciiUtf8(bytes)) {
+  if (isNonAsciiUTF8(bytes)) {
     if (std::optional<Decoding> utf8 = decodeMarkup(bytes, kUTF8StringEncoding)) {
       used = kUTF8StringEncoding;
       return std::move(utf8->text);
@@ -611,7 +573,7 @@ std::size_t utf8Length(TextView text) {
 std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t> bytes) {
   // A UTF-8 byte-order mark, and valid UTF-8, decide before any guessing.
   bool utf8Mark = bytes.size() >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF;
-  if (utf8Mark || isNonAsciiUtf8(bytes)) {
+  if (utf8Mark || isNonAsciiUTF8(bytes)) {
     if (std::optional<TextString> text = decodeBytes(bytes, kUTF8StringEncoding))
       return DetectedText{std::move(*text), kUTF8StringEncoding};
   }
@@ -792,7 +754,7 @@ std::optional<TextString> stringWithMarkupData(std::span<const std::uint8_t> dat
 
   // As for files, valid UTF-8 beats the page's declaration and the default; a charset the
   // sender names still decides.
-  if (!named && isNonAsciiUtf8(data)) {
+  if (!named && isNonAsciiUTF8(data)) {
     if (std::optional<Decoding> utf8 = decodeMarkup(data, kUTF8StringEncoding))
       return std::move(utf8->text);
   }

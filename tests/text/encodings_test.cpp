@@ -435,3 +435,29 @@ TEST(Converters, ControlBytesReadAsThemselves) {
 
 }  // namespace
 }  // namespace ulvek
+
+namespace ulvek {
+namespace {
+
+TEST(Converters, NonAsciiUTF8IsValidUTF8WithAMultiByteCharacter) {
+  const std::string ascii(40, 'a');
+  const std::vector<std::pair<std::string, bool>> rows = {
+      {"plain ASCII", false},
+      {"", false},
+      {"caf\xC3\xA9", true},
+      {ascii + "\xE2\x82\xAC" + ascii, true},        // past the sixteen-byte steps
+      {ascii + "\xC3\xA9" + ascii + "\xE9", false},  // a Latin 1 byte later on
+      {"\xC0\xAF", false},                           // overlong
+      {"\xED\xA0\x80", false},                       // a surrogate
+      {"\xF4\x90\x80\x80", false},                   // past U+10FFFF
+      {"\xE2\x82", false},                           // cut off
+      {"\xE2\x82"
+       "a",
+       false},  // cut off before ASCII
+  };
+  for (const auto& [bytes, expected] : rows)
+    EXPECT_EQ(isNonAsciiUTF8(bytesOf(bytes)), expected) << bytes;
+}
+
+}  // namespace
+}  // namespace ulvek
