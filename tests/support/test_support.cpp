@@ -1,5 +1,6 @@
 #include "test_support.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -44,6 +45,14 @@ std::string readFile(const std::filesystem::path& path) {
   return buffer.str();
 }
 
-std::filesystem::path corpusPath() { return ULVEK_CORPUS_DIR; }
+std::filesystem::path corpusPath() {
+  // The environment lets one build run with the corpus hidden, as on a fresh clone.
+  if (const char* folder = std::getenv("ULVEK_CORPUS_DIR"); folder && *folder) return folder;
+  return ULVEK_CORPUS_DIR;
+}
+
+bool corpusPresent() { return std::filesystem::is_directory(corpusPath()); }
+
+std::filesystem::path dataPath() { return ULVEK_TEST_DATA_DIR; }
 
 }  // namespace ulvek::testing

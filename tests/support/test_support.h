@@ -41,7 +41,24 @@ class CapturedLog {
 // Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::filesystem::path& path);
 
-// The shared test corpus (charsets/, html/).
+// The shared conformance corpus (charsets/, html/, docs/): ULVEK_CORPUS_DIR from the environment,
+// else the folder the build was configured with. It is optional: tests that read it have
+// "Corpus" in their name (which gives them the CTest label `corpus`) and start with
+// ULVEK_REQUIRE_CORPUS().
 std::filesystem::path corpusPath();
+bool corpusPresent();
+
+// The project's own fixtures, tests/data/.
+std::filesystem::path dataPath();
+
+}  // namespace ulvek::testing
+
+// Skips the calling test, naming the folder, when the shared corpus is absent.
+#define ULVEK_REQUIRE_CORPUS()                                                              \
+  if (!::ulvek::testing::corpusPresent())                                                   \
+  GTEST_SKIP() << "shared corpus not found at " << ::ulvek::testing::corpusPath().string() \
+               << "; corpus tests skipped"
+
+namespace ulvek::testing {
 
 }  // namespace ulvek::testing
