@@ -45,7 +45,13 @@ std::string readerName(const Facts& facts) {
 std::string decision(const Facts& facts) {
   if (facts.size == 0) return "empty: not classified";
   std::string text;
-  if (facts.classification.step > 0) {
+  if (facts.typeDecided) {
+    text = "content type " + facts.contentType.value_or("") + " → " +
+           std::string(routeInfo(facts.route).name);
+    if (facts.classification.step > 0)
+      text += " (not " + std::string(fileClassName(facts.classification.fileClass)) +
+              ", as the name says)";
+  } else if (facts.classification.step > 0) {
     text = std::to_string(facts.classification.step) + " " +
            std::string(facts.classification.test) + " → " +
            std::string(fileClassName(facts.classification.fileClass));
@@ -67,6 +73,7 @@ PropertyValue jsonOf(const Facts& facts) {
   object["test"] = PropertyValue::fromUtf8(facts.classification.test);
   object["class"] = PropertyValue::fromUtf8(fileClassName(facts.classification.fileClass));
   object["packageSkipped"] = PropertyValue(facts.classification.packageSkipped);
+  object["typeDecided"] = PropertyValue(facts.typeDecided);
   if (facts.classification.step == 0)
     object["contentTypeRoute"] = PropertyValue::fromUtf8(routeInfo(facts.contentRoute).name);
   object["reader"] = PropertyValue::fromUtf8(readerName(facts));

@@ -31,6 +31,29 @@ Route routeForContentType(std::optional<std::string_view> contentType) {
   return Route::Importer;
 }
 
+std::optional<Route> routeForContent(std::string_view contentType) {
+  std::optional<std::string_view> reader = readerForContentType(contentType);
+  return reader ? routeNamed(*reader) : std::nullopt;
+}
+
+namespace {
+
+// Content before a missing, unknown or lying name: where no name test answered, or the name's
+// own type and the content's disagree (typeOfFile lets content overrule only text names), the
+// registry's reader for the content type reads the file, and the importers read types that no
+// reader of ours declares.
+void letTypeDecide(ImportPlan& plan) {
+  if (!plan.contentType || !contentTypeInfo(*plan.contentType)) return;
+  if (plan.classification.step != 0) {
+    std::optional<std::string_view> named = contentTypeForExtension(toUtf8(plan.extension));
+    if (!named || *named == *plan.contentType) return;
+  }
+  plan.route = routeForContent(*plan.contentType).value_or(Route::Importer);
+  plan.typeDecided = true;
+}
+
+}  // namespace
+
 ImportPlan planImport(const std::string& path) {
   ImportPlan plan;
   plan.path = path;
@@ -46,6 +69,7 @@ ImportPlan planImport(const std::string& path) {
     return getBoolValueForKey(ResourceKey::IsPackage, path);
   });
   plan.route = fileClassInfo(plan.classification.fileClass).route;
+  letTypeDecide(plan);
   return plan;
 }
 

@@ -13,6 +13,7 @@
 
 #include "base/text_string.h"
 #include "metadata/file_types.h"
+#include "platform/formats.h"
 
 namespace ulvek {
 
@@ -180,6 +181,26 @@ FileClassification classifyFile(OptionalText extension, OptionalText type,
 // When no test answered YES, the content type decides: HTML, plain text, or the importers.
 Route routeForContentType(std::optional<std::string_view> contentType);
 
+// The route named `name` (a RouteInfo name, as the format registry's reader column has them).
+constexpr std::optional<Route> routeNamed(std::string_view name) {
+  for (const RouteInfo& info : kRoutes)
+    if (info.name == name) return info.route;
+  return std::nullopt;
+}
+
+namespace detail {
+constexpr bool registryReadersAreRoutes() {
+  for (const Format& format : kFormats)
+    if (!format.reader.empty() && !routeNamed(format.reader)) return false;
+  return true;
+}
+}  // namespace detail
+static_assert(detail::registryReadersAreRoutes(), "a registry reader names no route");
+
+// The route that reads a file of `contentType` when its content decided, from the registry's
+// reader column; nothing for types it does not declare.
+std::optional<Route> routeForContent(std::string_view contentType);
+
 // What the dispatcher learns about a file before reading it. openFile() and `ulvekbot classify`
 // both make it with planImport(), so what `classify` prints is what an import does.
 struct ImportPlan {
@@ -191,6 +212,9 @@ struct ImportPlan {
   FileClassification classification;
   Route route = Route::Undecided;        // the classification's route; Undecided leaves it to…
   Route contentRoute = Route::Importer;  // …the content type's
+  // The content type, not a name test, chose `route`: no test answered, or the name said text
+  // and the content is a document of another kind.
+  bool typeDecided = false;
 
   OptionalText extensionView() const { return TextView(extension); }
   OptionalText typeView() const { return typeCode ? OptionalText(*typeCode) : std::nullopt; }

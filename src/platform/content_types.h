@@ -21,13 +21,16 @@ inline constexpr std::string_view kUTTypeImage = "public.image";
 inline constexpr std::string_view kUTTypeFolder = "public.folder";
 inline constexpr std::string_view kUTTypePackage = "com.apple.package";
 
-// One row of the built-in type table. Extensions are lower case and compared without regard to
-// case; MIME types are lower case.
+struct Format;
+
+// One row of the format registry, its lists split. Extensions are lower case and compared
+// without regard to case; MIME types are lower case.
 struct ContentTypeInfo {
   std::string_view identifier;
   std::span<const std::string_view> extensions;
   std::span<const std::string_view> mimeTypes;
   std::span<const std::string_view> parents;
+  const Format* format;
 };
 
 // The table row of an identifier; null for identifiers the table does not declare (dyn. ones).
@@ -44,15 +47,31 @@ std::optional<std::string_view> preferredMIMEType(std::string_view identifier);
 // Whether `type` is `conformsTo` or descends from it through the table's parents.
 bool typeConformsTo(std::string_view type, std::string_view conformsTo);
 
+// The name of the route that reads a file of `type` when its content decided: the type's own
+// reader, else the nearest ancestor's (breadth first, parents in order). Nothing for types the
+// registry does not declare.
+std::optional<std::string_view> readerForContentType(std::string_view type);
+
 // The MIME type libmagic sniffs from a file's contents or from bytes ("application/pdf");
 // nothing when the magic database cannot be loaded or the file cannot be read.
 std::optional<std::string> sniffedMIMETypeOfFile(const std::string& path);
 std::optional<std::string> sniffedMIMEType(std::span<const std::uint8_t> bytes);
 
+// Which evidence of the content may decide a file's type: any; every registry signature, and
+// libmagic only for content with NUL bytes; or only what no text file shows (container and
+// leading-byte signatures, and libmagic for content with NUL bytes).
+enum class ContentScope { Any, Signatures, NotText };
+
+// What the content of the file at `path` shows it is: the registry's signatures
+// (content_signatures.h), then libmagic's MIME type as a registry type, else as a "dyn.mime-type."
+// identifier. Nothing when the content shows nothing or cannot be read.
+std::optional<std::string> contentTypeFromContent(const std::string& path, ContentScope scope);
+
 // The content type of the item at `path` (symbolic links followed): a folder answers its package
-// type or "public.folder"; a file its extension's type, else the type of the MIME type libmagic
-// sniffs, else a "dyn." identifier that names what is known. Nothing when the item cannot be
-// examined.
+// type or "public.folder". A file answers its extension's type, unless that is a text type and the
+// content is a document of another kind (a PDF named "x.txt"); a file with no or an unknown
+// extension answers what its content shows (contentTypeFromContent), else a "dyn." identifier
+// that names what is known. Nothing when the item cannot be examined.
 std::optional<std::string> typeOfFile(const std::string& path);
 
 // The package test: a folder whose extension names a package type of the table, or whose Finder

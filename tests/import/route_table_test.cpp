@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "test_support.h"
+
 namespace ulvek {
 namespace {
 
@@ -73,6 +75,44 @@ TEST(RouteTable, ClassesTakeTheirRoutes) {
   EXPECT_EQ(routeInfo(Route::AttributedDocument).name, "attributed document");
   EXPECT_FALSE(routeInfo(Route::HTML).hasReader);
   EXPECT_TRUE(routeInfo(Route::Importer).hasReader);
+}
+
+// Where no name test answers, or a text name hides a document of another kind, the content's
+// type picks the reader; a name that its reader reads keeps deciding.
+TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
+  struct Row {
+    const char* name;
+    std::string_view bytes;
+    Route route;
+    bool typeDecided;
+  };
+  constexpr std::string_view kPDF = "%PDF-1.4\n%%EOF\n";
+  constexpr std::string_view kRTF = "{\\rtf1 words}";
+  constexpr std::string_view kPage = "<!DOCTYPE html><title>T</title>";
+  const Row rows[] = {
+      {"document", kPDF, Route::PDF, true},
+      {"document.txt", kPDF, Route::PDF, true},
+      {"document.bin", kPDF, Route::PDF, true},
+      {"document.pdf", kPDF, Route::PDF, false},
+      {"letter", kRTF, Route::AttributedDocument, true},
+      {"letter.txt", kRTF, Route::AttributedDocument, true},
+      {"letter.rtf", kRTF, Route::AttributedDocument, false},
+      {"page", kPage, Route::HTML, true},
+      {"page.txt", kPage, Route::HTML, true},
+      {"page.html", kPage, Route::HTML, false},
+      {"notes.txt", "words", Route::PlainText, false},
+      {"notes", "words", Route::PlainText, true},
+      {"settings.yaml", "a: 1", Route::PlainText, true},
+      // A name of a binary kind is not second-guessed by content.
+      {"picture.jpg", kPDF, Route::Importer, false},
+      {"card.vcf", kPDF, Route::PDF, true},
+  };
+  testing::TemporaryFolder folder;
+  for (const Row& row : rows) {
+    ImportPlan plan = planImport(folder.write(row.name, row.bytes));
+    EXPECT_EQ(plan.route, row.route) << row.name;
+    EXPECT_EQ(plan.typeDecided, row.typeDecided) << row.name;
+  }
 }
 
 }  // namespace

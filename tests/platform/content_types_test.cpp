@@ -19,6 +19,27 @@ constexpr std::string_view kHTML = "<!DOCTYPE html>\n<html><head><title>T</title
 constexpr std::string_view kPlainText = "Just some words in a file,\nline after line.\n";
 constexpr std::string_view kBinary = "\x01\x02\x03\xff\xfe\x00\x00\x10 binary \x7f\x80";
 
+TEST(ContentTypes, ReadersComeFromTheNearestAncestor) {
+  struct Row {
+    std::string_view type;
+    std::optional<std::string_view> reader;
+  };
+  const Row rows[] = {
+      {"public.html", "HTML"},
+      {"public.xhtml", "HTML"},  // its own, before public.xml's
+      {"public.rss", "XML"},
+      {"public.c-source", "plain text"},
+      {"public.json", "plain text"},
+      {"org.openxmlformats.wordprocessingml.template", "attributed document"},
+      {"com.adobe.encapsulated-postscript", "PDF"},  // its own, before its image parent's
+      {"public.jpeg", "importer"},
+      {"org.idpf.epub-container", "importer"},
+      {"public.folder", std::nullopt},
+      {"dyn.filename-extension.qqq", std::nullopt},
+  };
+  for (const Row& row : rows) EXPECT_EQ(readerForContentType(row.type), row.reader) << row.type;
+}
+
 TEST(ContentTypes, ExtensionsMIMETypesAndConformance) {
   EXPECT_EQ(contentTypeForExtension("HTM"), "public.html");
   EXPECT_EQ(contentTypeForExtension("qqq"), std::nullopt);
@@ -66,7 +87,12 @@ TEST(ContentTypes, TypeOfFileAndPackageTest) {
        "dyn.filename-extension.qqq"},
       {"binary without extension", folder.write("blob", kBinary),
        "dyn.mime-type.application.octet-stream"},
-      {"extension wins over contents", folder.write("page.html", kPDF), "public.html"},
+      {"a text name wins over text contents", folder.write("text.html", kPlainText), "public.html"},
+      {"a binary document under a text name", folder.write("page.html", kPDF), "com.adobe.pdf"},
+      {"a PDF named as plain text", folder.write("x.txt", kPDF), "com.adobe.pdf"},
+      {"a page named as plain text", folder.write("y.txt", kHTML), "public.html"},
+      {"text named as plain text", folder.write("z.txt", kPlainText), "public.plain-text"},
+      {"a name of another kind wins over contents", folder.write("x.jpg", kPDF), "public.jpeg"},
       {"file with a package extension", folder.write("file.rtfd", "x"), "com.apple.rtfd"},
       {"package folder", directory(folder, "Notes.rtfd"), "com.apple.rtfd", true},
       {"plain folder", directory(folder, "plain"), "public.folder"},
