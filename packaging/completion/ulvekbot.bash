@@ -22,7 +22,7 @@ _ulvekbot() {
       return
     fi
     ;;
-  classify | importers)
+  classify | importers | formats)
     if [[ $cur == -* ]]; then
       COMPREPLY=($(compgen -W "--json --help" -- "$cur"))
       return

@@ -81,32 +81,16 @@ PropertyValue jsonOf(const Facts& facts) {
   return PropertyValue(std::move(object));
 }
 
-// Display width in characters, so columns stay aligned with non-ASCII names.
-std::size_t width(std::string_view utf8) {
-  return static_cast<std::size_t>(
-      std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
 void printAligned(std::ostream& out, const std::vector<Facts>& all) {
-  using Row = std::array<std::string, 5>;
-  std::vector<Row> rows = {{"PATH", "EXTENSION", "TYPE", "CONTENT TYPE", "FIRST YES"}};
+  std::vector<std::vector<std::string>> rows = {
+      {"PATH", "EXTENSION", "TYPE", "CONTENT TYPE", "FIRST YES"}};
   for (const Facts& facts : all) {
     rows.push_back({facts.path,
                     facts.extension.empty() ? std::string(kAbsent) : toUtf8(facts.extension),
                     facts.typeCode ? toUtf8(*facts.typeCode) : std::string(kAbsent),
                     facts.contentType.value_or(std::string(kAbsent)), decision(facts)});
   }
-  std::array<std::size_t, 5> widths{};
-  for (const Row& row : rows)
-    for (std::size_t column = 0; column < widths.size(); ++column)
-      widths[column] = std::max(widths[column], width(row[column]));
-  for (const Row& row : rows) {
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      out << row[column];
-      if (column + 1 < row.size()) out << std::string(widths[column] - width(row[column]) + 2, ' ');
-    }
-    out << '\n';
-  }
+  printTable(out, rows);
 }
 
 int run(const std::vector<std::string>& arguments, CommandIO& io) {

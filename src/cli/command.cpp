@@ -39,10 +39,40 @@ const Command* findCommand(std::string_view name) {
   return nullptr;
 }
 
-void printResult(std::ostream& out, const ImportResult& result, std::string_view path) {
+void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
+                 const PropertyDictionary& extra) {
   std::string json = toJson(result);
-  out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path)) << (json.size() > 2 ? "," : "")
-      << std::string_view(json).substr(1) << '\n';
+  out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path));
+  if (json.size() > 2) out << ',' << std::string_view(json).substr(1, json.size() - 2);
+  for (const auto& [key, value] : extra)
+    out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':' << toJson(value);
+  out << "}\n";
+}
+
+namespace {
+
+// Display width in characters, so columns stay aligned with non-ASCII names.
+std::size_t width(std::string_view utf8) {
+  return static_cast<std::size_t>(
+      std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+}  // namespace
+
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
+  std::vector<std::size_t> widths;
+  for (const auto& row : rows) {
+    if (widths.size() < row.size()) widths.resize(row.size());
+    for (std::size_t column = 0; column < row.size(); ++column)
+      widths[column] = std::max(widths[column], width(row[column]));
+  }
+  for (const auto& row : rows) {
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      out << row[column];
+      if (column + 1 < row.size()) out << std::string(widths[column] - width(row[column]) + 2, ' ');
+    }
+    out << '\n';
+  }
 }
 
 void printError(CommandIO& io, std::string_view command, std::string_view message) {

@@ -51,8 +51,13 @@ const Command* findCommand(std::string_view name);
 
 // Writes one result as a single-line JSON object followed by a line feed. The object's first
 // member, "path", names the item (as given, or as found in a folder walk) so that lines can be
-// told apart; the result's own keys follow.
-void printResult(std::ostream& out, const ImportResult& result, std::string_view path);
+// told apart; the result's own keys follow, then `extra` members (sorted).
+void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
+                 const PropertyDictionary& extra = {});
+
+// Writes rows as columns two blanks apart, each as wide as its widest cell (in characters); the
+// first row is the heading.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 
 // Writes "ulvekbot <command>: <message>" to the error stream.
 void printError(CommandIO& io, std::string_view command, std::string_view message);

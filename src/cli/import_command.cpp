@@ -16,6 +16,7 @@
 #include "import/mime_type_helper.h"
 #include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
+#include "platform/content_types.h"
 #include "platform/resource_fork.h"
 
 namespace ulvek::cli {
@@ -26,11 +27,17 @@ namespace fs = std::filesystem;
 constexpr std::string_view kCommand = "import";
 constexpr int kProgressWidth = 30;
 
-bool isPackage(const std::string& path) { return getBoolValueForKey(ResourceKey::IsPackage, path); }
+// A package, or a folder that its name makes one document (an unpacked book): one item, as the
+// service reads it.
+bool isOneItem(const std::string& path) {
+  return getBoolValueForKey(ResourceKey::IsPackage, path) ||
+         isDocumentFolderExtension(
+             fs::path(path).extension().string().substr(fs::path(path).has_extension() ? 1 : 0));
+}
 
 // The files of a folder, depth first. Links are not followed and not imported; packages are
-// imported as one item, as the application sees them; fifos and devices are left out because
-// reading them could block.
+// imported as one item, as the application sees them, and so are folders that are one document;
+// fifos and devices are left out because reading them could block.
 void collectFolder(const std::string& folder, std::vector<std::string>& files, CommandIO& io) {
   std::error_code error;
   fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied, error);
@@ -46,7 +53,7 @@ void collectFolder(const std::string& folder, std::vector<std::string>& files, C
     if (statusError || fs::is_symlink(status)) continue;
     std::string path = entry.path().string();
     if (fs::is_directory(status)) {
-      if (isPackage(path)) {
+      if (isOneItem(path)) {
         it.disable_recursion_pending();
         files.push_back(std::move(path));
       }
@@ -56,6 +63,17 @@ void collectFolder(const std::string& folder, std::vector<std::string>& files, C
     if (fs::is_regular_file(status) && !isAppleDoubleCompanion(path))
       files.push_back(std::move(path));
   }
+}
+
+// What the line says of the file's type beside the result's keys: the type identifier and, where
+// the registry has one, its MIME type.
+PropertyDictionary typeMembers(const std::optional<std::string>& contentType) {
+  PropertyDictionary members;
+  if (!contentType) return members;
+  members["ContentType"] = PropertyValue::fromUtf8(*contentType);
+  if (std::optional<std::string_view> mimeType = mimeTypeOfContentType(*contentType))
+    members["MIMEType"] = PropertyValue::fromUtf8(*mimeType);
+  return members;
 }
 
 // A one-line bar on the terminal, redrawn after each file.
@@ -118,7 +136,7 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     // taken as the user named it.
     struct stat target {};
     bool isFolder = ::stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
-    if (isFolder && !isPackage(path)) {
+    if (isFolder && !isOneItem(path)) {
       collectFolder(path, files, io);
     } else {
       files.push_back(path);
@@ -135,13 +153,14 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
       // Imported by absolute path, as the service is given it; shown as the user named it.
       std::error_code error;
       fs::path absolute = fs::absolute(files[i], error);
-      ImportResult result = helper.openFile(error ? files[i] : absolute.string());
+      std::optional<std::string> contentType;
+      ImportResult result = helper.openFile(error ? files[i] : absolute.string(), contentType);
       if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
         if (const std::uint64_t* value = size->unsignedInteger()) bytes += *value;
       }
       if (!result.contains(ImportKey::Text)) ++withoutText;
       progress.clear();
-      printResult(io.out, result, files[i]);
+      printResult(io.out, result, files[i], typeMembers(contentType));
     } catch (const std::exception& exception) {
       progress.clear();
       printError(io, kCommand, files[i] + ": " + exception.what());

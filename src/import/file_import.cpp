@@ -59,13 +59,14 @@ class FileImport {
   FileImport(const MIMETypeHelper& helper, const std::string& path)
       : helper_(helper), path_(path) {}
 
-  ImportResult run() {
+  ImportResult run(std::optional<std::string>* contentType = nullptr) {
     prepare();
     if (plan_.size != 0 && hasContents()) {
       std::optional<Route> route = chooseProtected();
       if (route) follow(*route);
     }
     complete();
+    if (contentType) *contentType = plan_.contentType;
     return std::move(result_);
   }
 
@@ -297,6 +298,11 @@ class FileImport {
 
 ImportResult MIMETypeHelper::openFile(const std::string& path) {
   return FileImport(*this, path).run();
+}
+
+ImportResult MIMETypeHelper::openFile(const std::string& path,
+                                      std::optional<std::string>& contentType) {
+  return FileImport(*this, path).run(&contentType);
 }
 
 const Reader* MIMETypeHelper::readerFor(Route route, const std::string& path) const {

@@ -29,6 +29,10 @@ class MIMETypeHelper {
   bool supportsFile(const std::string& path);
   bool isPlainFile(const std::string& path);
 
+  // openFile, also answering the content type that the import went by (for the command line,
+  // whose lines name it; the remote result keeps its keys).
+  ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
+
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
                                                    const PropertyDictionary* xattributes) const;

@@ -200,17 +200,44 @@ bool typeConformsTo(std::string_view type, std::string_view conformsTo) {
   return false;
 }
 
-std::optional<std::string_view> readerForContentType(std::string_view type) {
+namespace {
+
+// The first answer of `field` for `type` and then its ancestors, nearest first (breadth first,
+// parents in order).
+template <class Field>
+std::optional<std::string_view> nearest(std::string_view type, Field field) {
   const TypeIndex& index = typeIndex();
   std::vector<std::string_view> queue{type};
   for (std::size_t next = 0; next < queue.size() && next < index.rows.size(); ++next) {
     auto found = index.byIdentifier.find(queue[next]);
     if (found == index.byIdentifier.end()) continue;
-    if (!found->second->info.format->reader.empty()) return found->second->info.format->reader;
+    if (std::optional<std::string_view> answer = field(found->second->info)) return answer;
     for (std::string_view parent : found->second->info.parents)
       if (std::find(queue.begin(), queue.end(), parent) == queue.end()) queue.push_back(parent);
   }
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string_view> readerForContentType(std::string_view type) {
+  return nearest(type, [](const ContentTypeInfo& info) -> std::optional<std::string_view> {
+    if (info.format->reader.empty()) return std::nullopt;
+    return info.format->reader;
+  });
+}
+
+std::optional<std::string_view> mimeTypeOfContentType(std::string_view identifier) {
+  return nearest(identifier, [](const ContentTypeInfo& info) -> std::optional<std::string_view> {
+    if (info.mimeTypes.empty()) return std::nullopt;
+    return info.mimeTypes.front();
+  });
+}
+
+bool isDocumentFolderExtension(std::string_view extension) {
+  std::optional<std::string_view> type = contentTypeForExtension(extension);
+  return type && (typeConformsTo(*type, kUTTypePackage) ||
+                  typeConformsTo(*type, "public.composite-content"));
 }
 
 std::optional<std::string> sniffedMIMETypeOfFile(const std::string& path) {

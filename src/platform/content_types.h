@@ -44,6 +44,13 @@ std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType
 std::optional<std::string_view> preferredExtension(std::string_view identifier);
 std::optional<std::string_view> preferredMIMEType(std::string_view identifier);
 
+// The preferred MIME type of a declared type, else of its nearest ancestor that has one.
+std::optional<std::string_view> mimeTypeOfContentType(std::string_view identifier);
+
+// Whether a folder with this extension is one document (a package, an unpacked book, a web
+// archive or word-processor folder) rather than a folder of documents.
+bool isDocumentFolderExtension(std::string_view extension);
+
 // Whether `type` is `conformsTo` or descends from it through the table's parents.
 bool typeConformsTo(std::string_view type, std::string_view conformsTo);
 

@@ -1,11 +1,13 @@
 // The ulvekbot command line, run as a real program.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
 #include "fork_test_files.h"
 #include "metadata/metadata_store.h"
+#include "platform/formats.h"
 #include "service_fixture.h"
 #include "test_support.h"
 
@@ -110,8 +112,10 @@ TEST_F(CommandLineTest, InProcessCommands) {
        nullptr},
       {{"import", "tree/a.txt", "missing", "tree/sub/b.csv"},
        1,
-       "{\"path\":\"tree/a.txt\",\"Title\":\"a.txt\",\"Text\":\"alpha\",\"FileSize\":5}\n"
-       "{\"path\":\"tree/sub/b.csv\",\"Title\":\"b.csv\",\"Text\":\"x,y\\n\",\"FileSize\":4}\n",
+       "{\"path\":\"tree/a.txt\",\"Title\":\"a.txt\",\"Text\":\"alpha\",\"FileSize\":5,"
+       "\"ContentType\":\"public.plain-text\",\"MIMEType\":\"text/plain\"}\n"
+       "{\"path\":\"tree/sub/b.csv\",\"Title\":\"b.csv\",\"Text\":\"x,y\\n\",\"FileSize\":4,"
+       "\"ContentType\":\"public.comma-separated-values-text\",\"MIMEType\":\"text/csv\"}\n",
        "missing: No such file or directory"},
       {{"import"}, 2, "", "expects at least one path"},
   });
@@ -128,6 +132,56 @@ TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
   EXPECT_EQ(output.out.find("must not be imported"), std::string::npos);
   EXPECT_NE(output.err.find("ulvekbot import: 4 files, 37 bytes, "), std::string::npos);
   EXPECT_NE(output.err.find(", 1 without text\n"), std::string::npos) << output.err;
+}
+
+// Each line names the type the import went by, which the content decides where the name lies.
+TEST_F(CommandLineTest, ImportLinesNameTheContentType) {
+  folder_.write("letter.txt", "{\\rtf1\\ansi Dear reader}");
+  folder_.write("page", "<!DOCTYPE html><title>Page</title><p>Body</p>");
+  check({
+      {{"import", "letter.txt", "page"},
+       0,
+       "{\"path\":\"letter.txt\",\"Title\":\"letter.txt\",\"Text\":\"Dear reader\","
+       "\"FileSize\":24,\"ContentType\":\"public.rtf\",\"MIMEType\":\"text/rtf\"}\n"
+       "{\"path\":\"page\",\"Title\":\"Page\",\"Text\":\"Page\\n\\nBody\\n\\n\",\"FileSize\":45,"
+       "\"ContentType\":\"public.html\",\"MIMEType\":\"text/html\"}\n",
+       "ulvekbot import: 2 files"},
+  });
+}
+
+// A folder that is one document, an unpacked book among them, is one line of a walk.
+TEST_F(CommandLineTest, DocumentFoldersAreOneItem) {
+  folder_.write("shelf/Book.epub/mimetype", "application/epub+zip");
+  folder_.write("shelf/Book.epub/META-INF/container.xml", "<container/>");
+  folder_.write("shelf/Book.epub/OEBPS/one.xhtml", "<html/>");
+  folder_.write("shelf/Notes.rtfd/TXT.rtf", "{\\rtf1 notes}");
+  folder_.write("shelf/loose/a.txt", "a");
+  testing::ProgramOutput output = run({"import", "shelf"});
+  EXPECT_EQ(output.status, 0) << output.err;
+  std::vector<std::string> paths;
+  std::istringstream stream(output.out);
+  for (std::string line; std::getline(stream, line);)
+    paths.push_back(line.substr(0, line.find(',')));
+  std::sort(paths.begin(), paths.end());
+  EXPECT_EQ(paths, (std::vector<std::string>{"{\"path\":\"shelf/Book.epub\"",
+                                             "{\"path\":\"shelf/Notes.rtfd\"",
+                                             "{\"path\":\"shelf/loose/a.txt\""}));
+}
+
+// Every registry row, as a table and as JSON lines.
+TEST_F(CommandLineTest, FormatsListsTheRegistry) {
+  testing::ProgramOutput table = run({"formats"});
+  EXPECT_EQ(table.status, 0) << table.err;
+  EXPECT_TRUE(table.out.starts_with("IDENTIFIER")) << table.out;
+  for (const char* row : {"org.openxmlformats.wordprocessingml.document", "attributed document",
+                          "public.jpeg", "importer: Image.mdimporter", "abstract", "package"})
+    EXPECT_NE(table.out.find(row), std::string::npos) << row;
+  testing::ProgramOutput json = run({"formats", "--json"});
+  EXPECT_EQ(json.status, 0);
+  EXPECT_EQ(static_cast<std::size_t>(std::count(json.out.begin(), json.out.end(), '\n')),
+            formats().size());
+  EXPECT_NE(json.out.find(R"("signatures":["^%PDF-"])"), std::string::npos);
+  EXPECT_EQ(run({"formats", "--bogus"}).status, 2);
 }
 
 TEST_F(CommandLineTest, CallsReachTheDaemon) {
