@@ -5,11 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -47,9 +48,9 @@ void expectAnswer(const BundleAttributes& values, const fs::path& expectation) {
       EXPECT_FALSE(values.contains(key)) << key << ": " << testing::stringOf(values, key);
     } else if (value.is_array()) {
       auto found = values.find(key);
-      ASSERT_NE(found, values.end()) << key;
+      ASSERT_TRUE(found != values.end()) << key << " is missing";
       const auto* list = std::get_if<std::vector<std::string>>(&found->second);
-      ASSERT_TRUE(list) << key;
+      ASSERT_TRUE(list) << key << " is not a list: " << testing::stringOf(values, key);
       EXPECT_EQ(*list, value.get<std::vector<std::string>>()) << key;
     } else {
       EXPECT_EQ(testing::stringOf(values, key), value.get<std::string>()) << key;
@@ -57,15 +58,12 @@ void expectAnswer(const BundleAttributes& values, const fs::path& expectation) {
   }
 }
 
-struct FixtureRow {
-  std::string name;
-  std::string path;    // below the family's folder of tests/data
-  std::string answer;  // the fixture whose NAME.expect.json holds the answer
-};
-
 TEST(IWorkImporter, PackagesAndZippedFilesGiveTheirTextAndMetadata) {
   const fs::path folder = testing::dataPath() / "iwork";
-  const std::vector<FixtureRow> rows = {
+  struct Row {
+    std::string name, path, answer;  // the answer is NAME.expect.json beside the fixtures
+  };
+  const std::vector<Row> rows = {
       {"Pages '09 package folder", "harbour.pages", "harbour.pages"},
       {"its index.xml stands for the package", "harbour.pages/index.xml", "harbour.pages"},
       {"zipped Pages '09 file", "allotment.pages", "allotment.pages"},
@@ -75,7 +73,7 @@ TEST(IWorkImporter, PackagesAndZippedFilesGiveTheirTextAndMetadata) {
       {"Numbers '09 package with two sheets", "seeds.numbers", "seeds.numbers"},
       {"zipped Numbers '09 file", "tides.numbers", "tides.numbers"},
   };
-  for (const FixtureRow& row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     expectAnswer(iWork().import((folder / row.path).string()),
                  folder / (row.answer + ".expect.json"));
@@ -126,10 +124,11 @@ TEST(ClassicMacImporter, ForksBesideInEveryWayTheyTravel) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     BundleAttributes values = classicMac().import(row.path);
-    if (row.answer.empty())
+    if (row.answer.empty()) {
       EXPECT_FALSE(values.contains("kMDItemTextContent"));
-    else
+    } else {
       expectAnswer(values, folder / (row.answer + ".expect.json"));
+    }
   }
 }
 

@@ -3,7 +3,8 @@
 # anywhere, `python3 tests/data/classicmac/make_fixtures.py`. The text documents are a data fork
 # with a Finder type and a resource fork, written the two ways they travel on other systems: the
 # data fork with an AppleDouble "._NAME" beside it, and one BinHex 4.0 file holding all three.
-# The Multiplan sheet is a data fork alone, which libmwaw knows by its first bytes.
+# The Multiplan sheet is a data fork alone, which libmwaw knows by its first bytes. Everything
+# else in this folder is written anew.
 
 import json
 import pathlib

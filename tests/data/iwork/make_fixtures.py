@@ -2,7 +2,8 @@
 # Writes the iWork fixtures of this folder and their expected answers: run it from anywhere,
 # `python3 tests/data/iwork/make_fixtures.py`. Old XML-based iWork documents (Pages '09, Keynote
 # 5, Numbers '09) as package folders and as zipped files; zips store their members and gzip
-# uses stored blocks, so the bytes never depend on the zlib at hand.
+# uses stored blocks, so the bytes never depend on the zlib at hand. Everything else in this
+# folder is written anew.
 
 import json
 import pathlib
