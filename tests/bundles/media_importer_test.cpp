@@ -59,8 +59,8 @@ void expectAttributes(const BundleAttributes& values, const nlohmann::json& expe
   }
 }
 
-// ID3v2.4, ID3v2.3 and ID3v1 over silent MPEG frames, FLAC, WAV with RIFF INFO, Ogg Vorbis and
-// MP4: tags, lyrics, and durations known to the sample.
+// ID3v2.4, ID3v2.3 and ID3v1 over silent MPEG frames, FLAC, WAV with RIFF INFO or ID3v2, Ogg
+// Vorbis and Opus, and MP4: tags, lyrics, and durations known to the sample.
 TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
   Bundle bundle("Media", "UlvekMediaImporterFactory");
   std::vector<fs::path> files;
@@ -69,7 +69,7 @@ TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
     if (!name.ends_with(".json") && !name.ends_with(".py")) files.push_back(entry.path());
   }
   std::sort(files.begin(), files.end());
-  ASSERT_GE(files.size(), 7u);
+  ASSERT_GE(files.size(), 9u);
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.filename().string());
     expectAttributes(bundle.import(file.string()),

@@ -354,6 +354,35 @@ write("wind.ogg", ogg_vorbis([
 })
 
 
+# --- Ogg Opus: its two headers, then one-byte packets (a SILK frame of 20 ms with no data, which
+# a decoder fills with silence). The position counts 48 kHz samples from before the pre-skip.
+
+def ogg_opus(comments, seconds, pre_skip=312):
+    head = b"OpusHead" + struct.pack("<BBHIhB", 1, 1, pre_skip, 44100, 0, 0)
+    tags = b"OpusTags" + vorbis_comments("ulvekbot fixtures", comments)
+    end = pre_skip + int(seconds * 48000)
+    packets = -(-end // 960)
+    half = packets // 2
+    return (ogg_page([head], 0, 0, 0x02) + ogg_page([tags], 0, 1, 0x00)
+            + ogg_page([b"\x08"] * half, half * 960, 2, 0x00)
+            + ogg_page([b"\x08"] * (packets - half), end, 3, 0x04))
+
+
+write("echo.opus", ogg_opus([
+    ("TITLE", "Echo under the Bridge"), ("ARTIST", "Sunniva Berg"), ("ALBUM", "Quay Sounds"),
+    ("DATE", "2021"), ("TRACKNUMBER", "8"), ("COMMENT", "Clapped once."),
+], 1.5), {
+    "kMDItemTitle": "Echo under the Bridge",
+    "kMDItemAuthors": ["Sunniva Berg"],
+    "kMDItemAlbum": "Quay Sounds",
+    "kMDItemComment": "Clapped once.",
+    "kMDItemRecordingYear": 2021,
+    "kMDItemAudioTrackNumber": 8,
+    "kMDItemDurationSeconds": 1.5,
+    "kMDItemAudioChannelCount": 1,
+})
+
+
 # --- MP4 audio (.m4a): the boxes a tag reader walks, with iTunes-style items. It declares AAC
 # audio of 2.75 s in its media header but holds no samples (its sample tables are empty).
 
