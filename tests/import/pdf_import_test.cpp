@@ -136,6 +136,24 @@ TEST_F(PDFImportTest, DataAndPostScript) {
   EXPECT_TRUE(helper.supportsFile(ps));
 }
 
+// Damaged files give no text, and the worker goes on serving.
+TEST_F(PDFImportTest, DamagedFilesGiveNoText) {
+  MIMETypeHelper helper;
+  testing::TemporaryFolder folder;
+  const std::string survey = testing::readFile(testing::dataPath() / "pdf/survey.pdf");
+  const std::pair<std::string, std::string> rows[] = {
+      {"empty.pdf", ""},
+      {"header-only.pdf", "%PDF-1.4\n"},
+      {"cut-before-trailer.pdf", survey.substr(0, survey.find("xref"))},
+      {"png-named.pdf", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16)},
+  };
+  for (const auto& [name, bytes] : rows) {
+    EXPECT_FALSE(helper.openFile(folder.write(name, bytes)).contains(ImportKey::Text)) << name;
+  }
+  EXPECT_TRUE(
+      helper.openFile((testing::dataPath() / "pdf/survey.pdf").string()).contains(ImportKey::Text));
+}
+
 // The corpus's Tika document, as data: its title and author come through.
 TEST_F(PDFImportTest, CorpusDataFromTika) {
   ULVEK_REQUIRE_CORPUS();
