@@ -62,8 +62,8 @@ void expectAttributes(const BundleAttributes& values, const nlohmann::json& expe
   }
 }
 
-// XMP over IPTC over EXIF, each alone, dates with and without offsets, places in all four
-// quarters of the globe, camera settings and pixel sizes, in JPEG, PNG and TIFF.
+// XMP over IPTC over EXIF, and each alone; dates with and without offsets; places north-east and
+// south-west, above and below the sea; camera settings and pixel sizes; in JPEG, PNG and TIFF.
 TEST(ImageImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Image", "UlvekImageImporterFactory");
   std::vector<fs::path> images;
