@@ -72,6 +72,10 @@ TEST(IWorkImporter, PackagesAndZippedFilesGiveTheirTextAndMetadata) {
       {"zipped Keynote 5 file", "lecture.key", "lecture.key"},
       {"Numbers '09 package with two sheets", "seeds.numbers", "seeds.numbers"},
       {"zipped Numbers '09 file", "tides.numbers", "tides.numbers"},
+      {"zipped Pages file of IWA objects", "almanac.pages", "almanac.pages"},
+      {"Pages package keeping its IWA objects in Index.zip", "rota.pages", "rota.pages"},
+      {"its Index.zip stands for the package", "rota.pages/Index.zip", "rota.pages"},
+      {"zipped Keynote file of IWA objects", "hives.key", "hives.key"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -173,6 +177,8 @@ TEST(RevengeImporters, CutShortCopiesOfTheFixturesAreSurvived) {
       {"iwork", "allotment.pages", iWork(), true},
       {"iwork", "lecture.key", iWork(), true},
       {"iwork", "tides.numbers", iWork(), true},
+      {"iwork", "almanac.pages", iWork(), true},
+      {"iwork", "hives.key", iWork(), true},
       {"classicmac", "lantern-log.hqx", classicMac(), false},
       {"classicmac", "crop-yields", classicMac(), false},
   };

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 # Writes the iWork fixtures of this folder and their expected answers: run it from anywhere,
 # `python3 tests/data/iwork/make_fixtures.py`. Old XML-based iWork documents (Pages '09, Keynote
-# 5, Numbers '09) as package folders and as zipped files; zips store their members and gzip
-# uses stored blocks, so the bytes never depend on the zlib at hand. Everything else in this
-# folder is written anew.
+# 5, Numbers '09) as package folders and as zipped files, and newer Pages and Keynote documents
+# of IWA files (protobuf messages in snappy framing). Zips store their members, gzip uses stored
+# blocks and snappy literals only, so the bytes never depend on the compressors at hand.
+# Everything else in this folder is written anew.
 
 import json
 import pathlib
@@ -42,8 +43,8 @@ def write_zip(path, members):
 
 
 def write_package(path, members):
-    path.mkdir()
     for name, data in members:
+        (path / name).parent.mkdir(parents=True, exist_ok=True)
         (path / name).write_bytes(data)
 
 
@@ -168,6 +169,90 @@ def numbers(meta, sheets):
     return xml.encode(), {"kMDItemTextContent": text, **expected_metadata(**meta)}
 
 
+def varint(number):
+    out = bytearray()
+    while True:
+        out.append(number & 0x7F | (0x80 if number > 0x7F else 0))
+        number >>= 7
+        if not number:
+            return bytes(out)
+
+
+def field(number, value):
+    """A protobuf field: a varint for an int, length-delimited for bytes."""
+    if isinstance(value, int):
+        return varint(number << 3) + varint(value)
+    return varint(number << 3 | 2) + varint(len(value)) + value
+
+
+def iwa(objects):
+    """An IWA file of (identifier, message type, message) objects: each an ArchiveInfo header
+    (identifier, MessageInfo with type, version and length) before its message, all in one
+    snappy chunk of literals."""
+    raw = b""
+    for identifier, kind, message in objects:
+        header = field(1, identifier) + field(2, field(1, kind) + field(2, varint(1)) +
+                                              field(3, len(message)))
+        raw += varint(len(header)) + header + message
+    block = varint(len(raw)) + b"".join(bytes([(len(raw[i:i + 60]) - 1) << 2]) + raw[i:i + 60]
+                                        for i in range(0, len(raw), 60))
+    return b"\0" + struct.pack("<I", len(block))[:3] + block
+
+
+def iwa_storage(paragraphs):
+    """A text storage (type 2001): the paragraphs a line apart, with a table of where each
+    starts."""
+    text = "\n".join(paragraphs)
+    starts = [sum(len(p) + 1 for p in paragraphs[:i]) for i in range(len(paragraphs))]
+    table = b"".join(field(1, field(1, start)) for start in starts)
+    return field(1, 0) + field(3, text.encode()) + field(5, table)
+
+
+def iwa_members(objects):
+    """Index/Document.iwa holding every object, and Index/Metadata.iwa whose package metadata
+    (object 2) names that one component."""
+    metadata = iwa([(2, 11006, field(3, field(1, 1) + field(2, b"Document")))])
+    return [("Index/Document.iwa", iwa(objects)), ("Index/Metadata.iwa", metadata)]
+
+
+def reference(number, identifier):
+    return field(number, field(1, identifier))
+
+
+def pages_iwa(paragraphs):
+    """The document (object 1, type 10000) refers to its body storage."""
+    members = iwa_members([(1, 10000, reference(4, 10)), (10, 2001, iwa_storage(paragraphs))])
+    return members, {"kMDItemTextContent": plain([[p] for p in paragraphs]),
+                     **expected_metadata()}
+
+
+def keynote_iwa(slides):
+    """Slides of {title, body, notes}: the document (type 1) refers to the show (2), its slide
+    list (4) to the slides (5), a slide to its title and body placeholders (7, kinds 2 and 3,
+    each a drawable with a storage) and its notes (15)."""
+    objects, text, slide_refs = [], "", b""
+    for number, slide in enumerate(slides):
+        base = 100 * (number + 1)
+        slide_refs += reference(2, base)
+        message = b""
+        for offset, (kind, code, slot) in enumerate([("title", 2, 5), ("body", 3, 6)]):
+            if kind in slide:
+                holder, storage = base + 10 + offset, base + 20 + offset
+                objects += [(holder, 7, field(1, field(1, b"") + reference(2, storage)) +
+                             field(2, code)), (storage, 2001, iwa_storage(slide[kind]))]
+                message += reference(slot, holder)
+                text += plain([[p] for p in slide[kind]]) + "\n"
+        if "notes" in slide:
+            objects += [(base + 30, 15, reference(1, base + 31)),
+                        (base + 31, 2001, iwa_storage(slide["notes"]))]
+            message += reference(27, base + 30)
+            text += plain([[p] for p in slide["notes"]])
+        objects.append((base, 5, message))
+    objects = [(1, 1, reference(2, 20)), (20, 2, field(3, reference(1, 30))),
+               (30, 4, slide_refs)] + objects
+    return iwa_members(objects), {"kMDItemTextContent": text, **expected_metadata()}
+
+
 def main():
     for path in HERE.iterdir():
         if path.name != pathlib.Path(__file__).name:
@@ -211,6 +296,26 @@ def main():
     xml, fixtures["tides.numbers"] = numbers(
         {}, [("Week", [["Day", "High water"], ["Monday", 4.2], ["Tuesday", 4.6]])])
     write_zip(HERE / "tides.numbers", [("index.xml", xml)])
+
+    # Newer documents of IWA files: Pages zipped and as a package folder keeping them in
+    # Index.zip, Keynote zipped. Without Metadata/DocumentIdentifier libetonyek takes such a
+    # document for a part of one only.
+    identifier = [("Metadata/DocumentIdentifier", b"6F1C2A90-5E3B-4D7A-9C21-0B8E4F6A7D13")]
+    members, fixtures["almanac.pages"] = pages_iwa(
+        ["Frost came early to the upper fields this year.",
+         "The almanac had promised a mild October.", "Nobody trusts it now."])
+    write_zip(HERE / "almanac.pages", members + identifier)
+    members, fixtures["rota.pages"] = pages_iwa(
+        ["Milking: Ada on weekdays, Bram on Sundays.", "Fences get walked every Friday."])
+    write_package(HERE / "rota.pages", identifier)
+    write_zip(HERE / "rota.pages" / "Index.zip", members)
+
+    members, fixtures["hives.key"] = keynote_iwa(
+        [{"title": ["Beekeeping in winter"],
+          "body": ["Keep the hive dry.", "Feed sugar fondant in February."],
+          "notes": ["Bring the smoker to the meeting."]},
+         {"title": ["Questions from the club"]}])
+    write_zip(HERE / "hives.key", members + identifier)
 
     for name, expected in fixtures.items():
         (HERE / f"{name}.expect.json").write_text(json.dumps(expected, indent=1) + "\n")
