@@ -63,17 +63,18 @@ void expectAttributes(const BundleAttributes& values, const nlohmann::json& expe
 }
 
 // XMP over IPTC over EXIF, and each alone; dates with and without offsets; places north-east and
-// south-west, above and below the sea; camera settings and pixel sizes; in JPEG, PNG and TIFF.
+// south-west, above and below the sea; camera settings and pixel sizes; in JPEG, PNG, TIFF and
+// HEIF.
 TEST(ImageImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Image", "UlvekImageImporterFactory");
   std::vector<fs::path> images;
   for (const auto& entry : fs::directory_iterator(testing::dataPath() / "image")) {
     std::string extension = entry.path().extension().string();
-    if (extension == ".jpg" || extension == ".png" || extension == ".tif")
+    if (extension == ".jpg" || extension == ".png" || extension == ".tif" || extension == ".heic")
       images.push_back(entry.path());
   }
   std::sort(images.begin(), images.end());
-  ASSERT_GE(images.size(), 4u);
+  ASSERT_GE(images.size(), 5u);
   for (const fs::path& image : images) {
     SCOPED_TRACE(image.filename().string());
     expectAttributes(bundle.import(image.string()),

@@ -116,6 +116,47 @@ def tiff(width, height, grey):
             + pixels)
 
 
+# --- HEIF: the boxes that describe one HEVC image item and an Exif item. The image item holds no
+# coded picture (HEVC cannot be written here), so this is a file for reading metadata only.
+
+def box(kind, *parts):
+    payload = b"".join(parts)
+    return struct.pack(">I", 8 + len(payload)) + kind + payload
+
+
+def full_box(kind, version_flags, *parts):
+    return box(kind, struct.pack(">I", version_flags), *parts)
+
+
+def heif(width, height):
+    picture = bytes(16)
+    exif = b"\0\0\0\0II*\0" + struct.pack("<IHI", 8, 0, 0)  # an empty IFD0 for exiftool to fill
+
+    def layout(picture_offset):
+        item_info = full_box(b"iinf", 0, struct.pack(">H", 2),
+                             full_box(b"infe", 2 << 24, struct.pack(">HH", 1, 0), b"hvc1\0"),
+                             full_box(b"infe", 2 << 24, struct.pack(">HH", 2, 0), b"Exif\0"))
+        locations = full_box(b"iloc", 0, b"\x44\x00", struct.pack(">H", 2),
+                             struct.pack(">HHHII", 1, 0, 1, picture_offset, len(picture)),
+                             struct.pack(">HHHII", 2, 0, 1, picture_offset + len(picture),
+                                         len(exif)))
+        # HEVC Main, level 3, 4:2:0, 8 bits, no parameter sets.
+        hevc = box(b"hvcC", bytes([1, 1, 0x60, 0, 0, 0, 0x90, 0, 0, 0, 0, 0, 90, 0xF0, 0, 0xFC,
+                                   0xFD, 0xF8, 0xF8, 0, 0, 0x0F, 0]))
+        properties = box(b"iprp",
+                         box(b"ipco", hevc, full_box(b"ispe", 0, struct.pack(">II", width, height))),
+                         full_box(b"ipma", 0, struct.pack(">IHB", 1, 1, 2), b"\x81\x02"))
+        meta = full_box(b"meta", 0, full_box(b"hdlr", 0, bytes(4), b"pict", bytes(12), b"\0"),
+                        full_box(b"pitm", 0, struct.pack(">H", 1)), item_info,
+                        full_box(b"iref", 0, box(b"cdsc", struct.pack(">HHH", 2, 1, 1))),
+                        locations, properties)
+        return box(b"ftyp", b"heic", struct.pack(">I", 0), b"mif1heic") + meta
+
+    head = layout(0)
+    head = layout(len(head) + 8)
+    return head + box(b"mdat", picture, exif)
+
+
 def exiftool(name, arguments):
     subprocess.run(["exiftool", "-q", "-overwrite_original", "-charset", "iptc=UTF8",
                     *arguments, str(HERE / name)], check=True)
@@ -234,4 +275,19 @@ write("dusk.png", png(40, 24, lambda x, y: (6 * x, 10 * y, 120)), [
     "kMDItemPixelWidth": 40,
     "kMDItemPixelHeight": 24,
     "kMDItemCopyright": None,
+})
+
+# HEIF, read only where asked for: EXIF and XMP items of a picture in the ISO media file format.
+write("sandbar.heic", heif(64, 48), [
+    "-XMP-dc:Title=Sandbar at low water", "-XMP-dc:Creator=Ivo Lindqvist",
+    "-EXIF:DateTimeOriginal=2023:06:21 21:40:00", "-EXIF:OffsetTimeOriginal=+01:00",
+    "-GPSLatitude=53.5547", "-GPSLatitudeRef=N", "-GPSLongitude=9.2901", "-GPSLongitudeRef=W",
+], {
+    "kMDItemTitle": "Sandbar at low water",
+    "kMDItemAuthors": ["Ivo Lindqvist"],
+    "kMDItemContentCreationDate": 1687380000,
+    "kMDItemPixelWidth": 64,
+    "kMDItemPixelHeight": 48,
+    "kMDItemLatitude": 53.5547,
+    "kMDItemLongitude": -9.2901,
 })
