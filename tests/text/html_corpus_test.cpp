@@ -92,7 +92,7 @@ std::size_t expectCleanText(const std::string& name, const std::string& source,
 
 // The window sizes each page is scanned with besides its whole decoding: windows that cut tags,
 // references, comments and script bodies anywhere, and the size the corpus pages get.
-constexpr std::size_t kWindowSizes[] = {7, 64, 1021};
+constexpr std::size_t kWindowSizes[] = {7, 13, 64, 1021};
 
 // Decoded and scanned window by window, the bytes answer what their whole decoding answers: the
 // encoding, the title, the meta attributes and the import text.
