@@ -104,7 +104,7 @@ std::span<const std::uint8_t> bytesOf(const std::string& bytes) {
 }
 
 // Detection finds the text of every file the manifest says it does, and of every file whose
-// charset uchardet itself names rightly.
+// charset uchardet itself names rightly (a better uchardet may find more).
 TEST(CharsetFixtures, DetectionGivesTheText) {
   const std::filesystem::path root = testing::dataPath() / "charsets";
   const std::vector<CharsetFixture> rows = charsetFixtures();
@@ -119,10 +119,7 @@ TEST(CharsetFixtures, DetectionGivesTheText) {
         stringWithContentsOfFile((root / row.file).string(), kDetectEncoding, &used);
     const bool right = detected && toUtf8(*detected) == truth;
     detectedRight += right;
-    if (row.detected)
-      EXPECT_TRUE(right) << row.file << " detected as " << std::hex << used;
-    else
-      EXPECT_FALSE(right) << row.file << " is detected now: say so in make_fixtures.py";
+    if (row.detected) EXPECT_TRUE(right) << row.file << " detected as " << std::hex << used;
 
     std::optional<TextString> byAnswer = icuDecode(bytes, icuName(uchardetAnswer(bytes)));
     const bool uchardetKnows = byAnswer && toUtf8(*byAnswer) == truth;
