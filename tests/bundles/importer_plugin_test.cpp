@@ -13,7 +13,7 @@ namespace {
 
 TEST(ImporterPlugin, UnreadableFilesGetOneLogLine) {
   testing::TemporaryFolder folder;
-  const std::string good = (testing::corpusPath() / "docs/jpeg/made-exiftool-written.jpg").string();
+  const std::string good = (testing::dataPath() / "image/harbour.jpg").string();
   struct Row {
     const char* bundle;
     const char* factory;

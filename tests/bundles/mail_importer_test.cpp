@@ -1,11 +1,14 @@
-// Mail.mdimporter over the mail corpus: subjects, people, dates and bodies against Python's
+// Mail.mdimporter over the project's own messages (tests/data/mail) against the answers written
+// beside them, and over the mail corpus: subjects, people, dates and bodies against Python's
 // email module.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "base/base64.h"
@@ -36,7 +39,55 @@ std::string member(const nlohmann::json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
+// What the importer wrote against NAME.expect.json: lists and strings exactly (the text word by
+// word), dates in seconds since 1970, null for an attribute that must be absent.
+void expectAttributes(const BundleAttributes& values, const nlohmann::json& expected) {
+  for (const auto& [key, value] : expected.items()) {
+    SCOPED_TRACE(key);
+    auto found = values.find(key);
+    if (value.is_null()) {
+      EXPECT_EQ(found, values.end());
+      continue;
+    }
+    if (found == values.end()) {
+      ADD_FAILURE() << "missing";
+      continue;
+    }
+    if (value.is_array()) {
+      auto list = std::get_if<std::vector<std::string>>(&found->second);
+      EXPECT_EQ(list ? *list : std::vector<std::string>{"(not a list)"},
+                value.get<std::vector<std::string>>());
+    } else if (value.is_number()) {
+      EXPECT_EQ(testing::numberOf(values, key), value.get<double>());
+    } else if (key == "kMDItemTextContent") {
+      EXPECT_EQ(words(testing::stringOf(values, key)), words(value.get<std::string>()));
+    } else {
+      auto text = std::get_if<std::string>(&found->second);
+      EXPECT_EQ(text ? *text : "(not a string)", value.get<std::string>());
+    }
+  }
+}
+
+// Plain, alternative and HTML-only bodies, encoded headers in several charsets, attachments of
+// each readable kind, and Apple Mail's .emlx.
+TEST(MailImporter, FixturesGiveTheirAttributes) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  std::vector<fs::path> messages;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "mail")) {
+    std::string extension = entry.path().extension().string();
+    if (extension == ".eml" || extension == ".emlx") messages.push_back(entry.path());
+  }
+  std::sort(messages.begin(), messages.end());
+  ASSERT_GE(messages.size(), 7u);
+  for (const fs::path& message : messages) {
+    SCOPED_TRACE(message.filename().string());
+    expectAttributes(bundle.import(message.string()),
+                     nlohmann::json::parse(testing::readFile(message.string() + ".expect.json")));
+  }
+}
+
 TEST(MailImporter, CorpusMessages) {
+  ULVEK_REQUIRE_CORPUS();
   Bundle bundle("Mail", "UlvekMailImporterFactory");
   int subjects = 0, bodies = 0, senders = 0;
   for (const char* format : {"eml", "emlx"}) {
@@ -100,9 +151,11 @@ TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
             "Hallö Welt report.pdf notes.txt attached words");
 }
 
-// Attached documents are read: PDF with poppler, the word-processor formats with ulvekbot's
-// readers, HTML with its conversion; each text follows the attachment's name.
-TEST(MailImporter, AttachedDocumentsGiveTheirText) {
+// Attached documents of the corpus are read: PDF with poppler, the word-processor formats (Word
+// 97 too) with ulvekbot's readers, HTML with its conversion; each text follows the attachment's
+// name.
+TEST(MailImporter, CorpusAttachedDocumentsGiveTheirText) {
+  ULVEK_REQUIRE_CORPUS();
   Bundle bundle("Mail", "UlvekMailImporterFactory");
   testing::TemporaryFolder folder;
   struct Attachment {

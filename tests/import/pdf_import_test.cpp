@@ -1,13 +1,16 @@
-// PDF and PostScript through the built PDF importer in its worker: files of the PDF corpus
-// against pdftotext's text and pdfinfo's attributes, and PDF data sent as openData does.
+// PDF and PostScript through the built PDF importer in its worker: the project's own PDF and
+// PostScript files against the text and attributes written beside them, PDF data sent as
+// openData does, and the PDF corpus against pdftotext's text and pdfinfo's attributes.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "import/mime_type_helper.h"
 #include "test_support.h"
@@ -38,6 +41,7 @@ class PDFImportTest : public ::testing::Test {
 };
 
 TEST_F(PDFImportTest, CorpusTextAndAttributes) {
+  ULVEK_REQUIRE_CORPUS();
   MIMETypeHelper helper;
   int compared = 0;
   double sum = 0;
@@ -68,24 +72,56 @@ TEST_F(PDFImportTest, CorpusTextAndAttributes) {
   EXPECT_GE(sum / compared, 0.97);
 }
 
+// The fixtures of tests/data/pdf, each against NAME.txt (its text) and NAME.expect.json (its
+// attributes; null for one that must be absent, dates in seconds since 1970).
+TEST_F(PDFImportTest, FixturesGiveTheirTextAndAttributes) {
+  MIMETypeHelper helper;
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "pdf")) {
+    std::string extension = entry.path().extension().string();
+    if (extension == ".pdf" || extension == ".ps" || extension == ".eps")
+      files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  ASSERT_GE(files.size(), 6u);
+  for (const fs::path& file : files) {
+    SCOPED_TRACE(file.filename().string());
+    ImportResult result = helper.openFile(file.string());
+    auto expected = nlohmann::json::parse(testing::readFile(file.string() + ".expect.json"));
+    std::string text = testing::readFile(file.string() + ".txt");
+    const TextString* found = result.string(ImportKey::Text);
+    EXPECT_EQ(found ? toUtf8(*found) : "", text);
+    for (const auto& [key, value] : expected.items()) {
+      SCOPED_TRACE(key);
+      if (value.is_null()) {
+        EXPECT_FALSE(result.contains(key));
+      } else if (value.is_number()) {
+        const PropertyValue* date = result.get(key);
+        EXPECT_EQ(date && date->date() ? date->date()->microseconds : -1,
+                  value.get<std::int64_t>() * 1000000);
+      } else {
+        const TextString* string = result.string(key);
+        EXPECT_EQ(string ? toUtf8(*string) : "(none)", value.get<std::string>());
+      }
+    }
+  }
+}
+
 TEST_F(PDFImportTest, DataAndPostScript) {
   MIMETypeHelper helper;
-  std::string bytes = testing::readFile(testing::corpusPath() / "docs/pdf/tika-testPDF.pdf");
+  std::string bytes = testing::readFile(testing::dataPath() / "pdf/survey.pdf");
   ImportResult fromData = helper.openData(Data(bytes.begin(), bytes.end()),
                                           u"https://example.com/x", u"application/pdf");
-  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Title)), "Apache Tika - Apache Tika");
-  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Author)), "Bertrand Delacrétaz");
+  ASSERT_TRUE(fromData.string(ImportKey::Title));
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Title)), "Harbour Survey – Spring Round");
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Author)), "Ingrid Løvås");
   ASSERT_TRUE(fromData.string(ImportKey::Text));
-  EXPECT_NE(fromData.string(ImportKey::Text)->find(u"Apache Tika"), TextString::npos);
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Text)),
+            testing::readFile(testing::dataPath() / "pdf/survey.pdf.txt"));
   EXPECT_TRUE(helper.openData(Data{'x'}, u"https://example.com/a.pdf", std::nullopt).empty());
 
   testing::TemporaryFolder folder;
-  std::string ps = folder.write("hello.ps",
-                                "%!PS\n/Helvetica findfont 24 scalefont setfont 72 700 moveto "
-                                "(Hello from PostScript) show showpage\n");
-  ImportResult postScript = helper.openFile(ps);
-  ASSERT_TRUE(postScript.string(ImportKey::Text));
-  EXPECT_NE(postScript.string(ImportKey::Text)->find(u"Hello from PostScript"), TextString::npos);
+  const std::string ps = (testing::dataPath() / "pdf/ferry.ps").string();
   // PostScript that never ends is stopped by the time limit, and serving goes on.
   std::string loop = folder.write("loop.eps", "%!PS-Adobe-3.0 EPSF-3.0\n{} loop\n");
   EXPECT_FALSE(helper.openFile(loop).contains(ImportKey::Text));
@@ -94,6 +130,37 @@ TEST_F(PDFImportTest, DataAndPostScript) {
   EXPECT_FALSE(processMentioning(loop));
   EXPECT_TRUE(helper.openFile(ps).contains(ImportKey::Text));
   EXPECT_TRUE(helper.supportsFile(ps));
+}
+
+// Damaged files give no text, and the worker goes on serving.
+TEST_F(PDFImportTest, DamagedFilesGiveNoText) {
+  MIMETypeHelper helper;
+  testing::TemporaryFolder folder;
+  const std::string survey = testing::readFile(testing::dataPath() / "pdf/survey.pdf");
+  const std::pair<std::string, std::string> rows[] = {
+      {"empty.pdf", ""},
+      {"header-only.pdf", "%PDF-1.4\n"},
+      {"cut-before-trailer.pdf", survey.substr(0, survey.find("xref"))},
+      {"png-named.pdf", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16)},
+  };
+  for (const auto& [name, bytes] : rows) {
+    EXPECT_FALSE(helper.openFile(folder.write(name, bytes)).contains(ImportKey::Text)) << name;
+  }
+  EXPECT_TRUE(
+      helper.openFile((testing::dataPath() / "pdf/survey.pdf").string()).contains(ImportKey::Text));
+}
+
+// The corpus's Tika document, as data: its title and author come through.
+TEST_F(PDFImportTest, CorpusDataFromTika) {
+  ULVEK_REQUIRE_CORPUS();
+  MIMETypeHelper helper;
+  std::string bytes = testing::readFile(testing::corpusPath() / "docs/pdf/tika-testPDF.pdf");
+  ImportResult fromData = helper.openData(Data(bytes.begin(), bytes.end()),
+                                          u"https://example.com/x", u"application/pdf");
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Title)), "Apache Tika - Apache Tika");
+  EXPECT_EQ(toUtf8(*fromData.string(ImportKey::Author)), "Bertrand Delacrétaz");
+  ASSERT_TRUE(fromData.string(ImportKey::Text));
+  EXPECT_NE(fromData.string(ImportKey::Text)->find(u"Apache Tika"), TextString::npos);
 }
 
 }  // namespace

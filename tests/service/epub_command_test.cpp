@@ -1,4 +1,5 @@
-// `ulvekbot epub`, run as a real program on books of the corpus.
+// `ulvekbot epub`, run as a real program on the project's own books and, where present, books of
+// the shared corpus.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -20,11 +21,19 @@ struct Row {
 
 class EPUBCommandTest : public ::testing::Test {
  protected:
+  // The project's own books (tests/data/epub, made by make_fixtures.py there) beside a file that
+  // is no book, in the folder the program runs in.
   void SetUp() override {
+    for (const auto& entry : fs::directory_iterator(testing::dataPath() / "epub"))
+      if (entry.path().extension() == ".epub")
+        fs::copy_file(entry.path(), folder_.path() / entry.path().filename());
+    folder_.write("notes.txt", "no book");
+  }
+
+  void copyCorpusBooks() {
     for (const char* book : {"made-report-pandoc-epub2.epub", "epubcheck-epub3-minimal.epub",
                              "idpf-childrens-literature.epub", "tika-testEPUB.epub"})
-      fs::copy_file(fs::path(ULVEK_TEST_DATA_DIR "/epub") / book, folder_.path() / book);
-    folder_.write("notes.txt", "no book");
+      fs::copy_file(testing::corpusPath() / "docs/epub" / book, folder_.path() / book);
   }
 
   testing::ProgramOutput run(std::vector<std::string> arguments) {
@@ -32,10 +41,95 @@ class EPUBCommandTest : public ::testing::Test {
     return testing::runProgram(arguments, folder_.path());
   }
 
+  void check(const Row& row) {
+    std::string line;
+    for (const std::string& argument : row.arguments) line += argument + " ";
+    SCOPED_TRACE(line);
+    testing::ProgramOutput output = run(row.arguments);
+    EXPECT_EQ(output.status, row.status) << output.err;
+    if (row.status == 0)
+      EXPECT_EQ(output.out.substr(0, row.out.size()), row.out);
+    else
+      EXPECT_EQ(output.out, "");
+    if (row.errorPart)
+      EXPECT_NE(output.err.find(row.errorPart), std::string::npos) << output.err;
+    else
+      EXPECT_EQ(output.err, "");
+  }
+
   testing::TemporaryFolder folder_;
 };
 
 TEST_F(EPUBCommandTest, Commands) {
+  const Row rows[] = {
+      {{"toc", "field-notes-epub2.epub"},
+       0,
+       "Field Notes \u2014 Rivers, Weirs and Locks\ttext/title_page.xhtml\n"
+       "Field Notes \u2014 Rivers, Weirs and Locks\ttext/ch001.xhtml\n"
+       "1. Rivers\ttext/ch002.xhtml\n2. Weirs\ttext/ch003.xhtml\n3. Locks\ttext/ch004.xhtml\n"},
+      {{"toc", "northern-coast-epub3.epub"},
+       0,
+       "PART ONE \u2014 TALES OF THE NORTHERN COAST\ts01.xhtml\n"
+       "  SOURCES\ts01.xhtml\n  A WORD BEFORE\ts01.xhtml\n"
+       "  12 THE LANTERN KEEPER\ts01.xhtml\n    I. The Storm\ts01.xhtml\n"},
+      {{"toc", "--json", "harbour-lights-epub3.epub"},
+       0,
+       R"({"path":"harbour-lights-epub3.epub","toc":[{"content":"content_001.xhtml",)"
+       R"("label":"The Last Boat"}]})"
+       "\n"},
+      {{"info", "net-loft-epub2.epub"},
+       0,
+       R"({"path":"net-loft-epub2.epub","DRM":"","coverPath":"CoverDesign.png","hasDRM":false,)"
+       R"("metadata":{"kMDItemContributors":["Ingrid Halvorsen","Pål Nygård"],)"},
+      {{"info", "drm-adobe.epub"},
+       0,
+       R"({"path":"drm-adobe.epub","DRM":"Adobe","coverPath":"","hasDRM":true,)"
+       R"("metadata":{"kMDItemTitle":"Locked Ledger"},"ncxFile":"toc.ncx","opfFile":"content.opf",)"
+       R"("spine":["a"],"tocFile":""})"
+       "\n"},
+      {{"first-page", "field-notes-epub2.epub"}, 0, "EPUB/text/title_page.xhtml\n"},
+      {{"first-page", "drm-adobe.epub"}, 1, "", "no first page: drm-adobe.epub"},
+      {{"files", "net-loft-epub2.epub"},
+       0,
+       "OPS/CoverPage.html\tCover\nOPS/TableOfContents.html\tContents\n"
+       "OPS/chapters/chapter1.html\tChapter 1: Knots\n"
+       "OPS/chapters/chapter2.html\tChapter 2: Floats and Sinkers\n"},
+      {{"text", "harbour-lights-epub3.epub"},
+       0,
+       "Harbour Lights\n\nThe last boat came in after dark, steering between the two green lamps "
+       "on the mole.\n"},
+      {{"text", "drm-adobe.epub"}, 1, "", "the book is encrypted (Adobe): drm-adobe.epub"},
+      {{"html", "harbour-lights-epub3.epub"},
+       0,
+       "<html>\n<meta http-equiv=\"Content-Type\" content=\"text/html; charset=UTF-8\"/>\n"},
+      {{"rtf", "field-notes-epub2.epub"}, 0, "{\\rtf1"},
+      {{"cover", "-o", "cover.png", "net-loft-epub2.epub"},
+       0,
+       R"({"path":"net-loft-epub2.epub","cover":"OPS/CoverDesign.png","MIMEType":"image/png",)"
+       R"("size":407,"file":"cover.png"})"
+       "\n"},
+      {{"cover", "net-loft-epub2.epub"}, 2, "", "cover needs -o FILE"},
+      {{"cover", "-o", "none.png", "field-notes-epub2.epub"}, 1, "", "no cover"},
+      // A book whose package document is missing shows nothing and says why.
+      {{"toc", "damaged-missing-opf.epub"}, 0, "", "no OEBPS/content.opf"},
+      {{}, 2, "", "no command given"},
+      {{"pages", "net-loft-epub2.epub"}, 2, "", "unknown command \"pages\""},
+      {{"toc"}, 2, "", "give one book"},
+      {{"toc", "net-loft-epub2.epub", "field-notes-epub2.epub"}, 2, "", "give one book"},
+      {{"toc", "missing.epub"}, 1, "", "no such file: missing.epub"},
+      {{"toc", "notes.txt"}, 1, "", "not an EPUB book: notes.txt"},
+      {{"cover", "-o"}, 2, "", "-o needs a file"},
+  };
+  for (const Row& row : rows) check(row);
+  std::string cover = testing::readFile(folder_.path() / "cover.png");
+  EXPECT_EQ(cover.size(), 407u);
+  EXPECT_TRUE(cover.starts_with("\x89PNG\r\n\x1A\n"));
+  EXPECT_FALSE(fs::exists(folder_.path() / "none.png"));
+}
+
+TEST_F(EPUBCommandTest, CorpusCommands) {
+  ULVEK_REQUIRE_CORPUS();
+  copyCorpusBooks();
   const Row rows[] = {
       {{"toc", "made-report-pandoc-epub2.epub"},
        0,
@@ -83,21 +177,7 @@ TEST_F(EPUBCommandTest, Commands) {
       {{"toc", "notes.txt"}, 1, "", "not an EPUB book: notes.txt"},
       {{"cover", "-o"}, 2, "", "-o needs a file"},
   };
-  for (const Row& row : rows) {
-    std::string line;
-    for (const std::string& argument : row.arguments) line += argument + " ";
-    SCOPED_TRACE(line);
-    testing::ProgramOutput output = run(row.arguments);
-    EXPECT_EQ(output.status, row.status) << output.err;
-    if (row.status == 0)
-      EXPECT_EQ(output.out.substr(0, row.out.size()), row.out);
-    else
-      EXPECT_EQ(output.out, "");
-    if (row.errorPart)
-      EXPECT_NE(output.err.find(row.errorPart), std::string::npos) << output.err;
-    else
-      EXPECT_EQ(output.err, "");
-  }
+  for (const Row& row : rows) check(row);
   EXPECT_EQ(fs::file_size(folder_.path() / "cover.jpg"), 40437u);
   EXPECT_FALSE(fs::exists(folder_.path() / "none.jpg"));
 }

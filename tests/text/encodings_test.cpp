@@ -382,24 +382,41 @@ TEST(PiecewiseDecoder, PiecesJoinedAreTheWholeConversion) {
   EXPECT_EQ(PiecewiseDecoder::open(bytesOf("x"), kBad), nullptr);
 }
 
-TEST(PiecewiseDecoder, CorpusFilesDecodeAsAWhole) {
+// Every file of a charset folder in pieces gives its whole conversion in encodings it is and is
+// not in (so with replacement marks and characters cut at piece ends); answers the file count.
+std::size_t expectFilesDecodeAsAWhole(const std::filesystem::path& root,
+                                      std::initializer_list<std::size_t> pieces) {
   std::size_t files = 0;
-  for (const auto& entry :
-       std::filesystem::recursive_directory_iterator(testing::corpusPath() / "charsets")) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
     if (!entry.is_regular_file()) continue;
     const std::string data = testing::readFile(entry.path());
     if (data.empty()) continue;
     ++files;
-    for (CFStringEncoding encoding : {kUtf8, kCFEncodingISOLatin1, kCFEncodingShiftJIS,
-                                      kCFEncodingUTF16LE, kCFEncodingEUCKR, kCFEncodingISO2022JP}) {
+    const std::string name = entry.path().lexically_relative(root).string();
+    for (CFStringEncoding encoding :
+         {kUtf8, kCFEncodingISOLatin1, kCFEncodingShiftJIS, kCFEncodingUTF16LE, kCFEncodingEUCKR,
+          kCFEncodingISO2022JP, kCFEncodingGB18030, kCFEncodingBig5, kCFEncodingEUCJP,
+          kCFEncodingUTF16BE, kCFEncodingWindowsCyrillic}) {
       std::size_t count = 0;
       const TextString whole = convertBytes(bytesOf(data), encoding, &count);
-      auto [text, replacements] = decodeInPieces(bytesOf(data), encoding, 97);
-      EXPECT_TRUE(text == whole) << entry.path().filename() << " as " << std::hex << encoding;
-      EXPECT_EQ(replacements, count) << entry.path().filename() << " as " << std::hex << encoding;
+      for (std::size_t piece : pieces) {
+        auto [text, replacements] = decodeInPieces(bytesOf(data), encoding, piece);
+        EXPECT_TRUE(text == whole)
+            << name << " as " << std::hex << encoding << std::dec << " in pieces of " << piece;
+        EXPECT_EQ(replacements, count) << name << " as " << std::hex << encoding;
+      }
     }
   }
-  EXPECT_GT(files, 100u);
+  return files;
+}
+
+TEST(PiecewiseDecoder, FixtureFilesDecodeAsAWhole) {
+  EXPECT_GE(expectFilesDecodeAsAWhole(testing::dataPath() / "charsets", {1, 5, 97}), 70u);
+}
+
+TEST(PiecewiseDecoder, CorpusFilesDecodeAsAWhole) {
+  ULVEK_REQUIRE_CORPUS();
+  EXPECT_GT(expectFilesDecodeAsAWhole(testing::corpusPath() / "charsets", {97}), 100u);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "readers/addresscard/address_card_reader.h"
@@ -12,6 +15,7 @@
 namespace ulvek {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::CapturedLog;
 
 Bytes bytesOf(std::string_view text) {
@@ -219,7 +223,53 @@ TEST(PostalAddress, FollowsTheCountry) {
     EXPECT_EQ(formattedPostalAddress(row.address), row.expected) << row.name;
 }
 
+// The cards of tests/data/vcf (made by make_fixtures.py there), each against its .expect.json.
+TEST(AddressCardReader, ReadsCards) {
+  std::vector<fs::path> cards;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "vcf"))
+    if (entry.path().extension() == ".vcf") cards.push_back(entry.path());
+  std::sort(cards.begin(), cards.end());
+  ASSERT_GE(cards.size(), 7u);
+  auto strings = [](const PropertyValue* value) {
+    std::vector<std::string> list;
+    if (value && value->array())
+      for (const PropertyValue& item : *value->array())
+        list.push_back(item.string() ? toUtf8(*item.string()) : "?");
+    return list;
+  };
+  for (const fs::path& path : cards) {
+    SCOPED_TRACE(path.filename().string());
+    auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
+    CapturedLog log;
+    std::optional<ReaderOutput> output =
+        addressCardReader().read(ReaderSource::file(path.string()));
+    if (!expect.value("readable", true)) {
+      EXPECT_FALSE(output);
+      continue;
+    }
+    ASSERT_TRUE(output);
+    const PropertyValue* text = find(output->attributes, "kMDItemTextContent");
+    ASSERT_TRUE(text && text->string());
+    EXPECT_EQ(toUtf8(*text->string()), expect["text"].get<std::string>());
+    EXPECT_EQ(strings(find(output->attributes, "kMDItemEmailAddresses")),
+              expect.value("emails", std::vector<std::string>{}));
+    EXPECT_EQ(strings(find(output->attributes, "kMDItemPhoneNumbers")),
+              expect.value("phones", std::vector<std::string>{}));
+    const PropertyValue* url = find(output->attributes, "kMDItemURL");
+    EXPECT_EQ(url && url->string() ? toUtf8(*url->string()) : "", expect.value("url", ""));
+
+    std::optional<Person> person = Person::initWithContentsOfFile(path.string());
+    ASSERT_TRUE(person);
+    auto utf8 = [](const std::optional<TextString>& value) {
+      return value ? toUtf8(*value) : std::string();
+    };
+    EXPECT_EQ(utf8(person->proposedName()), expect.value("proposedName", ""));
+    EXPECT_EQ(utf8(person->primaryEmail()), expect.value("primaryEmail", ""));
+  }
+}
+
 TEST(AddressCardReader, ReadsCorpusCards) {
+  ULVEK_REQUIRE_CORPUS();
   struct Row {
     std::string file;
     std::string fragment;

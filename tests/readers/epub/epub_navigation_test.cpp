@@ -1,5 +1,6 @@
 // What a client displaying a book gets: table of contents, merged HTML, styled text, first page,
-// cover and the entry-to-file mapping, over books of the corpus and books built here.
+// cover and the entry-to-file mapping, over books built here, the project's own books and, where
+// present, books of the shared corpus.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <regex>
 #include <string>
 
+#include "base/base64.h"
 #include "base/file_url.h"
 #include "platform/temporary_items.h"
 #include "readers/epub/epub_parser.h"
@@ -24,7 +26,11 @@ using testing::CapturedLog;
 using testing::TemporaryFolder;
 using testing::ZipEntry;
 
-std::string dataBook(const char* name) { return std::string(ULVEK_TEST_DATA_DIR "/epub/") + name; }
+// Books made by tests/data/epub/make_fixtures.py, and books of the shared corpus.
+std::string dataBook(const char* name) { return (testing::dataPath() / "epub" / name).string(); }
+std::string corpusBook(const char* name) {
+  return (testing::corpusPath() / "docs/epub" / name).string();
+}
 
 using testing::render;
 
@@ -185,9 +191,67 @@ TEST_F(EPUBNavigationTest, TableOfContents) {
   }
 }
 
+TEST_F(EPUBNavigationTest, TablesOfContentsOfBooks) {
+  // EPUB 2: the NCX is in use; the nav document beside it is not marked as one.
+  EPUBParser report(dataBook("field-notes-epub2.epub"));
+  EXPECT_EQ(report.ncxFile(), "EPUB/toc.ncx");
+  EXPECT_EQ(report.tocFile(), "");
+  EXPECT_EQ(render(report.rootChildren()),
+            "Field Notes \u2014 Rivers, Weirs and Locks=text/title_page.xhtml | "
+            "Field Notes \u2014 Rivers, Weirs and Locks=text/ch001.xhtml | "
+            "1. Rivers=text/ch002.xhtml | 2. Weirs=text/ch003.xhtml | 3. Locks=text/ch004.xhtml");
+  // EPUB 2 with pages in a folder of their own.
+  EPUBParser loft(dataBook("net-loft-epub2.epub"));
+  EXPECT_EQ(render(loft.rootChildren()),
+            "Cover=CoverPage.html | Contents=TableOfContents.html | "
+            "Chapter 1: Knots=chapters/chapter1.html | "
+            "Chapter 2: Floats and Sinkers=chapters/chapter2.html");
+  // EPUB 3 with a nav document only.
+  EPUBParser minimal(dataBook("harbour-lights-epub3.epub"));
+  EXPECT_EQ(minimal.ncxFile(), "");
+  EXPECT_EQ(minimal.tocFile(), "EPUB/nav.xhtml");
+  EXPECT_EQ(render(minimal.rootChildren()), "The Last Boat=content_001.xhtml");
+
+  // An NCX four levels deep, used as it is: it names more entries than the spine has pages.
+  EPUBParser coast(dataBook("northern-coast-epub3.epub"));
+  // The manifest calls the nav document "nav scripted", which does not make it the toc file.
+  EXPECT_EQ(coast.tocFile(), "");
+  EXPECT_EQ(render(coast.rootChildren()),
+            "PART ONE \u2014 TALES OF THE NORTHERN COAST=s01.xhtml{SOURCES=s01.xhtml | A WORD "
+            "BEFORE=s01.xhtml | 12 THE LANTERN KEEPER=s01.xhtml{I. The Storm=s01.xhtml | II. The "
+            "Lamp=s01.xhtml | III. The Rescue=s01.xhtml | IV. Morning=s01.xhtml} | 13 THE SALT "
+            "MILL=s01.xhtml | 14 THE SEAL WIFE=s01.xhtml{I. The Skin on the Rock=s01.xhtml | II. "
+            "Seven Winters=s01.xhtml | III. The Return=s01.xhtml} | 15 THE GLASS FLOAT=s01.xhtml | "
+            "16 THE FOG BELL=s01.xhtml} | PART TWO \u2014 SONGS OF THE FJORD=s01.xhtml{17 ROWING "
+            "SONG=s01.xhtml | 18 THE HERRING YEAR=s01.xhtml | 19 LULLABY FOR A NET "
+            "MENDER=s01.xhtml{First verse=s01.xhtml | Second verse=s01.xhtml}} | NOTES=s01.xhtml");
+  EXPECT_EQ(countOfEntries(coast.rootChildren()), 22u);
+  // Its nav document, read directly: a heading, author names without links of their own that
+  // lead to their first story, labels wrapped over lines, and a landmarks list left out.
+  std::optional<Data> nav = coast.dataForNamedFile("EPUB/nav.xhtml");
+  ASSERT_TRUE(nav);
+  NCXParser navTree(*nav, NavigationFormat::NavDocument);
+  EXPECT_TRUE(navTree.isWellFormed());
+  ASSERT_EQ(navTree.children().size(), 3u);
+  EXPECT_EQ(countOfEntries(navTree.children()), 24u);
+  const NavEntry& part = navTree.children().front();
+  EXPECT_EQ(toUtf8(part.label), "PART ONE \u2014 TALES OF THE NORTHERN COAST");
+  ASSERT_EQ(part.children.size(), 4u);
+  EXPECT_EQ(render({part.children[0], part.children[1]}),
+            "SOURCES=s01.xhtml | A WORD BEFORE=s01.xhtml");
+  EXPECT_EQ(toUtf8(part.children[2].label), "Marit Solberg");
+  EXPECT_EQ(part.children[2].content, "s01.xhtml");
+  EXPECT_EQ(render({part.children[2].children.front()}),
+            "12 THE LANTERN KEEPER=s01.xhtml{I. The Storm=s01.xhtml | II. The Lamp=s01.xhtml | "
+            "III. The Rescue=s01.xhtml | IV. Morning=s01.xhtml}");
+  EXPECT_EQ(toUtf8(part.children[3].label), "J\u00f3n \u00c1sgeirsson");
+  EXPECT_EQ(toUtf8(navTree.children().back().label), "NOTES");
+}
+
 TEST_F(EPUBNavigationTest, CorpusTablesOfContents) {
+  ULVEK_REQUIRE_CORPUS();
   // EPUB 2, NCX only in use.
-  EPUBParser report(dataBook("made-report-pandoc-epub2.epub"));
+  EPUBParser report(corpusBook("made-report-pandoc-epub2.epub"));
   EXPECT_EQ(render(report.rootChildren()),
             "Quarterly Import Report \u2014 Tables, Lists and Notes=text/title_page.xhtml | "
             "Quarterly Import Report \u2014 Tables, Lists and Notes=text/ch001.xhtml | "
@@ -195,11 +259,11 @@ TEST_F(EPUBNavigationTest, CorpusTablesOfContents) {
             "3. Responsibilities=text/ch004.xhtml | 4. Definitions=text/ch005.xhtml | "
             "5. Terms=text/ch006.xhtml");
   // EPUB 3 with a nav document only.
-  EPUBParser minimal(dataBook("epubcheck-epub3-minimal.epub"));
+  EPUBParser minimal(corpusBook("epubcheck-epub3-minimal.epub"));
   EXPECT_EQ(minimal.ncxFile(), "");
   EXPECT_EQ(render(minimal.rootChildren()), "content 001=content_001.xhtml");
   // A nav document with headings and four levels, read directly.
-  EPUBParser children(dataBook("idpf-childrens-literature.epub"));
+  EPUBParser children(corpusBook("idpf-childrens-literature.epub"));
   // Its manifest calls the nav document "nav scripted", which does not make it the toc file.
   EXPECT_EQ(children.tocFile(), "");
   std::optional<Data> nav = children.dataForNamedFile("EPUB/nav.xhtml");
@@ -269,7 +333,63 @@ void expectImagesInlined(const std::string& html, std::size_t atLeast) {
   EXPECT_GE(images, atLeast);
 }
 
+// The merged HTML and styled text of a book: the document's frame, inlined images, an anchor for
+// every spine document, and RTF.
+void expectMergedBook(EPUBParser& parser, std::size_t images, const std::string& text) {
+  std::optional<TextString> html = parser.htmlContents();
+  ASSERT_TRUE(html);
+  std::string utf8 = toUtf8(*html);
+  EXPECT_TRUE(utf8.starts_with("<html>\n<meta http-equiv")) << utf8.substr(0, 100);
+  EXPECT_TRUE(utf8.ends_with("</html>"));
+  expectImagesInlined(utf8, images);
+  // Every spine document starts with its anchor.
+  for (const std::string& idref : parser.spines()) {
+    std::string name = memberName(parser.items().at(idref));
+    EXPECT_NE(utf8.find("<a name=\"" + name + "\"/>"), std::string::npos) << name;
+  }
+  std::optional<StyledText> rich = parser.richTextContents();
+  ASSERT_TRUE(rich);
+  std::string rtf = rtfString(*rich);
+  EXPECT_TRUE(rtf.starts_with("{\\rtf1")) << rtf.substr(0, 50);
+  EXPECT_NE(toUtf8(rich->string()).find(text), std::string::npos);
+}
+
+TEST_F(EPUBNavigationTest, HtmlAndRichTextOfBooks) {
+  struct Row {
+    const char* book;
+    std::size_t images;
+    const char* text;      // a piece of the merged text
+    const char* htmlPart;  // a piece of the merged HTML
+  };
+  const Row rows[] = {
+      // The cover page's image, as a data: URL of the book's own PNG.
+      {"northern-coast-epub3.epub", 1, "12 THE LANTERN KEEPER",
+       "<img src=\"data:image/png;base64,"},
+      // A link to a later chapter points at its anchor; the style sheet is inlined.
+      {"field-notes-epub2.epub", 0, "Shannon", "<a href=\"#ch004.xhtml\">"},
+      {"field-notes-epub2.epub", 0, "Field Notes", "<style><!--\nbody { font-family: serif; }"},
+      // The cover page is out of the reading order and brings no image.
+      {"net-loft-epub2.epub", 0, "Chapter 1: Knots", "<a name=\"chapter2.html\"/>"},
+      {"harbour-lights-epub3.epub", 0, "The last boat came in after dark", "<h1>Harbour Lights"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.book);
+    EPUBParser parser(dataBook(row.book));
+    expectMergedBook(parser, row.images, row.text);
+    std::optional<TextString> html = parser.htmlContents();
+    ASSERT_TRUE(html);
+    EXPECT_NE(toUtf8(*html).find(row.htmlPart), std::string::npos) << row.htmlPart;
+  }
+  // The data: URL carries the cover's bytes.
+  EPUBParser coast(dataBook("northern-coast-epub3.epub"));
+  std::optional<EPUBCover> cover = coast.cover();
+  ASSERT_TRUE(cover);
+  EXPECT_NE(toUtf8(*coast.htmlContents()).find("data:image/png;base64," + base64(cover->bytes)),
+            std::string::npos);
+}
+
 TEST_F(EPUBNavigationTest, CorpusHtmlAndRichText) {
+  ULVEK_REQUIRE_CORPUS();
   struct Row {
     const char* book;
     std::size_t images;
@@ -283,23 +403,8 @@ TEST_F(EPUBNavigationTest, CorpusHtmlAndRichText) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.book);
-    EPUBParser parser(dataBook(row.book));
-    std::optional<TextString> html = parser.htmlContents();
-    ASSERT_TRUE(html);
-    std::string utf8 = toUtf8(*html);
-    EXPECT_TRUE(utf8.starts_with("<html>\n<meta http-equiv")) << utf8.substr(0, 100);
-    EXPECT_TRUE(utf8.ends_with("</html>"));
-    expectImagesInlined(utf8, row.images);
-    // Every spine document starts with its anchor.
-    for (const std::string& idref : parser.spines()) {
-      std::string name = memberName(parser.items().at(idref));
-      EXPECT_NE(utf8.find("<a name=\"" + name + "\"/>"), std::string::npos) << name;
-    }
-    std::optional<StyledText> rich = parser.richTextContents();
-    ASSERT_TRUE(rich);
-    std::string rtf = rtfString(*rich);
-    EXPECT_TRUE(rtf.starts_with("{\\rtf1")) << rtf.substr(0, 50);
-    EXPECT_NE(toUtf8(rich->string()).find(row.text), std::string::npos);
+    EPUBParser parser(corpusBook(row.book));
+    expectMergedBook(parser, row.images, row.text);
   }
 }
 
@@ -371,14 +476,45 @@ TEST_F(EPUBNavigationTest, Covers) {
     }
   }
   EXPECT_FALSE(EPUBParser::coverForFile(""));
+}
 
-  std::optional<EPUBCover> tika = EPUBParser::coverForFile(dataBook("tika-testEPUB.epub"));
+TEST_F(EPUBNavigationTest, CoversOfBooks) {
+  const std::string png = "\x89PNG\r\n\x1A\n";
+  struct Row {
+    const char* book;
+    std::string member;  // empty: no cover
+    std::size_t size;
+  };
+  const Row rows[] = {
+      {"northern-coast-epub3.epub", "EPUB/images/cover.png", 116},  // cover-image property
+      {"net-loft-epub2.epub", "OPS/CoverDesign.png", 407},          // cover meta
+      {"field-notes-epub2.epub", "", 0},
+      {"harbour-lights-epub3.epub", "", 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.book);
+    std::optional<EPUBCover> cover = EPUBParser::coverForFile(dataBook(row.book));
+    if (row.member.empty()) {
+      EXPECT_FALSE(cover);
+      continue;
+    }
+    ASSERT_TRUE(cover);
+    EXPECT_EQ(cover->member, row.member);
+    EXPECT_EQ(cover->mimeType, "image/png");
+    EXPECT_EQ(cover->bytes.size(), row.size);
+    EXPECT_EQ(std::string(cover->bytes.begin(), cover->bytes.begin() + 8), png);
+  }
+}
+
+TEST_F(EPUBNavigationTest, CorpusCovers) {
+  ULVEK_REQUIRE_CORPUS();
+  std::optional<EPUBCover> tika = EPUBParser::coverForFile(corpusBook("tika-testEPUB.epub"));
   ASSERT_TRUE(tika);
   EXPECT_EQ(tika->mimeType, "image/jpeg");
   EXPECT_EQ(tika->bytes.size(), 40437u);
   EXPECT_EQ(tika->bytes[0], 0xFF);
   std::optional<EPUBCover> children =
-      EPUBParser::coverForFile(dataBook("idpf-childrens-literature.epub"));
+      EPUBParser::coverForFile(corpusBook("idpf-childrens-literature.epub"));
   ASSERT_TRUE(children);
   EXPECT_EQ(children->member, "EPUB/images/cover.png");
   EXPECT_EQ(children->mimeType, "image/png");

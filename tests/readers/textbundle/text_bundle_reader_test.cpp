@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "platform/temporary_items.h"
@@ -138,7 +140,35 @@ TEST(TextBundle, DecompressTextBundleFile) {
   EXPECT_FALSE(decompressTextBundleFile(folder.write("x.txt", "x"), target + "2"));
 }
 
+// The bundles and packs of tests/data/textbundle (made by make_fixtures.py there), each against
+// its .expect.json.
+TEST(TextBundleReader, ReadsBundles) {
+  std::vector<fs::path> bundles;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "textbundle"))
+    if (isTextBundleFile(entry.path().string())) bundles.push_back(entry.path());
+  std::sort(bundles.begin(), bundles.end());
+  ASSERT_GE(bundles.size(), 7u);
+  std::size_t before = temporaryEntries();
+  for (const fs::path& path : bundles) {
+    SCOPED_TRACE(path.filename().string());
+    auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
+    CapturedLog log;
+    EXPECT_TRUE(textBundleReader().supportsFile(path.string()));
+    std::optional<ReaderOutput> output = textBundleReader().read(ReaderSource::file(path.string()));
+    if (expect["text"].is_null()) {
+      EXPECT_FALSE(output);
+      EXPECT_FALSE(log.lines().empty());
+    } else {
+      ASSERT_TRUE(output && output->text);
+      EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
+    }
+  }
+  // Packs are unpacked into the temporary folder and cleared away again.
+  EXPECT_EQ(temporaryEntries(), before);
+}
+
 TEST(TextBundleReader, ReadsCorpusBundles) {
+  ULVEK_REQUIRE_CORPUS();
   struct Row {
     std::string file;
     std::string prefix;

@@ -1,10 +1,11 @@
-// Text clippings over the clipping corpus: forks beside the files (AppleDouble companions) and
-// property lists in the data fork.
+// Text clippings: forks beside the files (AppleDouble companions) and property lists in the data
+// fork, over the project's own clippings and, where present, the shared corpus.
 
 #include "readers/textclipping/text_clipping_reader.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -16,7 +17,37 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The clippings of tests/data/textclipping (made by make_fixtures.py there), each against its
+// .expect.json: text and document type, or nothing.
+TEST(TextClippingReader, ReadsClippings) {
+  std::vector<fs::path> clippings;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "textclipping")) {
+    std::string name = entry.path().filename().string();
+    if (name.ends_with(".textClipping") && !name.starts_with("._"))
+      clippings.push_back(entry.path());
+  }
+  std::sort(clippings.begin(), clippings.end());
+  ASSERT_GE(clippings.size(), 13u);
+  for (const fs::path& path : clippings) {
+    SCOPED_TRACE(path.filename().string());
+    auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
+    testing::CapturedLog log;
+    std::optional<ReaderOutput> output =
+        textClippingReader().read(ReaderSource::file(path.string()));
+    if (!expect.value("readable", true)) {
+      EXPECT_FALSE(output);
+      continue;
+    }
+    ASSERT_TRUE(output && output->text);
+    EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
+    const PropertyValue* type = find(output->attributes, DocumentAttribute::DocumentType);
+    ASSERT_TRUE(type && type->string());
+    EXPECT_EQ(toUtf8(*type->string()), expect["documentType"].get<std::string>());
+  }
+}
+
 TEST(TextClippingReader, CorpusClippings) {
+  ULVEK_REQUIRE_CORPUS();
   int read = 0;
   for (const auto& entry : fs::directory_iterator(testing::corpusPath() / "docs/textclipping")) {
     std::string name = entry.path().filename().string();
@@ -35,7 +66,8 @@ TEST(TextClippingReader, CorpusClippings) {
   EXPECT_GE(read, 6);
 }
 
-TEST(TextClippingReader, ResourceOrderAndDocumentTypes) {
+TEST(TextClippingReader, CorpusResourceOrderAndDocumentTypes) {
+  ULVEK_REQUIRE_CORPUS();
   fs::path corpus = testing::corpusPath() / "docs/textclipping";
   struct Row {
     std::string file;
@@ -53,11 +85,6 @@ TEST(TextClippingReader, ResourceOrderAndDocumentTypes) {
     EXPECT_EQ(*find(output->attributes, DocumentAttribute::DocumentType), PropertyValue(row.type))
         << row.file;
   }
-  testing::TemporaryFolder folder;
-  EXPECT_FALSE(
-      textClippingReader().read(ReaderSource::file(folder.write("empty.textClipping", ""))));
-  EXPECT_FALSE(textClippingReader().read(
-      ReaderSource::file(folder.write("junk.textClipping", "bplist00junk"))));
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/property_list.h"
@@ -10,6 +13,7 @@
 namespace ulvek {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::CapturedLog;
 
 PropertyValue resource(std::string_view html, TextView mime = u"text/html",
@@ -223,7 +227,39 @@ TEST(WebArchiveReader, AnswersHTMLMetaAttributes) {
   EXPECT_FALSE(base || source);
 }
 
+// The archives of tests/data/webarchive (made by make_fixtures.py there), each against its
+// .expect.json.
+TEST(WebArchiveReader, ReadsArchives) {
+  std::vector<fs::path> archives;
+  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "webarchive"))
+    if (entry.path().extension() == ".webarchive") archives.push_back(entry.path());
+  std::sort(archives.begin(), archives.end());
+  ASSERT_GE(archives.size(), 7u);
+  for (const fs::path& path : archives) {
+    SCOPED_TRACE(path.filename().string());
+    auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
+    CapturedLog log;
+    std::optional<ReaderOutput> output = webArchiveReader().read(ReaderSource::file(path.string()));
+    if (!expect.value("readable", true)) {
+      EXPECT_FALSE(output);
+      EXPECT_FALSE(log.lines().empty());
+      continue;
+    }
+    ASSERT_TRUE(output && output->text);
+    EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
+    auto attribute = [&](std::string_view key) {
+      const PropertyValue* value = find(output->attributes, key);
+      return value && value->string() ? toUtf8(*value->string()) : std::string("(none)");
+    };
+    EXPECT_EQ(attribute(kHTMLTitleAttribute), expect.value("title", "(none)"));
+    EXPECT_EQ(attribute(kBaseURLAttribute), expect.value("baseURL", "(none)"));
+    EXPECT_EQ(attribute("description"), expect.value("description", "(none)"));
+    EXPECT_TRUE(log.lines().empty()) << log.lines().front();
+  }
+}
+
 TEST(WebArchiveReader, ReadsCorpusArchives) {
+  ULVEK_REQUIRE_CORPUS();
   struct Row {
     std::string file;
     std::u16string fragment;

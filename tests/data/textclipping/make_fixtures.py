@@ -1,0 +1,179 @@
+#!/usr/bin/env python3
+# Writes the text clipping fixtures and their expected answers: python3 make_fixtures.py
+# Newer clippings keep a property list in the data fork (UTI-Data); older ones keep an empty data
+# fork and their text in resources, which a foreign volume stores in an AppleDouble companion
+# "._NAME". Each NAME gets NAME.expect.json: the text and the document type the reader gives, or
+# "readable": false.
+
+import json
+import os
+import plistlib
+import struct
+import zlib
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def png(width, height, rgb):
+    def chunk(kind, data):
+        body = kind + data
+        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
+
+    rows = b"".join(b"\0" + bytes(rgb) * width for _ in range(height))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
+
+
+def resource_fork(resources):
+    """A classic resource fork: header, data at 256, then the map (28-byte header, type list,
+    reference lists). Types keep the order in which they first appear."""
+    types = []
+    for kind, _, _ in resources:
+        if kind not in types:
+            types.append(kind)
+    data = b""
+    type_list = struct.pack(">H", len(types) - 1)
+    references = b""
+    for kind in types:
+        own = [(rid, body) for k, rid, body in resources if k == kind]
+        type_list += kind + struct.pack(">HH", len(own) - 1, 2 + 8 * len(types) + len(references))
+        for rid, body in own:
+            # No name; attributes 0 in the byte before the 24-bit data offset.
+            references += struct.pack(">hHII", rid, 0xFFFF, len(data), 0)
+            data += struct.pack(">I", len(body)) + body
+    resource_map = (bytes(24) + struct.pack(">HH", 28, 28 + len(type_list) + len(references))
+                    + type_list + references)
+    header = struct.pack(">IIII", 256, 256 + len(data), len(data), len(resource_map))
+    return header + bytes(256 - 16) + data + resource_map
+
+
+def apple_double(resources_fork, file_type=b"clpt", creator=b"MACS"):
+    """Finder info (entry 9) and resource fork (entry 2), as macOS writes beside a file."""
+    finder = file_type + creator + bytes(24)
+    entries = [(9, finder), (2, resources_fork)]
+    table = struct.pack(">II", 0x00051607, 0x00020000) + bytes(16) + struct.pack(">H", len(entries))
+    offset = len(table) + 12 * len(entries)
+    contents = b""
+    for entry_id, body in entries:
+        table += struct.pack(">III", entry_id, offset + len(contents), len(body))
+        contents += body
+    return table + contents
+
+
+def styl(runs):
+    """A TEXT resource's style runs: start, line height, ascent, font, face, size, colour."""
+    body = struct.pack(">H", len(runs))
+    for start, face in runs:
+        body += struct.pack(">IhhhBxh3H", start, 16, 12, 21, face, 12, 0, 0, 0)
+    return body
+
+
+def rtf(body):
+    return ("{\\rtf1\\ansi\\ansicpg1252\\cocoartf2580\n{\\fonttbl\\f0\\fswiss\\fcharset0 Helvetica;}\n"
+            "{\\colortbl;\\red255\\green255\\blue255;}\n\\pard\\f0\\fs24 " + body + "}").encode("ascii")
+
+
+def flat_rtfd(rtf_bytes, attachments):
+    """A flattened RTFD: "rtfd", the files' names and sizes, then the files, TXT.rtf first."""
+    files = [(b"TXT.rtf", rtf_bytes)] + attachments
+    head = b"rtfd" + struct.pack("<II", 0, len(files))
+    head += b"".join(struct.pack("<I", len(name)) + name for name, _ in files)
+    head += b"".join(struct.pack("<I", len(body)) for _, body in files)
+    return head + b"".join(body for _, body in files)
+
+
+def utf16le(text):
+    return text.encode("utf-16-le")
+
+
+FIXTURES = []
+
+
+def data_fork(name, types, expected, fmt=plistlib.FMT_BINARY):
+    FIXTURES.append((name, plistlib.dumps({"UTI-Data": types}, fmt=fmt, sort_keys=True), None,
+                     expected))
+
+
+def resources(name, forks, expected):
+    FIXTURES.append((name, b"", apple_double(resource_fork(forks)), expected))
+
+
+# Property lists in the data fork, richest kind first: flat RTFD, RTF, UTF-16, UTF-8, Mac Roman.
+data_fork("plist-flat-rtfd.textClipping", {
+    "com.apple.flat-rtfd": flat_rtfd(rtf("The heron waited at the edge of the reeds.\\par\n"
+                                         "Nobody moved for a quarter of an hour."),
+                                     [(b"heron.png", png(2, 2, (90, 110, 120)))]),
+    "public.utf8-plain-text": "plain text that loses to the RTFD",
+}, {"text": "The heron waited at the edge of the reeds.\nNobody moved for a quarter of an hour.",
+    "documentType": "NSRTFD"})
+data_fork("plist-rtf-and-plain.textClipping", {
+    "public.rtf": rtf("The ferry leaves at {\\b noon}; the caf\\'e9 on the pier closes at six."),
+    "public.utf16-plain-text": utf16le("plain UTF-16 that loses to the RTF"),
+    "public.utf8-plain-text": "plain UTF-8 that loses to the RTF",
+}, {"text": "The ferry leaves at noon; the café on the pier closes at six.",
+    "documentType": "NSRTF"})
+data_fork("plist-utf16.textClipping", {
+    "public.utf16-plain-text": utf16le("Ceci n’est pas une pipe — c’est un presse-papiers."),
+    "public.utf8-plain-text": "plain UTF-8 that loses to UTF-16",
+    "com.apple.traditional-mac-plain-text": b"Mac Roman that loses to UTF-16",
+}, {"text": "Ceci n’est pas une pipe — c’est un presse-papiers.", "documentType": "NSPlainText"})
+data_fork("plist-utf8.textClipping", {
+    "public.utf8-plain-text": "Smørrebrød på rugbrød, med æg og rejer.",
+    "com.apple.traditional-mac-plain-text": b"Mac Roman that loses to UTF-8",
+}, {"text": "Smørrebrød på rugbrød, med æg og rejer.", "documentType": "NSPlainText"})
+data_fork("plist-macroman.textClipping", {
+    "com.apple.traditional-mac-plain-text": "Crème fraîche, naïve café — Mac Roman.".encode("mac-roman"),
+}, {"text": "Crème fraîche, naïve café — Mac Roman.", "documentType": "NSPlainText"},
+    fmt=plistlib.FMT_XML)
+
+# Resource forks in AppleDouble companions. The map's order is not the reader's order: RTF is
+# preferred to utxt, and utxt to TEXT, wherever they stand.
+TEXT_ROMAN = "Tea at four, scones à la crème.".encode("mac-roman")
+resources("rsrc-rtf-utxt-text.textClipping", [
+    (b"utxt", 256, "plain utxt that loses to the RTF".encode("utf-16-be")),
+    (b"RTF ", 256, rtf("Low tide at {\\i seven}: the sandbar to the island is dry for an hour.")),
+    (b"TEXT", 256, b"plain TEXT"),
+    (b"styl", 256, styl([(0, 0)])),
+], {"text": "Low tide at seven: the sandbar to the island is dry for an hour.",
+    "documentType": "NSRTF"})
+resources("rsrc-utxt.textClipping", [
+    (b"TEXT", 256, b"plain TEXT that loses to utxt"),
+    (b"styl", 256, styl([(0, 0), (6, 1)])),
+    (b"utxt", 256, "Straße nach Ålesund, 42 km → gesperrt".encode("utf-16-be")),
+], {"text": "Straße nach Ålesund, 42 km → gesperrt", "documentType": "NSPlainText"})
+resources("rsrc-utxt-marked.textClipping", [
+    (b"utxt", 256, "\ufeffA mark at the start says the order.".encode("utf-16-le")),
+], {"text": "A mark at the start says the order.", "documentType": "NSPlainText"})
+resources("rsrc-text-macroman.textClipping", [
+    (b"TEXT", 256, TEXT_ROMAN),
+    (b"styl", 256, styl([(0, 0), (4, 2)])),
+], {"text": "Tea at four, scones à la crème.", "documentType": "NSPlainText"})
+resources("rsrc-rtfd.textClipping", [
+    (b"utxt", 256, "plain utxt that loses to the RTFD".encode("utf-16-be")),
+    (b"RTFD", 256, flat_rtfd(rtf("Attached: the map of the marsh."), [])),
+], {"text": "Attached: the map of the marsh.", "documentType": "NSRTFD"})
+
+# A companion whose map points past its end, a data fork that is no property list, and an empty
+# clipping with no companion.
+broken = bytearray(resource_fork([(b"TEXT", 256, b"lost")]))
+struct.pack_into(">I", broken, 4, 0x7FFFFF00)
+FIXTURES.append(("damaged-bad-map.textClipping", b"", apple_double(bytes(broken)),
+                 {"readable": False}))
+FIXTURES.append(("damaged-junk.textClipping", b"bplist00junk", None, {"readable": False}))
+FIXTURES.append(("damaged-empty-no-fork.textClipping", b"", None, {"readable": False}))
+
+
+def main():
+    for name, data, companion, expected in FIXTURES:
+        with open(os.path.join(HERE, name), "wb") as file:
+            file.write(data)
+        if companion is not None:
+            with open(os.path.join(HERE, "._" + name), "wb") as file:
+                file.write(companion)
+        with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
+            json.dump(expected, file, ensure_ascii=False, indent=1, sort_keys=True)
+            file.write("\n")
+
+
+if __name__ == "__main__":
+    main()
