@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <minizip/unzip.h>
-#include <plist/plist.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,13 +10,14 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "base/property_list.h"
 #include "platform/formats.h"
 
 namespace ulvek {
 namespace {
 
 // In the order they are asked: the most telling first.
-enum class Kind { ZipMember, ZipMIMEType, BinaryPropertyListKey, LeadingBytes, TextStart };
+enum class Kind { ZipMember, ZipMIMEType, PropertyListKey, LeadingBytes, TextStart };
 
 struct Signature {
   Kind kind;
@@ -26,9 +26,7 @@ struct Signature {
 };
 
 constexpr std::pair<std::string_view, Kind> kPrefixes[] = {
-    {"zip:", Kind::ZipMember},
-    {"mimetype:", Kind::ZipMIMEType},
-    {"bplist:", Kind::BinaryPropertyListKey},
+    {"zip:", Kind::ZipMember}, {"mimetype:", Kind::ZipMIMEType}, {"plist:", Kind::PropertyListKey},
     {"^", Kind::LeadingBytes},
 
     {"~", Kind::TextStart},
@@ -63,7 +61,7 @@ constexpr std::string_view kZipMagic("PK\x03\x04", 4);
 constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 // A "mimetype" member is one short line; a larger one is no such member.
 constexpr std::size_t kLongestMIMEType = 128;
-// Binary property lists larger than this are not parsed for a key.
+// Property lists larger than this are not parsed for a key.
 constexpr std::uint64_t kLargestPropertyList = 64 * 1024 * 1024;
 
 // The zip archive at a path, opened on first use.
@@ -112,16 +110,28 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-bool binaryPropertyListHasKey(const std::string& path, std::string_view key) {
+bool propertyListHasKey(const std::string& path, std::string_view key) {
   std::optional<FileBytes> bytes = FileBytes::read(path, kLargestPropertyList).take();
   if (!bytes) return false;
-  plist_t root = nullptr;
-  plist_from_bin(bytes->chars().data(), static_cast<std::uint32_t>(bytes->size()), &root);
-  if (!root) return false;
-  bool found = plist_get_node_type(root) == PLIST_DICT &&
-               plist_dict_get_item(root, std::string(key).c_str()) != nullptr;
-  plist_free(root);
-  return found;
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes->bytes());
+  return list && list->isDictionary() && find(*list->dictionary(), key);
+}
+
+// UTF-16 text (after its byte-order mark) as one byte per unit, "?" for units past ASCII, so
+// text signatures read it as they read ASCII.
+std::string narrowedUTF16(std::string_view head) {
+  bool littleEndian = head.starts_with("\xFF\xFE");
+  std::string narrow;
+  for (std::size_t i = 2; i + 1 < head.size(); i += 2) {
+    auto low = static_cast<unsigned char>(head[littleEndian ? i : i + 1]);
+    auto high = static_cast<unsigned char>(head[littleEndian ? i + 1 : i]);
+    narrow += high == 0 && low < 0x80 ? static_cast<char>(low) : '?';
+  }
+  return narrow;
+}
+
+bool isUTF16(std::string_view head) {
+  return head.starts_with("\xFF\xFE") || head.starts_with("\xFE\xFF");
 }
 
 // The text after a UTF-8 byte-order mark and leading blanks.
@@ -161,11 +171,14 @@ std::optional<std::string> fileHead(const std::string& path) {
 std::optional<std::string_view> signatureType(std::string_view head, const std::string& path,
                                               bool textToo) {
   const bool zip = head.starts_with(kZipMagic);
-  const bool propertyList = head.starts_with(kBinaryPropertyListMagic);
+  std::string narrow = isUTF16(head) ? narrowedUTF16(head) : std::string();
+  std::string_view text = textStart(narrow.empty() ? head : std::string_view(narrow));
+  std::string_view afterDeclaration = pastXMLDeclaration(text);
+  const bool propertyList = head.starts_with(kBinaryPropertyListMagic) ||
+                            startsWithIgnoringASCIICase(afterDeclaration, "<!doctype plist") ||
+                            startsWithIgnoringASCIICase(afterDeclaration, "<plist");
   LazyZip archive(path);
   std::optional<std::optional<std::string>> mimeType;  // read once, for the first row asking
-  std::string_view text = textStart(head);
-  std::string_view afterDeclaration = pastXMLDeclaration(text);
   for (const Signature& signature : signatures()) {
     bool matches = false;
     switch (signature.kind) {
@@ -176,8 +189,8 @@ std::optional<std::string_view> signatureType(std::string_view head, const std::
         if (zip && !mimeType) mimeType = archive.smallMember("mimetype", kLongestMIMEType);
         matches = zip && *mimeType && trimmed(**mimeType) == signature.value;
         break;
-      case Kind::BinaryPropertyListKey:
-        matches = propertyList && binaryPropertyListHasKey(path, signature.value);
+      case Kind::PropertyListKey:
+        matches = propertyList && propertyListHasKey(path, signature.value);
         break;
       case Kind::LeadingBytes:
         matches = head.starts_with(signature.value);

@@ -20,7 +20,7 @@ inline constexpr std::size_t kSignatureHeadSize = 8192;
 std::optional<std::string> fileHead(const std::string& path);
 
 // The registry type whose signature the file carries: container signatures first (zip members,
-// a zip's "mimetype", a binary property list's keys; these open the file at `path`), then
+// a zip's "mimetype", a property list's keys; these open the file at `path`), then
 // leading bytes, then, with `textToo`, text signatures. `head` holds the file's first bytes.
 // Nothing when no signature matches.
 std::optional<std::string_view> signatureType(std::string_view head, const std::string& path,

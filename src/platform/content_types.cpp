@@ -262,7 +262,12 @@ std::optional<std::string> contentTypeFromContent(const std::string& path, Conte
   if (scope != ContentScope::Any && head->find('\0') == std::string::npos) return std::nullopt;
   std::optional<std::string> sniffed = sniffedMIMETypeOfFile(path);
   if (!sniffed) return std::nullopt;
-  if (auto type = contentTypeForMIMEType(*sniffed)) return std::string(*type);
+  if (auto type = contentTypeForMIMEType(*sniffed)) {
+    // Past the signatures, libmagic saying "text" (UTF-16 has NUL bytes) tells a text name
+    // nothing new.
+    if (scope != ContentScope::Any && typeConformsTo(*type, kUTTypeText)) return std::nullopt;
+    return std::string(*type);
+  }
   return dynamicIdentifier("mime-type", *sniffed);
 }
 

@@ -94,6 +94,19 @@ TEST(ContentSignatures, ContainersThenLeadingBytesThenText) {
        {},
        "com.apple.webarchive",
        "com.apple.webarchive"},
+      {"XML web archive",
+       "<?xml version=\"1.0\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"\">\n"
+       "<plist version=\"1.0\"><dict><key>WebMainResource</key><dict/></dict></plist>",
+       {},
+       "com.apple.webarchive",
+       "com.apple.webarchive"},
+      {"UTF-16 address card",
+       std::string("\xFF\xFE"
+                   "B\0E\0G\0I\0N\0:\0V\0C\0A\0R\0D\0",
+                   24),
+       {},
+       "public.vcard",
+       std::nullopt},
       {"other binary property list",
        binaryListWithKey("CFBundleName"),
        {},
@@ -131,7 +144,7 @@ TEST(ContentSignatures, HeadsOnlyOfRegularFiles) {
 // Every signature parses into a kind the matcher knows, so a typo in the registry cannot turn a
 // row's signature off unnoticed.
 TEST(ContentSignatures, EveryRegistrySignatureHasAKnownKind) {
-  constexpr std::string_view kKinds[] = {"zip:", "mimetype:", "bplist:", "^", "~"};
+  constexpr std::string_view kKinds[] = {"zip:", "mimetype:", "plist:", "^", "~"};
   for (const Format& format : formats()) {
     std::string_view rest = format.signatures;
     while (!rest.empty()) {

@@ -92,6 +92,8 @@ TEST(ContentTypes, TypeOfFileAndPackageTest) {
       {"a PDF named as plain text", folder.write("x.txt", kPDF), "com.adobe.pdf"},
       {"a page named as plain text", folder.write("y.txt", kHTML), "public.html"},
       {"text named as plain text", folder.write("z.txt", kPlainText), "public.plain-text"},
+      {"UTF-16 text under a text name", folder.write("card.vcf", std::string("\xFF\xFEh\0i\0", 6)),
+       "public.vcard"},
       {"a name of another kind wins over contents", folder.write("x.jpg", kPDF), "public.jpeg"},
       {"file with a package extension", folder.write("file.rtfd", "x"), "com.apple.rtfd"},
       {"package folder", directory(folder, "Notes.rtfd"), "com.apple.rtfd", true},
