@@ -151,6 +151,38 @@ TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
             "Hallö Welt report.pdf notes.txt attached words");
 }
 
+// A Word 97 attachment (the project's word-processor fixture) is read with ulvekbot's reader,
+// known by its type or else by its name; its text follows the name.
+TEST(MailImporter, AttachedWordDocumentGivesItsText) {
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  testing::TemporaryFolder folder;
+  const fs::path document = testing::dataPath() / "wordprocessor/doc/compressed.doc";
+  const std::string bytes = testing::readFile(document);
+  ASSERT_FALSE(bytes.empty()) << document;
+  const std::string expected =
+      nlohmann::json::parse(testing::readFile(document.string() + ".expect.json"))["text"];
+  std::string encoded = base64({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+  std::string lines;
+  for (std::size_t i = 0; i < encoded.size(); i += 76) lines += encoded.substr(i, 76) + "\r\n";
+  const std::pair<std::string, std::string> rows[] = {
+      {"application/msword", "prices"},
+      {"application/octet-stream", "prices.doc"},
+  };
+  for (const auto& [type, name] : rows) {
+    SCOPED_TRACE(type);
+    std::string message =
+        "From: a@example.org\r\nSubject: Prices\r\nMIME-Version: 1.0\r\n"
+        "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nContent-Type: " +
+        type +
+        "\r\nContent-Transfer-Encoding: base64\r\nContent-Disposition: attachment; "
+        "filename=\"" +
+        name + "\"\r\n\r\n" + lines + "--b--\r\n";
+    BundleAttributes values = bundle.import(folder.write("word.eml", message));
+    EXPECT_EQ(words(testing::stringOf(values, "kMDItemTextContent")),
+              words(name + "\n" + expected));
+  }
+}
+
 // Attached documents of the corpus are read: PDF with poppler, the word-processor formats (Word
 // 97 too) with ulvekbot's readers, HTML with its conversion; each text follows the attachment's
 // name.

@@ -6,7 +6,8 @@
 """One small document, the seed-exchange ledger, written in every word-processor format the
 readers take (DOCX, DOTX, ODT, OTT, FODT, Word 2003 XML, RTF, RTFD, Word 97 .doc, WordPerfect
 4.2/5.x/6.x and Mac WordPerfect), each with NAME.expect.json beside it: the text a reader must
-give and the attributes it must find."""
+give and the attributes it must find. Beside them a password-encrypted DOCX, which no reader
+can take."""
 
 import datetime
 import json
@@ -301,6 +302,24 @@ def write_docx(folder):
                       {"DocumentType": "NSOfficeOpenXML", "Title": "Minutes of the seed committee",
                        "Author": EDITOR, "Keywords": ["minutes", "committee", "template"],
                        "CreationTime": iso(CREATED)})
+
+
+def write_encrypted_docx(folder):
+    """A package encrypted with a password, as Word saves it: a compound file holding how it was
+    encrypted and the encrypted package, under the package's name. No reader can take it."""
+    description = (struct.pack("<HHI", 4, 4, 0x40)
+                   + b'<?xml version="1.0" encoding="UTF-8" standalone="yes"?>\r\n'
+                   b'<encryption xmlns="http://schemas.microsoft.com/office/2006/encryption">'
+                   b'<keyData saltSize="16" blockSize="16" keyBits="256" hashSize="64" '
+                   b'cipherAlgorithm="AES" cipherChaining="ChainingModeCBC" hashAlgorithm="SHA512" '
+                   b'saltValue="c2VlZHMgc2VlZHMgc2VlZHM="/></encryption>')
+    seed, encrypted = 1, bytearray()
+    while len(encrypted) < 1024:
+        seed = (seed * 1103515245 + 12345) & 0xFFFFFFFF
+        encrypted.append(seed >> 24)
+    package = struct.pack("<Q", len(encrypted)) + bytes(encrypted)
+    (folder / "encrypted.docx").write_bytes(compound_file(
+        [("EncryptionInfo", description), ("EncryptedPackage", package)], root_clsid=bytes(16)))
 
 
 def write_wordml(folder):
@@ -797,7 +816,7 @@ def word_styles():
     """The style sheet: Normal, Heading 1, the default paragraph font, and the styles of notes,
     headers and footers at the numbers after the fixed ones."""
     # istd: (sti, kind (1 paragraph, 2 character), name, based on)
-    styles = {0: (0, 1, "Normal", 0), 1: (1, 1, "heading 1", 0),
+    styles = {0: (0, 1, "Normal", 0x0FFF), 1: (1, 1, "heading 1", 0),
               10: (65, 2, "Default Paragraph Font", 0x0FFF), 15: (29, 1, "footnote text", 0),
               16: (31, 1, "header", 0), 17: (32, 1, "footer", 0), 18: (43, 1, "endnote text", 0)}
     count = 19
@@ -808,7 +827,9 @@ def word_styles():
             continue
         sti, kind, name, base = styles[istd]
         upxs = [struct.pack("<H", istd), b""] if kind == 1 else [b""]
-        std = struct.pack("<HHHHH", sti, kind | (base << 4), len(upxs) | (0 << 4), 0, 0)
+        # Each style is followed by Normal; a paragraph style's properties are a paragraph and a
+        # character part, a character style's one character part.
+        std = struct.pack("<HHHHH", sti, kind | (base << 4), len(upxs), 0, 0)
         std += struct.pack("<H", len(name)) + name.encode("utf-16-le") + b"\0\0"
         for upx in upxs:
             std += struct.pack("<H", len(upx)) + upx + b"\0" * (len(upx) % 2)
@@ -1158,6 +1179,7 @@ def main():
         (HERE / family).mkdir(exist_ok=True)
     write_docx(HERE / "docx")
     write_wordml(HERE / "docx")
+    write_encrypted_docx(HERE / "docx")
     write_odf(HERE / "odt")
     write_rtf(HERE / "rtf")
     write_doc(HERE / "doc")

@@ -1,12 +1,16 @@
-// The word-processor formats over the document corpus: text against LibreOffice's text export
-// (word-bag F1) and attributes against the document properties beside each file.
+// The word-processor formats: the project's own documents in tests/data/wordprocessor against
+// the text and attributes beside each, and the document corpus against LibreOffice's text export
+// (word-bag F1) and the document properties beside each file.
 
 #include "readers/attributed/attributed_reader.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 
 #include "test_support.h"
@@ -31,6 +35,101 @@ std::string withoutNul(const nlohmann::json& value) {
   std::erase(text, '\0');
   return text;
 }
+
+// ---- The project's documents ------------------------------------------------------------------
+
+fs::path fixture(std::string_view name) { return testing::dataPath() / "wordprocessor" / name; }
+
+// "2023-03-14T09:26:53Z" or "2024-01-02T03:04:05.12Z", as microseconds since 1970.
+Date isoDate(const std::string& text) {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0;
+  double second = 0;
+  std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%lf", &year, &month, &day, &hour, &minute, &second);
+  std::chrono::sys_days days{std::chrono::year(year) / month / day};
+  long long seconds = days.time_since_epoch().count() * 86400LL + hour * 3600LL + minute * 60LL;
+  return Date{seconds * 1000000 + std::llround(second * 1000000)};
+}
+
+// An attribute as a failure message shows it.
+std::string describe(const PropertyValue* value) {
+  if (!value) return "(none)";
+  if (value->string()) return "\"" + toUtf8(*value->string()) + "\"";
+  if (value->date()) return "date " + std::to_string(value->date()->microseconds);
+  if (const PropertyArray* list = value->array()) {
+    std::string words;
+    for (const PropertyValue& word : *list) words += (words.empty() ? "" : ", ") + describe(&word);
+    return "[" + words + "]";
+  }
+  return std::string(value->className());
+}
+
+// NAME.expect.json beside a document: its text and its attributes, dates as ISO 8601 moments.
+struct Expected {
+  std::u16string text;
+  PropertyDictionary attributes;
+};
+
+Expected expected(const fs::path& document) {
+  auto json = nlohmann::json::parse(testing::readFile(document.string() + ".expect.json"));
+  Expected answer{fromUtf8(json["text"].get<std::string>()), {}};
+  for (const auto& [key, value] : json["attributes"].items()) {
+    if (value.is_array()) {
+      PropertyArray words;
+      for (const auto& word : value)
+        words.push_back(PropertyValue::fromUtf8(word.get<std::string>()));
+      answer.attributes[key] = PropertyValue(words);
+    } else if (key.ends_with("Time")) {
+      answer.attributes[key] = PropertyValue(isoDate(value.get<std::string>()));
+    } else {
+      answer.attributes[key] = PropertyValue::fromUtf8(value.get<std::string>());
+    }
+  }
+  return answer;
+}
+
+// Every attribute read is expected and every expected one read.
+void expectAttributes(const PropertyDictionary& read, const PropertyDictionary& wanted,
+                      const std::string& name) {
+  std::set<std::string> keys;
+  for (const auto& [key, value] : read) keys.insert(key);
+  for (const auto& [key, value] : wanted) keys.insert(key);
+  for (const std::string& key : keys)
+    EXPECT_EQ(describe(find(read, key)), describe(find(wanted, key))) << name << ": " << key;
+}
+
+Bytes bytesOf(const std::string& text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+// Each format as a word processor writes it: title, author, subject, keywords, comment and dates
+// in the document properties; headings, notes, lists, tables, fields, tracked changes, page
+// headers and footers, and letters from several scripts and code pages in the text.
+TEST(AttributedReader, EachFormatTextAndAttributes) {
+  const char* documents[] = {"docx/ledger.docx",  "docx/minutes.dotx", "docx/ledger.xml",
+                             "odt/ledger.odt",    "odt/ledger.fodt",   "odt/minutes.ott",
+                             "rtf/ledger.rtf",    "rtf/ledger.rtfd",   "doc/ledger.doc",
+                             "doc/compressed.doc"};
+  testing::CapturedLog log;
+  for (const char* name : documents) {
+    fs::path path = fixture(name);
+    Expected answer = expected(path);
+    std::optional<ReaderOutput> output =
+        attributedDocumentReader().read(ReaderSource::file(path.string()));
+    ASSERT_TRUE(output && output->text) << name;
+    EXPECT_EQ(toUtf8(*output->text), toUtf8(answer.text)) << name;
+    expectAttributes(output->attributes, answer.attributes, name);
+    if (fs::is_directory(path)) continue;
+    // The same bytes from memory, under a name that says nothing: the content decides.
+    std::string bytes = testing::readFile(path);
+    output = attributedDocumentReader().read(ReaderSource::data(bytesOf(bytes), "attachment"));
+    ASSERT_TRUE(output && output->text) << name << " in memory";
+    EXPECT_EQ(toUtf8(*output->text), toUtf8(answer.text)) << name << " in memory";
+    expectAttributes(output->attributes, answer.attributes, std::string(name) + " in memory");
+  }
+  EXPECT_TRUE(log.lines().empty()) << log.lines()[0];
+}
+
+// ---- The corpus ------------------------------------------------------------------------------
 
 struct FormatScore {
   int documents = 0;
@@ -82,6 +181,7 @@ FormatScore scoreFolder(const std::string& format,
 }
 
 TEST(AttributedReader, CorpusTextAndAttributes) {
+  ULVEK_REQUIRE_CORPUS();
   const std::pair<std::string, std::vector<std::u16string_view>> formats[] = {
       {"doc", {kDocFormatTextDocumentType, kWordMLTextDocumentType}},
       {"docx", {kOfficeOpenXMLTextDocumentType}},
@@ -161,33 +261,31 @@ TEST(AttributedReader, FormatsChosenByContent) {
             PropertyValue(PropertyArray{u"k1", u"k2"}));
 }
 
+// ---- Documents the formats do not take --------------------------------------------------------
+
 // Word files the Word reader does not take are plain text to the reader, so that the dispatcher
 // hands them to the importers.
 TEST(AttributedReader, UnreadWordFilesFallBackToPlainText) {
-  fs::path folder = testing::corpusPath() / "docs/doc";
-  std::string word97 = testing::readFile(folder / "tika-testOptionalHyphen.doc");
-  // The same file with a file information block that says Word 6.
-  std::string word6 = word97;
+  fs::path path = fixture("doc/compressed.doc");
+  std::string word97 = testing::readFile(path);
+  // The file information block starts a sector of the container.
   std::size_t fib = 0;
-  while ((fib = word6.find("\xEC\xA5\xC1", fib + 1)) != std::string::npos && fib % 512 != 0) {
+  while ((fib = word97.find("\xEC\xA5\xC1", fib + 1)) != std::string::npos && fib % 512 != 0) {
   }
   ASSERT_NE(fib, std::string::npos);
+  std::string word6 = word97, encrypted = word97;
   word6[fib] = '\xDC', word6[fib + 2] = 101;
-  auto bytes = [](const std::string& text) {
-    return Bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-  };
+  encrypted[fib + 0x0B] |= 0x01;
   struct Row {
     const char* name;
     ReaderSource source;
     std::u16string_view type;
   };
   const Row rows[] = {
-      {"Word 6", ReaderSource::data(bytes(word6), "old.doc"), kPlainTextDocumentType},
-      {"encrypted", ReaderSource::file((folder / "tika-testWORD_protected_passtika.doc").string()),
-       kPlainTextDocumentType},
-      {"Word 97", ReaderSource::file((folder / "tika-testOptionalHyphen.doc").string()),
-       kDocFormatTextDocumentType},
-      {"Word 97 in memory", ReaderSource::data(bytes(word97), "mail attachment"),
+      {"Word 6", ReaderSource::data(bytesOf(word6), "old.doc"), kPlainTextDocumentType},
+      {"encrypted", ReaderSource::data(bytesOf(encrypted), "secret.doc"), kPlainTextDocumentType},
+      {"Word 97", ReaderSource::file(path.string()), kDocFormatTextDocumentType},
+      {"Word 97 in memory", ReaderSource::data(bytesOf(word97), "mail attachment"),
        kDocFormatTextDocumentType},
   };
   testing::CapturedLog log;
@@ -200,9 +298,85 @@ TEST(AttributedReader, UnreadWordFilesFallBackToPlainText) {
     EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type))
         << row.name;
     if (row.type == kDocFormatTextDocumentType)
-      EXPECT_EQ(*output->text, u"optional\u00ADhyphen") << row.name;
+      EXPECT_EQ(*output->text, expected(path).text) << row.name;
   }
-  EXPECT_TRUE(log.contains("Not a Word 97 document or encrypted"));
+  EXPECT_TRUE(log.contains("Not a Word 97 document or encrypted: old.doc"));
+  EXPECT_TRUE(log.contains("Not a Word 97 document or encrypted: secret.doc"));
+}
+
+// Damaged copies of the documents, and documents under another format's name: each answers by
+// its content, a damaged container with nothing and one line saying so, and damaged text with
+// the text before the damage.
+TEST(AttributedReader, DamagedAndMisnamedDocuments) {
+  TemporaryFolder folder;
+  auto cut = [](const char* name) {
+    std::string bytes = testing::readFile(fixture(name));
+    return bytes.substr(0, bytes.size() / 2);
+  };
+  auto rtfd = [&](const char* name, const std::string& text) {
+    folder.write(std::string(name) + "/TXT.rtf", text);
+    return (folder.path() / name).string();
+  };
+  std::string rtf = testing::readFile(fixture("rtf/ledger.rtf"));
+  struct Row {
+    const char* name;
+    std::string path;
+    std::u16string_view type;  // empty: nothing is read
+    const char* textOf;        // the document whose text the answer begins as
+    bool whole;                // and is all of
+    const char* log;
+  };
+  const Row rows[] = {
+      {"RTF named .doc", folder.write("rtf.doc", rtf), kRTFTextDocumentType, "rtf/ledger.rtf",
+       true},
+      {"RTFD that is a file", folder.write("file.rtfd", rtf), kRTFTextDocumentType,
+       "rtf/ledger.rtf", true},
+      {"RTFD whose text is a picture",
+       rtfd("png.rtfd", testing::readFile(fixture("rtf/ledger.rtfd/seeds.png"))), u""},
+      {"RTFD with its text cut short", rtfd("short.rtfd", cut("rtf/ledger.rtfd/TXT.rtf")),
+       kRTFDTextDocumentType, "rtf/ledger.rtfd"},
+      {"RTF cut short", folder.write("short.rtf", cut("rtf/ledger.rtf")), kRTFTextDocumentType,
+       "rtf/ledger.rtf"},
+      {"FODT cut short", folder.write("short.fodt", cut("odt/ledger.fodt")),
+       kOpenDocumentTextDocumentType, "odt/ledger.fodt", false, "Damaged document"},
+      {"DOCX cut short", folder.write("short.docx", cut("docx/ledger.docx")), u"", nullptr, false,
+       "Damaged document"},
+      {"ODT cut short", folder.write("short.odt", cut("odt/ledger.odt")), u"", nullptr, false,
+       "Damaged document"},
+      // Word files the reader cannot take go on as plain text, for the importers to try.
+      {"Word file cut short", folder.write("short.doc", cut("doc/ledger.doc")),
+       kPlainTextDocumentType, nullptr, false, "Damaged document"},
+      // A package encrypted with a password holds no Word document: no reader takes it.
+      {"encrypted DOCX", fixture("docx/encrypted.docx").string(), kPlainTextDocumentType},
+      {"empty DOCX", folder.write("empty.docx", ""), u""},
+      {"empty RTF", folder.write("empty.rtf", ""), u""},
+  };
+  for (const Row& row : rows) {
+    testing::CapturedLog log;
+    std::optional<ReaderOutput> output =
+        attributedDocumentReader().read(ReaderSource::file(row.path));
+    if (row.log)
+      EXPECT_TRUE(log.contains(row.log)) << row.name;
+    else
+      EXPECT_TRUE(log.lines().empty()) << row.name << ": " << log.lines()[0];
+    if (row.type.empty()) {
+      EXPECT_FALSE(output) << row.name;
+      continue;
+    }
+    ASSERT_TRUE(output && output->text) << row.name;
+    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type))
+        << row.name;
+    if (!row.textOf) continue;
+    std::u16string text = expected(fixture(row.textOf)).text;
+    if (row.whole) {
+      EXPECT_EQ(toUtf8(*output->text), toUtf8(text)) << row.name;
+      continue;
+    }
+    // What was read before the damage: the first lines, and less than all.
+    std::u16string firstLine = text.substr(0, text.find(u'\n') + 1);
+    EXPECT_TRUE(output->text->starts_with(firstLine)) << row.name << ": " << toUtf8(*output->text);
+    EXPECT_LT(output->text->size(), text.size()) << row.name;
+  }
 }
 
 TEST(AttributedReader, HostileDocumentsAnswerLittle) {

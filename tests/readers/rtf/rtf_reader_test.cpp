@@ -1,10 +1,14 @@
-// RTF: the tokenizer's rules on small documents, and hostile input.
+// RTF: the tokenizer's rules on small documents, documents as Word and TextEdit write them, and
+// hostile input.
 
 #include "readers/rtf/rtf_reader.h"
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
+
+#include "test_support.h"
 
 namespace ulvek {
 namespace {
@@ -73,6 +77,63 @@ TEST(RTFReader, InfoGroup) {
             PropertyValue(Date{1039443960000000}));
   EXPECT_EQ(*find(output->attributes, DocumentAttribute::ModificationTime),
             PropertyValue(Date{1612310400000000}));
+}
+
+// The ledger as Word writes it (font character sets, \info, page header and footer, notes where
+// they are called, list labels, a table, an annotation, pictures) and as TextEdit writes it in an
+// RTFD; the text beside each, read from the file and from memory.
+TEST(RTFReader, DocumentsAsWordAndTextEditWriteThem) {
+  std::filesystem::path folder = testing::dataPath() / "wordprocessor/rtf";
+  auto expectedText = [&](const char* name) {
+    auto json =
+        nlohmann::json::parse(testing::readFile(folder / (std::string(name) + ".expect.json")));
+    return fromUtf8(json["text"].get<std::string>());
+  };
+  std::string rtf = testing::readFile(folder / "ledger.rtf");
+  struct Row {
+    const char* name;
+    std::optional<ReaderOutput> output;
+    const char* document;
+    std::u16string_view type;
+  };
+  const Row rows[] = {
+      {"RTF file", readRTF(ReaderSource::file((folder / "ledger.rtf").string())), "ledger.rtf",
+       kRTFTextDocumentType},
+      {"RTF bytes", read(rtf), "ledger.rtf", kRTFTextDocumentType},
+      {"RTFD folder", readRTFD(ReaderSource::file((folder / "ledger.rtfd").string())),
+       "ledger.rtfd", kRTFDTextDocumentType},
+      {"RTF as an RTFD", readRTFD(ReaderSource::file((folder / "ledger.rtf").string())), nullptr},
+  };
+  for (const Row& row : rows) {
+    if (!row.document) {
+      EXPECT_FALSE(row.output) << row.name;
+      continue;
+    }
+    ASSERT_TRUE(row.output && row.output->text) << row.name;
+    EXPECT_EQ(toUtf8(*row.output->text), toUtf8(expectedText(row.document))) << row.name;
+    auto text = [&](std::string_view key) {
+      const PropertyValue* value = find(row.output->attributes, key);
+      return value && value->string() ? toUtf8(*value->string()) : "(none)";
+    };
+    EXPECT_EQ(text(DocumentAttribute::DocumentType), toUtf8(row.type)) << row.name;
+    EXPECT_EQ(text(DocumentAttribute::Title), "Seed Exchange Ledger \u2014 Spring") << row.name;
+    EXPECT_EQ(text(DocumentAttribute::Author), "Ingrid \u00d8deg\u00e5rd") << row.name;
+    EXPECT_EQ(*find(row.output->attributes, DocumentAttribute::Keywords),
+              PropertyValue(PropertyArray{u"seeds", u"library", u"ledger"}))
+        << row.name;
+    EXPECT_EQ(*find(row.output->attributes, DocumentAttribute::CreationTime),
+              PropertyValue(Date{1678786013000000}))
+        << row.name;
+  }
+  // Word's document also says when it was last saved; printing leaves no date behind.
+  const ReaderOutput& word = *rows[0].output;
+  EXPECT_EQ(*find(word.attributes, DocumentAttribute::ModificationTime),
+            PropertyValue(Date{1704164645000000}));
+  EXPECT_EQ(toUtf8(*find(word.attributes, DocumentAttribute::Subject)->string()),
+            "Seeds swapped at the village library");
+  EXPECT_EQ(toUtf8(*find(word.attributes, DocumentAttribute::Comment)->string()),
+            "A small ledger written for the reader tests.");
+  EXPECT_EQ(word.attributes.size(), 8u);
 }
 
 TEST(RTFReader, HostileInput) {
