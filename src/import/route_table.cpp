@@ -1,5 +1,6 @@
 #include "import/route_table.h"
 
+#include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
 #include "platform/content_types.h"
 #include "platform/type_codes.h"
@@ -43,7 +44,14 @@ namespace {
 // registry's reader for the content type reads the file, and the importers read types that no
 // reader of ours declares.
 void letTypeDecide(ImportPlan& plan) {
-  if (!plan.contentType || !contentTypeInfo(*plan.contentType)) return;
+  const ContentTypeInfo* info = plan.contentType ? contentTypeInfo(*plan.contentType) : nullptr;
+  if (!info) return;
+  // A type only an importer declares is that importer's, even where it says it is text.
+  if (info->declaredByImporter) {
+    plan.route = Route::Importer;
+    plan.typeDecided = true;
+    return;
+  }
   if (plan.classification.step != 0) {
     std::optional<std::string_view> named = contentTypeForExtension(toUtf8(plan.extension));
     if (!named || *named == *plan.contentType) return;
@@ -58,6 +66,10 @@ ImportPlan planImport(const std::string& path) {
   ImportPlan plan;
   plan.path = path;
   plan.extension = pathExtension(path);
+  // An extension the registry does not know may be one an importer plug-in declares: their
+  // tables are read before the file is typed.
+  if (!plan.extension.empty() && !contentTypeForExtension(toUtf8(plan.extension)))
+    MetaDataImporter::sharedImporter().loadExtractorPlugins();
   plan.typeCode = HFSTypeOfFile(path);
   plan.contentType = typeOfFile(path);
   plan.size = fileSizeAtPath(path);

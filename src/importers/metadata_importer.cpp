@@ -217,6 +217,40 @@ MetaDataImporter& MetaDataImporter::sharedImporter() {
 MetaDataImporter::MetaDataImporter() : worker_({defaultTimeLimit(), defaultMemoryLimit()}) {}
 MetaDataImporter::~MetaDataImporter() = default;
 
+namespace {
+
+// A declaration's value that may be one string or a list of them.
+std::vector<std::string> stringsOf(const PropertyValue* value) {
+  std::vector<std::string> strings;
+  if (!value) return strings;
+  if (value->string()) {
+    if (!isWhiteString(*value->string())) strings.push_back(toUtf8(*value->string()));
+    return strings;
+  }
+  if (const PropertyArray* list = value->array()) {
+    for (const PropertyValue& item : *list)
+      if (item.string() && !isWhiteString(*item.string()))
+        strings.push_back(toUtf8(*item.string()));
+  }
+  return strings;
+}
+
+// What an exported type declaration tells the format registry.
+DeclaredContentType declaredType(const PropertyDictionary& declaration,
+                                 const PropertyDictionary* tags) {
+  DeclaredContentType type;
+  std::vector<std::string> identifier = stringsOf(find(declaration, "UTTypeIdentifier"));
+  if (!identifier.empty()) type.identifier = identifier.front();
+  type.conformsTo = stringsOf(find(declaration, "UTTypeConformsTo"));
+  if (tags) {
+    type.extensions = stringsOf(find(*tags, "public.filename-extension"));
+    type.mimeTypes = stringsOf(find(*tags, "public.mime-type"));
+  }
+  return type;
+}
+
+}  // namespace
+
 void MetaDataImporter::addBundleToMDImporters(const PropertyDictionary& info,
                                               const std::string& path) {
   std::string name = fs::path(path).filename().string();
@@ -249,6 +283,7 @@ void MetaDataImporter::addBundleToMDImporters(const PropertyDictionary& info,
       const PropertyDictionary* declaration = element.dictionary();
       const PropertyDictionary* tags =
           declaration ? dictionaryValue(*declaration, "UTTypeTagSpecification") : nullptr;
+      if (declaration) declareContentType(declaredType(*declaration, tags));
       const PropertyArray* extensions =
           tags ? arrayValue(*tags, "public.filename-extension") : nullptr;
       if (!extensions) continue;
@@ -285,18 +320,30 @@ void MetaDataImporter::loadExtractorPlugins() {
     }
     // A bundle's load preflight waits until a file could go to it (or the tables are read):
     // loading every plug-in's libraries up front costs each process more than most imports.
+    std::map<std::string, std::string> bundleOfFactory;  // the first bundle with each importer
     for (const std::string& bundle : found) {
       std::optional<PropertyDictionary> info = bundleInfo(bundle);
       std::optional<std::string> executable =
           info ? utf8Value(*info, "CFBundleExecutable") : std::nullopt;
       if (!executable) continue;
-      addBundleToMDImporters(*info, bundle);
-      executables_[bundle] = bundle + "/Contents/Linux/" + *executable;
-      std::vector<std::string>& ofImporters = typeFactories_[bundle];
+      std::vector<std::string> ofImporters;
       const PropertyDictionary* types = dictionaryValue(*info, "CFPlugInTypes");
       const PropertyArray* listed = types ? arrayValue(*types, kImporterTypeID) : nullptr;
       for (const PropertyValue& factory : listed ? *listed : PropertyArray())
         if (factory.string()) ofImporters.push_back(toUtf8(*factory.string()));
+      // A copy earlier on the search path (a user's own build of an installed importer)
+      // replaces this one rather than both running.
+      bool replaced = !ofImporters.empty() &&
+                      std::all_of(ofImporters.begin(), ofImporters.end(),
+                                  [&](const auto& id) { return bundleOfFactory.contains(id); });
+      if (replaced) {
+        logLine("Skipped: " + bundle + " (replaced by " + bundleOfFactory[ofImporters[0]] + ")");
+        continue;
+      }
+      for (const std::string& factory : ofImporters) bundleOfFactory.emplace(factory, bundle);
+      addBundleToMDImporters(*info, bundle);
+      executables_[bundle] = bundle + "/Contents/Linux/" + *executable;
+      typeFactories_[bundle] = std::move(ofImporters);
       discovered_.push_back(bundle);
       unverified_.insert(bundle);
     }

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -32,36 +34,62 @@ std::vector<std::string_view> words(std::string_view list) {
   return result;
 }
 
-// The table in the form lookups want, built on first use and kept for the process.
+// The registry in the form lookups want, built on first use and kept for the process, with the
+// types importer plug-ins declare added as they are registered.
 struct TypeIndex {
   struct Row {
     std::vector<std::string_view> extensions, mimeTypes, parents;
     ContentTypeInfo info;
   };
-  std::vector<Row> rows;
+  // Deques: rows and the strings of declared ones never move once added.
+  std::deque<Row> rows;
+  std::deque<std::string> declaredStrings;
+  std::deque<Format> declaredFormats;
   std::unordered_map<std::string_view, const Row*> byIdentifier;
   std::unordered_map<std::string_view, const Row*> byExtension;
   std::unordered_map<std::string_view, const Row*> byMIMEType;
+  // Shared by lookups, taken alone by declarations.
+  mutable std::shared_mutex lock;
 
   TypeIndex() {
-    rows.reserve(formats().size());
     for (const Format& source : formats()) {
       Row& row = rows.emplace_back();
       row.extensions = words(source.extensions);
       row.mimeTypes = words(source.mimeTypes);
       row.parents = words(source.parents);
       row.info = {source.identifier, row.extensions, row.mimeTypes, row.parents, &source};
+      index(row);
     }
-    for (const Row& row : rows) {
-      byIdentifier.emplace(row.info.identifier, &row);
-      for (std::string_view extension : row.extensions) byExtension.emplace(extension, &row);
-      for (std::string_view mimeType : row.mimeTypes) byMIMEType.emplace(mimeType, &row);
-    }
+  }
+
+  // The first row to claim an identifier, extension or MIME type keeps it.
+  void index(const Row& row) {
+    byIdentifier.emplace(row.info.identifier, &row);
+    for (std::string_view extension : row.extensions) byExtension.emplace(extension, &row);
+    for (std::string_view mimeType : row.mimeTypes) byMIMEType.emplace(mimeType, &row);
+  }
+
+  std::string_view keep(std::string_view text) { return declaredStrings.emplace_back(text); }
+
+  void declare(const DeclaredContentType& type) {
+    std::unique_lock guard(lock);
+    std::string identifier = asciiLowercase(type.identifier);
+    if (identifier.empty() || byIdentifier.contains(identifier)) return;
+    Row& row = rows.emplace_back();
+    for (const std::string& extension : type.extensions)
+      row.extensions.push_back(keep(asciiLowercase(extension)));
+    for (const std::string& mimeType : type.mimeTypes)
+      row.mimeTypes.push_back(keep(asciiLowercase(mimeType)));
+    for (const std::string& parent : type.conformsTo) row.parents.push_back(keep(parent));
+    std::string_view kept = keep(identifier);
+    const Format& format = declaredFormats.emplace_back(Format{kept, kept, {}, {}, {}, {}, {}});
+    row.info = {kept, row.extensions, row.mimeTypes, row.parents, &format, true};
+    index(row);
   }
 };
 
-const TypeIndex& typeIndex() {
-  static const TypeIndex* index = new TypeIndex();
+TypeIndex& typeIndex() {
+  static TypeIndex* index = new TypeIndex();
   return *index;
 }
 
@@ -143,6 +171,7 @@ std::optional<std::string_view> packageTypeForExtension(const std::string& exten
 
 const ContentTypeInfo* contentTypeInfo(std::string_view identifier) {
   const TypeIndex& index = typeIndex();
+  std::shared_lock guard(index.lock);
   auto found = index.byIdentifier.find(identifier);
   return found == index.byIdentifier.end() ? nullptr : &found->second->info;
 }
@@ -151,6 +180,7 @@ std::optional<std::string_view> contentTypeForExtension(std::string_view extensi
   if (extension.empty()) return std::nullopt;
   const TypeIndex& index = typeIndex();
   std::string key = asciiLowercase(extension);
+  std::shared_lock guard(index.lock);
   auto found = index.byExtension.find(key);
   if (found == index.byExtension.end()) return std::nullopt;
   return found->second->info.identifier;
@@ -164,6 +194,7 @@ std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType
   if (mimeType.empty()) return std::nullopt;
   const TypeIndex& index = typeIndex();
   std::string key = asciiLowercase(mimeType);
+  std::shared_lock guard(index.lock);
   auto found = index.byMIMEType.find(key);
   if (found == index.byMIMEType.end()) return std::nullopt;
   return found->second->info.identifier;
@@ -207,6 +238,7 @@ namespace {
 template <class Field>
 std::optional<std::string_view> nearest(std::string_view type, Field field) {
   const TypeIndex& index = typeIndex();
+  std::shared_lock guard(index.lock);
   std::vector<std::string_view> queue{type};
   for (std::size_t next = 0; next < queue.size() && next < index.rows.size(); ++next) {
     auto found = index.byIdentifier.find(queue[next]);
@@ -233,6 +265,8 @@ std::optional<std::string_view> mimeTypeOfContentType(std::string_view identifie
     return info.mimeTypes.front();
   });
 }
+
+void declareContentType(const DeclaredContentType& type) { typeIndex().declare(type); }
 
 bool isDocumentFolderExtension(std::string_view extension) {
   std::optional<std::string_view> type = contentTypeForExtension(extension);

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/status.h"
 
@@ -31,7 +32,20 @@ struct ContentTypeInfo {
   std::span<const std::string_view> mimeTypes;
   std::span<const std::string_view> parents;
   const Format* format;
+  bool declaredByImporter = false;  // not a registry row: an importer plug-in declared it
 };
+
+// A type an importer plug-in declares (its UTExportedTypeDeclarations).
+struct DeclaredContentType {
+  std::string identifier;
+  std::vector<std::string> extensions;
+  std::vector<std::string> mimeTypes;
+  std::vector<std::string> conformsTo;
+};
+
+// Adds a declared type beside the registry's rows, for the life of the process: its identifier
+// (lower-cased) when no row has it, its extensions and MIME types where no row claims them.
+void declareContentType(const DeclaredContentType& type);
 
 // The table row of an identifier; null for identifiers the table does not declare (dyn. ones).
 const ContentTypeInfo* contentTypeInfo(std::string_view identifier);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "platform/content_types.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -106,7 +107,10 @@ TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
       // A name of a binary kind is not second-guessed by content.
       {"picture.jpg", kPDF, Route::Importer, false},
       {"card.vcf", kPDF, Route::PDF, true},
+      // A type only an importer declares goes to the importers, though it says it is text.
+      {"words.routelist", "apple\npear\n", Route::Importer, true},
   };
+  declareContentType({"com.example.routelist", {"routelist"}, {}, {"public.plain-text"}});
   testing::TemporaryFolder folder;
   for (const Row& row : rows) {
     ImportPlan plan = planImport(folder.write(row.name, row.bytes));

@@ -12,6 +12,7 @@
 
 #include "base/file_url.h"
 #include "base/property_list.h"
+#include "platform/content_types.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -244,6 +245,87 @@ TEST_F(ImporterHostTest, PreflightWaitsUntilABundleCouldServe) {
                             [&](const std::string& bundle) { return bundle.ends_with(gone); }),
               0)
         << gone;
+}
+
+// A bundle of the test plug-in reading `contentType`, and declaring `declared` (with its
+// extension and parent) when given.
+void writeTypedBundle(const TemporaryFolder& folder, const std::string& name,
+                      const std::string& factoryID, const std::u16string& contentType,
+                      const PropertyArray& declared) {
+  fs::path contents = folder.path() / "Importers" / (name + ".mdimporter") / "Contents";
+  fs::create_directories(contents / "Linux");
+  fs::copy_file(std::string(ULVEK_BINARY_DIR) + "/tests/test_importer_plugin.so",
+                contents / "Linux" / (name + ".so"));
+  PropertyDictionary info = infoFor(name + ".so", factoryID, "GoodFactory", "unused-" + name);
+  info["CFBundleDocumentTypes"] = PropertyArray{PropertyDictionary{
+      {"CFBundleTypeRole", u"MDImporter"}, {"LSItemContentTypes", PropertyArray{contentType}}}};
+  info["UTExportedTypeDeclarations"] = declared;
+  folder.write((contents / "Info.plist").lexically_relative(folder.path()).string(),
+               *xmlPropertyList(PropertyValue(std::move(info))));
+}
+
+// Types a plug-in declares join the registry: its files are typed by them, even text ones,
+// and the plug-in receives the type it declared; .chm files reach a CHM importer.
+TEST_F(ImporterHostTest, DeclaredTypesReachTheirImporters) {
+  writeTypedBundle(folder_, "Words", "00000000-0000-4000-8000-000000000101",
+                   u"com.example.wordlist",
+                   PropertyArray{PropertyDictionary{
+                       {"UTTypeIdentifier", u"com.example.wordlist"},
+                       {"UTTypeConformsTo", u"public.plain-text"},
+                       {"UTTypeTagSpecification",
+                        PropertyDictionary{{"public.filename-extension", u"wordlist"},
+                                           {"public.mime-type", u"text/x-wordlist"}}}}});
+  writeTypedBundle(folder_, "Help", "00000000-0000-4000-8000-000000000102",
+                   u"com.microsoft.chm-archive", {});
+  MetaDataImporter importer;
+  importer.loadExtractorPlugins();
+  struct Row {
+    std::string file;
+    std::string bytes;
+    std::string type;
+  };
+  const Row rows[] = {
+      {"notes.wordlist", "apple\npear\n", "com.example.wordlist"},
+      {"NOTES.WORDLIST", "apple\n", "com.example.wordlist"},
+      {"manual.chm", "ITSF\x03\0\0\0", "com.microsoft.chm-archive"},
+  };
+  for (const Row& row : rows) {
+    std::string path = folder_.write(row.file, row.bytes);
+    EXPECT_EQ(typeOfFile(path), row.type) << row.file;
+    std::optional<PropertyDictionary> attributes = importer.metaDataOfFileAtPath(path);
+    ASSERT_TRUE(attributes) << row.file;
+    const PropertyValue* received = find(*attributes, "kMDItemDescription");
+    ASSERT_TRUE(received && received->string()) << row.file;
+    EXPECT_EQ(toUtf8(*received->string()), row.type) << row.file;
+  }
+  EXPECT_EQ(contentTypeForMIMEType("text/x-wordlist"), "com.example.wordlist");
+  // A declaration never takes an extension from the registry's own rows.
+  EXPECT_EQ(contentTypeForExtension("good"), std::nullopt);
+  EXPECT_EQ(contentTypeForExtension("pdf"), "com.adobe.pdf");
+}
+
+// A user's copy of an installed importer (the same factory, earlier on the search path) is the
+// one that runs; the installed one is skipped with a line in the log.
+TEST_F(ImporterHostTest, EarlierCopyOfABundleReplacesTheInstalledOne) {
+  const std::string factory = "00000000-0000-4000-8000-000000000201";
+  writeTypedBundle(folder_, "Installed", factory, u"com.example.copied", {});
+  fs::create_directories(folder_.path() / "User");
+  fs::rename(folder_.path() / "Importers/Installed.mdimporter",
+             folder_.path() / "User/Installed.mdimporter");
+  writeTypedBundle(folder_, "Installed", factory, u"com.example.copied", {});
+  ::setenv(
+      "ULVEKBOT_IMPORTER_PATH",
+      ((folder_.path() / "User").string() + ":" + (folder_.path() / "Importers").string()).c_str(),
+      1);
+  CapturedLog log;
+  MetaDataImporter importer;
+  importer.loadExtractorPlugins();
+  const std::vector<std::string>& bundles = importer.bundlePaths();
+  std::string user = (folder_.path() / "User/Installed.mdimporter").string();
+  std::string installed = (folder_.path() / "Importers/Installed.mdimporter").string();
+  EXPECT_EQ(std::count(bundles.begin(), bundles.end(), user), 1);
+  EXPECT_EQ(std::count(bundles.begin(), bundles.end(), installed), 0);
+  EXPECT_TRUE(log.contains("Skipped: " + installed + " (replaced by " + user + ")"));
 }
 
 // Registration from the information dictionary alone.
