@@ -9,7 +9,7 @@
 #include "cli/command.h"
 #include "client/connection_errors.h"
 #include "client/thread_connections.h"
-#include "service/dbus_interface.h"
+#include "protocol/dbus_interface.h"
 #include "service/json.h"
 
 namespace ulvek::cli {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "import/import_result.h"
+#include "protocol/import_result.h"
 
 // The command table of `ulvekbot`. Each command lives in its own `<name>_command.cpp` and adds
 // itself with a static `CommandRegistration`, so new commands never touch main.cpp:

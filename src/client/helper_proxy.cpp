@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "service/dbus_values.h"
+#include "protocol/dbus_values.h"
 
 namespace ulvek {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "base/status.h"
-#include "import/import_result.h"
+#include "protocol/import_result.h"
 
 typedef struct sd_bus sd_bus;
 

@@ -8,7 +8,6 @@
 
 #include "base/log.h"
 #include "base/property_list.h"
-#include "import/import_result.h"
 #include "import/mime_type_helper.h"
 #include "metadata/file_size.h"
 #include "metadata/file_types.h"
@@ -18,6 +17,7 @@
 #include "platform/content_types.h"
 #include "platform/file_bytes.h"
 #include "platform/type_codes.h"
+#include "protocol/import_result.h"
 #include "readers/reader.h"
 #include "text/encodings.h"
 #include "text/entity_conversion.h"

@@ -2,8 +2,8 @@
 #include <string_view>
 #include <utility>
 
-#include "import/import_result.h"
 #include "import/mime_type_helper.h"
+#include "protocol/import_result.h"
 #include "readers/reader.h"
 
 namespace ulvek {

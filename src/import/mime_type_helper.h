@@ -4,8 +4,8 @@
 #include <string>
 
 #include "base/property_value.h"
-#include "import/import_result.h"
 #include "import/reader_set.h"
+#include "protocol/import_result.h"
 #include "text/html_meta.h"
 
 namespace ulvek {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/log.h"
-#include "service/dbus_interface.h"
-#include "service/dbus_values.h"
+#include "protocol/dbus_interface.h"
+#include "protocol/dbus_values.h"
 
 namespace ulvek {
 namespace {

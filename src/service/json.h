@@ -3,7 +3,7 @@
 #include <string>
 
 #include "base/property_value.h"
-#include "import/import_result.h"
+#include "protocol/import_result.h"
 
 // JSON text of results for the command line: one object per result, on one line.
 namespace ulvek {

@@ -15,7 +15,7 @@
 #include "../service/service_fixture.h"
 #include "client/connection_errors.h"
 #include "client/thread_connections.h"
-#include "service/dbus_interface.h"
+#include "protocol/dbus_interface.h"
 #include "test_support.h"
 
 namespace ulvek {

@@ -12,12 +12,12 @@
 
 #include "base/property_list.h"
 #include "fork_test_files.h"
-#include "import/import_result.h"
 #include "import/mime_type_helper.h"
 #include "metadata/file_types.h"
 #include "metadata/internet_location.h"
 #include "metadata/metadata_store.h"
 #include "platform/resource_fork.h"
+#include "protocol/import_result.h"
 #include "readers/reader.h"
 #include "test_support.h"
 

@@ -3,8 +3,8 @@
 #include <optional>
 #include <vector>
 
-#include "import/import_result.h"
 #include "import/mime_type_helper.h"
+#include "protocol/import_result.h"
 
 namespace ulvek {
 namespace {

@@ -7,7 +7,7 @@
 #include <regex>
 
 #include "metadata/metadata_store.h"
-#include "service/dbus_interface.h"
+#include "protocol/dbus_interface.h"
 #include "service_fixture.h"
 #include "test_support.h"
 

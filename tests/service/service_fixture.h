@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "client/thread_connections.h"
-#include "service/dbus_interface.h"
+#include "protocol/dbus_interface.h"
 #include "service/json.h"
 
 extern char** environ;

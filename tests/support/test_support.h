@@ -54,11 +54,9 @@ std::filesystem::path dataPath();
 }  // namespace ulvek::testing
 
 // Skips the calling test, naming the folder, when the shared corpus is absent.
-#define ULVEK_REQUIRE_CORPUS()                                                              \
-  if (!::ulvek::testing::corpusPresent())                                                   \
+#define ULVEK_REQUIRE_CORPUS()                                                             \
+  if (!::ulvek::testing::corpusPresent())                                                  \
   GTEST_SKIP() << "shared corpus not found at " << ::ulvek::testing::corpusPath().string() \
                << "; corpus tests skipped"
 
-namespace ulvek::testing {
-
-}  // namespace ulvek::testing
+namespace ulvek::testing {}  // namespace ulvek::testing

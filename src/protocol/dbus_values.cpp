@@ -1,4 +1,4 @@
-#include "service/dbus_values.h"
+#include "protocol/dbus_values.h"
 
 #include <cerrno>
 #include <cstring>

@@ -6,7 +6,7 @@
 #include <systemd/sd-bus.h>
 
 #include "base/property_value.h"
-#include "import/import_result.h"
+#include "protocol/import_result.h"
 
 // Property values and import results on the wire, as the D-Bus dictionary `a{sv}`.
 //

@@ -1,4 +1,4 @@
-#include "import/import_result.h"
+#include "protocol/import_result.h"
 
 namespace ulvek {
 

@@ -1,0 +1,46 @@
+cmake_minimum_required(VERSION 3.25)
+
+# Fails when a source file under src/ includes a header of a layer it may not use. Run as
+#   cmake -DSOURCE_DIR=<src> -P check_layers.cmake
+# Each layer names the layers below it that it may include (its own is always allowed); the
+# programs at the top may include anything.
+set(allowed_base "")
+set(allowed_platform base)
+set(allowed_text base platform)
+set(allowed_metadata base platform text)
+set(allowed_readers base platform text metadata)
+set(allowed_importers base platform text metadata readers)
+set(allowed_protocol base)
+set(allowed_import base platform text metadata readers importers protocol)
+set(allowed_service base protocol import)
+set(allowed_client base protocol)
+set(allowed_worker base platform text metadata readers importers)
+set(allowed_daemon base protocol import service)
+set(allowed_tools base platform text)
+set(layers base platform text metadata readers importers protocol import service client worker
+    daemon tools)
+
+get_filename_component(SOURCE_DIR "${SOURCE_DIR}" ABSOLUTE)
+set(violations "")
+foreach(layer ${layers})
+  file(GLOB_RECURSE sources ${SOURCE_DIR}/${layer}/*.cpp ${SOURCE_DIR}/${layer}/*.h)
+  foreach(source ${sources})
+    file(STRINGS ${source} includes REGEX "^#include \"[a-z_]+/")
+    foreach(line ${includes})
+      string(REGEX REPLACE "^#include \"([a-z_]+)/.*" "\\1" target "${line}")
+      if(target STREQUAL layer OR NOT target IN_LIST layers)
+        continue()
+      endif()
+      if(NOT target IN_LIST allowed_${layer})
+        file(RELATIVE_PATH shown ${SOURCE_DIR} ${source})
+        list(JOIN allowed_${layer} ", " below)
+        list(APPEND violations "  ${shown}: ${line} (${layer} may include: ${below})")
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+
+if(violations)
+  list(JOIN violations "\n" text)
+  message(FATAL_ERROR "Includes that cross the layers:\n${text}")
+endif()
