@@ -194,8 +194,9 @@ class FileImport {
         return putText(readXML());
       case Route::AddressCard:
         return putText(read(Route::AddressCard));
-      case Route::Importer: {
-        std::optional<TextString> text = read(Route::Importer);
+      case Route::Importer:
+      case Route::EPUB: {
+        std::optional<TextString> text = read(route);
         return putText(text ? std::optional(fixedAndNormalizedString(*text)) : std::nullopt);
       }
       case Route::InternetLocation:

@@ -30,6 +30,7 @@ namespace ulvek {
   X(TextClipping, "text clipping", true)             \
   X(AddressCard, "address card", true)               \
   X(Importer, "importer", true)                      \
+  X(EPUB, "EPUB", true)                              \
   X(HTML, "HTML", false)                             \
   X(PropertyList, "property list", false)            \
   X(XML, "XML", false)                               \

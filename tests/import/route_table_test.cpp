@@ -107,6 +107,8 @@ TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
       // A name of a binary kind is not second-guessed by content.
       {"picture.jpg", kPDF, Route::Importer, false},
       {"card.vcf", kPDF, Route::PDF, true},
+      // Books go to their reader, not to the importers to be read by the host.
+      {"book.epub", "PK\x03\x04", Route::EPUB, true},
       // A type only an importer declares goes to the importers, though it says it is text.
       {"words.routelist", "apple\npear\n", Route::Importer, true},
   };

@@ -33,7 +33,8 @@ TEST(ContentTypes, ReadersComeFromTheNearestAncestor) {
       {"org.openxmlformats.wordprocessingml.template", "attributed document"},
       {"com.adobe.encapsulated-postscript", "PDF"},  // its own, before its image parent's
       {"public.jpeg", "importer"},
-      {"org.idpf.epub-container", "importer"},
+      {"org.idpf.epub-container", "EPUB"},
+      {"com.microsoft.chm-archive", "importer"},
       {"public.folder", std::nullopt},
       {"dyn.filename-extension.qqq", std::nullopt},
   };
