@@ -59,6 +59,12 @@ std::size_t width(std::string_view utf8) {
 
 }  // namespace
 
+PropertyValue stringList(const std::vector<std::string>& items) {
+  PropertyArray list;
+  for (const std::string& item : items) list.push_back(PropertyValue::fromUtf8(item));
+  return PropertyValue(std::move(list));
+}
+
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {

@@ -55,6 +55,9 @@ const Command* findCommand(std::string_view name);
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra = {});
 
+// Strings as a list value, for JSON output.
+PropertyValue stringList(const std::vector<std::string>& items);
+
 // Writes rows as columns two blanks apart, each as wide as its widest cell (in characters); the
 // first row is the heading.
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);

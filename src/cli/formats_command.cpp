@@ -72,12 +72,6 @@ std::string readerOf(const Format& format, const std::map<std::string, std::stri
   return found == importers.end() ? reader : reader + ": " + found->second;
 }
 
-PropertyValue listOf(const std::vector<std::string>& items) {
-  PropertyArray list;
-  for (const std::string& item : items) list.push_back(PropertyValue::fromUtf8(item));
-  return PropertyValue(std::move(list));
-}
-
 PropertyValue jsonOf(const Format& format, const std::string& reader) {
   std::vector<std::string> signatures;
   for (const std::string& signature : words(format.signatures, '|'))
@@ -85,10 +79,10 @@ PropertyValue jsonOf(const Format& format, const std::string& reader) {
   PropertyDictionary object{
       {"identifier", PropertyValue::fromUtf8(format.identifier)},
       {"name", PropertyValue::fromUtf8(format.name)},
-      {"extensions", listOf(words(format.extensions, ' '))},
-      {"mimeTypes", listOf(words(format.mimeTypes, ' '))},
-      {"conformsTo", listOf(words(format.parents, ' '))},
-      {"signatures", listOf(signatures)},
+      {"extensions", stringList(words(format.extensions, ' '))},
+      {"mimeTypes", stringList(words(format.mimeTypes, ' '))},
+      {"conformsTo", stringList(words(format.parents, ' '))},
+      {"signatures", stringList(signatures)},
       {"kind", PropertyValue::fromUtf8(kindOf(format))},
       {"reader", PropertyValue::fromUtf8(reader)},
   };

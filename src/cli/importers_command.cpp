@@ -20,12 +20,6 @@ std::string joined(const std::vector<std::string>& items) {
   return text;
 }
 
-PropertyValue listOf(const std::vector<std::string>& items) {
-  PropertyArray list;
-  for (const std::string& item : items) list.push_back(PropertyValue::fromUtf8(item));
-  return PropertyValue(std::move(list));
-}
-
 int run(const std::vector<std::string>& arguments, CommandIO& io) {
   bool json = arguments.size() == 1 && arguments[0] == "--json";
   if (!arguments.empty() && !json) {
@@ -47,8 +41,8 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     std::vector<std::string> extensions = find(importer.extensionsForMDImporter());
     if (json) {
       PropertyDictionary object{{"path", PropertyValue::fromUtf8(bundle)},
-                                {"contentTypes", listOf(types)},
-                                {"extensions", listOf(extensions)}};
+                                {"contentTypes", stringList(types)},
+                                {"extensions", stringList(extensions)}};
       io.out << toJson(PropertyValue(std::move(object))) << "\n";
       continue;
     }

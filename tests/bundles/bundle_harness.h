@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <variant>
 #include <vector>
@@ -125,6 +126,42 @@ inline double numberOf(const BundleAttributes& values, const std::string& key) {
   if (auto number = std::get_if<double>(&found->second)) return *number;
   if (auto integer = std::get_if<std::int64_t>(&found->second)) return double(*integer);
   return -1e300;
+}
+
+// What an importer wrote against its expected answer (NAME.expect.json): lists and strings
+// exactly (the text through `normalizedText` where given, e.g. to compare it word by word),
+// numbers within `tolerance`, null for an attribute that must be absent.
+inline void expectAttributes(const BundleAttributes& values, const nlohmann::json& expected,
+                             double tolerance,
+                             std::string (*normalizedText)(const std::string&) = nullptr) {
+  for (const auto& [key, value] : expected.items()) {
+    SCOPED_TRACE(key);
+    auto found = values.find(key);
+    if (value.is_null()) {
+      EXPECT_EQ(found, values.end());
+      continue;
+    }
+    if (found == values.end()) {
+      ADD_FAILURE() << "missing";
+      continue;
+    }
+    if (value.is_array()) {
+      auto list = std::get_if<std::vector<std::string>>(&found->second);
+      EXPECT_EQ(list ? *list : std::vector<std::string>{"(not a list)"},
+                value.get<std::vector<std::string>>());
+    } else if (value.is_number()) {
+      EXPECT_NEAR(numberOf(values, key), value.get<double>(), tolerance);
+    } else {
+      auto text = std::get_if<std::string>(&found->second);
+      std::string wrote = text ? *text : "(not a string)";
+      std::string wanted = value.get<std::string>();
+      if (normalizedText && text && key == "kMDItemTextContent") {
+        wrote = normalizedText(wrote);
+        wanted = normalizedText(wanted);
+      }
+      EXPECT_EQ(wrote, wanted);
+    }
+  }
 }
 
 }  // namespace ulvek::testing

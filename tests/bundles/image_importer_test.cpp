@@ -35,33 +35,6 @@ std::string field(const std::string& json, const std::string& key) {
   return json.substr(at, json.find_first_of(",\n}", at) - at);
 }
 
-// What the importer wrote against NAME.expect.json: lists and strings exactly, numbers (dates in
-// seconds since 1970, degrees, metres) to a millionth, null for an attribute that must be absent.
-void expectAttributes(const BundleAttributes& values, const nlohmann::json& expected) {
-  for (const auto& [key, value] : expected.items()) {
-    SCOPED_TRACE(key);
-    auto found = values.find(key);
-    if (value.is_null()) {
-      EXPECT_EQ(found, values.end());
-      continue;
-    }
-    if (found == values.end()) {
-      ADD_FAILURE() << "missing";
-      continue;
-    }
-    if (value.is_array()) {
-      auto list = std::get_if<std::vector<std::string>>(&found->second);
-      EXPECT_EQ(list ? *list : std::vector<std::string>{"(not a list)"},
-                value.get<std::vector<std::string>>());
-    } else if (value.is_number()) {
-      EXPECT_NEAR(testing::numberOf(values, key), value.get<double>(), 1e-6);
-    } else {
-      auto text = std::get_if<std::string>(&found->second);
-      EXPECT_EQ(text ? *text : "(not a string)", value.get<std::string>());
-    }
-  }
-}
-
 // XMP over IPTC over EXIF, and each alone; dates with and without offsets; places north-east and
 // south-west, above and below the sea; camera settings and pixel sizes; in JPEG, PNG, TIFF and
 // HEIF.
@@ -77,8 +50,9 @@ TEST(ImageImporter, FixturesGiveTheirAttributes) {
   ASSERT_GE(images.size(), 5u);
   for (const fs::path& image : images) {
     SCOPED_TRACE(image.filename().string());
-    expectAttributes(bundle.import(image.string()),
-                     nlohmann::json::parse(testing::readFile(image.string() + ".expect.json")));
+    testing::expectAttributes(
+        bundle.import(image.string()),
+        nlohmann::json::parse(testing::readFile(image.string() + ".expect.json")), 1e-6);
   }
 }
 

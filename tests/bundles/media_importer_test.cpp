@@ -32,33 +32,6 @@ std::string field(const std::string& json, const std::string& key) {
   return bare == "null" ? "" : bare;
 }
 
-// What the importer wrote against NAME.expect.json: lists and strings exactly, numbers (durations
-// in seconds, rates, years) to a millisecond, null for an attribute that must be absent.
-void expectAttributes(const BundleAttributes& values, const nlohmann::json& expected) {
-  for (const auto& [key, value] : expected.items()) {
-    SCOPED_TRACE(key);
-    auto found = values.find(key);
-    if (value.is_null()) {
-      EXPECT_EQ(found, values.end());
-      continue;
-    }
-    if (found == values.end()) {
-      ADD_FAILURE() << "missing";
-      continue;
-    }
-    if (value.is_array()) {
-      auto list = std::get_if<std::vector<std::string>>(&found->second);
-      EXPECT_EQ(list ? *list : std::vector<std::string>{"(not a list)"},
-                value.get<std::vector<std::string>>());
-    } else if (value.is_number()) {
-      EXPECT_NEAR(testing::numberOf(values, key), value.get<double>(), 1e-3);
-    } else {
-      auto text = std::get_if<std::string>(&found->second);
-      EXPECT_EQ(text ? *text : "(not a string)", value.get<std::string>());
-    }
-  }
-}
-
 // ID3v2.4, ID3v2.3 and ID3v1 over silent MPEG frames, FLAC, WAV with RIFF INFO or ID3v2, Ogg
 // Vorbis and Opus, and MP4: tags, lyrics, and durations known to the sample.
 TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
@@ -72,8 +45,9 @@ TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
   ASSERT_GE(files.size(), 9u);
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.filename().string());
-    expectAttributes(bundle.import(file.string()),
-                     nlohmann::json::parse(testing::readFile(file.string() + ".expect.json")));
+    testing::expectAttributes(
+        bundle.import(file.string()),
+        nlohmann::json::parse(testing::readFile(file.string() + ".expect.json")), 1e-3);
   }
 }
 

@@ -7,22 +7,13 @@
 import base64
 import json
 import os
+import sys
 import struct
 import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-
-
-def png(width, height, rgb):
-    """A tiny one-colour PNG."""
-
-    def chunk(kind, data):
-        body = kind + data
-        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
-
-    rows = b"".join(b"\0" + bytes(rgb) * width for _ in range(height))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
+sys.path.insert(0, os.path.dirname(HERE))
+from fixture_images import png  # noqa: E402
 
 
 def folded(head, data, width=74, indent="  "):
