@@ -19,51 +19,11 @@ using testing::ZipEntry;
 
 const std::string kData = std::string(ULVEK_SOURCE_DIR) + "/tests/bundles/data/";
 
-std::string relationships(const std::vector<std::pair<std::string, std::string>>& targets) {
-  std::string xml = "<Relationships>";
-  for (const auto& [id, target] : targets)
-    xml += "<Relationship Id=\"" + id + "\" Target=\"" + target + "\"/>";
-  return xml + "</Relationships>";
-}
-
 TEST(OfficeImporter, SheetsAndPresentations) {
-  testing::TemporaryFolder folder;
-  std::string pptx = (folder.path() / "talk.pptx").string();
-  ASSERT_TRUE(testing::writeZip(
-      pptx,
-      {{"ppt/presentation.xml",
-        "<p:presentation><p:sldIdLst><p:sldId r:id=\"rId9\"/><p:sldId r:id=\"rId2\"/>"
-        "</p:sldIdLst></p:presentation>"},
-       {"ppt/_rels/presentation.xml.rels",
-        relationships({{"rId2", "slides/slide2.xml"}, {"rId9", "slides/slide1.xml"}})},
-       {"ppt/slides/slide1.xml",
-        "<p:sld><a:p><a:r><a:t>First</a:t></a:r><a:r><a:t> slide"
-        "</a:t></a:r></a:p><a:p><a:t>Point</a:t></a:p></p:sld>"},
-       {"ppt/slides/slide2.xml", "<p:sld><a:p><a:t>Second</a:t></a:p></p:sld>"},
-       {"ppt/slides/_rels/slide2.xml.rels", relationships({{"rId1", "../notesSlides/n2.xml"}})},
-       {"ppt/notesSlides/n2.xml", "<p:notes><a:p><a:t>Say hello</a:t></a:p></p:notes>"},
-       {"docProps/core.xml",
-        "<cp:coreProperties><dc:title>Talk</dc:title><dc:creator>Bo</dc:creator>"
-        "<dcterms:modified>2021-03-04T05:06:07Z</dcterms:modified></cp:coreProperties>"}}));
-  std::string ods = (folder.path() / "sheet.ods").string();
-  ASSERT_TRUE(testing::writeZip(
-      ods, {{"mimetype", "application/vnd.oasis.opendocument.spreadsheet", false, true},
-            {"content.xml",
-             "<office:document-content><table:table table:name=\"Tab\"><table:table-row>"
-             "<table:table-cell><text:p>a<text:s text:c=\"2\"/>b</text:p></table:table-cell>"
-             "<table:table-cell><text:p>c</text:p></table:table-cell></table:table-row>"
-             "</table:table></office:document-content>"},
-            {"meta.xml",
-             "<office:meta><meta:keyword>x</meta:keyword><meta:keyword>y"
-             "</meta:keyword><meta:initial-creator>Cy</meta:initial-creator>"
-             "</office:meta>"}}));
-  std::string odp = (folder.path() / "deck.odp").string();
-  ASSERT_TRUE(testing::writeZip(
-      odp, {{"mimetype", "application/vnd.oasis.opendocument.presentation", false, true},
-            {"content.xml",
-             "<o><draw:page><text:p>One</text:p></draw:page><draw:page>"
-             "<text:h>Two</text:h><text:p>Three<text:tab/>four</text:p>"
-             "</draw:page></o>"}}));
+  // tests/data/office/make_fixtures.py writes these three.
+  const std::string office = (testing::dataPath() / "office").string() + "/";
+  const std::string pptx = office + "talk.pptx", ods = office + "sheet.ods",
+                    odp = office + "deck.odp";
   struct Row {
     std::string path;
     std::string text;
