@@ -10,6 +10,8 @@
 #include "base/ascii.h"
 #include "base/log.h"
 #include "base/property_list.h"
+#include "importers/importer_corrections.h"
+#include "importers/package_text.h"
 #include "importers/worker_protocol.h"
 #include "metadata/file_types.h"
 #include "platform/content_types.h"
@@ -70,100 +72,6 @@ unsigned long long defaultMemoryLimit() {
       return static_cast<unsigned long long>(*value->integer());
   }
   return 2048;
-}
-
-// ---- Corrections of importer answers, by the path's suffix ----
-
-// A value that is one angle-bracketed word ("<title>"), alone or as an array's only element.
-bool isPlaceholder(const PropertyValue& value) {
-  const PropertyValue* single = &value;
-  if (const PropertyArray* list = value.array()) {
-    if (list->size() != 1) return false;
-    single = &list->front();
-  }
-  const TextString* text = single->string();
-  if (!text || text->size() < 2 || text->front() != u'<' || text->back() != u'>') return false;
-  return std::none_of(text->begin(), text->end(), [](char16_t c) { return isWhiteOrNewline(c); });
-}
-
-void correct(PropertyDictionary& attributes, const std::string& path) {
-  if (endsWithIgnoringASCIICase(path, ".mellel")) {
-    std::erase_if(attributes, [](const auto& entry) { return isPlaceholder(entry.second); });
-  } else if (endsWithIgnoringASCIICase(path, ".mht")) {
-    PropertyValue* text = nullptr;
-    if (auto found = attributes.find(kTextContent); found != attributes.end())
-      text = &found->second;
-    if (text && text->string())
-      *text = PropertyValue(
-          stringByConvertingHtml2PlainTextNonUmlauted(*text->string(), false, false, true, true));
-  } else if (endsWithIgnoringASCIICase(path, ".scap")) {
-    const PropertyArray* notes = arrayValue(attributes, "com_literatureandlatte_scapple_noteText");
-    if (!find(attributes, kTextContent) && notes) {
-      TextString joined;
-      for (const PropertyValue& note : *notes) {
-        if (!note.string()) return;
-        if (&note != &notes->front()) joined += u'\n';
-        joined += *note.string();
-      }
-      attributes[std::string(kTextContent)] = PropertyValue(std::move(joined));
-    }
-  }
-}
-
-// ---- Direct readers of three package kinds ----
-
-std::optional<Data> inflated(Bytes bytes) {
-  z_stream stream{};
-  // 15 + 32: a zlib or a gzip header, whichever it is.
-  if (inflateInit2(&stream, 15 + 32) != Z_OK) return std::nullopt;
-  Data out;
-  stream.next_in = const_cast<Bytef*>(bytes.data());
-  stream.avail_in = static_cast<uInt>(bytes.size());
-  int status = Z_OK;
-  while (status == Z_OK) {
-    // An outline is text: more than 256 MiB of it is a bomb.
-    if (out.size() > (256u << 20)) break;
-    std::size_t used = out.size();
-    out.resize(used + 65536);
-    stream.next_out = out.data() + used;
-    stream.avail_out = 65536;
-    status = inflate(&stream, Z_NO_FLUSH);
-    out.resize(used + 65536 - stream.avail_out);
-  }
-  inflateEnd(&stream);
-  if (status != Z_STREAM_END) return std::nullopt;
-  return out;
-}
-
-std::optional<TextString> outlineText(const std::string& path) {
-  std::optional<FileBytes> file = FileBytes::read(path + "/contents.xml").take();
-  if (!file) return std::nullopt;
-  Data bytes(file->bytes().begin(), file->bytes().end());
-  if (bytes.size() >= 5 && file->chars().substr(0, 5) != "<?xml") {
-    std::optional<Data> plain = inflated(file->bytes());
-    if (!plain) return std::nullopt;
-    bytes = std::move(*plain);
-  }
-  TextString text =
-      fromUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-  if (text.empty()) return std::nullopt;
-  std::optional<TextString> bodies = stripTagBodies(
-      text, {u"<style-attribute", u"<editor", u"<print-info>", u"<auto-generate-level-styles>"});
-  TextString stripped = stripTags(bodies ? *bodies : text);
-  return stringByRemovingMultipleWhiteSpaces(stringByConvertingEntitiesToCharacters(stripped));
-}
-
-std::optional<TextString> chatLogText(const std::string& path) {
-  std::vector<fs::path> logs;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(path, error)) {
-    if (asciiLowercase(entry.path().extension().string()) == ".xml") logs.push_back(entry.path());
-  }
-  if (logs.size() != 1) return std::nullopt;
-  std::optional<TextString> source =
-      stringWithMarkupContentsOfFile(logs.front().string(), kUTF8StringEncoding);
-  if (!source) return std::nullopt;
-  return stringByConvertingEntitiesToCharacters(stripTags(*source));
 }
 
 }  // namespace
@@ -548,14 +456,14 @@ std::optional<PropertyDictionary> MetaDataImporter::metaDataOfFileAtPath(const s
     if (getMetaData(&found, path)) attributes = std::move(found);
   }
   if (attributes && !attributes->empty()) {
-    correct(*attributes, path);
+    correctImporterAnswer(*attributes, path);
     return attributes;
   }
   std::optional<TextString> text;
   if (endsWithIgnoringASCIICase(path, ".oo3")) {
-    text = outlineText(path);
+    text = outlinePackageText(path);
   } else if (endsWithIgnoringASCIICase(path, ".chatlog")) {
-    text = chatLogText(path);
+    text = chatLogPackageText(path);
   } else if (textBundleReader_) {
     if (std::optional<ReaderOutput> bundle = textBundleReader_->read(ReaderSource::file(path)))
       text = std::move(bundle->text);
