@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -54,5 +56,23 @@ std::filesystem::path corpusPath() {
 bool corpusPresent() { return std::filesystem::is_directory(corpusPath()); }
 
 std::filesystem::path dataPath() { return ULVEK_TEST_DATA_DIR; }
+
+namespace {
+
+class PrivateCacheFolder : public ::testing::Environment {
+ public:
+  PrivateCacheFolder() { ::setenv("XDG_CACHE_HOME", folder_.path().c_str(), 1); }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+}  // namespace
+
+bool usePrivateCacheFolder() {
+  // gtest owns the environment and deletes it, with the folder, when the run ends.
+  static const bool added = ::testing::AddGlobalTestEnvironment(new PrivateCacheFolder) != nullptr;
+  return added;
+}
 
 }  // namespace ulvek::testing

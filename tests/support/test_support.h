@@ -51,6 +51,11 @@ bool corpusPresent();
 // The project's own fixtures, tests/data/.
 std::filesystem::path dataPath();
 
+// Points XDG_CACHE_HOME at a folder of this test program's own for the whole run (removed at
+// its end), so that counting temporary items is not upset by test programs running beside it.
+// Call it from a namespace-scope initializer.
+bool usePrivateCacheFolder();
+
 }  // namespace ulvek::testing
 
 // Skips the calling test, naming the folder, when the shared corpus is absent.

@@ -22,6 +22,8 @@ std::string text(const std::optional<TextString>& value) {
   return value ? toUtf8(*value) : "(nothing)";
 }
 
+const bool kPrivateCache = testing::usePrivateCacheFolder();
+
 std::size_t temporaryEntries() {
   Result<std::string> folder = temporaryItemsFolder();
   if (!folder) return 0;
@@ -76,7 +78,9 @@ TEST(TextBundle, FolderBundles) {
     CapturedLog log;
     EXPECT_EQ(text(stringWithContentsOfTextBundleFile(bundle, kDetectEncoding)), row.expected)
         << row.name;
-    if (!row.logFragment.empty()) EXPECT_TRUE(log.contains(row.logFragment)) << row.name;
+    if (!row.logFragment.empty()) {
+      EXPECT_TRUE(log.contains(row.logFragment)) << row.name;
+    }
   }
   EXPECT_EQ(text(stringWithContentsOfTextBundleFile("/nonexistent.textbundle", kDetectEncoding)),
             "(nothing)");
