@@ -119,7 +119,9 @@ TEST(CharsetFixtures, DetectionGivesTheText) {
         stringWithContentsOfFile((root / row.file).string(), kDetectEncoding, &used);
     const bool right = detected && toUtf8(*detected) == truth;
     detectedRight += right;
-    if (row.detected) EXPECT_TRUE(right) << row.file << " detected as " << std::hex << used;
+    if (row.detected) {
+      EXPECT_TRUE(right) << row.file << " detected as " << std::hex << used;
+    }
 
     std::optional<TextString> byAnswer = icuDecode(bytes, icuName(uchardetAnswer(bytes)));
     const bool uchardetKnows = byAnswer && toUtf8(*byAnswer) == truth;

@@ -232,7 +232,9 @@ TEST(Converters, UTF8InRunsIsICUsWholeDecoding) {
     EXPECT_EQ(replacements, static_cast<std::size_t>(substitutions)) << round;
     std::optional<TextString> strict = decodeBytes(bytesOf(bytes), kUTF8StringEncoding);
     EXPECT_EQ(strict.has_value(), substitutions == 0) << round;
-    if (strict) EXPECT_EQ(*strict, expected) << round;
+    if (strict) {
+      EXPECT_EQ(*strict, expected) << round;
+    }
   }
 }
 
