@@ -21,14 +21,12 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 importers=$("$prefix/bin/ulvekbot" importers 2>/dev/null)
 grep -q "$prefix/lib/ulvekbot/Importers/PDF.mdimporter" <<<"$importers" ||
   fail "installed ulvekbot does not find its importers"
-pdf=${ULVEK_CORPUS_DIR:-../shared/corpus}/docs/pdf/tika-testPDF.pdf
-imported=$("$prefix/bin/ulvekbot" import "$pdf" 2>/dev/null)
-grep -q '"Title":"Apache Tika - Apache Tika"' <<<"$imported" ||
+imported=$("$prefix/bin/ulvekbot" import tests/data/pdf/survey.pdf 2>/dev/null)
+grep -q '"Title":"Harbour Survey – Spring Round"' <<<"$imported" ||
   fail "installed ulvekbot reads no title from a PDF"
 # Word documents go through the OLE2 module, loaded from the installed lib/ulvekbot.
-doc=${ULVEK_CORPUS_DIR:-../shared/corpus}/docs/doc/made-report.doc
-imported=$("$prefix/bin/ulvekbot" import "$doc" 2>&1)
-grep -q '"Title":"Quarterly Import Report' <<<"$imported" ||
+imported=$("$prefix/bin/ulvekbot" import tests/data/wordprocessor/doc/ledger.doc 2>&1)
+grep -q '"Title":"Seed Exchange Ledger' <<<"$imported" ||
   fail "installed ulvekbot reads no Word document: $imported"
 
 # The example client, built against the installed pkg-config data, launches the installed daemon.
