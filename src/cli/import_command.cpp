@@ -16,6 +16,7 @@
 #include "import/mime_type_helper.h"
 #include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
+#include "metadata/file_types.h"
 #include "platform/content_types.h"
 #include "platform/resource_fork.h"
 
@@ -31,8 +32,7 @@ constexpr int kProgressWidth = 30;
 // service reads it.
 bool isOneItem(const std::string& path) {
   return getBoolValueForKey(ResourceKey::IsPackage, path) ||
-         isDocumentFolderExtension(
-             fs::path(path).extension().string().substr(fs::path(path).has_extension() ? 1 : 0));
+         isDocumentFolderExtension(toUtf8(pathExtension(path)));
 }
 
 // The files of a folder, depth first. Links are not followed and not imported; packages are

@@ -25,7 +25,7 @@ const ReaderSet& ReaderSet::builtin() {
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());
     set.set(Route::WordPerfect, &wordPerfectReader());
-    set.set(Route::EPUB, &epubReader());
+    set.set(Route::EPUB, &typedEPUBReader());
     // Books are read before any importer is asked; where no importer answers, the host reads
     // text bundles itself.
     MetaDataImporter::sharedImporter().setBookReader(&epubReader());

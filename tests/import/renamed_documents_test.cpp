@@ -44,14 +44,10 @@ PropertyDictionary comparable(const ImportResult& result, const std::string& nam
   return values;
 }
 
-// Strings and lists of strings as text, so a failure shows what differs.
+// A dictionary as a failure message shows it.
 std::string describe(const PropertyDictionary& values) {
   std::string text;
-  for (const auto& [key, value] : values) {
-    text += key + "=";
-    if (value.string()) text += toUtf8(*value.string()).substr(0, 200);
-    text += "; ";
-  }
+  for (const auto& [key, value] : values) text += key + "=" + testing::describe(&value) + "; ";
   return text;
 }
 

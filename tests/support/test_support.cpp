@@ -40,6 +40,18 @@ bool CapturedLog::contains(std::string_view fragment) const {
   return false;
 }
 
+std::string describe(const PropertyValue* value) {
+  if (!value) return "(none)";
+  if (value->string()) return "\"" + toUtf8(*value->string()) + "\"";
+  if (value->date()) return "date " + std::to_string(value->date()->microseconds);
+  if (const PropertyArray* list = value->array()) {
+    std::string words;
+    for (const PropertyValue& word : *list) words += (words.empty() ? "" : ", ") + describe(&word);
+    return "[" + words + "]";
+  }
+  return std::string(value->className());
+}
+
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream buffer;

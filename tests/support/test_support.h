@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "base/property_value.h"
 #include "base/text_string.h"
 
 namespace ulvek::testing {
@@ -37,6 +38,10 @@ class CapturedLog {
  private:
   std::vector<std::string> lines_;
 };
+
+// An attribute as a failure message shows it: a quoted string, a date, a list, or its kind;
+// "(none)" when absent.
+std::string describe(const PropertyValue* value);
 
 // Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::filesystem::path& path);

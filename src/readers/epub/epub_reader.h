@@ -8,5 +8,7 @@ namespace ulvek {
 // "kMDItemTextContent". Anything that is no EPUB book answers nothing, so the importer host can
 // ask it before any plug-in.
 const Reader& epubReader();
+// The same for files the dispatcher has typed as books by their content, whatever their name.
+const Reader& typedEPUBReader();
 
 }  // namespace ulvek

@@ -50,19 +50,6 @@ Date isoDate(const std::string& text) {
   return Date{seconds * 1000000 + std::llround(second * 1000000)};
 }
 
-// An attribute as a failure message shows it.
-std::string describe(const PropertyValue* value) {
-  if (!value) return "(none)";
-  if (value->string()) return "\"" + toUtf8(*value->string()) + "\"";
-  if (value->date()) return "date " + std::to_string(value->date()->microseconds);
-  if (const PropertyArray* list = value->array()) {
-    std::string words;
-    for (const PropertyValue& word : *list) words += (words.empty() ? "" : ", ") + describe(&word);
-    return "[" + words + "]";
-  }
-  return std::string(value->className());
-}
-
 // NAME.expect.json beside a document: its text and its attributes, dates as ISO 8601 moments.
 struct Expected {
   std::u16string text;
@@ -94,7 +81,8 @@ void expectAttributes(const PropertyDictionary& read, const PropertyDictionary& 
   for (const auto& [key, value] : read) keys.insert(key);
   for (const auto& [key, value] : wanted) keys.insert(key);
   for (const std::string& key : keys)
-    EXPECT_EQ(describe(find(read, key)), describe(find(wanted, key))) << name << ": " << key;
+    EXPECT_EQ(testing::describe(find(read, key)), testing::describe(find(wanted, key)))
+        << name << ": " << key;
 }
 
 Bytes bytesOf(const std::string& text) {

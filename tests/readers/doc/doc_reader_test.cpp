@@ -402,19 +402,6 @@ Date isoMoment(const std::string& text) {
               1000000};
 }
 
-// An attribute as a failure message shows it.
-std::string describe(const PropertyValue* value) {
-  if (!value) return "(none)";
-  if (value->string()) return "\"" + toUtf8(*value->string()) + "\"";
-  if (value->date()) return "date " + std::to_string(value->date()->microseconds);
-  if (const PropertyArray* list = value->array()) {
-    std::string words;
-    for (const PropertyValue& word : *list) words += (words.empty() ? "" : ", ") + describe(&word);
-    return "[" + words + "]";
-  }
-  return std::string(value->className());
-}
-
 // The same for an attribute of an expect.json file.
 std::string describe(const nlohmann::json& value, const std::string& key) {
   if (value.is_null()) return "(none)";
@@ -447,7 +434,7 @@ TEST(WordDocumentReader, DocumentsTextAndSummaryInformation) {
     for (const auto& [key, value] : output->attributes) keys.insert(key);
     for (const auto& [key, value] : attributes.items()) keys.insert(key);
     for (const std::string& key : keys)
-      EXPECT_EQ(describe(find(output->attributes, key)),
+      EXPECT_EQ(testing::describe(find(output->attributes, key)),
                 describe(attributes.contains(key) ? attributes.at(key) : nlohmann::json(), key))
           << name << ": " << key;
   }
