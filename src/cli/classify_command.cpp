@@ -30,7 +30,7 @@ using Facts = ImportPlan;
 
 // Which reader serves the file's route, or that none is built.
 std::string readerName(const Facts& facts) {
-  Route route = facts.route == Route::Undecided ? facts.contentRoute : facts.route;
+  Route route = facts.readingRoute();
   if (!routeInfo(route).hasReader) return "built in";
   const Reader* reader = ReaderSet::builtin().readerFor(route);
   if (!reader) return "not built";

@@ -217,6 +217,9 @@ struct ImportPlan {
   // and the content is a document of another kind.
   bool typeDecided = false;
 
+  // The route whose reader is asked first: the classification's, else the content type's.
+  Route readingRoute() const { return route == Route::Undecided ? contentRoute : route; }
+
   OptionalText extensionView() const { return TextView(extension); }
   OptionalText typeView() const { return typeCode ? OptionalText(*typeCode) : std::nullopt; }
 };
