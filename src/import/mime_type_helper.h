@@ -54,6 +54,13 @@ class MIMETypeHelper {
   // stored before its meta attributes, so a meta title wins, as for web archives.
   static std::optional<TextString> copyReaderOutput(ReaderOutput& output, ImportResult& result);
 
+  // The reader an import of the planned file asks first; nothing where the dispatcher reads the
+  // file itself or no reader is built. `ulvekbot classify` names it.
+  const Reader* plannedReader(const ImportPlan& plan) const {
+    Route route = plan.readingRoute();
+    return routeInfo(route).hasReader ? readers_.readerFor(route) : nullptr;
+  }
+
   // Internal: the reader of a route, or nothing with one log line when none is built.
   const Reader* readerFor(Route route, const std::string& path) const;
 

@@ -75,7 +75,7 @@ TEST(ClassifyAgreement, TheReaderClassifyNamesIsTheReaderImportAsksFirst) {
     SCOPED_TRACE(item.string());
     ImportPlan plan = planImport(item.string());
     Route route = plan.readingRoute();
-    const Reader* named = routeInfo(route).hasReader ? readers.readerFor(route) : nullptr;
+    const Reader* named = helper.plannedReader(plan);
     asked.clear();
     helper.openFile(item.string());
     if (plan.size == 0) {
