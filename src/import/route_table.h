@@ -106,42 +106,49 @@ constexpr std::string_view fileClassName(FileClass fileClass) {
   return fileClassInfo(fileClass).name;
 }
 
-// One file test of the classification, in the order the dispatcher asks them.
-struct ClassificationStep {
-  int number;             // 1 to 17; two tests share a number where one step asks two
-  std::string_view test;  // the test's name, e.g. "isHTMLExtension:"
-  FileClass fileClass;
-  bool (*answers)(OptionalText extension, OptionalText type);
-};
-
-// The tests that take no type code, with the shape the table wants.
+// The tests that take no type code, with the shape the classification wants.
 template <bool (*test)(OptionalText)>
 constexpr bool extensionOnly(OptionalText extension, OptionalText) {
   return test(extension);
 }
 
+// The classification: the file tests in the order the dispatcher asks them; the first YES
+// decides. step (two tests share a number where one step asks two), the class it chooses, the
+// test's name, and the test.
+#define ULVEK_CLASSIFICATION(X)                                                            \
+  X(1, InternetLocation, "isInternetLocationExtension:type:", isInternetLocationExtension) \
+  X(2, Email, "isEmailExtension:", extensionOnly<isEmailExtension>)                        \
+  X(3, PDF, "isPDFBundleExtension:", extensionOnly<isPDFBundleExtension>)                  \
+  X(3, PDF, "isPDFExtension:type:", isPDFExtension)                                        \
+  X(4, Image, "isImageExtension:type:", isImageExtension)                                  \
+  X(5, WebArchive, "isWebArchiveExtension:", extensionOnly<isWebArchiveExtension>)         \
+  X(6, TextBundle, "isTextBundleExtension:type:", isTextBundleExtension)                   \
+  X(7, HTML, "isHTMLExtension:", extensionOnly<isHTMLExtension>)                           \
+  X(8, PropertyList, "isPropertyListExtension:", extensionOnly<isPropertyListExtension>)   \
+  X(9, XML, "isXMLExtension:", extensionOnly<isXMLExtension>)                              \
+  X(10, Sheet, "isSheetExtension:", extensionOnly<isSheetExtension>)                       \
+  X(11, Form, "isFormExtension:", extensionOnly<isFormExtension>)                          \
+  X(12, WordPerfect, "isWordPerfectExtension:type:", isWordPerfectExtension)               \
+  X(13, AttributedDocument, "isRTFExtension:type:", isRTFExtension)                        \
+  X(13, AttributedDocument, "isAttributedExtension:type:", isAttributedExtension)          \
+  X(14, TextClipping, "isTextClippingExtension:type:", isTextClippingExtension)            \
+  X(15, PlainText, "isTextExtension:type:", isTextExtension)                               \
+  X(16, Chat, "isChatExtension:type:", isChatExtension)                                    \
+  X(17, AppleScript, "isAppleScriptExtension:type:", isAppleScriptExtension)
+
+// One file test of the classification.
+struct ClassificationStep {
+  int number;             // from 1; two tests share a number where one step asks two
+  std::string_view test;  // the test's name, e.g. "isHTMLExtension:"
+  FileClass fileClass;
+  bool (*answers)(OptionalText extension, OptionalText type);
+};
+
 inline constexpr ClassificationStep kClassificationOrder[] = {
-    {1, "isInternetLocationExtension:type:", FileClass::InternetLocation,
-     isInternetLocationExtension},
-    {2, "isEmailExtension:", FileClass::Email, extensionOnly<isEmailExtension>},
-    {3, "isPDFBundleExtension:", FileClass::PDF, extensionOnly<isPDFBundleExtension>},
-    {3, "isPDFExtension:type:", FileClass::PDF, isPDFExtension},
-    {4, "isImageExtension:type:", FileClass::Image, isImageExtension},
-    {5, "isWebArchiveExtension:", FileClass::WebArchive, extensionOnly<isWebArchiveExtension>},
-    {6, "isTextBundleExtension:type:", FileClass::TextBundle, isTextBundleExtension},
-    {7, "isHTMLExtension:", FileClass::HTML, extensionOnly<isHTMLExtension>},
-    {8, "isPropertyListExtension:", FileClass::PropertyList,
-     extensionOnly<isPropertyListExtension>},
-    {9, "isXMLExtension:", FileClass::XML, extensionOnly<isXMLExtension>},
-    {10, "isSheetExtension:", FileClass::Sheet, extensionOnly<isSheetExtension>},
-    {11, "isFormExtension:", FileClass::Form, extensionOnly<isFormExtension>},
-    {12, "isWordPerfectExtension:type:", FileClass::WordPerfect, isWordPerfectExtension},
-    {13, "isRTFExtension:type:", FileClass::AttributedDocument, isRTFExtension},
-    {13, "isAttributedExtension:type:", FileClass::AttributedDocument, isAttributedExtension},
-    {14, "isTextClippingExtension:type:", FileClass::TextClipping, isTextClippingExtension},
-    {15, "isTextExtension:type:", FileClass::PlainText, isTextExtension},
-    {16, "isChatExtension:type:", FileClass::Chat, isChatExtension},
-    {17, "isAppleScriptExtension:type:", FileClass::AppleScript, isAppleScriptExtension},
+#define ULVEK_STEP_ROW(number, fileClass, test, answers) \
+  {number, test, FileClass::fileClass, answers},
+    ULVEK_CLASSIFICATION(ULVEK_STEP_ROW)
+#undef ULVEK_STEP_ROW
 };
 
 namespace detail {
@@ -150,7 +157,7 @@ constexpr bool tablesAgree() {
     if (static_cast<std::size_t>(kRoutes[i].route) != i) return false;
   for (std::size_t i = 0; i < std::size(kFileClasses); ++i)
     if (static_cast<std::size_t>(kFileClasses[i].fileClass) != i) return false;
-  // Steps ascend from 1 to 17 and name the classes in their declared order.
+  // Steps count up from 1 without gaps and choose the classes in their declared order.
   int previous = 0;
   auto previousClass = FileClass::None;
   for (const ClassificationStep& step : kClassificationOrder) {
@@ -159,16 +166,25 @@ constexpr bool tablesAgree() {
     previous = step.number;
     previousClass = step.fileClass;
   }
-  return previous == 17;
+  // Every class but None is chosen by some step.
+  for (const FileClassInfo& info : kFileClasses) {
+    bool chosen = info.fileClass == FileClass::None;
+    for (const ClassificationStep& step : kClassificationOrder)
+      chosen = chosen || step.fileClass == info.fileClass;
+    if (!chosen) return false;
+  }
+  return previous >= 1;
 }
 }  // namespace detail
-static_assert(std::size(kClassificationOrder) == 19, "17 steps, two of which ask two tests");
-static_assert(std::size(kFileClasses) == 18, "one class per step that chooses one, and none");
-static_assert(detail::tablesAgree(), "tables out of order");
+static_assert(detail::tablesAgree(), "routes, classes and steps out of order");
+
+// How many steps the classification has.
+inline constexpr int kClassificationSteps =
+    kClassificationOrder[std::size(kClassificationOrder) - 1].number;
 
 struct FileClassification {
   FileClass fileClass = FileClass::None;
-  int step = 0;           // 1 to 17; 0 when no test answered YES
+  int step = 0;           // 1 to kClassificationSteps; 0 when no test answered YES
   std::string_view test;  // the test that answered YES, e.g. "isHTMLExtension:"; empty if none
   bool packageSkipped = false;  // the text test answered YES but the item is a package
 };
