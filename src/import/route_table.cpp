@@ -25,6 +25,20 @@ FileClassification classifyFile(OptionalText extension, OptionalText type,
   return result;
 }
 
+bool isPlainByName(OptionalText extension, OptionalText type) {
+  auto anyAnswers = [&](auto&& chosen) {
+    for (const ClassificationStep& step : kClassificationOrder)
+      if (chosen(step.fileClass) && step.answers(extension, type)) return true;
+    return false;
+  };
+  auto plain = [](Plain wanted) {
+    return [wanted](FileClass fileClass) { return fileClassInfo(fileClass).plain == wanted; };
+  };
+  if (anyAnswers(plain(Plain::Always))) return true;
+  if (!anyAnswers(plain(Plain::UnlessImage))) return false;
+  return !anyAnswers([](FileClass fileClass) { return fileClass == FileClass::Image; });
+}
+
 Route routeForContentType(std::optional<std::string_view> contentType) {
   if (!contentType) return Route::Importer;
   if (typeConformsTo(*contentType, kUTTypeHTML)) return Route::HTML;

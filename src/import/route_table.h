@@ -59,30 +59,34 @@ constexpr const RouteInfo& routeInfo(Route route) {
   return kRoutes[static_cast<std::size_t>(route)];
 }
 
+// Whether a file of a class can be read as text without a document reader (the service's
+// isPlainFile question): always, unless an image test also claims its name, or not.
+enum class Plain : std::uint8_t { No, Always, UnlessImage };
+
 // File classes: what the first test that answers YES makes of a file, in the order of the steps
-// that choose them; name, and the route the class takes.
-#define ULVEK_FILE_CLASSES(X)                                      \
-  X(None, "none", Undecided)                                       \
-  X(InternetLocation, "internet location", InternetLocation)       \
-  X(Email, "e-mail", Importer)                                     \
-  X(PDF, "PDF", PDF)                                               \
-  X(Image, "image", Importer)                                      \
-  X(WebArchive, "web archive", WebArchive)                         \
-  X(TextBundle, "text bundle", TextBundle)                         \
-  X(HTML, "HTML", HTML)                                            \
-  X(PropertyList, "property list", PropertyList)                   \
-  X(XML, "XML", XML)                                               \
-  X(Sheet, "sheet", PlainText)                                     \
-  X(Form, "address card", AddressCard)                             \
-  X(WordPerfect, "WordPerfect", WordPerfect)                       \
-  X(AttributedDocument, "attributed document", AttributedDocument) \
-  X(TextClipping, "text clipping", TextClipping)                   \
-  X(PlainText, "plain text", PlainText)                            \
-  X(Chat, "chat", Importer)                                        \
-  X(AppleScript, "AppleScript", Importer)
+// that choose them; name, the route the class takes, and whether it is plain.
+#define ULVEK_FILE_CLASSES(X)                                          \
+  X(None, "none", Undecided, No)                                       \
+  X(InternetLocation, "internet location", InternetLocation, No)       \
+  X(Email, "e-mail", Importer, No)                                     \
+  X(PDF, "PDF", PDF, No)                                               \
+  X(Image, "image", Importer, No)                                      \
+  X(WebArchive, "web archive", WebArchive, No)                         \
+  X(TextBundle, "text bundle", TextBundle, UnlessImage)                \
+  X(HTML, "HTML", HTML, Always)                                        \
+  X(PropertyList, "property list", PropertyList, Always)               \
+  X(XML, "XML", XML, Always)                                           \
+  X(Sheet, "sheet", PlainText, Always)                                 \
+  X(Form, "address card", AddressCard, No)                             \
+  X(WordPerfect, "WordPerfect", WordPerfect, No)                       \
+  X(AttributedDocument, "attributed document", AttributedDocument, No) \
+  X(TextClipping, "text clipping", TextClipping, No)                   \
+  X(PlainText, "plain text", PlainText, UnlessImage)                   \
+  X(Chat, "chat", Importer, No)                                        \
+  X(AppleScript, "AppleScript", Importer, No)
 
 enum class FileClass : std::uint8_t {
-#define ULVEK_CLASS_ENUM(name, text, route) name,
+#define ULVEK_CLASS_ENUM(name, text, route, plain) name,
   ULVEK_FILE_CLASSES(ULVEK_CLASS_ENUM)
 #undef ULVEK_CLASS_ENUM
 };
@@ -91,10 +95,12 @@ struct FileClassInfo {
   FileClass fileClass;
   std::string_view name;
   Route route;
+  Plain plain;
 };
 
 inline constexpr FileClassInfo kFileClasses[] = {
-#define ULVEK_CLASS_ROW(name, text, route) {FileClass::name, text, Route::route},
+#define ULVEK_CLASS_ROW(name, text, route, plain) \
+  {FileClass::name, text, Route::route, Plain::plain},
     ULVEK_FILE_CLASSES(ULVEK_CLASS_ROW)
 #undef ULVEK_CLASS_ROW
 };
@@ -194,6 +200,10 @@ struct FileClassification {
 // read as plain text and the remaining tests are asked. No `isPackage` counts as "not a package".
 FileClassification classifyFile(OptionalText extension, OptionalText type,
                                 const std::function<bool()>& isPackage = {});
+
+// Whether the file tests say a name can be read as plain text, from the classes' plain column:
+// any class that always is, else one that is unless the name is also an image's.
+bool isPlainByName(OptionalText extension, OptionalText type);
 
 // When no test answered YES, the content type decides: HTML, plain text, or the importers.
 Route routeForContentType(std::optional<std::string_view> contentType);
