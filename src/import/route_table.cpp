@@ -39,6 +39,16 @@ bool isPlainByName(OptionalText extension, OptionalText type) {
   return !anyAnswers([](FileClass fileClass) { return fileClass == FileClass::Image; });
 }
 
+std::optional<Route> routeForData(OptionalText mimeType, OptionalText extension) {
+  for (const DataRoute& row : kDataRoutes) {
+    for (auto test : row.mimeTests)
+      if (test && test(mimeType)) return row.route;
+    for (auto test : row.extensionTests)
+      if (test && test(extension)) return row.route;
+  }
+  return std::nullopt;
+}
+
 Route routeForContentType(std::optional<std::string_view> contentType) {
   if (!contentType) return Route::Importer;
   if (typeConformsTo(*contentType, kUTTypeHTML)) return Route::HTML;

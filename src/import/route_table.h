@@ -188,6 +188,29 @@ static_assert(detail::tablesAgree(), "routes, classes and steps out of order");
 inline constexpr int kClassificationSteps =
     kClassificationOrder[std::size(kClassificationOrder) - 1].number;
 
+// Downloaded data has no file to test: its MIME type or the extension of the address it came
+// from decides, in this order; data no row claims is not read.
+struct DataRoute {
+  Route route;
+  std::array<bool (*)(OptionalText), 4> mimeTests;
+  std::array<bool (*)(OptionalText), 3> extensionTests;
+};
+
+template <bool (*test)(OptionalText, OptionalText)>
+constexpr bool withoutType(OptionalText extension) {
+  return test(extension, std::nullopt);
+}
+
+inline constexpr DataRoute kDataRoutes[] = {
+    {Route::PDF, {isPDFMIMEType, isPostScriptMIMEType}, {withoutType<isPDFExtension>}},
+    {Route::AttributedDocument,
+     {isRTFMIMEType, isMSWordMIMEType, isOpenOfficeMIMEType, isStarOfficeMIMEType},
+     {withoutType<isRTFExtension>, withoutType<isWordExtension>, isOpenOfficeExtension}},
+};
+
+// The route that reads downloaded data of `mimeType` from an address with `extension`.
+std::optional<Route> routeForData(OptionalText mimeType, OptionalText extension);
+
 struct FileClassification {
   FileClass fileClass = FileClass::None;
   int step = 0;           // 1 to kClassificationSteps; 0 when no test answered YES

@@ -121,5 +121,36 @@ TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
   }
 }
 
+TEST(RouteTable, DownloadedDataGoesByItsMIMETypeThenItsAddress) {
+  struct Row {
+    std::optional<std::u16string> mimeType, extension;
+    std::optional<Route> route;
+  };
+  const Row rows[] = {
+      {u"application/pdf", {}, Route::PDF},
+      {u"application/x-postscript", {}, Route::PDF},
+      {{}, u"PDF", Route::PDF},
+      {u"text/rtf", {}, Route::AttributedDocument},
+      {u"text/richtext", {}, Route::AttributedDocument},
+      {u"application/msword", {}, Route::AttributedDocument},
+      {u"application/vnd.oasis.opendocument.text", {}, Route::AttributedDocument},
+      {u"application/vnd.sun.xml.writer", {}, Route::AttributedDocument},
+      {{}, u"docx", Route::AttributedDocument},
+      {{}, u"odt", Route::AttributedDocument},
+      // The PDF row is asked first, the address's extension included.
+      {u"text/rtf", u"pdf", Route::PDF},
+      {u"text/html", u"html", std::nullopt},
+      {{}, u"txt", std::nullopt},
+      {{}, {}, std::nullopt},
+  };
+  for (const Row& row : rows) {
+    auto view = [](const std::optional<std::u16string>& text) {
+      return text ? OptionalText(*text) : OptionalText(std::nullopt);
+    };
+    EXPECT_EQ(routeForData(view(row.mimeType), view(row.extension)), row.route)
+        << toUtf8(row.mimeType.value_or(u"-")) << " " << toUtf8(row.extension.value_or(u"-"));
+  }
+}
+
 }  // namespace
 }  // namespace ulvek
