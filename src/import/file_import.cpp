@@ -121,8 +121,13 @@ class FileImport {
   }
 
   std::optional<ReaderOutput> readOutput(Route route) {
-    const Reader* reader = helper_.readerFor(route, path_);
-    if (!reader) return std::nullopt;
+    const Reader* reader =
+        route == Route::Registered ? helper_.plannedReader(plan_) : helper_.readerFor(route, path_);
+    if (!reader) {
+      if (route == Route::Registered)
+        logLine("No reader built for " + std::string(plan_.registeredReader) + " files: " + path_);
+      return std::nullopt;
+    }
     return reader->read(ReaderSource::file(path_));
   }
 
@@ -193,7 +198,8 @@ class FileImport {
       case Route::XML:
         return putText(readXML());
       case Route::AddressCard:
-        return putText(read(Route::AddressCard));
+      case Route::Registered:
+        return putText(read(route));
       case Route::Importer:
       case Route::EPUB: {
         std::optional<TextString> text = read(route);

@@ -58,6 +58,7 @@ class MIMETypeHelper {
   // file itself or no reader is built. `ulvekbot classify` names it.
   const Reader* plannedReader(const ImportPlan& plan) const {
     Route route = plan.readingRoute();
+    if (route == Route::Registered) return readers_.named(plan.registeredReader);
     return routeInfo(route).hasReader ? readers_.readerFor(route) : nullptr;
   }
 

@@ -58,7 +58,8 @@ Route routeForContentType(std::optional<std::string_view> contentType) {
 
 std::optional<Route> routeForContent(std::string_view contentType) {
   std::optional<std::string_view> reader = readerForContentType(contentType);
-  return reader ? routeNamed(*reader) : std::nullopt;
+  if (!reader) return std::nullopt;
+  return routeNamed(*reader).value_or(Route::Registered);
 }
 
 namespace {
@@ -81,6 +82,8 @@ void letTypeDecide(ImportPlan& plan) {
     if (!named || *named == *plan.contentType) return;
   }
   plan.route = routeForContent(*plan.contentType).value_or(Route::Importer);
+  if (plan.route == Route::Registered)
+    plan.registeredReader = readerForContentType(*plan.contentType).value_or("");
   plan.typeDecided = true;
 }
 

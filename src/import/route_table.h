@@ -34,7 +34,8 @@ namespace ulvek {
   X(HTML, "HTML", false)                             \
   X(PropertyList, "property list", false)            \
   X(XML, "XML", false)                               \
-  X(PlainText, "plain text", false)
+  X(PlainText, "plain text", false)                  \
+  X(Registered, "registered reader", true)
 
 enum class Route : std::uint8_t {
 #define ULVEK_ROUTE_ENUM(name, text, hasReader) name,
@@ -238,17 +239,9 @@ constexpr std::optional<Route> routeNamed(std::string_view name) {
   return std::nullopt;
 }
 
-namespace detail {
-constexpr bool registryReadersAreRoutes() {
-  for (const Format& format : kFormats)
-    if (!format.reader.empty() && !routeNamed(format.reader)) return false;
-  return true;
-}
-}  // namespace detail
-static_assert(detail::registryReadersAreRoutes(), "a registry reader names no route");
-
 // The route that reads a file of `contentType` when its content decided, from the registry's
-// reader column; nothing for types it does not declare.
+// reader column: the route it names, or Route::Registered for the name of a registered reader
+// (ReaderSet::named); nothing for types the registry does not declare.
 std::optional<Route> routeForContent(std::string_view contentType);
 
 // What the dispatcher learns about a file before reading it. openFile() and `ulvekbot classify`
@@ -262,6 +255,8 @@ struct ImportPlan {
   FileClassification classification;
   Route route = Route::Undecided;        // the classification's route; Undecided leaves it to…
   Route contentRoute = Route::Importer;  // …the content type's
+  // For Route::Registered: the registry's name of the reader.
+  std::string_view registeredReader;
   // The content type, not a name test, chose `route`: no test answered, or the name said text
   // and the content is a document of another kind.
   bool typeDecided = false;

@@ -65,6 +65,10 @@ TEST(ClassifyAgreement, TheReaderClassifyNamesIsTheReaderImportAsksFirst) {
     noting.push_back(std::make_unique<NotingReader>(*reader, asked));
     readers.set(info.route, noting.back().get());
   }
+  for (const auto& [name, reader] : ReaderSet::builtin().namedReaders()) {
+    noting.push_back(std::make_unique<NotingReader>(*reader, asked));
+    readers.setNamed(name, noting.back().get());
+  }
   MIMETypeHelper helper(readers);
   testing::CapturedLog quiet;  // damaged fixtures log, as they should
 

@@ -1,3 +1,4 @@
+#include "import/reader_set.h"
 #include "import/route_table.h"
 
 #include <gtest/gtest.h>
@@ -149,6 +150,16 @@ TEST(RouteTable, DownloadedDataGoesByItsMIMETypeThenItsAddress) {
     };
     EXPECT_EQ(routeForData(view(row.mimeType), view(row.extension)), row.route)
         << toUtf8(row.mimeType.value_or(u"-")) << " " << toUtf8(row.extension.value_or(u"-"));
+  }
+}
+
+// A reader column names a route, or a reader a family registers; a typo would send files of
+// the type nowhere.
+TEST(RouteTable, EveryRegistryReaderIsARouteOrARegisteredReader) {
+  for (const Format& format : formats()) {
+    if (format.reader.empty() || routeNamed(format.reader)) continue;
+    EXPECT_NE(ReaderSet::builtin().named(format.reader), nullptr)
+        << format.identifier << " names " << format.reader;
   }
 }
 
