@@ -3,12 +3,19 @@
 #include <optional>
 #include <string>
 
+#include "base/failure.h"
 #include "base/property_value.h"
 #include "import/reader_set.h"
 #include "protocol/import_result.h"
 #include "text/html_meta.h"
 
 namespace ulvek {
+
+// What an import learnt beyond its result, for the command line.
+struct ImportDetails {
+  std::optional<std::string> contentType;  // the type the import went by
+  std::optional<Failure> failure;          // why the file was not read; nothing when it was
+};
 
 // The service's root object: the eight remote operations and the internal ones they share.
 // Keeps no state between requests. Paths are file-system paths (bytes, usually UTF-8).
@@ -32,6 +39,8 @@ class MIMETypeHelper {
   // openFile, also answering the content type that the import went by (for the command line,
   // whose lines name it; the remote result keeps its keys).
   ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
+  // openFile, also answering why the file could not be read, where it could not.
+  ImportResult openFile(const std::string& path, ImportDetails& details);
 
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
