@@ -6,9 +6,12 @@
 #include <ulvekbot/importer.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "base/file_url.h"
@@ -25,6 +28,7 @@ using namespace worker;
 struct CollectedAttributes {
   UlvekAttributes header;
   PropertyDictionary values;
+  std::optional<std::chrono::steady_clock::time_point> deadline;
 };
 
 PropertyDictionary& values(void* attributes) {
@@ -34,7 +38,7 @@ PropertyDictionary& values(void* attributes) {
 bool usable(const char* key) { return key && *key; }
 
 const UlvekAttributesFunctions kFunctions = {
-    1,
+    2,
     [](void* a, const char* key, const char* utf8) {
       if (usable(key) && utf8) values(a)[key] = PropertyValue(fromUtf8(utf8));
     },
@@ -62,6 +66,12 @@ const UlvekAttributesFunctions kFunctions = {
       if (!usable(key) || (!bytes && length)) return;
       auto* start = static_cast<const std::uint8_t*>(bytes);
       values(a)[key] = PropertyValue(Data(start, start + length));
+    },
+    [](void* a) -> double {
+      const auto& deadline = static_cast<CollectedAttributes*>(a)->deadline;
+      if (!deadline) return -1;
+      std::chrono::duration<double> left = *deadline - std::chrono::steady_clock::now();
+      return std::max(0.0, left.count());
     },
 };
 
@@ -143,7 +153,12 @@ class Worker {
     bool wanted = !import || !import->boolean() || *import->boolean();
     std::string contentType = toUtf8(stringField(request, Field::ContentType).value_or(u""));
     std::string path = toUtf8(stringField(request, Field::Path).value_or(u""));
-    CollectedAttributes attributes{{&kFunctions}, {}};
+    CollectedAttributes attributes{{&kFunctions}, {}, {}};
+    if (const PropertyValue* deadline = find(request, Field::Deadline);
+        deadline && deadline->real())
+      attributes.deadline = std::chrono::steady_clock::time_point(
+          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+              std::chrono::duration<double>(*deadline->real())));
     // Only told to the host, which says why a file gave nothing; the answer stands either way.
     bool read = true;
     if (byPath) {
