@@ -115,6 +115,22 @@ class Progress {
   bool shown_;
 };
 
+// While alive, with -q, log lines go nowhere.
+class QuietLog {
+ public:
+  explicit QuietLog(bool quiet) : quiet_(quiet) {
+    if (quiet_) setLogSink([](std::string_view) {});
+  }
+  ~QuietLog() {
+    if (quiet_) setLogSink({});
+  }
+  QuietLog(const QuietLog&) = delete;
+  QuietLog& operator=(const QuietLog&) = delete;
+
+ private:
+  bool quiet_;
+};
+
 class ImportRun {
  public:
   ImportRun(const Options& options, CommandIO& io) : options_(options), io_(io) {}
@@ -174,6 +190,11 @@ std::optional<std::vector<std::string>> ImportRun::namedPaths() {
 }
 
 void ImportRun::collect(const std::string& path) {
+  // Listed with line feeds, a NUL-separated list is one name that no file has.
+  if (path.find('\0') != std::string::npos) {
+    fail(path, "a path cannot hold a NUL byte (-0 reads NUL-separated lists)");
+    return;
+  }
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) {
     fail(path, std::strerror(errno));
@@ -307,6 +328,8 @@ int ImportRun::run() {
     printError(io_, kCommand, "-0 goes with - or --files-from FILE");
     return kExitUsage;
   }
+  // Log lines of the readers and importers; errors of the command itself still show.
+  QuietLog quietLog(options_.quiet);
   std::optional<std::vector<std::string>> paths = namedPaths();
   if (!paths) return kExitFailure;
   if (options_.timeout > 0) {
@@ -330,10 +353,7 @@ int ImportRun::run() {
       return kExitFailure;
     }
   }
-  // Log lines of the readers and importers; errors of the command itself still show.
-  if (options_.quiet) setLogSink([](std::string_view) {});
   importAll(options_.output.empty() ? io_.out : file);
-  if (options_.quiet) setLogSink({});
   file.close();
   if (!options_.output.empty() && !file) {
     printError(io_, kCommand, "cannot write " + options_.output);

@@ -48,6 +48,7 @@ class HelpFormatter : public CLI::Formatter {
     column_width(kNameColumn);
     label("Positionals", "Arguments");
     label("Subcommands", "Commands");
+    label("SUBCOMMAND", "COMMAND");
   }
 
   // Arguments are listed by name alone; the usage line shows which repeat.
