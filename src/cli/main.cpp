@@ -47,7 +47,6 @@ class HelpFormatter : public CLI::Formatter {
   HelpFormatter() {
     column_width(kNameColumn);
     label("Positionals", "Arguments");
-    label("Subcommands", "Commands");
     label("SUBCOMMAND", "COMMAND");
   }
 
@@ -61,6 +60,14 @@ class HelpFormatter : public CLI::Formatter {
   }
   std::string make_option_desc(const CLI::Option* option) const override {
     return wrapped(Formatter::make_option_desc(option), kHelpWidth - kNameColumn);
+  }
+  // Commands of commands are commands too (epub text, call ping).
+  std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override {
+    std::string text = Formatter::make_subcommands(app, mode);
+    constexpr std::string_view kHeading = "\nSubcommands:\n";
+    if (std::size_t at = text.find(kHeading); at != std::string::npos)
+      text.replace(at, kHeading.size(), "\nCommands:\n");
+    return text;
   }
   std::string make_subcommand(const CLI::App* command) const override {
     std::ostringstream out;
