@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "import/mime_type_helper.h"
 #include "import/reader_set.h"
 #include "import/route_table.h"
 #include "importers/metadata_importer.h"
@@ -32,9 +33,9 @@ using Facts = ImportPlan;
 
 // Which reader serves the file's route, or that none is built.
 std::string readerName(const Facts& facts) {
-  Route route = facts.route == Route::Undecided ? facts.contentRoute : facts.route;
+  Route route = facts.readingRoute();
   if (!routeInfo(route).hasReader) return "built in";
-  const Reader* reader = ReaderSet::builtin().readerFor(route);
+  const Reader* reader = MIMETypeHelper().plannedReader(facts);
   if (!reader) return "not built";
   // The importer host names the plug-in that would read the file.
   if (route == Route::Importer || route == Route::PDF) {

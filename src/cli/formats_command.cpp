@@ -1,6 +1,6 @@
 // `ulvekbot formats`: every row of the format registry with its extensions, MIME types, kind and
 // the reader that reads it; for types an importer plug-in declares, the plug-in. `--json` prints
-// one object per format, with its parents and content signatures too.
+// one object per format, with its type codes, parents and content signatures too.
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -78,11 +78,15 @@ PropertyValue jsonOf(const Format& format, const std::string& reader) {
   std::vector<std::string> signatures;
   for (const std::string& signature : words(format.signatures, '|'))
     signatures.push_back(printable(signature));
+  std::vector<std::string> typeCodes;
+  if (const ContentTypeInfo* info = contentTypeInfo(format.identifier))
+    for (std::string_view code : info->typeCodes) typeCodes.emplace_back(code);
   PropertyDictionary object{
       {"identifier", PropertyValue::fromUtf8(format.identifier)},
       {"name", PropertyValue::fromUtf8(format.name)},
       {"extensions", stringList(words(format.extensions, ' '))},
       {"mimeTypes", stringList(words(format.mimeTypes, ' '))},
+      {"typeCodes", stringList(typeCodes)},
       {"conformsTo", stringList(words(format.parents, ' '))},
       {"signatures", stringList(signatures)},
       {"kind", PropertyValue::fromUtf8(kindOf(format))},

@@ -3,12 +3,19 @@
 #include <optional>
 #include <string>
 
+#include "base/failure.h"
 #include "base/property_value.h"
 #include "import/reader_set.h"
 #include "protocol/import_result.h"
 #include "text/html_meta.h"
 
 namespace ulvek {
+
+// What an import learnt beyond its result, for the command line.
+struct ImportDetails {
+  std::optional<std::string> contentType;  // the type the import went by
+  std::optional<Failure> failure;          // why the file was not read; nothing when it was
+};
 
 // The service's root object: the eight remote operations and the internal ones they share.
 // Keeps no state between requests. Paths are file-system paths (bytes, usually UTF-8).
@@ -32,6 +39,8 @@ class MIMETypeHelper {
   // openFile, also answering the content type that the import went by (for the command line,
   // whose lines name it; the remote result keeps its keys).
   ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
+  // openFile, also answering why the file could not be read, where it could not.
+  ImportResult openFile(const std::string& path, ImportDetails& details);
 
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
@@ -53,6 +62,14 @@ class MIMETypeHelper {
   // found (its text, else a Spotlight "kMDItemTextContent" string). An HTML page's title is
   // stored before its meta attributes, so a meta title wins, as for web archives.
   static std::optional<TextString> copyReaderOutput(ReaderOutput& output, ImportResult& result);
+
+  // The reader an import of the planned file asks first; nothing where the dispatcher reads the
+  // file itself or no reader is built. `ulvekbot classify` names it.
+  const Reader* plannedReader(const ImportPlan& plan) const {
+    Route route = plan.readingRoute();
+    if (route == Route::Registered) return readers_.named(plan.registeredReader);
+    return routeInfo(route).hasReader ? readers_.readerFor(route) : nullptr;
+  }
 
   // Internal: the reader of a route, or nothing with one log line when none is built.
   const Reader* readerFor(Route route, const std::string& path) const;

@@ -144,11 +144,13 @@ class Worker {
     std::string contentType = toUtf8(stringField(request, Field::ContentType).value_or(u""));
     std::string path = toUtf8(stringField(request, Field::Path).value_or(u""));
     CollectedAttributes attributes{{&kFunctions}, {}};
+    // Only told to the host, which says why a file gave nothing; the answer stands either way.
+    bool read = true;
     if (byPath) {
       auto* importer = *static_cast<UlvekImporterInterfaceStruct**>(interface);
       if (wanted)
-        importer->ImporterImportData(interface, &attributes.header, contentType.c_str(),
-                                     path.c_str());
+        read = importer->ImporterImportData(interface, &attributes.header, contentType.c_str(),
+                                            path.c_str());
       importer->Release(interface);
     } else {
       auto* importer = *static_cast<UlvekImporterURLInterfaceStruct**>(interface);
@@ -157,11 +159,14 @@ class Worker {
       std::filesystem::path absolute = std::filesystem::absolute(path, error);
       std::string url = fileURLWithPath(error ? path : absolute.string());
       if (wanted)
-        importer->ImporterImportURLData(interface, &attributes.header, contentType.c_str(),
-                                        url.c_str());
+        read = importer->ImporterImportURLData(interface, &attributes.header, contentType.c_str(),
+                                               url.c_str());
       importer->Release(interface);
     }
-    if (wanted) reply[std::string(Field::Attributes)] = PropertyValue(std::move(attributes.values));
+    if (wanted) {
+      reply[std::string(Field::Attributes)] = PropertyValue(std::move(attributes.values));
+      reply[std::string(Field::Read)] = PropertyValue(read);
+    }
     return reply;
   }
 

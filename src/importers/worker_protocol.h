@@ -27,6 +27,7 @@ inline constexpr std::string_view Path = "path";
 inline constexpr std::string_view Import = "import";  // false: only create and ask
 inline constexpr std::string_view Outcome = "outcome";
 inline constexpr std::string_view Attributes = "attributes";
+inline constexpr std::string_view Read = "read";  // what the importer's import answered
 inline constexpr std::string_view Message = "message";
 }  // namespace Field
 
