@@ -4,10 +4,12 @@
 
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -94,22 +96,16 @@ void printAligned(std::ostream& out, const std::vector<Facts>& all) {
   printTable(out, rows);
 }
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
+struct Options {
   bool json = false;
   std::vector<std::string> paths;
-  for (const std::string& argument : arguments) {
-    if (argument == "--json")
-      json = true;
-    else
-      paths.push_back(argument);
-  }
-  if (paths.empty()) {
-    printError(io, kCommand, "expects at least one path");
-    return kExitUsage;
-  }
+};
+
+int run(const Options& options, CommandIO& io) {
+  const bool json = options.json;
   int status = kExitSuccess;
   std::vector<Facts> all;
-  for (const std::string& path : paths) {
+  for (const std::string& path : options.paths) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0) {
       printError(io, kCommand, path + ": " + std::strerror(errno));
@@ -126,11 +122,21 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return status;
 }
 
+CommandAction define(CLI::App& command) {
+  auto options = std::make_shared<Options>();
+  command.add_flag("--json", options->json, "One JSON object per file instead of a table");
+  addPaths(command, options->paths, "Files to classify");
+  command.footer(
+      "\nExamples:\n  ulvekbot classify mystery.bin notes.txt\n"
+      "  ulvekbot classify --json mystery.bin | jq -r .reader");
+  return [options](CommandIO& io) { return run(*options, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "[--json] PATH...",
+    {kCommand,
      "Prints each file's extension, type code, content type and the first file test that "
-     "answers YES",
-     run}};
+     "answers YES, and the reader that reads it",
+     define}};
 
 }  // namespace
 }  // namespace ulvek::cli
