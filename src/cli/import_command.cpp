@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "cli/command.h"
 #include "import/mime_type_helper.h"
@@ -138,10 +139,27 @@ class ImportRun {
   int run();
 
  private:
-  // The one place where an item counts as failed: it is reported and the command exits 1.
-  void fail(const std::string& path, std::string_view reason) {
-    printError(io_, kCommand, path + ": " + std::string(reason));
+  // An item to import, or one that failed before it could be: named but missing, a folder
+  // that cannot be read. Failed items still get their line, in their place.
+  struct Item {
+    std::string path;
+    std::optional<Failure> failure;
+  };
+
+  // The one place where an item counts as failed: its line carries "Error", it is counted, it is
+  // said on standard error unless a log line said it already, and the command exits 1.
+  void fail(const std::string& path, const Failure& failure, bool logged) {
+    if (!logged || options_.quiet)
+      printError(io_, kCommand,
+                 path + ": " + std::string(failureKindName(failure.kind)) + ": " + failure.message);
+    ++failed_;
     status_ = kExitFailure;
+  }
+  // Before importing: the item is listed with its failure.
+  void failEarly(const std::string& path, int error) {
+    FailureKind kind =
+        error == EACCES || error == EPERM ? FailureKind::Permission : FailureKind::NotFound;
+    items_.push_back({path, Failure{kind, std::strerror(error)}});
   }
 
   std::optional<std::vector<std::string>> namedPaths();
@@ -154,7 +172,8 @@ class ImportRun {
   const Options& options_;
   CommandIO& io_;
   int status_ = kExitSuccess;
-  std::vector<std::string> files_;
+  std::vector<Item> items_;
+  std::size_t failed_ = 0;
   std::size_t skippedLinks_ = 0;
   // Folders walked, so a linked folder is walked once and links in a circle end (-L).
   std::set<std::pair<dev_t, ino_t>> walked_;
@@ -192,12 +211,14 @@ std::optional<std::vector<std::string>> ImportRun::namedPaths() {
 void ImportRun::collect(const std::string& path) {
   // Listed with line feeds, a NUL-separated list is one name that no file has.
   if (path.find('\0') != std::string::npos) {
-    fail(path, "a path cannot hold a NUL byte (-0 reads NUL-separated lists)");
+    items_.push_back(
+        {path, Failure{FailureKind::NotFound,
+                       "a path cannot hold a NUL byte (-0 reads NUL-separated lists)"}});
     return;
   }
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) {
-    fail(path, std::strerror(errno));
+    failEarly(path, errno);
     return;
   }
   // A folder named on the command line is walked, unless it is a package; a named link is
@@ -205,7 +226,7 @@ void ImportRun::collect(const std::string& path) {
   struct stat target {};
   bool isFolder = ::stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
   if (!isFolder || isOneItem(path)) {
-    files_.push_back(path);
+    items_.push_back({path, {}});
     return;
   }
   firstVisit(path);
@@ -231,11 +252,12 @@ bool ImportRun::firstVisit(const fs::path& folder) {
 void ImportRun::walk(const fs::path& folder, const std::string& relative, std::size_t depth) {
   std::error_code error;
   std::vector<fs::directory_entry> entries;
-  for (fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, error);
-       !error && it != fs::directory_iterator(); it.increment(error))
+  // A folder that cannot be read is a failure of its own, not an empty folder.
+  for (fs::directory_iterator it(folder, error); !error && it != fs::directory_iterator();
+       it.increment(error))
     entries.push_back(*it);
   if (error) {
-    fail(folder.string(), error.message());
+    failEarly(folder.string(), error.value());
     return;
   }
   std::sort(entries.begin(), entries.end());
@@ -258,50 +280,86 @@ void ImportRun::walk(const fs::path& folder, const std::string& relative, std::s
     }
     if (fs::is_directory(status)) {
       if (isOneItem(path))
-        files_.push_back(std::move(path));
+        items_.push_back({std::move(path), {}});
       else if (depth < maxDepth && firstVisit(entry.path()))
         walk(entry.path(), entryRelative, depth + 1);
       continue;
     }
     // "._NAME" beside NAME carries NAME's fork and Finder info: it is read with NAME.
     if (fs::is_regular_file(status) && !isAppleDoubleCompanion(path))
-      files_.push_back(std::move(path));
+      items_.push_back({std::move(path), {}});
   }
+}
+
+// Images, sound, video and archives have no text by nature; other files without text were read
+// and found empty.
+bool withoutTextByNature(const std::optional<std::string>& contentType) {
+  if (!contentType) return false;
+  for (std::string_view kind :
+       {kUTTypeImage, std::string_view("public.audiovisual-content"),
+        std::string_view("public.archive"), std::string_view("public.executable")})
+    if (typeConformsTo(*contentType, kind)) return true;
+  return false;
+}
+
+PropertyValue errorMember(const Failure& failure) {
+  return PropertyValue(
+      PropertyDictionary{{"kind", PropertyValue::fromUtf8(failureKindName(failure.kind))},
+                         {"message", PropertyValue::fromUtf8(failure.message)}});
 }
 
 void ImportRun::importAll(std::ostream& out) {
   MIMETypeHelper helper;
-  Progress progress(io_, files_.size(), options_.quiet);
+  Progress progress(io_, items_.size(), options_.quiet);
   std::uint64_t bytes = 0;
-  std::size_t withoutText = 0;
+  std::size_t byNature = 0;
   auto started = std::chrono::steady_clock::now();
-  for (std::size_t i = 0; i < files_.size(); ++i) {
-    const std::string& path = files_[i];
+  for (std::size_t i = 0; i < items_.size(); ++i) {
+    const std::string& path = items_[i].path;
+    progress.clear();
+    if (items_[i].failure) {
+      fail(path, *items_[i].failure, false);
+      if (options_.textOnly)
+        out << kFormFeed;
+      else
+        printResult(out, ImportResult(), path, {{"Error", errorMember(*items_[i].failure)}});
+      out.flush();
+      progress.draw(i + 1);
+      continue;
+    }
     try {
       // Imported by absolute path, as the service is given it; shown as the user named it.
       std::error_code error;
       fs::path absolute = fs::absolute(path, error);
-      std::optional<std::string> contentType;
-      ImportResult result = helper.openFile(error ? path : absolute.string(), contentType);
+      ImportDetails details;
+      ImportResult result = helper.openFile(error ? path : absolute.string(), details);
       if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
         if (const std::uint64_t* value = size->unsignedInteger()) bytes += *value;
       }
       std::optional<std::string> text;
       if (const TextString* value = result.string(ImportKey::Text))
         text = cutText(toUtf8(*value), options_.maxText);
-      else
-        ++withoutText;
+      PropertyDictionary extra = typeMembers(details.contentType);
+      if (details.failure) {
+        fail(path, *details.failure, true);
+        extra["Error"] = errorMember(*details.failure);
+      } else if (!text && withoutTextByNature(details.contentType)) {
+        ++byNature;
+      }
       progress.clear();
       if (options_.textOnly) {
         out << text.value_or("") << kFormFeed;
       } else {
         if (text && options_.maxText != kNoLimit)
           result.putOrRemove(ImportKey::Text, PropertyValue::fromUtf8(*text));
-        printResult(out, result, path, typeMembers(contentType));
+        printResult(out, result, path, extra);
       }
     } catch (const std::exception& exception) {
       progress.clear();
-      fail(path, exception.what());
+      Failure failure{FailureKind::Damaged, exception.what()};
+      fail(path, failure, false);
+      if (!options_.textOnly)
+        printResult(out, ImportResult(), path, {{"Error", errorMember(failure)}});
     }
     out.flush();
     progress.draw(i + 1);
@@ -309,10 +367,12 @@ void ImportRun::importAll(std::ostream& out) {
   progress.clear();
   if (options_.quiet) return;
   std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
-  char summary[160];
-  std::snprintf(summary, sizeof summary, "%zu %s, %llu bytes, %.3f s, %zu without text",
-                files_.size(), files_.size() == 1 ? "file" : "files",
-                static_cast<unsigned long long>(bytes), seconds.count(), withoutText);
+  char summary[200];
+  std::snprintf(summary, sizeof summary,
+                "%zu %s, %llu bytes, %.3f s: %zu read, %zu without text by nature, %zu failed",
+                items_.size(), items_.size() == 1 ? "file" : "files",
+                static_cast<unsigned long long>(bytes), seconds.count(),
+                items_.size() - byNature - failed_, byNature, failed_);
   io_.err << "ulvekbot " << kCommand << ": " << summary << "\n";
 }
 

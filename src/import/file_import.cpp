@@ -77,7 +77,8 @@ class FileImport {
     }
     complete();
     // Text means the file was read, whatever a reader on the way complained of.
-    if (result_.contains(ImportKey::Text)) failures.clear();
+    if (const TextString* text = result_.string(ImportKey::Text); text && !text->empty())
+      failures.clear();
     if (details) {
       details->contentType = plan_.contentType;
       details->failure = failures.failure();

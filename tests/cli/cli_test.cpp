@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "fork_test_files.h"
 #include "metadata/metadata_store.h"
@@ -115,11 +118,49 @@ TEST_F(CommandLineTest, InProcessCommands) {
        1,
        "{\"path\":\"tree/a.txt\",\"Title\":\"a.txt\",\"Text\":\"alpha\",\"FileSize\":5,"
        "\"ContentType\":\"public.plain-text\",\"MIMEType\":\"text/plain\"}\n"
+       "{\"path\":\"missing\",\"Error\":{\"kind\":\"not-found\",\"message\":\"No such file or "
+       "directory\"}}\n"
        "{\"path\":\"tree/sub/b.csv\",\"Title\":\"b.csv\",\"Text\":\"x,y\\n\",\"FileSize\":4,"
        "\"ContentType\":\"public.comma-separated-values-text\",\"MIMEType\":\"text/csv\"}\n",
-       "missing: No such file or directory"},
+       "missing: not-found: No such file or directory"},
       {{"import"}, 2, "", "expects at least one path, - or --files-from FILE"},
   });
+}
+
+// Read, without text by nature and failed files are told apart by the JSON alone, and by the
+// exit status. Run as an ordinary user where the tests run as root, who reads any file.
+TEST_F(CommandLineTest, ImportTellsFailuresApart) {
+  fs::permissions(folder_.path(), fs::perms::all);
+  folder_.write("mixed/page.html", "<title>Tide</title><p>Low water.</p>");
+  fs::copy_file(testing::dataPath() / "image/dusk.png", folder_.path() / "mixed/dusk.png");
+  folder_.write("mixed/cut.wpd", std::string("\xffWPC\x10\x00", 6));
+  folder_.write("mixed/empty.docx", "");
+  fs::permissions(folder_.write("mixed/locked.html", "<p>secret</p>"), fs::perms::none);
+  fs::create_directory(folder_.path() / "mixed/closed");
+  fs::permissions(folder_.path() / "mixed/closed", fs::perms::none);
+  std::vector<std::string> arguments = {testing::builtProgram("ulvekbot"), "import", "mixed",
+                                        "gone.pdf"};
+  if (::geteuid() == 0)
+    arguments.insert(arguments.begin(),
+                     {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+  testing::ProgramOutput output = testing::runProgram(arguments, folder_.path());
+  EXPECT_EQ(output.status, 1) << output.err;
+  const std::map<std::string, std::string> expected = {{"mixed/closed", "permission"},
+                                                       {"mixed/cut.wpd", "damaged"},
+                                                       {"mixed/dusk.png", "-"},
+                                                       {"mixed/empty.docx", "damaged"},
+                                                       {"mixed/locked.html", "permission"},
+                                                       {"mixed/page.html", "-"},
+                                                       {"gone.pdf", "not-found"}};
+  std::map<std::string, std::string> found;
+  std::istringstream lines(output.out);
+  for (std::string line; std::getline(lines, line);) {
+    nlohmann::json item = nlohmann::json::parse(line);
+    found[item["path"]] = item.contains("Error") ? item["Error"]["kind"] : "-";
+  }
+  EXPECT_EQ(found, expected) << output.out;
+  EXPECT_NE(output.err.find(": 1 read, 1 without text by nature, 5 failed\n"), std::string::npos)
+      << output.err;
 }
 
 TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
@@ -132,7 +173,8 @@ TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
   EXPECT_EQ(lines, 4) << output.out;
   EXPECT_EQ(output.out.find("must not be imported"), std::string::npos);
   EXPECT_NE(output.err.find("ulvekbot import: 4 files, 37 bytes, "), std::string::npos);
-  EXPECT_NE(output.err.find(", 1 without text\n"), std::string::npos) << output.err;
+  EXPECT_NE(output.err.find(": 4 read, 0 without text by nature, 0 failed\n"), std::string::npos)
+      << output.err;
   EXPECT_NE(output.err.find("ulvekbot import: 3 links in folders skipped (-L follows them)\n"),
             std::string::npos)
       << output.err;
@@ -332,7 +374,10 @@ TEST_F(CommandLineTest, PathLists) {
       {"file list from standard input",
        "--files-from - < lines.txt",
        {"tree/a.txt", "tree/sub/b.csv"}},
-      {"a listed path that is missing", "- < nul.list", {}, 1},
+      {"a listed path that is missing",
+       "- < nul.list",
+       {"tree/a.txt\\u0000tree/sub/deeper/c.html\\u0000\\u0000"},
+       1},
       {"a list that is missing", "--files-from nothing.txt", {}, 1},
   };
   for (const ListRow& row : rows) {
@@ -384,13 +429,14 @@ TEST_F(CommandLineTest, WhatImportPrints) {
        nullptr},
       {"to a file", {"--text", "-o", "out.txt", "tree/a.txt"}, 0, "", "1 file, 5 bytes", "alpha\f"},
       {"quiet", {"-q", "--text", "tree"}, 0, "alpha\f\fx,y\n\fC\n\ngamma\n\n\f", nullptr},
-      {"log lines", {"--text", damaged}, 0, "\f", "Damaged book: "},
-      {"quiet log", {"-q", "--text", damaged}, 0, "\f", nullptr},
+      {"log lines", {"--text", damaged}, 1, "\f", "Damaged book: "},
+      {"quiet log", {"-q", "--text", damaged}, 1, "\f", ": damaged: Damaged book: "},
+      // A file that failed still has its page, so pages and files stay in step.
       {"quiet but errors",
        {"-q", "--text", "missing", "tree/a.txt"},
        1,
-       "alpha\f",
-       "ulvekbot import: missing: No such file or directory\n"},
+       "\falpha\f",
+       "ulvekbot import: missing: not-found: No such file or directory\n"},
       {"unwritable file", {"-o", "nowhere/out.txt", "tree/a.txt"}, 1, "", "nowhere/out.txt"},
   };
   for (const OutputRow& row : rows) {
