@@ -1,7 +1,6 @@
 #include "import/reader_set.h"
 
 #include "importers/importer_host.h"
-#include "importers/metadata_importer.h"
 #include "readers/addresscard/address_card_reader.h"
 #include "readers/attributed/attributed_reader.h"
 #include "readers/epub/epub_reader.h"
@@ -26,15 +25,11 @@ const ReaderSet& ReaderSet::builtin() {
     set.set(Route::WebArchive, &webArchiveReader());
     set.set(Route::TextBundle, &textBundleReader());
     set.set(Route::WordPerfect, &wordPerfectReader());
-    set.set(Route::EPUB, &typedEPUBReader());
+    set.set(Route::EPUB, &epubReader());
     // Families that name their reader in their CMakeLists.txt.
 #define ULVEK_REGISTERED_READER(name, reader) set.setNamed(name, &reader());
 #include "registered_readers.inc"
 #undef ULVEK_REGISTERED_READER
-    // Books are read before any importer is asked; where no importer answers, the host reads
-    // text bundles itself.
-    MetaDataImporter::sharedImporter().setBookReader(&epubReader());
-    MetaDataImporter::sharedImporter().setTextBundleReader(&textBundleReader());
     return set;
   }();
   return readers;

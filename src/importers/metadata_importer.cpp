@@ -1,7 +1,6 @@
 #include "importers/metadata_importer.h"
 
 #include <sys/stat.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,20 +10,13 @@
 #include "base/log.h"
 #include "base/property_list.h"
 #include "importers/importer_corrections.h"
-#include "importers/package_text.h"
 #include "importers/worker_protocol.h"
 #include "metadata/file_types.h"
 #include "platform/content_types.h"
 #include "platform/file_bytes.h"
 #include "platform/user_defaults.h"
-#include "readers/reader.h"
 #include "text/character_tables.h"
-#include "text/encodings.h"
-#include "text/entity_conversion.h"
-#include "text/html_to_text.h"
-#include "text/markup_scanner.h"
 #include "text/string_utilities.h"
-#include "text/text_decoding.h"
 
 #ifndef ULVEK_INSTALL_PREFIX
 #define ULVEK_INSTALL_PREFIX "/usr/local"
@@ -444,32 +436,10 @@ std::optional<std::string> MetaDataImporter::importerForFile(const std::string& 
 }
 
 std::optional<PropertyDictionary> MetaDataImporter::metaDataOfFileAtPath(const std::string& path) {
-  std::optional<PropertyDictionary> attributes;
-  std::optional<ReaderOutput> book;
-  if (bookReader_) book = bookReader_->read(ReaderSource::file(path));
-  if (book) {
-    attributes = std::move(book->attributes);
-    if (book->text)
-      (*attributes)[std::string(kTextContent)] = PropertyValue(std::move(*book->text));
-  } else {
-    PropertyDictionary found;
-    if (getMetaData(&found, path)) attributes = std::move(found);
-  }
-  if (attributes && !attributes->empty()) {
-    correctImporterAnswer(*attributes, path);
-    return attributes;
-  }
-  std::optional<TextString> text;
-  if (endsWithIgnoringASCIICase(path, ".oo3")) {
-    text = outlinePackageText(path);
-  } else if (endsWithIgnoringASCIICase(path, ".chatlog")) {
-    text = chatLogPackageText(path);
-  } else if (textBundleReader_) {
-    if (std::optional<ReaderOutput> bundle = textBundleReader_->read(ReaderSource::file(path)))
-      text = std::move(bundle->text);
-  }
-  if (!text) return attributes;
-  return PropertyDictionary{{std::string(kTextContent), PropertyValue(std::move(*text))}};
+  PropertyDictionary attributes;
+  if (!getMetaData(&attributes, path)) return std::nullopt;
+  if (!attributes.empty()) correctImporterAnswer(attributes, path);
+  return attributes;
 }
 
 std::optional<TextString> MetaDataImporter::textContentOfFileAtPath(const std::string& path) {

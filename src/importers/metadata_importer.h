@@ -13,8 +13,6 @@
 
 namespace ulvek {
 
-class Reader;
-
 // The importer plug-ins found on this machine and how to call them. Bundles are folders
 // NAME.mdimporter with Contents/Info.plist and Contents/Linux/<CFBundleExecutable>, found on the
 // search path (importerSearchPath()); their code runs in the worker process only.
@@ -36,13 +34,10 @@ class MetaDataImporter {
   // what the importer wrote.
   bool getMetaData(PropertyDictionary* attributes, const std::string& path);
   bool supportsFileAtPath(const std::string& path) { return getMetaData(nullptr, path); }
-  // The importer's attributes with the service's corrections and direct readers.
+  // The importer's attributes with the host's corrections; nothing when no importer answered.
   std::optional<PropertyDictionary> metaDataOfFileAtPath(const std::string& path);
   std::optional<TextString> textContentOfFileAtPath(const std::string& path);
 
-  // Readers the host asks itself: books before any importer, text bundles where none answered.
-  void setBookReader(const Reader* reader) { bookReader_ = reader; }
-  void setTextBundleReader(const Reader* reader) { textBundleReader_ = reader; }
   // Limits of one importer call; the defaults come from the user defaults "ImporterTimeLimit"
   // (seconds) and "ImporterMemoryLimit" (MiB).
   void setLimits(WorkerProcess::Limits limits) { worker_.setLimits(limits); }
@@ -98,8 +93,6 @@ class MetaDataImporter {
   std::set<std::string> unverified_;     // found, but not yet through the load preflight
   std::once_flag loaded_;
   WorkerProcess worker_;
-  const Reader* bookReader_ = nullptr;
-  const Reader* textBundleReader_ = nullptr;
 };
 
 // The folders searched for bundles, in order: each folder of $ULVEKBOT_IMPORTER_PATH, then

@@ -191,9 +191,22 @@ bool hasBundleBit(const std::string& path) {
   return info && info->size() >= 10 && ((*info)[8] & 0x20) != 0;
 }
 
+// The first row claiming the extension that is a package: a folder named as a zipped book is the
+// book's folder, not the zip archive the extension names first.
 std::optional<std::string_view> packageTypeForExtension(const std::string& extension) {
-  std::optional<std::string_view> type = contentTypeForExtension(extension);
-  if (type && typeConformsTo(*type, kUTTypePackage)) return type;
+  if (extension.empty()) return std::nullopt;
+  std::vector<std::string_view> claiming;
+  {
+    const TypeIndex& index = typeIndex();
+    std::string key = asciiLowercase(extension);
+    std::shared_lock guard(index.lock);
+    for (const TypeIndex::Row& row : index.rows)
+      if (std::find(row.extensions.begin(), row.extensions.end(), key) != row.extensions.end())
+        claiming.push_back(row.info.identifier);
+  }
+  // Conformance takes the lock again, so it is asked after the scan.
+  for (std::string_view type : claiming)
+    if (typeConformsTo(type, kUTTypePackage)) return type;
   return std::nullopt;
 }
 

@@ -214,6 +214,35 @@ TEST_F(CommandLineTest, DocumentFoldersAreOneItem) {
                                              "{\"path\":\"shelf/loose/a.txt\""}));
 }
 
+// What `classify` names for a document folder is the reader `import` reads it with.
+TEST_F(CommandLineTest, ClassifyNamesTheReaderOfDocumentFolders) {
+  folder_.write("docs/Plan.oo3/contents.xml", "<?xml version=\"1.0\"?><outline>Buy</outline>");
+  folder_.write("docs/Talk.chatlog/log.xml", "<chat>Hi</chat>");
+  folder_.write("docs/Book.epub/mimetype", "application/epub+zip");
+  folder_.write("docs/Book.epub/META-INF/container.xml", "<container/>");
+  folder_.write("docs/Notes.textbundle/text.md", "Notes");
+  struct Row {
+    std::string name;
+    std::string decision;  // the end of its line of `classify`
+    std::string imported;  // a part of its line of `import`
+  };
+  const Row rows[] = {
+      {"Plan.oo3", "→ registered reader [reader: outline package]", R"("Text":"Buy")"},
+      {"Talk.chatlog", "→ registered reader [reader: chat log]", R"("Text":"Hi")"},
+      {"Book.epub", "→ EPUB [reader: epub]", R"("ContentType":"org.idpf.epub-folder")"},
+      {"Notes.textbundle", "→ text bundle [reader: text bundle]", R"("Text":"Notes")"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::ProgramOutput classified = run({"classify", "docs/" + row.name});
+    EXPECT_EQ(classified.status, 0) << classified.err;
+    EXPECT_NE(classified.out.find(row.decision + "\n"), std::string::npos) << classified.out;
+    testing::ProgramOutput imported = run({"import", "docs/" + row.name});
+    EXPECT_EQ(imported.status, 0) << imported.err;
+    EXPECT_NE(imported.out.find(row.imported), std::string::npos) << imported.out;
+  }
+}
+
 // Every registry row, as a table and as JSON lines.
 TEST_F(CommandLineTest, FormatsListsTheRegistry) {
   testing::ProgramOutput table = run({"formats"});

@@ -13,12 +13,14 @@
 #include "base/property_list.h"
 #include "fork_test_files.h"
 #include "import/mime_type_helper.h"
+#include "import/reader_set.h"
 #include "metadata/file_types.h"
 #include "metadata/internet_location.h"
 #include "metadata/metadata_store.h"
 #include "platform/resource_fork.h"
 #include "protocol/import_result.h"
 #include "readers/reader.h"
+#include "readers/zip/zip_archive.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -177,6 +179,7 @@ TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
        {"saved.webarchive"},
        {{"BaseURL", u"https://archive.example/"}, {"HTMLTitle", u"HTML"}, {"title", u"Meta"}}},
       {Route::TextBundle, u"text bundle", {"a.textpack", "b.textbundle"}, {}},
+      {Route::EPUB, u"book", {"a.epub", "b.ibooks"}, {}},
       {Route::WordPerfect, u"WordPerfect", {"a.wpd"}, {}},
       {Route::AttributedDocument, u"rich", {"a.rtf", "b.docx"}, {{"DocumentType", u"NSRTF"}}},
       {Route::TextClipping, u"clipping", {"a.textClipping"}, {}},
@@ -225,6 +228,49 @@ TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
   std::string archive = (folder.path() / "saved.webarchive").string();
   storeWhereFrom(archive);
   expectKeys(helper.openFile(archive), {{"Title", u"Meta"}, {"URL", u"https://archive.example/"}});
+}
+
+// Document folders are read by the built-in readers of their kind, never by the importer
+// host; the text is normalized as an importer's would be.
+TEST(FileImport, DocumentFoldersReachTheirReaders) {
+  TemporaryFolder folder;
+  folder.write("Plan.oo3/contents.xml",
+               "<?xml version=\"1.0\"?><outline><item>Buy &amp; sow</item>"
+               "<item>Water\r\ndaily</item></outline>");
+  folder.write("Talk.chatlog/log.xml", "<chat><message>Hi &lt;there&gt;</message></chat>\n");
+  folder.write("Notes.textbundle/text.md", "# Notes\n");
+  // The project's own packed book, unpacked: the same title and text as packed.
+  const std::string book = (folder.path() / "Book.epub").string();
+  std::filesystem::create_directory(book);
+  auto packed =
+      ZipArchive::initWithZipFile((testing::dataPath() / "epub/field-notes-epub2.epub").string());
+  ASSERT_TRUE(packed && unpackZipArchive(*packed, book).ok());
+  struct Row {
+    const char* name;
+    std::optional<std::u16string> text;  // the start of it
+    std::optional<std::u16string> title;
+  };
+  const Row rows[] = {
+      {"Plan.oo3", u"Buy & sow Water daily", u"Plan.oo3"},
+      {"Talk.chatlog", u"Hi <there>", u"Talk.chatlog"},
+      {"Notes.textbundle", u"# Notes\n", u"Notes.textbundle"},
+      {"Book.epub", u"Field Notes \u2014 Rivers", u"Field Notes \u2014 Rivers, Weirs and Locks"},
+  };
+  StandInReader importer;
+  ReaderSet set = ReaderSet::builtin();
+  set.set(Route::Importer, &importer).set(Route::PDF, &importer);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::optional<std::string> contentType;
+    ImportResult result =
+        MIMETypeHelper(set).openFile((folder.path() / row.name).string(), contentType);
+    const TextString* text = result.string("Text");
+    ASSERT_TRUE(text);
+    EXPECT_TRUE(text->starts_with(*row.text)) << toUtf8(*text);
+    expectKeys(result, {{"Title", row.title}});
+    EXPECT_EQ(contentType, planImport((folder.path() / row.name).string()).contentType);
+  }
+  EXPECT_EQ(importer.calls, 0);
 }
 
 TEST(FileImport, AttributedDocuments) {

@@ -1,10 +1,11 @@
-#include "import/reader_set.h"
 #include "import/route_table.h"
+#include "import/reader_set.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "import/mime_type_helper.h"
 #include "platform/content_types.h"
 #include "test_support.h"
 
@@ -160,6 +161,43 @@ TEST(RouteTable, EveryRegistryReaderIsARouteOrARegisteredReader) {
     if (format.reader.empty() || routeNamed(format.reader)) continue;
     EXPECT_NE(ReaderSet::builtin().named(format.reader), nullptr)
         << format.identifier << " names " << format.reader;
+  }
+}
+
+// Documents that are folders go to the readers of their kind, which the built-in set has;
+// packed books and text packs too. What `classify` names is what reads them.
+TEST(RouteTable, DocumentFoldersTakeTheirReadersRoutes) {
+  struct Row {
+    const char* name;  // a folder ending in "/", else a file
+    std::string_view bytes;
+    std::string_view contentType;
+    Route route;
+    std::string_view reader;
+  };
+  const Row rows[] = {
+      {"Plan.oo3/", "<?xml version=\"1.0\"?><outline/>", "com.omnigroup.omnioutliner.oo3-package",
+       Route::Registered, "outline package"},
+      {"Talk.chatlog/", "<chat/>", "com.apple.ichat.chatlog", Route::Registered, "chat log"},
+      {"Book.epub/", "application/epub+zip", "org.idpf.epub-folder", Route::EPUB, "epub"},
+      {"Book.IBOOKS/", "application/epub+zip", "org.idpf.epub-folder", Route::EPUB, "epub"},
+      {"book.epub", "PK\x03\x04", "org.idpf.epub-container", Route::EPUB, "epub"},
+      {"Notes.textbundle/", "words", "org.textbundle.package", Route::TextBundle, "text bundle"},
+      {"notes.textpack", "PK\x03\x04", "org.textbundle.compressed", Route::TextBundle,
+       "text bundle"},
+  };
+  testing::TemporaryFolder folder;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::string name = row.name;
+    bool isFolder = name.ends_with('/');
+    std::string path = folder.write(isFolder ? name + "inside" : name, row.bytes);
+    if (isFolder) path = (folder.path() / name.substr(0, name.size() - 1)).string();
+    ImportPlan plan = planImport(path);
+    EXPECT_EQ(plan.contentType, row.contentType);
+    EXPECT_EQ(plan.route, row.route);
+    const Reader* reader = MIMETypeHelper().plannedReader(plan);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->name(), row.reader);
   }
 }
 

@@ -264,6 +264,23 @@ void writeTypedBundle(const TemporaryFolder& folder, const std::string& name,
                *xmlPropertyList(PropertyValue(std::move(info))));
 }
 
+// Documents that readers of the service's own read are not the host's: where no importer
+// answers, it answers nothing, whatever the name.
+TEST_F(ImporterHostTest, AnswersOnlyWhatAnImporterWrote) {
+  folder_.write("Plain.oo3/contents.xml", "<?xml version=\"1.0\"?><outline>Words</outline>");
+  folder_.write("One.chatlog/log.xml", "<chat>Hi</chat>");
+  folder_.write("Folder.epub/mimetype", "application/epub+zip");
+  folder_.write("a.textbundle/text.md", "Words");
+  fs::copy_file(testing::dataPath() / "epub/field-notes-epub2.epub", folder_.path() / "book.epub");
+  MetaDataImporter importer;
+  for (const char* name :
+       {"Plain.oo3", "One.chatlog", "Folder.epub", "book.epub", "a.textbundle"}) {
+    std::string path = (folder_.path() / name).string();
+    EXPECT_EQ(importer.metaDataOfFileAtPath(path), std::nullopt) << name;
+    EXPECT_FALSE(importer.supportsFileAtPath(path)) << name;
+  }
+}
+
 // Types a plug-in declares join the registry: its files are typed by them, even text ones,
 // and the plug-in receives the type it declared; .chm files reach a CHM importer.
 TEST_F(ImporterHostTest, DeclaredTypesReachTheirImporters) {

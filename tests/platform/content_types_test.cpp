@@ -34,6 +34,9 @@ TEST(ContentTypes, ReadersComeFromTheNearestAncestor) {
       {"com.adobe.encapsulated-postscript", "PDF"},  // its own, before its image parent's
       {"public.jpeg", "importer"},
       {"org.idpf.epub-container", "EPUB"},
+      {"org.idpf.epub-folder", "EPUB"},
+      {"com.omnigroup.omnioutliner.oo3-package", "outline package"},
+      {"com.apple.ichat.chatlog", "chat log"},
       {"com.microsoft.chm-archive", "importer"},
       {"public.folder", std::nullopt},
       {"dyn.filename-extension.qqq", std::nullopt},
@@ -111,6 +114,9 @@ TEST(ContentTypes, TypeOfFileAndPackageTest) {
       {"a name of another kind wins over contents", folder.write("x.jpg", kPDF), "public.jpeg"},
       {"file with a package extension", folder.write("file.rtfd", "x"), "com.apple.rtfd"},
       {"package folder", directory(folder, "Notes.rtfd"), "com.apple.rtfd", true},
+      // The extension names the zipped book first; a folder is the book's folder.
+      {"book folder", directory(folder, "Book.EPUB"), "org.idpf.epub-folder", true},
+      {"packed book", folder.write("book.epub", "PK"), "org.idpf.epub-container"},
       {"plain folder", directory(folder, "plain"), "public.folder"},
       {"folder with the bundle bit", directory(folder, "flagged", true), "com.apple.package", true},
       {"link to a package", link, "com.apple.application-bundle"},

@@ -154,6 +154,27 @@ TEST_F(ServiceTest, StoredMetadataArrivesIntact) {
   }
 }
 
+// Document folders reach the readers of their kind in the daemon as they do in-process.
+TEST_F(ServiceTest, DocumentFoldersAnswerAsInProcess) {
+  folder_.write("Plan.oo3/contents.xml", "<?xml version=\"1.0\"?><outline>Buy</outline>");
+  folder_.write("Talk.chatlog/log.xml", "<chat>Hi</chat>");
+  folder_.write("Book.epub/mimetype", "application/epub+zip");
+  folder_.write("Notes.textbundle/text.md", "Notes");
+  const std::pair<const char*, std::u16string> rows[] = {{"Plan.oo3", u"Buy"},
+                                                         {"Talk.chatlog", u"Hi"},
+                                                         {"Book.epub", u""},
+                                                         {"Notes.textbundle", u"Notes"}};
+  MIMETypeHelper local;
+  for (const auto& [name, text] : rows) {
+    std::string path = (folder_.path() / name).string();
+    std::optional<ImportResult> result = client_->openFile(path, &error_);
+    ASSERT_TRUE(result) << name << ": " << (error_ ? error_->localizedDescription : "");
+    ASSERT_TRUE(result->string(ImportKey::Text)) << name;
+    EXPECT_EQ(*result->string(ImportKey::Text), text) << name;
+    EXPECT_EQ(*result, local.openFile(path)) << name;
+  }
+}
+
 TEST_F(ServiceTest, ResultsAreIndependentCopies) {
   std::string path = folder_.write("tagged.txt", "x");
   store(path, MetaDataKey::UserTags, PropertyArray{u"One"});

@@ -80,12 +80,6 @@ std::string joinedPath(const std::string& folder, const std::string& name) {
   return clean;
 }
 
-bool EPUBParser::isEPUBFile(const std::string& path) {
-  std::string lower = asciiLowercase(path);
-  while (lower.size() > 1 && lower.back() == '/') lower.pop_back();
-  return lower.ends_with(".epub") || lower.ends_with(".ibooks");
-}
-
 EPUBParser::EPUBParser(const std::string& path) : epubPath_(path) {
   std::error_code error;
   folder_ = fs::is_directory(path, error);

@@ -31,9 +31,6 @@ struct EPUBCover {
 // as styled text, the first page, the cover and a mapping between entries and unpacked files.
 class EPUBParser {
  public:
-  // YES for paths ending in ".epub" or ".ibooks", compared without regard to case.
-  static bool isEPUBFile(const std::string& path);
-
   explicit EPUBParser(const std::string& path);
 
   const std::string& opfFile() const { return opfFile_; }
