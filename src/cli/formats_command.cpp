@@ -58,10 +58,10 @@ std::string kindOf(const Format& format) {
 // The importer plug-in that reads each type, by its bundle's name (the last one asked wins, as
 // when a file is imported).
 std::map<std::string, std::string> importersByType() {
-  MetaDataImporter& importer = MetaDataImporter::sharedImporter();
-  importer.loadExtractorPlugins();
+  BundleRegistry& bundles = MetaDataImporter::sharedImporter().bundles();
+  bundles.loadExtractorPlugins();
   std::map<std::string, std::string> byType;
-  for (const auto& [bundle, types] : importer.contentTypesForMDImporter())
+  for (const auto& [bundle, types] : bundles.contentTypesForMDImporter())
     for (const std::string& type : types)
       byType[type] = std::filesystem::path(bundle).filename().string();
   return byType;

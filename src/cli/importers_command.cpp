@@ -23,19 +23,19 @@ std::string joined(const std::vector<std::string>& items) {
 }
 
 int run(bool json, CommandIO& io) {
-  MetaDataImporter& importer = MetaDataImporter::sharedImporter();
-  importer.loadExtractorPlugins();
+  BundleRegistry& bundles = MetaDataImporter::sharedImporter().bundles();
+  bundles.loadExtractorPlugins();
   if (!json) {
     io.out << "Search path:\n";
     for (const std::string& folder : importerSearchPath()) io.out << "  " << folder << "\n";
   }
-  for (const std::string& bundle : importer.bundlePaths()) {
+  for (const std::string& bundle : bundles.bundlePaths()) {
     auto find = [&](const auto& table) {
       auto found = table.find(bundle);
       return found == table.end() ? std::vector<std::string>() : found->second;
     };
-    std::vector<std::string> types = find(importer.contentTypesForMDImporter());
-    std::vector<std::string> extensions = find(importer.extensionsForMDImporter());
+    std::vector<std::string> types = find(bundles.contentTypesForMDImporter());
+    std::vector<std::string> extensions = find(bundles.extensionsForMDImporter());
     if (json) {
       PropertyDictionary object{{"path", PropertyValue::fromUtf8(bundle)},
                                 {"contentTypes", stringList(types)},

@@ -2,13 +2,13 @@
 #include <cstdint>
 
 #include "base/property_list.h"
-#include "importers/metadata_importer.h"
+#include "importers/bundle_registry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::optional<ulvek::PropertyValue> info = ulvek::propertyListFromBytes({data, size});
   if (!info || !info->dictionary()) return 0;
-  ulvek::MetaDataImporter importer;
-  importer.addBundleToMDImporters(*info->dictionary(), "/fuzz/Bundle.mdimporter");
-  importer.addBundleToMDImporters(*info->dictionary(), "/fuzz/_TagsMail.mdimporter");
+  ulvek::BundleRegistry bundles(nullptr);
+  bundles.addBundleToMDImporters(*info->dictionary(), "/fuzz/Bundle.mdimporter");
+  bundles.addBundleToMDImporters(*info->dictionary(), "/fuzz/_TagsMail.mdimporter");
   return 0;
 }

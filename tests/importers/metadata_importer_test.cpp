@@ -1,18 +1,18 @@
-// The importer host with real plug-in bundles in a worker process: registration from
-// Info.plist, choosing and calling importers, and plug-ins that crash, hang, print or garble.
+// The importer host with real plug-in bundles in a worker process: choosing and calling
+// importers, correcting their answers, and plug-ins that crash, hang, print or garble.
 
 #include "importers/metadata_importer.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "base/file_url.h"
 #include "base/property_list.h"
 #include "platform/content_types.h"
+#include "test_bundles.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -20,28 +20,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::CapturedLog;
+using testing::ImporterEnvironment;
+using testing::importerInfo;
+using testing::kImporterTypeID;
 using testing::TemporaryFolder;
-
-const std::string kTypeID(MetaDataImporter::kImporterTypeID);
-
-PropertyDictionary infoFor(const std::string& executable, const std::string& factoryID,
-                           const std::string& function, const std::string& extension) {
-  return PropertyDictionary{
-      {"CFBundleIdentifier", PropertyValue::fromUtf8("test." + function)},
-      {"CFBundleExecutable", PropertyValue::fromUtf8(executable)},
-      {"CFBundleDocumentTypes", PropertyArray{PropertyDictionary{
-                                    {"CFBundleTypeRole", u"MDImporter"},
-                                    {"LSItemContentTypes", PropertyArray{u"com.example.none"}}}}},
-      {"UTExportedTypeDeclarations",
-       PropertyArray{PropertyDictionary{
-           {"UTTypeTagSpecification",
-            PropertyDictionary{{"public.filename-extension",
-                                PropertyArray{PropertyValue::fromUtf8(extension)}}}}}}},
-      {"CFPlugInFactories", PropertyDictionary{{factoryID, PropertyValue::fromUtf8(function)}}},
-      {"CFPlugInTypes",
-       PropertyDictionary{{kTypeID, PropertyArray{PropertyValue::fromUtf8(factoryID)}}}},
-  };
-}
+using testing::testFactoryID;
+using testing::writeBundle;
+using testing::writeTypedBundle;
 
 // Bundles of the test plug-in, one per factory, in a folder on the search path.
 class ImporterHostTest : public ::testing::Test {
@@ -57,35 +42,20 @@ class ImporterHostTest : public ::testing::Test {
         {"Null", "NullFactory", "null"},   {"Garbage", "GarbageFactory", "junk"},
     };
     int n = 0;
-    for (const Bundle& bundle : bundles) {
-      fs::path contents = folder_.path() / "Importers" / (bundle.name + ".mdimporter") / "Contents";
-      fs::create_directories(contents / "Linux");
-      fs::copy_file(std::string(ULVEK_BINARY_DIR) + "/tests/test_importer_plugin.so",
-                    contents / "Linux" / (bundle.name + ".so"));
-      char id[40];
-      std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", ++n);
-      auto plist = xmlPropertyList(
-          PropertyValue(infoFor(bundle.name + ".so", id, bundle.function, bundle.extension)));
-      folder_.write((contents / "Info.plist").lexically_relative(folder_.path()).string(), *plist);
-    }
+    for (const Bundle& bundle : bundles)
+      writeBundle(
+          folder_, "Importers", bundle.name,
+          importerInfo(bundle.name + ".so", testFactoryID(++n), bundle.function, bundle.extension));
     // A bundle whose shared object is not one: found, never registered.
     folder_.write("Importers/Broken.mdimporter/Contents/Linux/Broken.so", "not ELF");
     folder_.write(
         "Importers/Broken.mdimporter/Contents/Info.plist",
-        *xmlPropertyList(PropertyValue(
-            infoFor("Broken.so", "00000000-0000-4000-8000-999999999999", "GoodFactory", "good"))));
-    ::setenv("ULVEKBOT_IMPORTER_PATH", (folder_.path() / "Importers").c_str(), 1);
-    ::setenv("ULVEKBOT_IMPORTER_WORKER",
-             (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
-    ::setenv("XDG_DATA_HOME", (folder_.path() / "data").c_str(), 1);
-  }
-  void TearDown() override {
-    ::unsetenv("ULVEKBOT_IMPORTER_PATH");
-    ::unsetenv("ULVEKBOT_IMPORTER_WORKER");
-    ::unsetenv("XDG_DATA_HOME");
+        *xmlPropertyList(PropertyValue(importerInfo(
+            "Broken.so", "00000000-0000-4000-8000-999999999999", "GoodFactory", "good"))));
   }
 
   TemporaryFolder folder_;
+  ImporterEnvironment environment_{folder_, (folder_.path() / "Importers").string()};
 };
 
 std::string textOf(const std::optional<PropertyDictionary>& attributes) {
@@ -135,11 +105,11 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
     }
   }
   // A bundle without interfaces is taken out of the tables; the others stay.
-  EXPECT_FALSE(importer.extensionsForMDImporter().count(
+  EXPECT_FALSE(importer.bundles().extensionsForMDImporter().count(
       (folder_.path() / "Importers/NoInterface.mdimporter").string()));
-  EXPECT_TRUE(importer.extensionsForMDImporter().count(
+  EXPECT_TRUE(importer.bundles().extensionsForMDImporter().count(
       (folder_.path() / "Importers/Crash.mdimporter").string()));
-  EXPECT_FALSE(importer.extensionsForMDImporter().count(
+  EXPECT_FALSE(importer.bundles().extensionsForMDImporter().count(
       (folder_.path() / "Importers/Broken.mdimporter").string()));
 }
 
@@ -204,9 +174,10 @@ TEST_F(ImporterHostTest, PreflightWaitsUntilABundleCouldServe) {
   const std::string f2 = "00000000-0000-4000-8000-000000000102";
   auto info = [&](const std::string& executable, PropertyArray types, PropertyDictionary factories,
                   const std::string& extension) {
-    PropertyDictionary dictionary = infoFor(executable, f1, "GoodFactory", extension);
+    PropertyDictionary dictionary = importerInfo(executable, f1, "GoodFactory", extension);
     dictionary["CFPlugInFactories"] = PropertyValue(std::move(factories));
-    dictionary["CFPlugInTypes"] = PropertyValue(PropertyDictionary{{kTypeID, std::move(types)}});
+    dictionary["CFPlugInTypes"] =
+        PropertyValue(PropertyDictionary{{kImporterTypeID, std::move(types)}});
     return *xmlPropertyList(PropertyValue(dictionary));
   };
   folder_.write("Importers/Aaa.mdimporter/Contents/Linux/Aaa.so", "not ELF");
@@ -224,44 +195,28 @@ TEST_F(ImporterHostTest, PreflightWaitsUntilABundleCouldServe) {
 
   MetaDataImporter importer;
   importer.loadExtractorPlugins();
-  const std::size_t found = importer.bundlesAwaitingPreflight();
+  const std::size_t found = importer.bundles().bundlesAwaitingPreflight();
   EXPECT_EQ(found, 11u);  // eight test bundles, Broken, Aaa and Order
 
   const std::string good = folder_.write("a.good", "x");
   EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(good)), good);
-  EXPECT_EQ(importer.bundlesAwaitingPreflight(),
+  EXPECT_EQ(importer.bundles().bundlesAwaitingPreflight(),
             found - 2);  // Good, and Broken, which names "good"
 
   const std::string ordered = folder_.write("b.order", "x");
   EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(ordered)), ordered);
-  EXPECT_EQ(importer.bundlesAwaitingPreflight(), found - 4);  // Order, and Aaa, which names F2
+  EXPECT_EQ(importer.bundles().bundlesAwaitingPreflight(),
+            found - 4);  // Order, and Aaa, which names F2
 
   // Reading the tables tries the rest: the unloadable bundles are gone.
-  const std::vector<std::string>& bundles = importer.bundlePaths();
-  EXPECT_EQ(importer.bundlesAwaitingPreflight(), 0u);
+  const std::vector<std::string>& bundles = importer.bundles().bundlePaths();
+  EXPECT_EQ(importer.bundles().bundlesAwaitingPreflight(), 0u);
   EXPECT_EQ(bundles.size(), found - 2);
   for (const char* gone : {"Aaa.mdimporter", "Broken.mdimporter"})
     EXPECT_EQ(std::count_if(bundles.begin(), bundles.end(),
                             [&](const std::string& bundle) { return bundle.ends_with(gone); }),
               0)
         << gone;
-}
-
-// A bundle of the test plug-in reading `contentType`, and declaring `declared` (with its
-// extension and parent) when given.
-void writeTypedBundle(const TemporaryFolder& folder, const std::string& name,
-                      const std::string& factoryID, const std::u16string& contentType,
-                      const PropertyArray& declared) {
-  fs::path contents = folder.path() / "Importers" / (name + ".mdimporter") / "Contents";
-  fs::create_directories(contents / "Linux");
-  fs::copy_file(std::string(ULVEK_BINARY_DIR) + "/tests/test_importer_plugin.so",
-                contents / "Linux" / (name + ".so"));
-  PropertyDictionary info = infoFor(name + ".so", factoryID, "GoodFactory", "unused-" + name);
-  info["CFBundleDocumentTypes"] = PropertyArray{PropertyDictionary{
-      {"CFBundleTypeRole", u"MDImporter"}, {"LSItemContentTypes", PropertyArray{contentType}}}};
-  info["UTExportedTypeDeclarations"] = declared;
-  folder.write((contents / "Info.plist").lexically_relative(folder.path()).string(),
-               *xmlPropertyList(PropertyValue(std::move(info))));
 }
 
 // Documents that readers of the service's own read are not the host's: where no importer
@@ -319,68 +274,6 @@ TEST_F(ImporterHostTest, DeclaredTypesReachTheirImporters) {
   // A declaration never takes an extension from the registry's own rows.
   EXPECT_EQ(contentTypeForExtension("good"), std::nullopt);
   EXPECT_EQ(contentTypeForExtension("pdf"), "com.adobe.pdf");
-}
-
-// A user's copy of an installed importer (the same factory, earlier on the search path) is the
-// one that runs; the installed one is skipped with a line in the log.
-TEST_F(ImporterHostTest, EarlierCopyOfABundleReplacesTheInstalledOne) {
-  const std::string factory = "00000000-0000-4000-8000-000000000201";
-  writeTypedBundle(folder_, "Installed", factory, u"com.example.copied", {});
-  fs::create_directories(folder_.path() / "User");
-  fs::rename(folder_.path() / "Importers/Installed.mdimporter",
-             folder_.path() / "User/Installed.mdimporter");
-  writeTypedBundle(folder_, "Installed", factory, u"com.example.copied", {});
-  ::setenv(
-      "ULVEKBOT_IMPORTER_PATH",
-      ((folder_.path() / "User").string() + ":" + (folder_.path() / "Importers").string()).c_str(),
-      1);
-  CapturedLog log;
-  MetaDataImporter importer;
-  importer.loadExtractorPlugins();
-  const std::vector<std::string>& bundles = importer.bundlePaths();
-  std::string user = (folder_.path() / "User/Installed.mdimporter").string();
-  std::string installed = (folder_.path() / "Importers/Installed.mdimporter").string();
-  EXPECT_EQ(std::count(bundles.begin(), bundles.end(), user), 1);
-  EXPECT_EQ(std::count(bundles.begin(), bundles.end(), installed), 0);
-  EXPECT_TRUE(log.contains("Skipped: " + installed + " (replaced by " + user + ")"));
-}
-
-// Registration from the information dictionary alone.
-TEST(MetaDataImporterRegistry, Registration) {
-  MetaDataImporter importer;
-  PropertyDictionary info{
-      {"CFBundleDocumentTypes",
-       PropertyArray{
-           PropertyDictionary{{"CFBundleTypeRole", u"Viewer"},
-                              {"LSItemContentTypes", PropertyArray{u"public.viewer"}}},
-           PropertyDictionary{{"CFBundleTypeRole", u"MDImporter"},
-                              {"LSItemContentTypes",
-                               PropertyArray{u"Com.Example.TYPE", u"DYN.AH62D4RV4GE80G4DR", 5}}}}},
-      {"UTExportedTypeDeclarations",
-       PropertyArray{
-           PropertyDictionary{
-               {"UTTypeTagSpecification", PropertyDictionary{{"public.filename-extension",
-                                                              PropertyArray{u"EXT", u"  ", u""}}}}},
-           PropertyDictionary{{"UTTypeTagSpecification",
-                               PropertyDictionary{{"public.filename-extension", u"single"}}}}}},
-      {"CFPlugInFactories", PropertyDictionary{{"F", u"f"}}}};
-  importer.addBundleToMDImporters(info, "/b/One.mdimporter");
-  EXPECT_EQ(importer.contentTypesForMDImporter().at("/b/One.mdimporter"),
-            (std::vector<std::string>{"com.example.type", "com.microsoft.chm-archive"}));
-  EXPECT_EQ(importer.extensionsForMDImporter().at("/b/One.mdimporter"),
-            std::vector<std::string>{"ext"});
-  // No factories are recorded before discovery has made the table.
-  EXPECT_FALSE(importer.factoriesForMDImporter());
-
-  CapturedLog log;
-  importer.addBundleToMDImporters({{"CFBundleIdentifier", u"ca.indev.mailtags.mdimporter"}},
-                                  "/b/Any.mdimporter");
-  importer.addBundleToMDImporters({}, "/c/_TagsMail.mdimporter");
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Skipped: /b/Any.mdimporter",
-                                                   "Skipped: /c/_TagsMail.mdimporter"}));
-  importer.addBundleToMDImporters({{"UTExportedTypeDeclarations", PropertyArray{}}},
-                                  "/b/Empty.mdimporter");
-  EXPECT_TRUE(importer.extensionsForMDImporter().at("/b/Empty.mdimporter").empty());
 }
 
 }  // namespace
