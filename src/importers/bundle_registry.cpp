@@ -72,14 +72,34 @@ DeclaredContentType declaredType(const PropertyDictionary& declaration,
   return type;
 }
 
-// The bundles in one folder of the search path, sorted.
+// The bundles in one folder of the search path, sorted. Whatever cannot be examined (a link
+// loop, a dangling link, a stale mount) is one log line and left out; a folder that is not
+// there is no error, most of the search path is usually missing.
 std::vector<std::string> bundlesInFolder(const std::string& folder) {
-  std::error_code error;
   std::vector<std::string> found;
-  for (const auto& entry : fs::directory_iterator(folder, error)) {
-    if (asciiLowercase(entry.path().extension().string()) == ".mdimporter" && entry.is_directory())
-      found.push_back(entry.path().string());
+  std::error_code error;
+  fs::directory_iterator entries(folder, error);
+  if (error) {
+    if (error != std::errc::no_such_file_or_directory)
+      logLine("Importer folder skipped: " + folder + " (" + error.message() + ")");
+    return found;
   }
+  for (; entries != fs::directory_iterator(); entries.increment(error)) {
+    const fs::path& path = entries->path();
+    if (asciiLowercase(path.extension().string()) != ".mdimporter") continue;
+    // Links are followed: a bundle may be installed as a link to a build.
+    std::error_code statusError;
+    fs::file_status status = fs::status(path, statusError);
+    if (statusError) {
+      logLine("Skipped: " + path.string() + " (" + statusError.message() + ")");
+    } else if (!fs::is_directory(status)) {
+      logLine("Skipped: " + path.string() + " (not a folder)");
+    } else {
+      found.push_back(path.string());
+    }
+  }
+  // A failed step ends the listing; what was found before it stays.
+  if (error) logLine("Importer folder read in part: " + folder + " (" + error.message() + ")");
   std::sort(found.begin(), found.end());
   return found;
 }
@@ -188,10 +208,14 @@ void BundleRegistry::loadExtractorPlugins() {
     // loading every plug-in's libraries up front costs each process more than most imports.
     std::map<std::string, std::string> bundleOfFactory;  // the first bundle with each importer
     for (const std::string& bundle : found) {
-      std::optional<PropertyDictionary> info = bundleInfo(bundle);
+      std::string why;
+      std::optional<PropertyDictionary> info = bundleInfo(bundle, &why);
       std::optional<std::string> executable =
           info ? utf8Value(*info, "CFBundleExecutable") : std::nullopt;
-      if (!executable) continue;
+      if (!executable) {
+        logLine("Skipped: " + bundle + " (" + (info ? "no CFBundleExecutable" : why) + ")");
+        continue;
+      }
       std::vector<std::string> ofImporters;
       const PropertyDictionary* types = dictionaryValue(*info, "CFPlugInTypes");
       const PropertyArray* listed = types ? arrayValue(*types, kImporterTypeID) : nullptr;

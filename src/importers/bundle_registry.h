@@ -43,7 +43,8 @@ class BundleRegistry {
 
   // Registers one bundle from its information dictionary under `path`.
   void addBundleToMDImporters(const PropertyDictionary& info, const std::string& path);
-  // Finds the bundles on the search path, once per process.
+  // Finds the bundles on the search path, once per process. An entry that cannot be examined
+  // costs one log line and is left out; discovery itself never fails.
   void loadExtractorPlugins();
 
   // The tables, for `ulvekbot importers` and tests: bundle paths in discovery order. Reading
