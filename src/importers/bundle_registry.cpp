@@ -68,6 +68,7 @@ DeclaredContentType declaredType(const PropertyDictionary& declaration,
   if (tags) {
     type.extensions = stringsOf(find(*tags, "public.filename-extension"));
     type.mimeTypes = stringsOf(find(*tags, "public.mime-type"));
+    type.typeCodes = stringsOf(find(*tags, "com.apple.ostype"));
   }
   return type;
 }

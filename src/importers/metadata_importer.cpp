@@ -2,9 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 
 #include "base/ascii.h"
+#include "base/failure.h"
 #include "base/log.h"
 #include "importers/importer_corrections.h"
 #include "importers/worker_protocol.h"
@@ -93,8 +96,11 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
   Result<PropertyDictionary> answer = worker_.call(request);
   if (!answer) {
     // A crash, hang or garbage costs this request only: as if the importer said nothing.
-    logLine("Importer failed: " + match.bundle + " (" + answer.error().localizedDescription +
-            "): " + path);
+    std::string line = "Importer failed: " + match.bundle + " (" +
+                       answer.error().localizedDescription + "): " + path;
+    logFailure(answer.error().code == ETIMEDOUT ? FailureKind::ImporterTimeout
+                                                : FailureKind::ImporterCrashed,
+               std::move(line));
     return std::nullopt;
   }
   std::optional<TextString> outcome = worker::stringField(*answer, worker::Field::Outcome);
@@ -104,6 +110,11 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
     return std::nullopt;
   }
   found = true;
+  // The importer said it could not read the file (and why, in its own log line).
+  if (const PropertyValue* read = find(*answer, worker::Field::Read);
+      read && read->boolean() && !*read->boolean())
+    reportFailure(FailureKind::Damaged, std::filesystem::path(match.bundle).stem().string() +
+                                            " importer could not read " + path);
   const PropertyValue* attributes = find(*answer, worker::Field::Attributes);
   if (attributes && attributes->dictionary()) return *attributes->dictionary();
   return PropertyDictionary();
@@ -115,7 +126,12 @@ bool MetaDataImporter::getMetaData(PropertyDictionary* attributes, const std::st
   if (::stat(path.c_str(), &info) != 0) return false;
   std::string type;
   bool succeeded = false;
-  for (const ImporterMatch& match : matchesForFile(path, type)) {
+  std::vector<ImporterMatch> matches = matchesForFile(path, type);
+  if (matches.empty() && attributes)
+    reportFailure(
+        FailureKind::Unsupported,
+        "No importer for " + (type.empty() ? std::string("this kind") : type) + ": " + path);
+  for (const ImporterMatch& match : matches) {
     bool found = false;
     std::optional<PropertyDictionary> answer =
         call(match, type, path, attributes != nullptr, found);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "base/failure.h"
 #include "base/file_url.h"
 #include "base/property_list.h"
 #include "platform/content_types.h"
@@ -36,10 +37,11 @@ class ImporterHostTest : public ::testing::Test {
       std::string name, function, extension;
     };
     const Bundle bundles[] = {
-        {"Good", "GoodFactory", "good"},   {"Crash", "CrashFactory", "crash"},
-        {"Hang", "HangFactory", "hang"},   {"Print", "PrintFactory", "talk"},
-        {"Url", "UrlFactory", "url-only"}, {"NoInterface", "NoInterfaceFactory", "none"},
-        {"Null", "NullFactory", "null"},   {"Garbage", "GarbageFactory", "junk"},
+        {"Good", "GoodFactory", "good"},       {"Crash", "CrashFactory", "crash"},
+        {"Hang", "HangFactory", "hang"},       {"Print", "PrintFactory", "talk"},
+        {"Url", "UrlFactory", "url-only"},     {"NoInterface", "NoInterfaceFactory", "none"},
+        {"Null", "NullFactory", "null"},       {"Garbage", "GarbageFactory", "junk"},
+        {"Refuse", "RefuseFactory", "refuse"},
     };
     int n = 0;
     for (const Bundle& bundle : bundles)
@@ -71,28 +73,34 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
     std::string file;
     std::string text;  // "path" and "url" stand for the file's own path and URL
     std::string log;
+    std::string failure = "-";  // the kind an import is told of
   };
   const Row rows[] = {
       {"a.good", "path", ""},
       // The cause is "signal 11", or what a sanitizer makes of the crash.
       {"b.crash", "(nothing)",
-       "Importer failed: " + (folder_.path() / "Importers/Crash.mdimporter").string() + " ("},
+       "Importer failed: " + (folder_.path() / "Importers/Crash.mdimporter").string() + " (",
+       "importer-crashed"},
       {"c.good", "path", ""},
-      {"d.hang", "(nothing)", "(timeout)"},
+      {"d.hang", "(nothing)", "(timeout)", "importer-timeout"},
       {"e.talk", "path", ""},
       {"f.url-only", "url", ""},
       {"g.none", "(nothing)",
        "NoInterface.mdimporter: No kMDImporter(URL)Interface 00000000-0000-4000-8000-000000000006"},
       {"h.null", "(nothing)", "Null.mdimporter: No kMDImporter(URL)Interface"},
-      {"i.junk", "(nothing)", "(garbage)"},
+      {"i.junk", "(nothing)", "(garbage)", "importer-crashed"},
       {"j.good", "path", ""},
-      {"k.unknown", "(nothing)", ""},
+      {"k.unknown", "(nothing)", "", "unsupported"},
+      {"l.refuse", "(no text)", "", "damaged"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.file);
     std::string path = folder_.write(row.file, "contents");
     CapturedLog log;
+    FailureScope failures;
     std::optional<PropertyDictionary> attributes = importer.metaDataOfFileAtPath(path);
+    EXPECT_EQ(failures.failure() ? std::string(failureKindName(failures.failure()->kind)) : "-",
+              row.failure);
     std::string expected = row.text == "path"  ? path
                            : row.text == "url" ? fileURLWithPath(path)
                                                : row.text;
@@ -196,7 +204,7 @@ TEST_F(ImporterHostTest, PreflightWaitsUntilABundleCouldServe) {
   MetaDataImporter importer;
   importer.loadExtractorPlugins();
   const std::size_t found = importer.bundles().bundlesAwaitingPreflight();
-  EXPECT_EQ(found, 11u);  // eight test bundles, Broken, Aaa and Order
+  EXPECT_EQ(found, 12u);  // nine test bundles, Broken, Aaa and Order
 
   const std::string good = folder_.write("a.good", "x");
   EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(good)), good);
