@@ -102,6 +102,8 @@ class ChildProcess {
   }
 
   bool running() { return pid_ > 0 && !waitForExit(std::chrono::milliseconds(0)); }
+  // The process id while it has not been reaped, else -1.
+  pid_t pid() const { return pid_; }
 
   void stop() {
     if (pid_ <= 0) return;
