@@ -125,8 +125,8 @@ int onTerminate(sd_bus_message* call, void*, sd_bus_error*) {
   return 1;
 }
 
-int onTerminatingSignal(sd_event_source* source, const signalfd_siginfo* signal, void*) {
-  logLine(std::string("Ending on SIG") + sigabbrev_np(static_cast<int>(signal->ssi_signo)));
+// As quiet as Terminate: a client stopping the helper it started is no news.
+int onTerminatingSignal(sd_event_source* source, const signalfd_siginfo*, void*) {
   return sd_event_exit(sd_event_source_get_event(source), 0);
 }
 

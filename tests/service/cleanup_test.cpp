@@ -119,8 +119,7 @@ TEST_F(CleanupTest, TheDaemonEndsInOrderOnSIGTERMAndSIGINTInTheMiddleOfAnImport)
     ASSERT_TRUE(answer && *answer) << (answer ? answer->error().domain : "no call");
     EXPECT_TRUE(waitUntil([&] { return ::kill(workers[0], 0) != 0; }, 5s));
     EXPECT_EQ(temporaryEntries(), std::vector<std::string>()) << joined(temporaryEntries());
-    EXPECT_TRUE(testing::waitForText(folder_.path() / "daemon.log",
-                                     std::string("Ending on SIG") + sigabbrev_np(number), 1s));
+    EXPECT_EQ(readWholeFile(folder_.path() / "daemon.log"), "");
   }
 }
 
