@@ -6,7 +6,6 @@
 
 #include "base/log.h"
 #include "import/mime_type_helper.h"
-#include "platform/temporary_items.h"
 #include "service/dbus_service.h"
 
 namespace {
@@ -54,8 +53,8 @@ int main(int argc, char** argv) {
   // Before any thread starts, so that every thread leaves the two signals to the loop.
   ulvek::blockTerminatingSignals();
   // The own temporary folder comes first: making it sweeps what ended processes left behind.
-  if (ulvek::Result<std::string> folder = ulvek::temporaryItemsFolder(); !folder)
-    ulvek::logLine("No temporary folder: " + folder.error().localizedDescription);
+  if (ulvek::Status prepared = ulvek::MIMETypeHelper::prepareTemporaryItems(); !prepared)
+    ulvek::logLine("No temporary folder: " + prepared.error().localizedDescription);
   int status = 1;
   {
     ulvek::MIMETypeHelper helper;
@@ -66,6 +65,6 @@ int main(int argc, char** argv) {
     }
     status = service.run();
   }
-  ulvek::removeProcessTemporaryItems();
+  ulvek::MIMETypeHelper::removeTemporaryItems();
   return status;
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/property_value.h"
+#include "base/status.h"
 #include "import/reader_set.h"
 #include "protocol/import_result.h"
 #include "text/html_meta.h"
@@ -32,6 +33,11 @@ class MIMETypeHelper {
   // openFile, also answering the content type that the import went by (for the command line,
   // whose lines name it; the remote result keeps its keys).
   ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
+
+  // The process's own temporary folder, made at a service's start (which sweeps what ended
+  // processes left behind) and removed at its orderly end.
+  static Status prepareTemporaryItems();
+  static void removeTemporaryItems();
 
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,
