@@ -111,7 +111,14 @@ TEST_F(CleanupTest, TheDaemonEndsInOrderOnSIGTERMAndSIGINTInTheMiddleOfAnImport)
           "ulvekbotd64", 15, dbus::kInterfaceName);
       if (proxy) answer = proxy->openFile(kPostScript);
     });
-    std::this_thread::sleep_for(50ms);
+    // Signalled once Ghostscript's folder is there, so the import is surely under way.
+    EXPECT_TRUE(waitUntil(
+        [] {
+          for (const std::string& entry : temporaryEntries())
+            if (entry.find("/ps.") != std::string::npos) return true;
+          return false;
+        },
+        10s));
     ::kill(daemon.pid(), number);
     importing.join();
     EXPECT_EQ(daemon.waitForExit(20s), 0);
