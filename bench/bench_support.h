@@ -1,11 +1,12 @@
 #pragma once
 
 // Shared by the benchmarks that time whole processes: corpus files, shell quoting, best-of-three
-// timing of a command.
+// timing of a command, and like-with-like comparisons with a peer.
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -64,6 +65,53 @@ inline std::string joined(const std::vector<std::string>& paths) {
 inline std::string eachFile(const std::vector<std::string>& paths, const std::string& tool) {
   std::string script = "for f in" + joined(paths) + "; do " + tool + " \"$f\"; done";
   return "sh -c " + shellQuoted(script);
+}
+
+// "ulvekbot is 2.5x faster" or "ulvekbot is 1.2x slower", from two times of the same work done
+// the same way; "-" when either could not run.
+inline std::string comparison(double ours, double theirs) {
+  if (ours <= 0 || theirs <= 0) return "-";
+  char text[64];
+  if (theirs >= ours)
+    std::snprintf(text, sizeof text, "ulvekbot is %.1fx faster", theirs / ours);
+  else
+    std::snprintf(text, sizeof text, "ulvekbot is %.1fx slower", ours / theirs);
+  return text;
+}
+
+// A peer, timed the way it is used: one process per file, and one process for all files where
+// it takes many (its batch mode; empty where it has none).
+struct Peer {
+  std::string name;
+  std::string (*perFile)(const std::vector<std::string>&);
+  std::string (*batch)(const std::vector<std::string>&) = nullptr;
+};
+
+// Like with like, side by side: ulvekbot one process per file against the peer one process per
+// file, then one ulvekbot process for all files against the peer's batch mode. The one-process
+// time of ulvekbot is never compared with a per-file time.
+inline void printComparisonHeader() {
+  std::printf("%-12s %5s %-13s | %-10s %10s %-26s | %-10s %10s %s\n", "kind", "files", "peer",
+              "per file", "peer ms", "", "one proc.", "peer ms", "");
+}
+
+inline void printComparison(const std::string& kind, const std::vector<std::string>& paths,
+                            const std::vector<Peer>& peers) {
+  double oursPerFile = milliseconds(eachFile(paths, kUlvekbot + " import"));
+  double oursOneProcess = milliseconds(kUlvekbot + " import" + joined(paths));
+  for (const Peer& peer : peers) {
+    double theirsPerFile = milliseconds(peer.perFile(paths));
+    double theirsBatch = peer.batch ? milliseconds(peer.batch(paths)) : -1;
+    char perFile[32], batch[32];
+    std::snprintf(perFile, sizeof perFile, "%.1f", oursPerFile);
+    std::snprintf(batch, sizeof batch, "%.1f", oursOneProcess);
+    char theirsBatchText[32] = "-";
+    if (peer.batch) std::snprintf(theirsBatchText, sizeof theirsBatchText, "%.1f", theirsBatch);
+    std::printf("%-12s %5zu %-13s | %-10s %10.1f %-26s | %-10s %10s %s\n", kind.c_str(),
+                paths.size(), peer.name.c_str(), perFile, theirsPerFile,
+                comparison(oursPerFile, theirsPerFile).c_str(), batch, theirsBatchText,
+                peer.batch ? comparison(oursOneProcess, theirsBatch).c_str() : "(no batch mode)");
+  }
 }
 
 }  // namespace ulvek::bench

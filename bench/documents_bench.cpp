@@ -1,8 +1,9 @@
 // The document kinds ulvekbot reads itself, and PDF through its importer, timed as whole
 // processes against what a user would otherwise run on the same files: docx2txt and pandoc for
 // DOCX, odt2txt for ODT, unrtf and pandoc for RTF, antiword and catdoc for Word 97–2003,
-// pdftotext for PDF, pandoc and GNOME's tracker-extract for EPUB. Best of three, side by side;
-// the ratio is the peer's time over ulvekbot's. Then the peak memory of importing the largest
+// pdftotext for PDF, pandoc and GNOME's tracker-extract for EPUB. Best of three, side by side:
+// one process per file on both sides, then ulvekbot's one process for all files beside the
+// peer's batch mode (none of these peers has one). Then the peak memory of importing the largest
 // book, beside the size of its text: reading must not grow with the number of chapters.
 #include <algorithm>
 #include <cstdio>
@@ -15,11 +16,6 @@
 namespace {
 
 using namespace ulvek::bench;
-
-struct Peer {
-  const char* name;
-  std::string (*command)(const std::vector<std::string>&);
-};
 
 struct Kind {
   const char* name;
@@ -73,20 +69,13 @@ int main() {
          }}},
        ".epub"},
   };
-  std::printf("%-6s %6s %12s %-12s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer", "peer ms",
-              "ratio");
+  printComparisonHeader();
   for (const Kind& kind : kinds) {
     std::vector<std::string> paths;
     for (const std::string& path : files(kind.folders))
       if (path.ends_with(kind.extension) && path.find("10000-pages") == std::string::npos)
         paths.push_back(path);
-    if (paths.empty()) continue;
-    double ours = milliseconds(kUlvekbot + " import" + joined(paths));
-    for (const Peer& peer : kind.peers) {
-      double theirs = milliseconds(peer.command(paths));
-      std::printf("%-6s %6zu %12.1f %-12s %12.1f %7.1fx\n", kind.name, paths.size(), ours,
-                  peer.name, theirs, ours > 0 && theirs > 0 ? theirs / ours : 0.0);
-    }
+    if (!paths.empty()) printComparison(kind.name, paths, kind.peers);
   }
   // Peak memory of one import of the largest book, in a child of its own.
   std::vector<std::string> books;

@@ -1,7 +1,8 @@
-// The bundled importers' kinds through `ulvekbot import` (one process for all files of a kind,
-// the importers in their worker) against what a user would otherwise run on the same files:
-// exiftool for images and audio, Python's email module for mail, the librevenge tools for iWork
-// and old Mac documents. Whole processes, side by side, best of three; ratios at the end.
+// The bundled importers' kinds through `ulvekbot import` (the importers in their worker) against
+// what a user would otherwise run on the same files: exiftool for images and audio, Python's
+// email module for mail, the librevenge tools for iWork and old Mac documents. Whole processes,
+// best of three, side by side: one process per file on both sides, then one process for all
+// files against the peer's batch mode where it has one.
 
 #include <algorithm>
 #include <chrono>
@@ -31,8 +32,7 @@ const char* kPythonMail =
 struct Kind {
   const char* name;
   std::vector<std::string> folders;
-  std::string peerName;
-  std::string (*peer)(const std::vector<std::string>&);
+  Peer peer;
 };
 
 // What the worker adds to one importer call: a small file that is no audio, which the Media
@@ -72,44 +72,44 @@ int main(int argc, char** argv) {
   const Kind kinds[] = {
       {"images",
        {"jpeg", "png", "tiff", "heic"},
-       "exiftool",
-       [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }},
+       {"exiftool",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "exiftool -j -fast"); },
+        [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }}},
       {"audio",
        {"mp3", "flac", "ogg", "m4a"},
-       "exiftool",
-       [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }},
+       {"exiftool",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "exiftool -j -fast"); },
+        [](const std::vector<std::string>& paths) { return "exiftool -j -fast" + joined(paths); }}},
       {"mail",
        {"eml", "emlx"},
-       "python3 email",
-       [](const std::vector<std::string>& paths) {
-         return "/usr/bin/python3 -c " + shellQuoted(kPythonMail) + joined(paths);
-       }},
+       {"python3 email",
+        [](const std::vector<std::string>& paths) {
+          return eachFile(paths, "/usr/bin/python3 -c " + shellQuoted(kPythonMail));
+        },
+        [](const std::vector<std::string>& paths) {
+          return "/usr/bin/python3 -c " + shellQuoted(kPythonMail) + joined(paths);
+        }}},
       {"pages",
        {"pages"},
-       "pages2text",
-       [](const std::vector<std::string>& paths) { return eachFile(paths, "pages2text"); }},
+       {"pages2text",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "pages2text"); }}},
       {"keynote",
        {"key"},
-       "key2text",
-       [](const std::vector<std::string>& paths) { return eachFile(paths, "key2text"); }},
+       {"key2text",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "key2text"); }}},
       {"numbers",
        {"numbers"},
-       "numbers2text",
-       [](const std::vector<std::string>& paths) { return eachFile(paths, "numbers2text"); }},
+       {"numbers2text",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "numbers2text"); }}},
       {"classic Mac",
        {"mac-legacy"},
-       "mwaw2text",
-       [](const std::vector<std::string>& paths) { return eachFile(paths, "mwaw2text"); }},
+       {"mwaw2text",
+        [](const std::vector<std::string>& paths) { return eachFile(paths, "mwaw2text"); }}},
   };
-  std::printf("%-12s %6s %12s %-14s %12s %8s\n", "kind", "files", "ulvekbot ms", "peer", "peer ms",
-              "ratio");
+  printComparisonHeader();
   for (const Kind& kind : kinds) {
     std::vector<std::string> paths = files(kind.folders);
-    if (paths.empty()) continue;
-    double ours = milliseconds(kUlvekbot + " import" + joined(paths));
-    double theirs = milliseconds(kind.peer(paths));
-    std::printf("%-12s %6zu %12.1f %-14s %12.1f %7.1fx\n", kind.name, paths.size(), ours,
-                kind.peerName.c_str(), theirs, ours > 0 && theirs > 0 ? theirs / ours : 0.0);
+    if (!paths.empty()) printComparison(kind.name, paths, {kind.peer});
   }
 
   return 0;

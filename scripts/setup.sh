@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 packages=(
   build-essential cmake ninja-build pkg-config ccache clang clang-format libclang-rt-14-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libicu-dev libuchardet-dev uchardet zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
+  libcli11-dev libicu-dev libuchardet-dev uchardet zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev attr
   html2text w3m poppler-utils nlohmann-json3-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev libetonyek-tools libmwaw-tools libimage-exiftool-perl
   libwpd-tools libgsf-1-dev scdoc dpkg-dev libglib2.0-bin antiword catdoc tracker-extract time

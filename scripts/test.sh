@@ -31,7 +31,7 @@ examples=$(mktemp -d)
 examples/importer/build.sh "$examples" build/pkgconfig >/dev/null
 printf 'WCNT\0one two three' >"$examples/sample.wordcount"
 ULVEKBOT_IMPORTER_PATH=$examples build/src/ulvekbot import "$examples/sample.wordcount" 2>/dev/null |
-  grep -q '"Author":"Word Count Example"'
+  grep -qF '"Author":["Word Count Example"]'
 rm -rf "$examples"
 
 # What cmake --install puts down works by itself: importers, the client example, activation.

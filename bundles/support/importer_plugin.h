@@ -43,6 +43,12 @@ class Attributes {
   void date(const char* key, double secondsSince1970) {
     ulvek_attributes_set_date(attributes_, key, secondsSince1970);
   }
+  // Time left before the host stops waiting; nothing when it sets no limit.
+  std::optional<std::chrono::duration<double>> timeLeft() const {
+    double seconds = ulvek_attributes_seconds_left(attributes_);
+    if (seconds < 0) return std::nullopt;
+    return std::chrono::duration<double>(seconds);
+  }
 
  private:
   UlvekAttributes* attributes_;

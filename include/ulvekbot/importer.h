@@ -52,7 +52,7 @@ static inline bool ulvek_uuid_equal(UlvekUUID a, UlvekUUID b) {
  * key replaces an earlier one.
  */
 typedef struct UlvekAttributesFunctions {
-  uint32_t version; /* 1 */
+  uint32_t version; /* 2; version 1 hosts have no seconds_left */
   void (*set_string)(void* attributes, const char* key, const char* utf8);
   void (*set_string_list)(void* attributes, const char* key, const char* const* items,
                           size_t count);
@@ -61,6 +61,9 @@ typedef struct UlvekAttributesFunctions {
   void (*set_bool)(void* attributes, const char* key, bool value);
   void (*set_date)(void* attributes, const char* key, double seconds_since_1970);
   void (*set_data)(void* attributes, const char* key, const void* bytes, size_t length);
+  /* Version 2: seconds left before the host stops waiting for this import; negative when it
+     sets no limit. An importer that reads in parts answers what it read before then. */
+  double (*seconds_left)(void* attributes);
 } UlvekAttributesFunctions;
 
 typedef struct UlvekAttributes {
@@ -92,6 +95,11 @@ static inline void ulvek_attributes_set_date(UlvekAttributes* a, const char* key
 static inline void ulvek_attributes_set_data(UlvekAttributes* a, const char* key, const void* bytes,
                                              size_t length) {
   a->functions->set_data(a, key, bytes, length);
+}
+/* Negative when the host sets no limit or is older than version 2. */
+static inline double ulvek_attributes_seconds_left(UlvekAttributes* a) {
+  if (a->functions->version < 2 || !a->functions->seconds_left) return -1;
+  return a->functions->seconds_left(a);
 }
 
 /*

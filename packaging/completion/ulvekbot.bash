@@ -1,24 +1,43 @@
 # bash completion for ulvekbot
 _ulvekbot() {
   local cur prev words cword
-  _init_completion || return
-  local commands
-  commands=$(ulvekbot --help 2>/dev/null | awk '/^  [a-z]/ {print $1}')
+  _init_completion -n = || return
+  local commands="import classify formats importers attributes directory sheet bibtex epub call help"
   if ((cword == 1)); then
-    COMPREPLY=($(compgen -W "$commands --help" -- "$cur"))
+    COMPREPLY=($(compgen -W "$commands --help --version" -- "$cur"))
     return
   fi
+  # --opt=value completes the value.
+  if [[ $cur == --*=* ]]; then
+    prev=${cur%%=*}
+    cur=${cur#*=}
+  fi
   case ${words[1]} in
+  help)
+    COMPREPLY=($(compgen -W "$commands" -- "$cur"))
+    return
+    ;;
   call)
     if ((cword == 2)); then
       COMPREPLY=($(compgen -W "ping terminate attributes directory import plain supports data" -- "$cur"))
       return
     fi
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W "--help" -- "$cur"))
+      return
+    fi
     ;;
   import)
-    if [[ $prev == --timeout ]]; then return; fi
+    case $prev in
+    --timeout | --max-text | --max-depth | --exclude) return ;;
+    -o | --output | --files-from)
+      _filedir
+      return
+      ;;
+    esac
     if [[ $cur == -* ]]; then
-      COMPREPLY=($(compgen -W "--timeout --help" -- "$cur"))
+      COMPREPLY=($(compgen -W "--files-from -0 --null --text -o --output -q --quiet --max-text
+        --timeout --no-recursive --max-depth --exclude -L --follow --help" -- "$cur"))
       return
     fi
     ;;
@@ -33,12 +52,14 @@ _ulvekbot() {
       COMPREPLY=($(compgen -W "info toc text html rtf first-page cover files" -- "$cur"))
       return
     fi
-    if [[ $prev == -o ]]; then
+    if [[ $prev == -o || $prev == --output ]]; then
       _filedir
       return
     fi
     if [[ $cur == -* ]]; then
-      COMPREPLY=($(compgen -W "--json -o --help" -- "$cur"))
+      local options="-o --output --help"
+      [[ ${words[2]} == toc ]] && options+=" --json"
+      COMPREPLY=($(compgen -W "$options" -- "$cur"))
       return
     fi
     _filedir '@(epub)'
@@ -48,6 +69,12 @@ _ulvekbot() {
     if [[ $prev == --max-rows ]]; then return; fi
     if [[ $cur == -* ]]; then
       COMPREPLY=($(compgen -W "--max-rows --help" -- "$cur"))
+      return
+    fi
+    ;;
+  *)
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W "--help" -- "$cur"))
       return
     fi
     ;;

@@ -1,5 +1,7 @@
 // `ulvekbot bibtex PATH...`: the entries of BibTeX files, with their keys in order first seen.
 
+#include <CLI/CLI.hpp>
+#include <memory>
 #include <ostream>
 
 #include "cli/command.h"
@@ -13,10 +15,6 @@ namespace {
 constexpr std::string_view kCommand = "bibtex";
 
 int run(const std::vector<std::string>& paths, CommandIO& io) {
-  if (paths.empty()) {
-    printError(io, kCommand, "no paths given");
-    return kExitUsage;
-  }
   int status = kExitSuccess;
   for (const std::string& path : paths) {
     std::optional<TextString> text = stringWithContentsOfFile(path, kDetectEncoding);
@@ -40,8 +38,15 @@ int run(const std::vector<std::string>& paths, CommandIO& io) {
   return status;
 }
 
+CommandAction define(CLI::App& command) {
+  auto paths = std::make_shared<std::vector<std::string>>();
+  addPaths(command, *paths, "BibTeX files");
+  command.footer("Example:\n  ulvekbot bibtex references.bib | jq '.keys'");
+  return [paths](CommandIO& io) { return run(*paths, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "PATH...", "Prints the entries of BibTeX files as JSON", run}};
+    {kCommand, "Prints the entries of BibTeX files as JSON", define}};
 
 }  // namespace
 }  // namespace ulvek::cli

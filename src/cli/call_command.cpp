@@ -1,11 +1,13 @@
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <ostream>
 
 #include <systemd/sd-bus.h>
@@ -193,11 +195,62 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return kExitSuccess;
 }
 
+// The operations' arguments as the command line takes them; `run` gets the operation's name and
+// its arguments once they are known to fit.
+struct OperationUsage {
+  std::string_view name;
+  std::string_view summary;
+  std::string_view paths = {};  // what PATH... means; empty: no paths
+};
+
+constexpr OperationUsage kUsages[] = {
+    {"ping", "Checks that the service answers"},
+    {"terminate", "Asks the service to quit"},
+    {"attributes", "Stored comment, where-from address and tags", "Files or folders"},
+    {"directory", "Title, comment, where-from address and tags of folders", "Folders"},
+    {"import", "Imports files as the service reads them", "Files"},
+    {"plain", "Prints whether each file is read as plain text", "Files"},
+    {"supports", "Prints whether the service reads each file", "Files"},
+    {"data", "Imports the bytes of FILE as downloaded from URL, of MIMETYPE"},
+};
+
+constexpr std::string_view kFooter = R"(
+Paths are made absolute before they are sent. An empty URL or MIMETYPE is
+left out of the call.
+
+Examples:
+  ulvekbot call ping
+  ulvekbot call import ~/Documents/report.docx
+  ulvekbot call data page.bin https://example.com/page text/html)";
+
+CommandAction define(CLI::App& command) {
+  command.require_subcommand(1);
+  command.footer(std::string(kFooter));
+  auto arguments = std::make_shared<std::vector<std::string>>();
+  auto rest = std::make_shared<std::vector<std::string>>();
+  for (const OperationUsage& usage : kUsages) {
+    CLI::App* parser = command.add_subcommand(std::string(usage.name), std::string(usage.summary));
+    if (!usage.paths.empty()) addPaths(*parser, *rest, std::string(usage.paths));
+    // data FILE [URL [MIMETYPE]]: each one given lands in `rest`, in order.
+    if (usage.name == "data") {
+      for (auto [name, description] : {std::pair{"FILE", "The bytes to import"},
+                                       std::pair{"URL", "Where they were downloaded from"},
+                                       std::pair{"MIMETYPE", "Their MIME type"}}) {
+        CLI::Option* option = parser->add_option_function<std::string>(
+            name, [rest](const std::string& value) { rest->push_back(value); }, description);
+        if (std::string_view(name) == "FILE") option->required();
+      }
+    }
+    parser->parse_complete_callback([arguments, rest, name = usage.name] {
+      *arguments = {std::string(name)};
+      arguments->insert(arguments->end(), rest->begin(), rest->end());
+    });
+  }
+  return [arguments](CommandIO& io) { return run(*arguments, io); };
+}
+
 const CommandRegistration registration{
-    {kName,
-     "ping | terminate | attributes PATH... | directory PATH... | import PATH... | plain PATH... "
-     "| supports PATH... | data FILE [URL [MIMETYPE]]",
-     "Asks the running ulvekbotd64 service on the session bus", run}};
+    {kName, "Asks the running ulvekbotd64 service on the session bus", define}};
 
 }  // namespace
 }  // namespace ulvek::cli

@@ -4,16 +4,19 @@
 
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "cli/command.h"
+#include "import/mime_type_helper.h"
 #include "import/reader_set.h"
 #include "import/route_table.h"
 #include "importers/metadata_importer.h"
@@ -30,9 +33,9 @@ using Facts = ImportPlan;
 
 // Which reader serves the file's route, or that none is built.
 std::string readerName(const Facts& facts) {
-  Route route = facts.route == Route::Undecided ? facts.contentRoute : facts.route;
+  Route route = facts.readingRoute();
   if (!routeInfo(route).hasReader) return "built in";
-  const Reader* reader = ReaderSet::builtin().readerFor(route);
+  const Reader* reader = MIMETypeHelper().plannedReader(facts);
   if (!reader) return "not built";
   // The importer host names the plug-in that would read the file.
   if (route == Route::Importer || route == Route::PDF) {
@@ -93,22 +96,16 @@ void printAligned(std::ostream& out, const std::vector<Facts>& all) {
   printTable(out, rows);
 }
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
+struct Options {
   bool json = false;
   std::vector<std::string> paths;
-  for (const std::string& argument : arguments) {
-    if (argument == "--json")
-      json = true;
-    else
-      paths.push_back(argument);
-  }
-  if (paths.empty()) {
-    printError(io, kCommand, "expects at least one path");
-    return kExitUsage;
-  }
+};
+
+int run(const Options& options, CommandIO& io) {
+  const bool json = options.json;
   int status = kExitSuccess;
   std::vector<Facts> all;
-  for (const std::string& path : paths) {
+  for (const std::string& path : options.paths) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0) {
       printError(io, kCommand, path + ": " + std::strerror(errno));
@@ -125,11 +122,21 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return status;
 }
 
+CommandAction define(CLI::App& command) {
+  auto options = std::make_shared<Options>();
+  command.add_flag("--json", options->json, "One JSON object per file instead of a table");
+  addPaths(command, options->paths, "Files to classify");
+  command.footer(
+      "\nExamples:\n  ulvekbot classify mystery.bin notes.txt\n"
+      "  ulvekbot classify --json mystery.bin | jq -r .reader");
+  return [options](CommandIO& io) { return run(*options, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "[--json] PATH...",
+    {kCommand,
      "Prints each file's extension, type code, content type and the first file test that "
-     "answers YES",
-     run}};
+     "answers YES, and the reader that reads it",
+     define}};
 
 }  // namespace
 }  // namespace ulvek::cli

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -39,9 +40,36 @@ const Command* findCommand(std::string_view name) {
   return nullptr;
 }
 
+namespace {
+
+// The items of a line-feed-joined list; a value that is no string stays as it is.
+PropertyValue splitList(const PropertyValue& value) {
+  const TextString* joined = value.string();
+  if (!joined) return value;
+  PropertyArray items;
+  std::size_t start = 0;
+  while (start <= joined->size()) {
+    std::size_t end = std::min(joined->find(u'\n', start), joined->size());
+    items.emplace_back(joined->substr(start, end - start));
+    start = end + 1;
+  }
+  return PropertyValue(std::move(items));
+}
+
+}  // namespace
+
+ImportResult withListsAsArrays(const ImportResult& result) {
+  PropertyDictionary values = result.values();
+  for (std::string_view key : ImportKey::JoinedLists) {
+    auto found = values.find(key);
+    if (found != values.end()) found->second = splitList(found->second);
+  }
+  return ImportResult::fromValues(std::move(values));
+}
+
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra) {
-  std::string json = toJson(result);
+  std::string json = toJson(withListsAsArrays(result));
   out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path));
   if (json.size() > 2) out << ',' << std::string_view(json).substr(1, json.size() - 2);
   for (const auto& [key, value] : extra)
@@ -81,16 +109,16 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
   }
 }
 
+void addPaths(CLI::App& command, std::vector<std::string>& paths, const std::string& description) {
+  command.add_option("PATH", paths, description)->required();
+}
+
 void printError(CommandIO& io, std::string_view command, std::string_view message) {
   io.err << "ulvekbot " << command << ": " << message << '\n';
 }
 
 int runForEachPath(std::string_view command, const std::vector<std::string>& paths, CommandIO& io,
                    const std::function<ImportResult(const std::string& path)>& operation) {
-  if (paths.empty()) {
-    printError(io, command, "expects at least one path");
-    return kExitUsage;
-  }
   int status = kExitSuccess;
   for (const std::string& path : paths) {
     // The operations answer a smaller result for a missing item; on the command line a typo

@@ -8,12 +8,22 @@
 
 #include "protocol/import_result.h"
 
+namespace CLI {
+class App;
+}
+
 // The command table of `ulvekbot`. Each command lives in its own `<name>_command.cpp` and adds
-// itself with a static `CommandRegistration`, so new commands never touch main.cpp:
+// itself with a static `CommandRegistration`, so new commands never touch main.cpp. A command
+// declares its options and arguments on its own CLI11 parser and answers what runs it once they
+// are parsed:
 //
 //   namespace {
-//   int run(const std::vector<std::string>& arguments, CommandIO& io) { ... }
-//   const CommandRegistration registration{{"classify", "PATH...", "Prints ...", run}};
+//   CommandAction define(CLI::App& command) {
+//     auto paths = std::make_shared<std::vector<std::string>>();
+//     command.add_option("PATH", *paths, "Files to classify")->required();
+//     return [paths](CommandIO& io) { return run(*paths, io); };
+//   }
+//   const CommandRegistration registration{{"classify", "Prints ...", define}};
 //   }
 namespace ulvek::cli {
 
@@ -23,14 +33,15 @@ struct CommandIO {
   std::ostream& err;
 };
 
-// Runs a command with the arguments after its name and answers the process exit status.
-using CommandFunction = int (*)(const std::vector<std::string>& arguments, CommandIO& io);
+// Runs a parsed command and answers the process exit status.
+using CommandAction = std::function<int(CommandIO& io)>;
+// Declares the command's options and arguments; the values land where the action reads them.
+using CommandDefinition = CommandAction (*)(CLI::App& command);
 
 struct Command {
   std::string_view name;     // "attributes"
-  std::string_view usage;    // arguments as --help shows them: "PATH..."
-  std::string_view summary;  // one line for --help
-  CommandFunction run = nullptr;
+  std::string_view summary;  // one sentence for --help
+  CommandDefinition define = nullptr;
 };
 
 // Exit statuses shared by every command.
@@ -49,9 +60,13 @@ std::vector<Command> registeredCommands();
 // Null when no command of that name is registered.
 const Command* findCommand(std::string_view name);
 
+// The result with each line-feed-joined list (tags, authors, addresses, phone numbers) as an
+// array of its items, as JSON readers want them; the service keeps answering joined strings.
+ImportResult withListsAsArrays(const ImportResult& result);
+
 // Writes one result as a single-line JSON object followed by a line feed. The object's first
 // member, "path", names the item (as given, or as found in a folder walk) so that lines can be
-// told apart; the result's own keys follow, then `extra` members (sorted).
+// told apart; the result's own keys follow, lists as arrays, then `extra` members (sorted).
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra = {});
 
@@ -62,13 +77,16 @@ PropertyValue stringList(const std::vector<std::string>& items);
 // first row is the heading.
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 
+// Adds the command's PATH... arguments, one or more, to `paths`.
+void addPaths(CLI::App& command, std::vector<std::string>& paths, const std::string& description);
+
 // Writes "ulvekbot <command>: <message>" to the error stream.
 void printError(CommandIO& io, std::string_view command, std::string_view message);
 
 // The shape shared by the path commands: for each path prints the JSON line of `operation`'s
 // result. A path that does not exist (not even as a dangling link) or an operation that throws is
-// reported on the error stream and the remaining paths still run. No paths is a usage error.
-// Answers kExitSuccess when every path succeeded, otherwise kExitFailure (or kExitUsage).
+// reported on the error stream and the remaining paths still run. Answers kExitSuccess when every
+// path succeeded, otherwise kExitFailure.
 int runForEachPath(std::string_view command, const std::vector<std::string>& paths, CommandIO& io,
                    const std::function<ImportResult(const std::string& path)>& operation);
 

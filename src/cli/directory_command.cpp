@@ -1,18 +1,25 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
 #include "cli/command.h"
 #include "import/mime_type_helper.h"
 
 namespace ulvek::cli {
 namespace {
 
-int run(const std::vector<std::string>& paths, CommandIO& io) {
-  MIMETypeHelper helper;
-  return runForEachPath("directory", paths, io,
-                        [&](const std::string& path) { return helper.openDirectory(path); });
+CommandAction define(CLI::App& command) {
+  auto paths = std::make_shared<std::vector<std::string>>();
+  addPaths(command, *paths, "Folders to describe");
+  command.footer("Example:\n  ulvekbot directory ~/Projects/Atlas");
+  return [paths](CommandIO& io) {
+    MIMETypeHelper helper;
+    return runForEachPath("directory", *paths, io,
+                          [&](const std::string& path) { return helper.openDirectory(path); });
+  };
 }
 
 const CommandRegistration registration{
-    {"directory", "PATH...", "Prints the title, comment, where-from address and tags of folders",
-     run}};
+    {"directory", "Prints the title, comment, where-from address and tags of folders", define}};
 
 }  // namespace
 }  // namespace ulvek::cli

@@ -1,10 +1,13 @@
-// `ulvekbot epub COMMAND [--json] [-o FILE] BOOK`: what a client displaying an EPUB book (a
-// .epub file or an unpacked book folder) gets of it.
+// `ulvekbot epub COMMAND [-o FILE] BOOK`: what a client displaying an EPUB book (a .epub file or
+// an unpacked book folder) gets of it.
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <ostream>
+#include <sstream>
 
 #include "base/file_url.h"
 #include "cli/command.h"
@@ -19,7 +22,7 @@ constexpr std::string_view kCommand = "epub";
 
 struct Options {
   bool json = false;
-  std::string output;  // -o FILE
+  std::string output;  // -o FILE: the answer, or the cover image
   std::string book;
 };
 
@@ -119,10 +122,6 @@ int firstPage(EPUBParser& book, const Options& options, CommandIO& io) {
 }
 
 int cover(EPUBParser& book, const Options& options, CommandIO& io) {
-  if (options.output.empty()) {
-    printError(io, kCommand, "cover needs -o FILE");
-    return kExitUsage;
-  }
   std::optional<EPUBCover> image = book.cover();
   if (!image) {
     printError(io, kCommand, "no cover: " + options.book);
@@ -156,48 +155,30 @@ int files(EPUBParser& book, const Options& options, CommandIO& io) {
 
 struct Subcommand {
   std::string_view name;
+  std::string_view summary;
   int (*run)(EPUBParser& book, const Options& options, CommandIO& io);
+  bool json = false;  // takes --json
 };
 
 constexpr Subcommand kSubcommands[] = {
-    {"info", info},   {"toc", toc},     {"text", text},
-    {"html", html},   {"rtf", rtf},     {"first-page", firstPage},
-    {"cover", cover}, {"files", files},
+    {"info", "Prints the metadata, rights, package files, cover and spine as JSON", info},
+    {"toc", "Prints the table of contents as an indented tree of LABEL<tab>FILE lines", toc, true},
+    {"text", "Prints the text of the book in reading order", text},
+    {"html", "Prints the chapters merged into one HTML document with images inlined", html},
+    {"rtf", "Prints the book as RTF", rtf},
+    {"first-page", "Prints the member name of the first page", firstPage},
+    {"cover", "Writes the cover image to the file given with -o and prints what it wrote", cover},
+    {"files", "Prints the member each entry of the table of contents shows", files},
 };
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
-  if (arguments.empty()) {
-    printError(io, kCommand,
-               "no command given (info, toc, text, html, rtf, first-page, cover, files)");
-    return kExitUsage;
-  }
-  const Subcommand* subcommand = nullptr;
-  for (const Subcommand& candidate : kSubcommands)
-    if (candidate.name == arguments[0]) subcommand = &candidate;
-  if (!subcommand) {
-    printError(io, kCommand, "unknown command \"" + arguments[0] + "\"");
-    return kExitUsage;
-  }
-  Options options;
-  std::vector<std::string> books;
-  for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (arguments[i] == "--json") {
-      options.json = true;
-    } else if (arguments[i] == "-o") {
-      if (i + 1 == arguments.size()) {
-        printError(io, kCommand, "-o needs a file");
-        return kExitUsage;
-      }
-      options.output = arguments[++i];
-    } else {
-      books.push_back(arguments[i]);
-    }
-  }
-  if (books.size() != 1) {
-    printError(io, kCommand, "give one book");
-    return kExitUsage;
-  }
-  options.book = books.front();
+constexpr std::string_view kFooter = R"(
+Examples:
+  ulvekbot epub info book.epub | jq .metadata
+  ulvekbot epub toc --json book.epub
+  ulvekbot epub text -o book.txt book.epub
+  ulvekbot epub cover -o cover.jpg book.epub)";
+
+int run(const Subcommand& subcommand, const Options& options, CommandIO& io) {
   std::error_code error;
   if (!std::filesystem::exists(options.book, error)) {
     printError(io, kCommand, "no such file: " + options.book);
@@ -208,16 +189,48 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     printError(io, kCommand, "not an EPUB book: " + options.book);
     return kExitFailure;
   }
-  return subcommand->run(book, options, io);
+  if (subcommand.run == cover || options.output.empty()) return subcommand.run(book, options, io);
+  // -o: the answer goes to the file, which is written only when there is one.
+  std::ostringstream answer;
+  CommandIO toFile{answer, io.err};
+  int status = subcommand.run(book, options, toFile);
+  if (status != kExitSuccess) return status;
+  std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
+  file << answer.view();
+  file.close();
+  if (!file) {
+    printError(io, kCommand, "cannot write " + options.output);
+    return kExitFailure;
+  }
+  return kExitSuccess;
+}
+
+CommandAction define(CLI::App& command) {
+  command.require_subcommand(1);
+  command.footer(std::string(kFooter));
+  auto options = std::make_shared<Options>();
+  auto chosen = std::make_shared<const Subcommand*>(nullptr);
+  for (const Subcommand& subcommand : kSubcommands) {
+    CLI::App* parser =
+        command.add_subcommand(std::string(subcommand.name), std::string(subcommand.summary));
+    if (subcommand.json) parser->add_flag("--json", options->json, "The same as one line of JSON");
+    CLI::Option* output = parser->add_option(
+        "-o,--output", options->output,
+        subcommand.run == cover ? "The file to write the image to" : "Write to FILE instead");
+    output->type_name("FILE");
+    if (subcommand.run == cover) output->required();
+    parser->add_option("BOOK", options->book, "An .epub file or an unpacked book folder")
+        ->required();
+    parser->parse_complete_callback([chosen, &subcommand] { *chosen = &subcommand; });
+  }
+  return [options, chosen](CommandIO& io) { return run(**chosen, *options, io); };
 }
 
 const CommandRegistration registration{
-    {kCommand, "info|toc|text|html|rtf|first-page|cover|files [--json] [-o FILE] BOOK",
-     "Shows an EPUB book or book folder: metadata and rights as JSON (info), the table of "
-     "contents as an indented tree or JSON (toc [--json]), its text, merged HTML with inlined "
-     "images, RTF, the first page's file, its cover image (cover -o FILE) and the file of each "
-     "entry (files)",
-     run}};
+    {kCommand,
+     "Shows an EPUB book or book folder: metadata, table of contents, text, HTML, RTF, "
+     "first page, cover and files",
+     define}};
 
 }  // namespace
 }  // namespace ulvek::cli

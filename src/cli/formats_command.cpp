@@ -1,9 +1,11 @@
 // `ulvekbot formats`: every row of the format registry with its extensions, MIME types, kind and
 // the reader that reads it; for types an importer plug-in declares, the plug-in. `--json` prints
-// one object per format, with its parents and content signatures too.
+// one object per format, with its type codes, parents and content signatures too.
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -76,11 +78,15 @@ PropertyValue jsonOf(const Format& format, const std::string& reader) {
   std::vector<std::string> signatures;
   for (const std::string& signature : words(format.signatures, '|'))
     signatures.push_back(printable(signature));
+  std::vector<std::string> typeCodes;
+  if (const ContentTypeInfo* info = contentTypeInfo(format.identifier))
+    for (std::string_view code : info->typeCodes) typeCodes.emplace_back(code);
   PropertyDictionary object{
       {"identifier", PropertyValue::fromUtf8(format.identifier)},
       {"name", PropertyValue::fromUtf8(format.name)},
       {"extensions", stringList(words(format.extensions, ' '))},
       {"mimeTypes", stringList(words(format.mimeTypes, ' '))},
+      {"typeCodes", stringList(typeCodes)},
       {"conformsTo", stringList(words(format.parents, ' '))},
       {"signatures", stringList(signatures)},
       {"kind", PropertyValue::fromUtf8(kindOf(format))},
@@ -89,12 +95,7 @@ PropertyValue jsonOf(const Format& format, const std::string& reader) {
   return PropertyValue(std::move(object));
 }
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
-  bool json = arguments.size() == 1 && arguments[0] == "--json";
-  if (!arguments.empty() && !json) {
-    printError(io, kCommand, "takes no arguments but --json");
-    return kExitUsage;
-  }
+int run(bool json, CommandIO& io) {
   const std::map<std::string, std::string> importers = importersByType();
   std::vector<std::vector<std::string>> rows = {
       {"IDENTIFIER", "NAME", "EXTENSIONS", "MIME TYPES", "KIND", "READER"}};
@@ -113,9 +114,18 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return kExitSuccess;
 }
 
+CommandAction define(CLI::App& command) {
+  auto json = std::make_shared<bool>(false);
+  command.add_flag("--json", *json,
+                   "One JSON object per format, with its parent types and content signatures");
+  command.footer(
+      "\nExample:\n  ulvekbot formats --json | jq -r 'select(.reader == \"importer\") | .name'");
+  return [json](CommandIO& io) { return run(*json, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "[--json]",
-     "Lists every format known: extensions, MIME types, kind and the reader or importer", run}};
+    {kCommand, "Lists every format known: extensions, MIME types, kind and the reader or importer",
+     define}};
 
 }  // namespace
 }  // namespace ulvek::cli

@@ -1,6 +1,8 @@
 // `ulvekbot importers`: the importer plug-ins found on the search path, with the content types
 // and extensions each reads, in the order they are asked. `--json` prints one object per bundle.
 
+#include <CLI/CLI.hpp>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,12 +22,7 @@ std::string joined(const std::vector<std::string>& items) {
   return text;
 }
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
-  bool json = arguments.size() == 1 && arguments[0] == "--json";
-  if (!arguments.empty() && !json) {
-    printError(io, kCommand, "takes no arguments but --json");
-    return kExitUsage;
-  }
+int run(bool json, CommandIO& io) {
   MetaDataImporter& importer = MetaDataImporter::sharedImporter();
   importer.loadExtractorPlugins();
   if (!json) {
@@ -52,8 +49,15 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return kExitSuccess;
 }
 
+CommandAction define(CLI::App& command) {
+  auto json = std::make_shared<bool>(false);
+  command.add_flag("--json", *json, "One JSON object per importer bundle");
+  command.footer("Example:\n  ULVEKBOT_IMPORTER_PATH=~/Importers ulvekbot importers");
+  return [json](CommandIO& io) { return run(*json, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "[--json]", "Lists the importer plug-ins found, with what each reads", run}};
+    {kCommand, "Lists the importer plug-ins found, with what each reads", define}};
 
 }  // namespace
 }  // namespace ulvek::cli

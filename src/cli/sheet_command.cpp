@@ -1,7 +1,8 @@
 // `ulvekbot sheet [--max-rows N] PATH...`: a sheet's rows as read for clients that want rows and
 // columns (CSV, TSV, TAB, TDF, ID2XF and BibTeX files).
 
-#include <charconv>
+#include <CLI/CLI.hpp>
+#include <memory>
 #include <ostream>
 
 #include "cli/command.h"
@@ -26,25 +27,14 @@ PropertyValue rowsValue(const Sheet& sheet) {
   return PropertyValue(std::move(rows));
 }
 
-int run(const std::vector<std::string>& arguments, CommandIO& io) {
+struct Options {
   std::size_t maxRows = kNoRowLimit;
   std::vector<std::string> paths;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    if (arguments[i] != "--max-rows") {
-      paths.push_back(arguments[i]);
-      continue;
-    }
-    const std::string& number = i + 1 < arguments.size() ? arguments[++i] : std::string();
-    auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), maxRows);
-    if (number.empty() || error != std::errc() || end != number.data() + number.size()) {
-      printError(io, kCommand, "--max-rows needs a number");
-      return kExitUsage;
-    }
-  }
-  if (paths.empty()) {
-    printError(io, kCommand, "no paths given");
-    return kExitUsage;
-  }
+};
+
+int run(const Options& options, CommandIO& io) {
+  const std::size_t maxRows = options.maxRows;
+  const std::vector<std::string>& paths = options.paths;
   int status = kExitSuccess;
   for (const std::string& path : paths) {
     bool definition = false;
@@ -64,9 +54,17 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
   return status;
 }
 
+CommandAction define(CLI::App& command) {
+  auto options = std::make_shared<Options>();
+  command.add_option("--max-rows", options->maxRows, "Read at most N rows of each sheet")
+      ->type_name("N");
+  addPaths(command, options->paths, "CSV, TSV, ID2XF or BibTeX files");
+  command.footer("Example:\n  ulvekbot sheet --max-rows 10 survey.csv | jq -c '.rows[]'");
+  return [options](CommandIO& io) { return run(*options, io); };
+}
+
 const CommandRegistration registration{
-    {kCommand, "[--max-rows N] PATH...",
-     "Prints the rows of sheets (CSV, TSV, ID2XF, BibTeX) as JSON", run}};
+    {kCommand, "Prints the rows of sheets (CSV, TSV, ID2XF, BibTeX) as JSON", define}};
 
 }  // namespace
 }  // namespace ulvek::cli

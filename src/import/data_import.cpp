@@ -1,6 +1,7 @@
 #include <string>
 
 #include "import/mime_type_helper.h"
+#include "import/route_table.h"
 #include "metadata/file_types.h"
 #include "text/string_utilities.h"
 
@@ -46,25 +47,16 @@ ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
   // The data's own path name, for log lines.
   std::string origin = url ? toUtf8(*url) : std::string("(data)");
 
-  if (isPDFMIMEType(mime) || isPostScriptMIMEType(mime) || isPDFExtension(ext, std::nullopt)) {
-    if (data->empty()) return result;
-    const Reader* reader = readerFor(Route::PDF, origin);
-    std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
-    if (!output) return result;
-    if (auto text = copyReaderOutput(*output, result)) {
-      result.putIfPresent(ImportKey::Text, PropertyValue(fixedAndNormalizedString(*text)));
-    }
-    return result;
-  }
-  if (isRTFMIMEType(mime) || isMSWordMIMEType(mime) || isOpenOfficeMIMEType(mime) ||
-      isStarOfficeMIMEType(mime) || isRTFExtension(ext, std::nullopt) ||
-      isWordExtension(ext, std::nullopt) || isOpenOfficeExtension(ext)) {
-    const Reader* reader = readerFor(Route::AttributedDocument, origin);
-    std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
-    if (!output || !output->text) return result;
-    std::optional<TextString> text = copyReaderOutput(*output, result);
-    if (text) result.putIfPresent(ImportKey::Text, PropertyValue(std::move(*text)));
-  }
+  std::optional<Route> route = routeForData(mime, ext);
+  if (!route || (*route == Route::PDF && data->empty())) return result;
+  const Reader* reader = readerFor(*route, origin);
+  std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
+  if (!output || (*route == Route::AttributedDocument && !output->text)) return result;
+  std::optional<TextString> text = copyReaderOutput(*output, result);
+  if (!text) return result;
+  // Text from the importers is repaired as a file's would be; the attributed readers' is clean.
+  if (*route == Route::PDF) *text = fixedAndNormalizedString(*text);
+  result.putIfPresent(ImportKey::Text, PropertyValue(std::move(*text)));
   return result;
 }
 

@@ -1,11 +1,16 @@
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "base/property_list.h"
 #include "import/mime_type_helper.h"
@@ -59,14 +64,25 @@ class FileImport {
   FileImport(const MIMETypeHelper& helper, const std::string& path)
       : helper_(helper), path_(path) {}
 
-  ImportResult run(std::optional<std::string>* contentType = nullptr) {
+  ImportResult run(ImportDetails* details = nullptr) {
+    FailureScope failures;
     prepare();
-    if (plan_.size != 0 && hasContents()) {
-      std::optional<Route> route = chooseProtected();
-      if (route) follow(*route);
+    if (hasContents() && isReadable()) {
+      if (plan_.size != 0) {
+        std::optional<Route> route = chooseProtected();
+        if (route) follow(*route);
+      } else if (isEmptyDocument()) {
+        logFailure(FailureKind::Damaged, "Empty file: " + path_);
+      }
     }
     complete();
-    if (contentType) *contentType = plan_.contentType;
+    // Text means the file was read, whatever a reader on the way complained of.
+    if (const TextString* text = result_.string(ImportKey::Text); text && !text->empty())
+      failures.clear();
+    if (details) {
+      details->contentType = plan_.contentType;
+      details->failure = failures.failure();
+    }
     return std::move(result_);
   }
 
@@ -78,6 +94,32 @@ class FileImport {
     address_ = getWhereFrom(storedAttributes());
     if (!title) title = lastPathComponent(path_);
     result_.putOrRemove(ImportKey::Title, PropertyValue(stringByTrimmingWhiteSpaces(*title)));
+  }
+
+  // An empty text file is an empty text; an empty file of any other kind is a broken one.
+  bool isEmptyDocument() const {
+    struct stat info {};
+    if (::stat(path_.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    return plan_.contentType && !typeConformsTo(*plan_.contentType, kUTTypeText) &&
+           contentTypeInfo(*plan_.contentType);
+  }
+
+  // A file that does not exist or cannot be opened is a failure the caller hears of; its
+  // metadata is still answered.
+  bool isReadable() const {
+    int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor >= 0) {
+      ::close(descriptor);
+      return true;
+    }
+    int error = errno;
+    if (error == ENOENT || error == ENOTDIR)
+      logFailure(FailureKind::NotFound, "No such file: " + path_);
+    else if (error == EACCES || error == EPERM)
+      logFailure(FailureKind::Permission, "Permission denied: " + path_);
+    else
+      logFailure(FailureKind::Damaged, std::string(std::strerror(error)) + ": " + path_);
+    return false;
   }
 
   // Only regular files and folders (packages) are read: a FIFO, socket or device can have a
@@ -121,8 +163,15 @@ class FileImport {
   }
 
   std::optional<ReaderOutput> readOutput(Route route) {
-    const Reader* reader = helper_.readerFor(route, path_);
-    if (!reader) return std::nullopt;
+    const Reader* reader =
+        route == Route::Registered ? helper_.plannedReader(plan_) : helper_.readerFor(route, path_);
+    if (!reader) {
+      if (route == Route::Registered)
+        logFailure(
+            FailureKind::Unsupported,
+            "No reader built for " + std::string(plan_.registeredReader) + " files: " + path_);
+      return std::nullopt;
+    }
     return reader->read(ReaderSource::file(path_));
   }
 
@@ -193,7 +242,8 @@ class FileImport {
       case Route::XML:
         return putText(readXML());
       case Route::AddressCard:
-        return putText(read(Route::AddressCard));
+      case Route::Registered:
+        return putText(read(route));
       case Route::Importer:
       case Route::EPUB: {
         std::optional<TextString> text = read(route);
@@ -213,7 +263,9 @@ class FileImport {
 
   std::optional<TextString> readPlainText() {
     if (plan_.size >= kPlainTextSizeLimit) {
-      logLine("Skipped: " + path_ + " (" + std::to_string(plan_.size / kBytesPerMegabyte) + " MB)");
+      logFailure(
+          FailureKind::TooLarge,
+          "Skipped: " + path_ + " (" + std::to_string(plan_.size / kBytesPerMegabyte) + " MB)");
       return std::nullopt;
     }
     return stringWithContentsOfFile(path_, kEncodingNotFound);
@@ -303,12 +355,20 @@ ImportResult MIMETypeHelper::openFile(const std::string& path) {
 
 ImportResult MIMETypeHelper::openFile(const std::string& path,
                                       std::optional<std::string>& contentType) {
-  return FileImport(*this, path).run(&contentType);
+  ImportDetails details;
+  ImportResult result = FileImport(*this, path).run(&details);
+  contentType = std::move(details.contentType);
+  return result;
+}
+
+ImportResult MIMETypeHelper::openFile(const std::string& path, ImportDetails& details) {
+  return FileImport(*this, path).run(&details);
 }
 
 const Reader* MIMETypeHelper::readerFor(Route route, const std::string& path) const {
   if (const Reader* reader = readers_.readerFor(route)) return reader;
-  logLine("No reader built for " + std::string(routeInfo(route).name) + " files: " + path);
+  logFailure(FailureKind::Unsupported,
+             "No reader built for " + std::string(routeInfo(route).name) + " files: " + path);
   return nullptr;
 }
 

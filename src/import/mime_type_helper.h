@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "base/failure.h"
 #include "base/property_value.h"
 #include "base/status.h"
 #include "import/reader_set.h"
@@ -10,6 +11,12 @@
 #include "text/html_meta.h"
 
 namespace ulvek {
+
+// What an import learnt beyond its result, for the command line.
+struct ImportDetails {
+  std::optional<std::string> contentType;  // the type the import went by
+  std::optional<Failure> failure;          // why the file was not read; nothing when it was
+};
 
 // The service's root object: the eight remote operations and the internal ones they share.
 // Keeps no state between requests. Paths are file-system paths (bytes, usually UTF-8).
@@ -33,6 +40,8 @@ class MIMETypeHelper {
   // openFile, also answering the content type that the import went by (for the command line,
   // whose lines name it; the remote result keeps its keys).
   ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
+  // openFile, also answering why the file could not be read, where it could not.
+  ImportResult openFile(const std::string& path, ImportDetails& details);
 
   // The process's own temporary folder, made at a service's start (which sweeps what ended
   // processes left behind) and removed at its orderly end.
@@ -59,6 +68,14 @@ class MIMETypeHelper {
   // found (its text, else a Spotlight "kMDItemTextContent" string). An HTML page's title is
   // stored before its meta attributes, so a meta title wins, as for web archives.
   static std::optional<TextString> copyReaderOutput(ReaderOutput& output, ImportResult& result);
+
+  // The reader an import of the planned file asks first; nothing where the dispatcher reads the
+  // file itself or no reader is built. `ulvekbot classify` names it.
+  const Reader* plannedReader(const ImportPlan& plan) const {
+    Route route = plan.readingRoute();
+    if (route == Route::Registered) return readers_.named(plan.registeredReader);
+    return routeInfo(route).hasReader ? readers_.readerFor(route) : nullptr;
+  }
 
   // Internal: the reader of a route, or nothing with one log line when none is built.
   const Reader* readerFor(Route route, const std::string& path) const;

@@ -9,6 +9,7 @@
 #include "readers/textclipping/text_clipping_reader.h"
 #include "readers/webarchive/web_archive_reader.h"
 #include "readers/wordperfect/wordperfect_reader.h"
+#include "registered_readers.inc"
 
 namespace ulvek {
 
@@ -26,6 +27,10 @@ const ReaderSet& ReaderSet::builtin() {
     set.set(Route::TextBundle, &textBundleReader());
     set.set(Route::WordPerfect, &wordPerfectReader());
     set.set(Route::EPUB, &typedEPUBReader());
+    // Families that name their reader in their CMakeLists.txt.
+#define ULVEK_REGISTERED_READER(name, reader) set.setNamed(name, &reader());
+#include "registered_readers.inc"
+#undef ULVEK_REGISTERED_READER
     // Books are read before any importer is asked; where no importer answers, the host reads
     // text bundles itself.
     MetaDataImporter::sharedImporter().setBookReader(&epubReader());

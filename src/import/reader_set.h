@@ -1,6 +1,9 @@
 #pragma once
 
 #include <array>
+#include <map>
+#include <string>
+#include <string_view>
 
 #include "import/route_table.h"
 #include "readers/reader.h"
@@ -21,8 +24,21 @@ class ReaderSet {
   // Nothing for a route without a reader, or one the dispatcher serves itself.
   const Reader* readerFor(Route route) const { return readers_[static_cast<std::size_t>(route)]; }
 
+  // Readers the format registry names in its reader column that serve no route of their own:
+  // they take Route::Registered, found by name.
+  ReaderSet& setNamed(std::string_view name, const Reader* reader) {
+    named_[std::string(name)] = reader;
+    return *this;
+  }
+  const Reader* named(std::string_view name) const {
+    auto found = named_.find(name);
+    return found == named_.end() ? nullptr : found->second;
+  }
+  const std::map<std::string, const Reader*, std::less<>>& namedReaders() const { return named_; }
+
  private:
   std::array<const Reader*, kRouteCount> readers_{};
+  std::map<std::string, const Reader*, std::less<>> named_;
 };
 
 }  // namespace ulvek

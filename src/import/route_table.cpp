@@ -25,6 +25,30 @@ FileClassification classifyFile(OptionalText extension, OptionalText type,
   return result;
 }
 
+bool isPlainByName(OptionalText extension, OptionalText type) {
+  auto anyAnswers = [&](auto&& chosen) {
+    for (const ClassificationStep& step : kClassificationOrder)
+      if (chosen(step.fileClass) && step.answers(extension, type)) return true;
+    return false;
+  };
+  auto plain = [](Plain wanted) {
+    return [wanted](FileClass fileClass) { return fileClassInfo(fileClass).plain == wanted; };
+  };
+  if (anyAnswers(plain(Plain::Always))) return true;
+  if (!anyAnswers(plain(Plain::UnlessImage))) return false;
+  return !anyAnswers([](FileClass fileClass) { return fileClass == FileClass::Image; });
+}
+
+std::optional<Route> routeForData(OptionalText mimeType, OptionalText extension) {
+  for (const DataRoute& row : kDataRoutes) {
+    for (auto test : row.mimeTests)
+      if (test && test(mimeType)) return row.route;
+    for (auto test : row.extensionTests)
+      if (test && test(extension)) return row.route;
+  }
+  return std::nullopt;
+}
+
 Route routeForContentType(std::optional<std::string_view> contentType) {
   if (!contentType) return Route::Importer;
   if (typeConformsTo(*contentType, kUTTypeHTML)) return Route::HTML;
@@ -34,7 +58,8 @@ Route routeForContentType(std::optional<std::string_view> contentType) {
 
 std::optional<Route> routeForContent(std::string_view contentType) {
   std::optional<std::string_view> reader = readerForContentType(contentType);
-  return reader ? routeNamed(*reader) : std::nullopt;
+  if (!reader) return std::nullopt;
+  return routeNamed(*reader).value_or(Route::Registered);
 }
 
 namespace {
@@ -57,6 +82,8 @@ void letTypeDecide(ImportPlan& plan) {
     if (!named || *named == *plan.contentType) return;
   }
   plan.route = routeForContent(*plan.contentType).value_or(Route::Importer);
+  if (plan.route == Route::Registered)
+    plan.registeredReader = readerForContentType(*plan.contentType).value_or("");
   plan.typeDecided = true;
 }
 

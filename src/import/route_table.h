@@ -34,7 +34,8 @@ namespace ulvek {
   X(HTML, "HTML", false)                             \
   X(PropertyList, "property list", false)            \
   X(XML, "XML", false)                               \
-  X(PlainText, "plain text", false)
+  X(PlainText, "plain text", false)                  \
+  X(Registered, "registered reader", true)
 
 enum class Route : std::uint8_t {
 #define ULVEK_ROUTE_ENUM(name, text, hasReader) name,
@@ -59,30 +60,34 @@ constexpr const RouteInfo& routeInfo(Route route) {
   return kRoutes[static_cast<std::size_t>(route)];
 }
 
+// Whether a file of a class can be read as text without a document reader (the service's
+// isPlainFile question): always, unless an image test also claims its name, or not.
+enum class Plain : std::uint8_t { No, Always, UnlessImage };
+
 // File classes: what the first test that answers YES makes of a file, in the order of the steps
-// that choose them; name, and the route the class takes.
-#define ULVEK_FILE_CLASSES(X)                                      \
-  X(None, "none", Undecided)                                       \
-  X(InternetLocation, "internet location", InternetLocation)       \
-  X(Email, "e-mail", Importer)                                     \
-  X(PDF, "PDF", PDF)                                               \
-  X(Image, "image", Importer)                                      \
-  X(WebArchive, "web archive", WebArchive)                         \
-  X(TextBundle, "text bundle", TextBundle)                         \
-  X(HTML, "HTML", HTML)                                            \
-  X(PropertyList, "property list", PropertyList)                   \
-  X(XML, "XML", XML)                                               \
-  X(Sheet, "sheet", PlainText)                                     \
-  X(Form, "address card", AddressCard)                             \
-  X(WordPerfect, "WordPerfect", WordPerfect)                       \
-  X(AttributedDocument, "attributed document", AttributedDocument) \
-  X(TextClipping, "text clipping", TextClipping)                   \
-  X(PlainText, "plain text", PlainText)                            \
-  X(Chat, "chat", Importer)                                        \
-  X(AppleScript, "AppleScript", Importer)
+// that choose them; name, the route the class takes, and whether it is plain.
+#define ULVEK_FILE_CLASSES(X)                                          \
+  X(None, "none", Undecided, No)                                       \
+  X(InternetLocation, "internet location", InternetLocation, No)       \
+  X(Email, "e-mail", Importer, No)                                     \
+  X(PDF, "PDF", PDF, No)                                               \
+  X(Image, "image", Importer, No)                                      \
+  X(WebArchive, "web archive", WebArchive, No)                         \
+  X(TextBundle, "text bundle", TextBundle, UnlessImage)                \
+  X(HTML, "HTML", HTML, Always)                                        \
+  X(PropertyList, "property list", PropertyList, Always)               \
+  X(XML, "XML", XML, Always)                                           \
+  X(Sheet, "sheet", PlainText, Always)                                 \
+  X(Form, "address card", AddressCard, No)                             \
+  X(WordPerfect, "WordPerfect", WordPerfect, No)                       \
+  X(AttributedDocument, "attributed document", AttributedDocument, No) \
+  X(TextClipping, "text clipping", TextClipping, No)                   \
+  X(PlainText, "plain text", PlainText, UnlessImage)                   \
+  X(Chat, "chat", Importer, No)                                        \
+  X(AppleScript, "AppleScript", Importer, No)
 
 enum class FileClass : std::uint8_t {
-#define ULVEK_CLASS_ENUM(name, text, route) name,
+#define ULVEK_CLASS_ENUM(name, text, route, plain) name,
   ULVEK_FILE_CLASSES(ULVEK_CLASS_ENUM)
 #undef ULVEK_CLASS_ENUM
 };
@@ -91,10 +96,12 @@ struct FileClassInfo {
   FileClass fileClass;
   std::string_view name;
   Route route;
+  Plain plain;
 };
 
 inline constexpr FileClassInfo kFileClasses[] = {
-#define ULVEK_CLASS_ROW(name, text, route) {FileClass::name, text, Route::route},
+#define ULVEK_CLASS_ROW(name, text, route, plain) \
+  {FileClass::name, text, Route::route, Plain::plain},
     ULVEK_FILE_CLASSES(ULVEK_CLASS_ROW)
 #undef ULVEK_CLASS_ROW
 };
@@ -106,42 +113,49 @@ constexpr std::string_view fileClassName(FileClass fileClass) {
   return fileClassInfo(fileClass).name;
 }
 
-// One file test of the classification, in the order the dispatcher asks them.
-struct ClassificationStep {
-  int number;             // 1 to 17; two tests share a number where one step asks two
-  std::string_view test;  // the test's name, e.g. "isHTMLExtension:"
-  FileClass fileClass;
-  bool (*answers)(OptionalText extension, OptionalText type);
-};
-
-// The tests that take no type code, with the shape the table wants.
+// The tests that take no type code, with the shape the classification wants.
 template <bool (*test)(OptionalText)>
 constexpr bool extensionOnly(OptionalText extension, OptionalText) {
   return test(extension);
 }
 
+// The classification: the file tests in the order the dispatcher asks them; the first YES
+// decides. step (two tests share a number where one step asks two), the class it chooses, the
+// test's name, and the test.
+#define ULVEK_CLASSIFICATION(X)                                                            \
+  X(1, InternetLocation, "isInternetLocationExtension:type:", isInternetLocationExtension) \
+  X(2, Email, "isEmailExtension:", extensionOnly<isEmailExtension>)                        \
+  X(3, PDF, "isPDFBundleExtension:", extensionOnly<isPDFBundleExtension>)                  \
+  X(3, PDF, "isPDFExtension:type:", isPDFExtension)                                        \
+  X(4, Image, "isImageExtension:type:", isImageExtension)                                  \
+  X(5, WebArchive, "isWebArchiveExtension:", extensionOnly<isWebArchiveExtension>)         \
+  X(6, TextBundle, "isTextBundleExtension:type:", isTextBundleExtension)                   \
+  X(7, HTML, "isHTMLExtension:", extensionOnly<isHTMLExtension>)                           \
+  X(8, PropertyList, "isPropertyListExtension:", extensionOnly<isPropertyListExtension>)   \
+  X(9, XML, "isXMLExtension:", extensionOnly<isXMLExtension>)                              \
+  X(10, Sheet, "isSheetExtension:", extensionOnly<isSheetExtension>)                       \
+  X(11, Form, "isFormExtension:", extensionOnly<isFormExtension>)                          \
+  X(12, WordPerfect, "isWordPerfectExtension:type:", isWordPerfectExtension)               \
+  X(13, AttributedDocument, "isRTFExtension:type:", isRTFExtension)                        \
+  X(13, AttributedDocument, "isAttributedExtension:type:", isAttributedExtension)          \
+  X(14, TextClipping, "isTextClippingExtension:type:", isTextClippingExtension)            \
+  X(15, PlainText, "isTextExtension:type:", isTextExtension)                               \
+  X(16, Chat, "isChatExtension:type:", isChatExtension)                                    \
+  X(17, AppleScript, "isAppleScriptExtension:type:", isAppleScriptExtension)
+
+// One file test of the classification.
+struct ClassificationStep {
+  int number;             // from 1; two tests share a number where one step asks two
+  std::string_view test;  // the test's name, e.g. "isHTMLExtension:"
+  FileClass fileClass;
+  bool (*answers)(OptionalText extension, OptionalText type);
+};
+
 inline constexpr ClassificationStep kClassificationOrder[] = {
-    {1, "isInternetLocationExtension:type:", FileClass::InternetLocation,
-     isInternetLocationExtension},
-    {2, "isEmailExtension:", FileClass::Email, extensionOnly<isEmailExtension>},
-    {3, "isPDFBundleExtension:", FileClass::PDF, extensionOnly<isPDFBundleExtension>},
-    {3, "isPDFExtension:type:", FileClass::PDF, isPDFExtension},
-    {4, "isImageExtension:type:", FileClass::Image, isImageExtension},
-    {5, "isWebArchiveExtension:", FileClass::WebArchive, extensionOnly<isWebArchiveExtension>},
-    {6, "isTextBundleExtension:type:", FileClass::TextBundle, isTextBundleExtension},
-    {7, "isHTMLExtension:", FileClass::HTML, extensionOnly<isHTMLExtension>},
-    {8, "isPropertyListExtension:", FileClass::PropertyList,
-     extensionOnly<isPropertyListExtension>},
-    {9, "isXMLExtension:", FileClass::XML, extensionOnly<isXMLExtension>},
-    {10, "isSheetExtension:", FileClass::Sheet, extensionOnly<isSheetExtension>},
-    {11, "isFormExtension:", FileClass::Form, extensionOnly<isFormExtension>},
-    {12, "isWordPerfectExtension:type:", FileClass::WordPerfect, isWordPerfectExtension},
-    {13, "isRTFExtension:type:", FileClass::AttributedDocument, isRTFExtension},
-    {13, "isAttributedExtension:type:", FileClass::AttributedDocument, isAttributedExtension},
-    {14, "isTextClippingExtension:type:", FileClass::TextClipping, isTextClippingExtension},
-    {15, "isTextExtension:type:", FileClass::PlainText, isTextExtension},
-    {16, "isChatExtension:type:", FileClass::Chat, isChatExtension},
-    {17, "isAppleScriptExtension:type:", FileClass::AppleScript, isAppleScriptExtension},
+#define ULVEK_STEP_ROW(number, fileClass, test, answers) \
+  {number, test, FileClass::fileClass, answers},
+    ULVEK_CLASSIFICATION(ULVEK_STEP_ROW)
+#undef ULVEK_STEP_ROW
 };
 
 namespace detail {
@@ -150,7 +164,7 @@ constexpr bool tablesAgree() {
     if (static_cast<std::size_t>(kRoutes[i].route) != i) return false;
   for (std::size_t i = 0; i < std::size(kFileClasses); ++i)
     if (static_cast<std::size_t>(kFileClasses[i].fileClass) != i) return false;
-  // Steps ascend from 1 to 17 and name the classes in their declared order.
+  // Steps count up from 1 without gaps and choose the classes in their declared order.
   int previous = 0;
   auto previousClass = FileClass::None;
   for (const ClassificationStep& step : kClassificationOrder) {
@@ -159,16 +173,48 @@ constexpr bool tablesAgree() {
     previous = step.number;
     previousClass = step.fileClass;
   }
-  return previous == 17;
+  // Every class but None is chosen by some step.
+  for (const FileClassInfo& info : kFileClasses) {
+    bool chosen = info.fileClass == FileClass::None;
+    for (const ClassificationStep& step : kClassificationOrder)
+      chosen = chosen || step.fileClass == info.fileClass;
+    if (!chosen) return false;
+  }
+  return previous >= 1;
 }
 }  // namespace detail
-static_assert(std::size(kClassificationOrder) == 19, "17 steps, two of which ask two tests");
-static_assert(std::size(kFileClasses) == 18, "one class per step that chooses one, and none");
-static_assert(detail::tablesAgree(), "tables out of order");
+static_assert(detail::tablesAgree(), "routes, classes and steps out of order");
+
+// How many steps the classification has.
+inline constexpr int kClassificationSteps =
+    kClassificationOrder[std::size(kClassificationOrder) - 1].number;
+
+// Downloaded data has no file to test: its MIME type or the extension of the address it came
+// from decides, in this order; data no row claims is not read.
+struct DataRoute {
+  Route route;
+  std::array<bool (*)(OptionalText), 4> mimeTests;
+  std::array<bool (*)(OptionalText), 3> extensionTests;
+};
+
+template <bool (*test)(OptionalText, OptionalText)>
+constexpr bool withoutType(OptionalText extension) {
+  return test(extension, std::nullopt);
+}
+
+inline constexpr DataRoute kDataRoutes[] = {
+    {Route::PDF, {isPDFMIMEType, isPostScriptMIMEType}, {withoutType<isPDFExtension>}},
+    {Route::AttributedDocument,
+     {isRTFMIMEType, isMSWordMIMEType, isOpenOfficeMIMEType, isStarOfficeMIMEType},
+     {withoutType<isRTFExtension>, withoutType<isWordExtension>, isOpenOfficeExtension}},
+};
+
+// The route that reads downloaded data of `mimeType` from an address with `extension`.
+std::optional<Route> routeForData(OptionalText mimeType, OptionalText extension);
 
 struct FileClassification {
   FileClass fileClass = FileClass::None;
-  int step = 0;           // 1 to 17; 0 when no test answered YES
+  int step = 0;           // 1 to kClassificationSteps; 0 when no test answered YES
   std::string_view test;  // the test that answered YES, e.g. "isHTMLExtension:"; empty if none
   bool packageSkipped = false;  // the text test answered YES but the item is a package
 };
@@ -178,6 +224,10 @@ struct FileClassification {
 // read as plain text and the remaining tests are asked. No `isPackage` counts as "not a package".
 FileClassification classifyFile(OptionalText extension, OptionalText type,
                                 const std::function<bool()>& isPackage = {});
+
+// Whether the file tests say a name can be read as plain text, from the classes' plain column:
+// any class that always is, else one that is unless the name is also an image's.
+bool isPlainByName(OptionalText extension, OptionalText type);
 
 // When no test answered YES, the content type decides: HTML, plain text, or the importers.
 Route routeForContentType(std::optional<std::string_view> contentType);
@@ -189,17 +239,9 @@ constexpr std::optional<Route> routeNamed(std::string_view name) {
   return std::nullopt;
 }
 
-namespace detail {
-constexpr bool registryReadersAreRoutes() {
-  for (const Format& format : kFormats)
-    if (!format.reader.empty() && !routeNamed(format.reader)) return false;
-  return true;
-}
-}  // namespace detail
-static_assert(detail::registryReadersAreRoutes(), "a registry reader names no route");
-
 // The route that reads a file of `contentType` when its content decided, from the registry's
-// reader column; nothing for types it does not declare.
+// reader column: the route it names, or Route::Registered for the name of a registered reader
+// (ReaderSet::named); nothing for types the registry does not declare.
 std::optional<Route> routeForContent(std::string_view contentType);
 
 // What the dispatcher learns about a file before reading it. openFile() and `ulvekbot classify`
@@ -213,9 +255,14 @@ struct ImportPlan {
   FileClassification classification;
   Route route = Route::Undecided;        // the classification's route; Undecided leaves it to…
   Route contentRoute = Route::Importer;  // …the content type's
+  // For Route::Registered: the registry's name of the reader.
+  std::string_view registeredReader;
   // The content type, not a name test, chose `route`: no test answered, or the name said text
   // and the content is a document of another kind.
   bool typeDecided = false;
+
+  // The route whose reader is asked first: the classification's, else the content type's.
+  Route readingRoute() const { return route == Route::Undecided ? contentRoute : route; }
 
   OptionalText extensionView() const { return TextView(extension); }
   OptionalText typeView() const { return typeCode ? OptionalText(*typeCode) : std::nullopt; }

@@ -6,9 +6,12 @@
 #include <ulvekbot/importer.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "base/file_url.h"
@@ -25,6 +28,7 @@ using namespace worker;
 struct CollectedAttributes {
   UlvekAttributes header;
   PropertyDictionary values;
+  std::optional<std::chrono::steady_clock::time_point> deadline;
 };
 
 PropertyDictionary& values(void* attributes) {
@@ -34,7 +38,7 @@ PropertyDictionary& values(void* attributes) {
 bool usable(const char* key) { return key && *key; }
 
 const UlvekAttributesFunctions kFunctions = {
-    1,
+    2,
     [](void* a, const char* key, const char* utf8) {
       if (usable(key) && utf8) values(a)[key] = PropertyValue(fromUtf8(utf8));
     },
@@ -62,6 +66,12 @@ const UlvekAttributesFunctions kFunctions = {
       if (!usable(key) || (!bytes && length)) return;
       auto* start = static_cast<const std::uint8_t*>(bytes);
       values(a)[key] = PropertyValue(Data(start, start + length));
+    },
+    [](void* a) -> double {
+      const auto& deadline = static_cast<CollectedAttributes*>(a)->deadline;
+      if (!deadline) return -1;
+      std::chrono::duration<double> left = *deadline - std::chrono::steady_clock::now();
+      return std::max(0.0, left.count());
     },
 };
 
@@ -143,12 +153,19 @@ class Worker {
     bool wanted = !import || !import->boolean() || *import->boolean();
     std::string contentType = toUtf8(stringField(request, Field::ContentType).value_or(u""));
     std::string path = toUtf8(stringField(request, Field::Path).value_or(u""));
-    CollectedAttributes attributes{{&kFunctions}, {}};
+    CollectedAttributes attributes{{&kFunctions}, {}, {}};
+    if (const PropertyValue* deadline = find(request, Field::Deadline);
+        deadline && deadline->real())
+      attributes.deadline = std::chrono::steady_clock::time_point(
+          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+              std::chrono::duration<double>(*deadline->real())));
+    // Only told to the host, which says why a file gave nothing; the answer stands either way.
+    bool read = true;
     if (byPath) {
       auto* importer = *static_cast<UlvekImporterInterfaceStruct**>(interface);
       if (wanted)
-        importer->ImporterImportData(interface, &attributes.header, contentType.c_str(),
-                                     path.c_str());
+        read = importer->ImporterImportData(interface, &attributes.header, contentType.c_str(),
+                                            path.c_str());
       importer->Release(interface);
     } else {
       auto* importer = *static_cast<UlvekImporterURLInterfaceStruct**>(interface);
@@ -157,11 +174,14 @@ class Worker {
       std::filesystem::path absolute = std::filesystem::absolute(path, error);
       std::string url = fileURLWithPath(error ? path : absolute.string());
       if (wanted)
-        importer->ImporterImportURLData(interface, &attributes.header, contentType.c_str(),
-                                        url.c_str());
+        read = importer->ImporterImportURLData(interface, &attributes.header, contentType.c_str(),
+                                               url.c_str());
       importer->Release(interface);
     }
-    if (wanted) reply[std::string(Field::Attributes)] = PropertyValue(std::move(attributes.values));
+    if (wanted) {
+      reply[std::string(Field::Attributes)] = PropertyValue(std::move(attributes.values));
+      reply[std::string(Field::Read)] = PropertyValue(read);
+    }
     return reply;
   }
 

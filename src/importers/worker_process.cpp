@@ -144,7 +144,11 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
   }, previous{};
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, &previous);
-  bool sent = worker::writeMessage(toWorker_, request);
+  // The worker learns when the host stops waiting, so an importer can answer what it has.
+  PropertyDictionary timed = request;
+  timed[std::string(worker::Field::Deadline)] =
+      PropertyValue(std::chrono::duration<double>(deadline.time_since_epoch()).count());
+  bool sent = worker::writeMessage(toWorker_, timed);
   ::sigaction(SIGPIPE, &previous, nullptr);
   Result<PropertyDictionary> answer =
       sent ? worker::readMessage(fromWorker_, deadline)

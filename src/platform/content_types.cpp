@@ -17,6 +17,7 @@
 #include "platform/content_signatures.h"
 #include "platform/formats.h"
 #include "platform/resource_fork.h"
+#include "platform/type_codes.h"
 
 namespace ulvek {
 namespace {
@@ -34,11 +35,22 @@ std::vector<std::string_view> words(std::string_view list) {
   return result;
 }
 
+// Splits a list of quoted four-character codes ("'PDF ' 'BMPf'") into the codes.
+std::vector<std::string_view> quotedCodes(std::string_view list) {
+  std::vector<std::string_view> result;
+  std::size_t quote = list.find('\'');
+  while (quote != std::string_view::npos && quote + 5 < list.size() && list[quote + 5] == '\'') {
+    result.push_back(list.substr(quote + 1, 4));
+    quote = list.find('\'', quote + 6);
+  }
+  return result;
+}
+
 // The registry in the form lookups want, built on first use and kept for the process, with the
 // types importer plug-ins declare added as they are registered.
 struct TypeIndex {
   struct Row {
-    std::vector<std::string_view> extensions, mimeTypes, parents;
+    std::vector<std::string_view> extensions, mimeTypes, typeCodes, parents;
     ContentTypeInfo info;
   };
   // Deques: rows and the strings of declared ones never move once added.
@@ -48,6 +60,7 @@ struct TypeIndex {
   std::unordered_map<std::string_view, const Row*> byIdentifier;
   std::unordered_map<std::string_view, const Row*> byExtension;
   std::unordered_map<std::string_view, const Row*> byMIMEType;
+  std::unordered_map<std::string_view, const Row*> byTypeCode;
   // Shared by lookups, taken alone by declarations.
   mutable std::shared_mutex lock;
 
@@ -56,8 +69,10 @@ struct TypeIndex {
       Row& row = rows.emplace_back();
       row.extensions = words(source.extensions);
       row.mimeTypes = words(source.mimeTypes);
+      row.typeCodes = quotedCodes(source.typeCodes);
       row.parents = words(source.parents);
-      row.info = {source.identifier, row.extensions, row.mimeTypes, row.parents, &source};
+      row.info = {source.identifier, row.extensions, row.mimeTypes,
+                  row.typeCodes,     row.parents,    &source};
       index(row);
     }
   }
@@ -67,6 +82,7 @@ struct TypeIndex {
     byIdentifier.emplace(row.info.identifier, &row);
     for (std::string_view extension : row.extensions) byExtension.emplace(extension, &row);
     for (std::string_view mimeType : row.mimeTypes) byMIMEType.emplace(mimeType, &row);
+    for (std::string_view typeCode : row.typeCodes) byTypeCode.emplace(typeCode, &row);
   }
 
   std::string_view keep(std::string_view text) { return declaredStrings.emplace_back(text); }
@@ -80,10 +96,12 @@ struct TypeIndex {
       row.extensions.push_back(keep(asciiLowercase(extension)));
     for (const std::string& mimeType : type.mimeTypes)
       row.mimeTypes.push_back(keep(asciiLowercase(mimeType)));
+    for (const std::string& typeCode : type.typeCodes)
+      if (typeCode.size() == 4) row.typeCodes.push_back(keep(typeCode));
     for (const std::string& parent : type.conformsTo) row.parents.push_back(keep(parent));
     std::string_view kept = keep(identifier);
-    const Format& format = declaredFormats.emplace_back(Format{kept, kept, {}, {}, {}, {}, {}});
-    row.info = {kept, row.extensions, row.mimeTypes, row.parents, &format, true};
+    const Format& format = declaredFormats.emplace_back(Format{kept, kept, {}, {}, {}, {}, {}, {}});
+    row.info = {kept, row.extensions, row.mimeTypes, row.typeCodes, row.parents, &format, true};
     index(row);
   }
 };
@@ -155,6 +173,18 @@ std::string extensionOfPath(const std::string& path) {
   return name.substr(dot + 1);
 }
 
+// The file's type code as four ASCII characters; nothing when it has none or another kind.
+std::optional<std::string> typeCodeOfFile(const std::string& path) {
+  std::optional<TextString> quoted = HFSTypeOfFile(path);
+  if (!quoted || quoted->size() != 6) return std::nullopt;
+  std::string code;
+  for (char16_t unit : quoted->substr(1, 4)) {
+    if (unit < 0x20 || unit > 0x7e) return std::nullopt;
+    code += static_cast<char>(unit);
+  }
+  return code;
+}
+
 bool hasBundleBit(const std::string& path) {
   // Folder Finder info keeps its flags at bytes 8 and 9; 0x2000 is "has bundle".
   std::optional<Data> info = finderInfoBytes(path);
@@ -197,6 +227,15 @@ std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType
   std::shared_lock guard(index.lock);
   auto found = index.byMIMEType.find(key);
   if (found == index.byMIMEType.end()) return std::nullopt;
+  return found->second->info.identifier;
+}
+
+std::optional<std::string_view> contentTypeForTypeCode(std::string_view typeCode) {
+  if (typeCode.size() != 4) return std::nullopt;
+  const TypeIndex& index = typeIndex();
+  std::shared_lock guard(index.lock);
+  auto found = index.byTypeCode.find(typeCode);
+  if (found == index.byTypeCode.end()) return std::nullopt;
   return found->second->info.identifier;
 }
 
@@ -316,7 +355,13 @@ std::optional<std::string> typeOfFile(const std::string& path) {
     if (hasBundleBit(path)) return std::string(kUTTypePackage);
     return std::string(kUTTypeFolder);
   }
-  if (auto type = contentTypeForExtension(extension)) {
+  std::optional<std::string_view> named = contentTypeForExtension(extension);
+  // Old files without a known extension may still carry a type code that names their type.
+  if (!named) {
+    if (std::optional<std::string> code = typeCodeOfFile(path))
+      named = contentTypeForTypeCode(*code);
+  }
+  if (auto type = named) {
     // A name that says text may hide a document of another kind; one that says plain text may
     // hide any other kind, text ones too.
     if (typeConformsTo(*type, kUTTypeText)) {

@@ -30,6 +30,7 @@ struct ContentTypeInfo {
   std::string_view identifier;
   std::span<const std::string_view> extensions;
   std::span<const std::string_view> mimeTypes;
+  std::span<const std::string_view> typeCodes;  // four characters each, unquoted
   std::span<const std::string_view> parents;
   const Format* format;
   bool declaredByImporter = false;  // not a registry row: an importer plug-in declared it
@@ -40,11 +41,13 @@ struct DeclaredContentType {
   std::string identifier;
   std::vector<std::string> extensions;
   std::vector<std::string> mimeTypes;
+  std::vector<std::string> typeCodes;  // four characters each
   std::vector<std::string> conformsTo;
 };
 
 // Adds a declared type beside the registry's rows, for the life of the process: its identifier
-// (lower-cased) when no row has it, its extensions and MIME types where no row claims them.
+// (lower-cased) when no row has it, its extensions, MIME types and type codes where no row claims
+// them.
 void declareContentType(const DeclaredContentType& type);
 
 // The table row of an identifier; null for identifiers the table does not declare (dyn. ones).
@@ -54,6 +57,8 @@ const ContentTypeInfo* contentTypeInfo(std::string_view identifier);
 std::optional<std::string_view> contentTypeForExtension(std::string_view extension);
 // The type declared for a MIME type (parameters after ";" and case ignored); nothing if unknown.
 std::optional<std::string_view> contentTypeForMIMEType(std::string_view mimeType);
+// The type declared for a four-character type code ("PDF ", exactly); nothing if unknown.
+std::optional<std::string_view> contentTypeForTypeCode(std::string_view typeCode);
 // The preferred extension and MIME type of a declared type.
 std::optional<std::string_view> preferredExtension(std::string_view identifier);
 std::optional<std::string_view> preferredMIMEType(std::string_view identifier);

@@ -44,6 +44,10 @@ inline constexpr std::array<std::string_view, 21> All = {Title,        Text,
                                                          Recipient,    RecipientAddresses,
                                                          Email,        IM,
                                                          Phone};
+
+// Keys whose value is a list kept as one string, its items joined by line feeds.
+inline constexpr std::array<std::string_view, 8> JoinedLists = {
+    Tags, Author, AuthorAddresses, Recipient, RecipientAddresses, Email, IM, Phone};
 }  // namespace ImportKey
 
 class ImportResult {

@@ -25,6 +25,7 @@ using BundleAttributes = std::map<std::string, BundleValue>;
 struct CollectingAttributes {
   UlvekAttributes header;
   BundleAttributes values;
+  double secondsLeft = -1;  // what the host says of its time limit; negative: none
 };
 
 inline CollectingAttributes& collector(void* attributes) {
@@ -32,7 +33,7 @@ inline CollectingAttributes& collector(void* attributes) {
 }
 
 inline const UlvekAttributesFunctions kCollectingFunctions = {
-    1,
+    2,
     [](void* a, const char* key, const char* utf8) {
       collector(a).values[key] = std::string(utf8);
     },
@@ -46,6 +47,7 @@ inline const UlvekAttributesFunctions kCollectingFunctions = {
     [](void* a, const char* key, const void*, size_t length) {
       collector(a).values[key] = std::int64_t(length);
     },
+    [](void* a) { return collector(a).secondsLeft; },
 };
 
 class Bundle {
@@ -64,6 +66,9 @@ class Bundle {
   ~Bundle() {
     if (handle_) dlclose(handle_);
   }
+
+  // The time the host says it waits for each import; negative (the default): no limit.
+  void setSecondsLeft(double seconds) { secondsLeft_ = seconds; }
 
   // With `log`, what the importer writes to standard error during the call (the host's log).
   BundleAttributes import(const std::string& path, const std::string& contentType = "",
@@ -86,7 +91,7 @@ class Bundle {
 
  private:
   BundleAttributes importQuietly(const std::string& path, const std::string& contentType) {
-    CollectingAttributes attributes{{&kCollectingFunctions}, {}};
+    CollectingAttributes attributes{{&kCollectingFunctions}, {}, secondsLeft_};
     if (!factory_) return {};
     void* instance = factory_(nullptr, ULVEK_IMPORTER_TYPE_ID);
     if (!instance) return {};
@@ -104,6 +109,7 @@ class Bundle {
 
   void* handle_ = nullptr;
   UlvekImporterFactory factory_ = nullptr;
+  double secondsLeft_ = -1;
 };
 
 inline std::string stringOf(const BundleAttributes& values, const std::string& key) {

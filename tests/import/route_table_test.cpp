@@ -1,3 +1,4 @@
+#include "import/reader_set.h"
 #include "import/route_table.h"
 
 #include <gtest/gtest.h>
@@ -118,6 +119,47 @@ TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
     ImportPlan plan = planImport(folder.write(row.name, row.bytes));
     EXPECT_EQ(plan.route, row.route) << row.name;
     EXPECT_EQ(plan.typeDecided, row.typeDecided) << row.name;
+  }
+}
+
+TEST(RouteTable, DownloadedDataGoesByItsMIMETypeThenItsAddress) {
+  struct Row {
+    std::optional<std::u16string> mimeType, extension;
+    std::optional<Route> route;
+  };
+  const Row rows[] = {
+      {u"application/pdf", {}, Route::PDF},
+      {u"application/x-postscript", {}, Route::PDF},
+      {{}, u"PDF", Route::PDF},
+      {u"text/rtf", {}, Route::AttributedDocument},
+      {u"text/richtext", {}, Route::AttributedDocument},
+      {u"application/msword", {}, Route::AttributedDocument},
+      {u"application/vnd.oasis.opendocument.text", {}, Route::AttributedDocument},
+      {u"application/vnd.sun.xml.writer", {}, Route::AttributedDocument},
+      {{}, u"docx", Route::AttributedDocument},
+      {{}, u"odt", Route::AttributedDocument},
+      // The PDF row is asked first, the address's extension included.
+      {u"text/rtf", u"pdf", Route::PDF},
+      {u"text/html", u"html", std::nullopt},
+      {{}, u"txt", std::nullopt},
+      {{}, {}, std::nullopt},
+  };
+  for (const Row& row : rows) {
+    auto view = [](const std::optional<std::u16string>& text) {
+      return text ? OptionalText(*text) : OptionalText(std::nullopt);
+    };
+    EXPECT_EQ(routeForData(view(row.mimeType), view(row.extension)), row.route)
+        << toUtf8(row.mimeType.value_or(u"-")) << " " << toUtf8(row.extension.value_or(u"-"));
+  }
+}
+
+// A reader column names a route, or a reader a family registers; a typo would send files of
+// the type nowhere.
+TEST(RouteTable, EveryRegistryReaderIsARouteOrARegisteredReader) {
+  for (const Format& format : formats()) {
+    if (format.reader.empty() || routeNamed(format.reader)) continue;
+    EXPECT_NE(ReaderSet::builtin().named(format.reader), nullptr)
+        << format.identifier << " names " << format.reader;
   }
 }
 

@@ -13,7 +13,7 @@ typedef struct {
   int behaviour;
 } Instance;
 
-enum { GOOD, CRASH, HANG, PRINT, URL_ONLY, NO_INTERFACE, GARBAGE };
+enum { GOOD, CRASH, HANG, PRINT, URL_ONLY, NO_INTERFACE, GARBAGE, TIMED, REFUSE };
 
 static int32_t query(void* self, UlvekUUID iid, void** out);
 static uint32_t add_ref(void* self) { return ++((Instance*)self)->references; }
@@ -37,6 +37,14 @@ static bool import_data(void* self, UlvekAttributes* attributes, const char* con
       printf("plug-ins should not print, but some do\n");
       fflush(stdout);
       break;
+    case TIMED:
+      /* Tells the host how long it said it would wait. */
+      ulvek_attributes_set_number(attributes, "SecondsLeft",
+                                  ulvek_attributes_seconds_left(attributes));
+      return true;
+    case REFUSE:
+      /* Cannot read the file, and says so. */
+      return false;
     case GARBAGE: {
       /* Writes past its answer into the host's pipe. */
       static const char junk[] = "\x10\x00\x00\x00not a property list";
@@ -100,6 +108,8 @@ FACTORY(PrintFactory, PRINT)
 FACTORY(UrlFactory, URL_ONLY)
 FACTORY(NoInterfaceFactory, NO_INTERFACE)
 FACTORY(GarbageFactory, GARBAGE)
+FACTORY(TimedFactory, TIMED)
+FACTORY(RefuseFactory, REFUSE)
 __attribute__((visibility("default"))) void* NullFactory(void* allocator, UlvekUUID type) {
   return NULL;
 }

@@ -47,6 +47,11 @@ TEST(ContentTypes, ExtensionsMIMETypesAndConformance) {
   EXPECT_EQ(contentTypeForMIMEType("text/html; charset=utf-8"), "public.html");
   EXPECT_EQ(contentTypeForMIMEType("APPLICATION/PDF"), "com.adobe.pdf");
   EXPECT_EQ(contentTypeForMIMEType("application/x-unknown"), std::nullopt);
+  EXPECT_EQ(contentTypeForTypeCode("PDF "), "com.adobe.pdf");
+  EXPECT_EQ(contentTypeForTypeCode("BMP "), "com.microsoft.bmp");
+  EXPECT_EQ(contentTypeForTypeCode("WDBN"), "com.microsoft.word.doc");
+  EXPECT_EQ(contentTypeForTypeCode("pdf "), std::nullopt);  // codes are exact
+  EXPECT_EQ(contentTypeForTypeCode("PDF"), std::nullopt);
 
   EXPECT_TRUE(typeConformsTo("public.html", "public.text"));
   EXPECT_FALSE(typeConformsTo("public.html", "public.plain-text"));
@@ -66,6 +71,14 @@ std::string directory(const TemporaryFolder& folder, const char* name, bool bund
     info[8] = 0x20;
     EXPECT_TRUE(setAttribute(path, kFinderInfoAttribute, info));
   }
+  return path;
+}
+
+// A file whose Finder info carries a type code.
+std::string withTypeCode(const std::string& path, const char (&code)[5]) {
+  std::string info(32, '\0');
+  info.replace(0, 4, code, 4);
+  EXPECT_TRUE(setAttribute(path, kFinderInfoAttribute, info));
   return path;
 }
 
@@ -101,6 +114,16 @@ TEST(ContentTypes, TypeOfFileAndPackageTest) {
       {"plain folder", directory(folder, "plain"), "public.folder"},
       {"folder with the bundle bit", directory(folder, "flagged", true), "com.apple.package", true},
       {"link to a package", link, "com.apple.application-bundle"},
+      {"type code without extension", withTypeCode(folder.write("letter", kBinary), "WDBN"),
+       "com.microsoft.word.doc"},
+      {"type code with unknown extension", withTypeCode(folder.write("p.qqq", kBinary), "JPEG"),
+       "public.jpeg"},
+      {"a known extension wins over the type code",
+       withTypeCode(folder.write("q.html", kHTML), "PDF "), "public.html"},
+      {"a type code that says text hides a PDF", withTypeCode(folder.write("old", kPDF), "TEXT"),
+       "com.adobe.pdf"},
+      {"a type code that says text", withTypeCode(folder.write("older", kPlainText), "TEXT"),
+       "public.plain-text"},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(typeOfFile(row.path), row.type) << row.name;

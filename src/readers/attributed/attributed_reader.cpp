@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/ascii.h"
+#include "base/failure.h"
 #include "base/log.h"
 #include "readers/doc/word_document_reader.h"
 #include "readers/odf/open_document_reader.h"
@@ -58,14 +59,18 @@ class AttributedDocumentReader final : public Reader {
       if (auto output = format.read(source)) return output;
       if (format.plainTextWhenUnread) break;
       // A container that could not be read is no text either: its bytes would be garbage.
-      logLine("Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
+      logFailure(
+          FailureKind::Damaged,
+          "Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
       return std::nullopt;
     }
     if (!bytes) return std::nullopt;  // a folder no format took
     // A package none of the formats took is missing its document; its bytes are no text.
     if (std::string_view(reinterpret_cast<const char*>(content.data()), content.size())
             .starts_with("PK\x03\x04")) {
-      logLine("Damaged document: " + std::string(source.isFile() ? source.path() : source.name()) +
+      logFailure(
+          FailureKind::Damaged,
+          "Damaged document: " + std::string(source.isFile() ? source.path() : source.name()) +
               " (no document in the package)");
       return std::nullopt;
     }

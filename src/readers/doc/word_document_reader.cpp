@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "readers/doc/ole_container.h"
 #include "readers/doc/word_document_text.h"
@@ -58,7 +59,7 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
   std::string why;
   std::unique_ptr<OleContainer> container = openOleContainer(bytes->data(), bytes->size(), why);
   if (!container) {
-    logLine("Damaged document: " + name + " (" + why + ")");
+    logFailure(FailureKind::Damaged, "Damaged document: " + name + " (" + why + ")");
     return std::nullopt;
   }
   std::optional<std::vector<std::uint8_t>> wordDocument =
@@ -66,22 +67,23 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
   if (!wordDocument) return std::nullopt;  // another kind of OLE2 file
   std::optional<WordFileInformation> information = readWordFileInformation(*wordDocument);
   if (!information) {
-    logLine("Damaged document: " + name + " (no file information block)");
+    logFailure(FailureKind::Damaged, "Damaged document: " + name + " (no file information block)");
     return std::nullopt;
   }
   if (!isReadableWordVersion(*information)) {
-    logLine("Not a Word 97 document or encrypted: " + name);
+    logFailure(FailureKind::Damaged, "Not a Word 97 document or encrypted: " + name);
     return std::nullopt;
   }
   std::optional<std::vector<std::uint8_t>> table =
       container->stream(information->tableStreamOne ? "1Table" : "0Table", bytes->size());
   if (!table) {
-    logLine("Damaged document: " + name + " (no table stream)");
+    logFailure(FailureKind::Damaged, "Damaged document: " + name + " (no table stream)");
     return std::nullopt;
   }
 
   WordDocumentText text = readWordDocumentText(*information, *wordDocument, *table);
-  if (!text.damage.empty()) logLine("Damaged document: " + name + " (" + text.damage[0] + ")");
+  if (!text.damage.empty())
+    logFailure(FailureKind::Damaged, "Damaged document: " + name + " (" + text.damage[0] + ")");
   ReaderOutput output{std::move(text.text), summaryInformation(*container),
                       Vocabulary::AttributedDocument};
   output.attributes[std::string(DocumentAttribute::DocumentType)] =

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "base/ascii.h"
+#include "base/failure.h"
 #include "base/file_url.h"
 #include "base/log.h"
 #include "platform/file_bytes.h"
@@ -124,7 +125,7 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
 void EPUBParser::parse(const std::string& member) {
   std::optional<Data> xml = dataForNamedFile(member);
   if (!xml) {
-    logLine("Damaged book: " + epubPath_ + " (no " + member + ")");
+    logFailure(FailureKind::Damaged, "Damaged book: " + epubPath_ + " (no " + member + ")");
     return;
   }
   std::string opfFolderPath = opfFolder();
@@ -249,7 +250,7 @@ void EPUBParser::parse(const std::string& member) {
       metaData_[collecting->first].array()->back() = value;
   };
   if (!parseXml(std::string_view(reinterpret_cast<const char*>(xml->data()), xml->size()), events))
-    logLine("Damaged book: " + epubPath_ + " (" + member + ")");
+    logFailure(FailureKind::Damaged, "Damaged book: " + epubPath_ + " (" + member + ")");
   collecting.reset();
 }
 

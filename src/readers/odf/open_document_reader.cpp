@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "readers/xml/document_text.h"
 #include "readers/xml/xml_events.h"
@@ -128,7 +129,8 @@ PropertyDictionary metadata(std::string_view xml) {
 TextString contentText(std::string_view xml, const std::string& name) {
   DocumentText body, notes;
   ContentText content(body, notes);
-  if (!parseXml(xml, content.events())) logLine("Damaged document: " + name);
+  if (!parseXml(xml, content.events()))
+    logFailure(FailureKind::Damaged, "Damaged document: " + name);
   TextString text = body.take();
   TextString noteText = notes.take();
   if (!noteText.empty()) text += (text.empty() ? u"" : u"\n") + noteText;

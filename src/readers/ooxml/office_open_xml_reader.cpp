@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "readers/xml/document_text.h"
 #include "readers/xml/xml_events.h"
@@ -268,7 +269,8 @@ std::optional<ReaderOutput> readOfficeOpenXML(const ReaderSource& source) {
   }
   DocumentText text;
   WordText body(text, &numbering);
-  if (!parseXml(asText(*document), body.events())) logLine("Damaged document: " + name);
+  if (!parseXml(asText(*document), body.events()))
+    logFailure(FailureKind::Damaged, "Damaged document: " + name);
   // Notes after the body, as a reader meets them at the end.
   for (const char* notes : {"word/footnotes.xml", "word/endnotes.xml"}) {
     if (!archive->testForNamedFile(notes)) continue;
@@ -297,7 +299,9 @@ std::optional<ReaderOutput> readWordML(const ReaderSource& source) {
   DocumentText text;
   WordText body(text);
   if (!parseXml(asText(*bytes), body.events()))
-    logLine("Damaged document: " + (source.isFile() ? source.path() : std::string(source.name())));
+    logFailure(
+        FailureKind::Damaged,
+        "Damaged document: " + (source.isFile() ? source.path() : std::string(source.name())));
   return output(text.take(), properties(asText(*bytes)), kWordMLTextDocumentType);
 }
 

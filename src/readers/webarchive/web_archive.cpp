@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "base/property_list.h"
 #include "metadata/file_types.h"
@@ -96,11 +97,12 @@ class ArchiveDecoder {
   void wrongType(std::string_view key) {
     if (reported_) return;
     reported_ = true;
-    logLine("Web archive value of the wrong kind (" + std::string(key) + "): " + name_);
+    logFailure(FailureKind::Damaged,
+               "Web archive value of the wrong kind (" + std::string(key) + "): " + name_);
   }
 
   std::optional<WebArchive> invalid(std::string_view why) {
-    logLine("Web archive " + std::string(why) + ": " + name_);
+    logFailure(FailureKind::Damaged, "Web archive " + std::string(why) + ": " + name_);
     return std::nullopt;
   }
 
@@ -135,7 +137,7 @@ std::optional<WebArchive> WebArchive::initWithData(Bytes bytes, std::string_view
   if (bytes.empty()) return std::nullopt;
   std::optional<PropertyValue> list = propertyListFromBytes(bytes);
   if (!list) {
-    logLine("Not a web archive: " + std::string(name));
+    logFailure(FailureKind::Damaged, "Not a web archive: " + std::string(name));
     return std::nullopt;
   }
   return fromPropertyList(*list, name);

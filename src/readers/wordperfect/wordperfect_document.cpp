@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "readers/wordperfect/wordperfect_charsets.h"
 
@@ -64,8 +65,9 @@ class TextBuilder {
 };
 
 void damaged(std::string_view name, std::string_view what, std::size_t at) {
-  logLine("WordPerfect document damaged (" + std::string(what) + " at " + std::to_string(at) +
-          "), text ends there: " + std::string(name));
+  logFailure(FailureKind::Damaged, "WordPerfect document damaged (" + std::string(what) + " at " +
+                                       std::to_string(at) +
+                                       "), text ends there: " + std::string(name));
 }
 
 TextString readWP5(Bytes doc, std::string_view name) {
@@ -231,17 +233,17 @@ WordPerfectFormat wordPerfectFormat(Bytes bytes) {
 std::optional<TextString> wordPerfectDocumentText(Bytes bytes, std::string_view name) {
   WordPerfectFormat format = wordPerfectFormat(bytes);
   if (format == WordPerfectFormat::None) {
-    logLine("Not a WordPerfect document: " + std::string(name));
+    logFailure(FailureKind::Damaged, "Not a WordPerfect document: " + std::string(name));
     return std::nullopt;
   }
   if (format == WordPerfectFormat::WP42) return readWP42(bytes, name, false);
   std::uint32_t start = le32(bytes, 4);
   if (start < kPrefixSize || start > bytes.size()) {
-    logLine("WordPerfect prefix area is truncated: " + std::string(name));
+    logFailure(FailureKind::Damaged, "WordPerfect prefix area is truncated: " + std::string(name));
     return std::nullopt;
   }
   if (le16(bytes, 12) != 0) {
-    logLine("WordPerfect document is encrypted: " + std::string(name));
+    logFailure(FailureKind::Encrypted, "WordPerfect document is encrypted: " + std::string(name));
     return std::nullopt;
   }
   Bytes doc = bytes.subspan(start);

@@ -108,19 +108,29 @@ TEST_F(EPUBCommandTest, Commands) {
        R"({"path":"net-loft-epub2.epub","cover":"OPS/CoverDesign.png","MIMEType":"image/png",)"
        R"("size":407,"file":"cover.png"})"
        "\n"},
-      {{"cover", "net-loft-epub2.epub"}, 2, "", "cover needs -o FILE"},
+      {{"cover", "net-loft-epub2.epub"}, 2, "", "--output is required"},
       {{"cover", "-o", "none.png", "field-notes-epub2.epub"}, 1, "", "no cover"},
       // A book whose package document is missing shows nothing and says why.
       {{"toc", "damaged-missing-opf.epub"}, 0, "", "no OEBPS/content.opf"},
-      {{}, 2, "", "no command given"},
+      {{}, 2, "", "expects a command (info, toc, text, html, rtf, first-page, cover, files)"},
       {{"pages", "net-loft-epub2.epub"}, 2, "", "unknown command \"pages\""},
-      {{"toc"}, 2, "", "give one book"},
-      {{"toc", "net-loft-epub2.epub", "field-notes-epub2.epub"}, 2, "", "give one book"},
+      {{"toc"}, 2, "", "BOOK is required"},
+      {{"toc", "net-loft-epub2.epub", "field-notes-epub2.epub"}, 2, "", "not expected: "},
       {{"toc", "missing.epub"}, 1, "", "no such file: missing.epub"},
       {{"toc", "notes.txt"}, 1, "", "not an EPUB book: notes.txt"},
-      {{"cover", "-o"}, 2, "", "-o needs a file"},
+      {{"cover", "-o"}, 2, "", "--output: 1 required FILE missing"},
+      // --json belongs to toc alone.
+      {{"info", "--json", "net-loft-epub2.epub"}, 2, "", "not expected: --json"},
+      // -o takes the answer of every command that prints one; nothing is written without one.
+      {{"text", "-o", "harbour.txt", "harbour-lights-epub3.epub"}, 0, "", nullptr},
+      {{"toc", "--json", "--output=toc.json", "harbour-lights-epub3.epub"}, 0, "", nullptr},
+      {{"text", "-o", "locked.txt", "drm-adobe.epub"}, 1, "", "the book is encrypted"},
   };
   for (const Row& row : rows) check(row);
+  EXPECT_TRUE(testing::readFile(folder_.path() / "harbour.txt").starts_with("Harbour Lights\n\n"));
+  EXPECT_TRUE(testing::readFile(folder_.path() / "toc.json")
+                  .starts_with(R"({"path":"harbour-lights-epub3.epub","toc":[)"));
+  EXPECT_FALSE(fs::exists(folder_.path() / "locked.txt"));
   std::string cover = testing::readFile(folder_.path() / "cover.png");
   EXPECT_EQ(cover.size(), 407u);
   EXPECT_TRUE(cover.starts_with("\x89PNG\r\n\x1A\n"));
@@ -167,15 +177,15 @@ TEST_F(EPUBCommandTest, CorpusCommands) {
        R"({"path":"tika-testEPUB.epub","cover":"OPS/CoverDesign.jpg","MIMEType":"image/jpeg",)"
        R"("size":40437,"file":"cover.jpg"})"
        "\n"},
-      {{"cover", "tika-testEPUB.epub"}, 2, "", "cover needs -o FILE"},
+      {{"cover", "tika-testEPUB.epub"}, 2, "", "--output is required"},
       {{"cover", "-o", "none.jpg", "made-report-pandoc-epub2.epub"}, 1, "", "no cover"},
-      {{}, 2, "", "no command given"},
+      {{}, 2, "", "expects a command (info, toc, text, html, rtf, first-page, cover, files)"},
       {{"pages", "tika-testEPUB.epub"}, 2, "", "unknown command \"pages\""},
-      {{"toc"}, 2, "", "give one book"},
-      {{"toc", "tika-testEPUB.epub", "made-report-pandoc-epub2.epub"}, 2, "", "give one book"},
+      {{"toc"}, 2, "", "BOOK is required"},
+      {{"toc", "tika-testEPUB.epub", "made-report-pandoc-epub2.epub"}, 2, "", "not expected: "},
       {{"toc", "missing.epub"}, 1, "", "no such file: missing.epub"},
       {{"toc", "notes.txt"}, 1, "", "not an EPUB book: notes.txt"},
-      {{"cover", "-o"}, 2, "", "-o needs a file"},
+      {{"cover", "-o"}, 2, "", "--output: 1 required FILE missing"},
   };
   for (const Row& row : rows) check(row);
   EXPECT_EQ(fs::file_size(folder_.path() / "cover.jpg"), 40437u);
@@ -186,9 +196,12 @@ TEST_F(EPUBCommandTest, UsageNamesTheCommand) {
   testing::ProgramOutput output =
       testing::runProgram({testing::builtProgram("ulvekbot"), "--help"}, folder_.path());
   EXPECT_EQ(output.status, 0);
-  EXPECT_NE(output.out.find("  epub info|toc|text|html|rtf|first-page|cover|files"),
-            std::string::npos)
-      << output.out;
+  EXPECT_NE(output.out.find("\n  epub "), std::string::npos) << output.out;
+  output =
+      testing::runProgram({testing::builtProgram("ulvekbot"), "epub", "--help"}, folder_.path());
+  EXPECT_EQ(output.status, 0);
+  for (const char* command : {"info", "toc", "text", "html", "rtf", "first-page", "cover", "files"})
+    EXPECT_NE(output.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
 }
 
 }  // namespace

@@ -1,0 +1,92 @@
+// The PDF importer through the SDK: pages shared out to threads give the text one thread gives,
+// and a host's time limit ends the reading with the pages read so far.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "bundle_harness.h"
+#include "test_support.h"
+
+namespace ulvek {
+namespace {
+
+// A document of `pages` pages, each with one line of its own, as a PDF writer would make it.
+std::string pdfWithPages(int pages) {
+  std::string out = "%PDF-1.4\n";
+  std::vector<std::size_t> offsets;
+  auto add = [&](const std::string& body) {
+    offsets.push_back(out.size());
+    out += std::to_string(offsets.size()) + " 0 obj\n" + body + "\nendobj\n";
+  };
+  std::string kids;
+  for (int i = 0; i < pages; ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
+  add("<< /Type /Catalog /Pages 2 0 R >>");
+  add("<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>");
+  add("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
+  for (int i = 0; i < pages; ++i) {
+    std::string stream =
+        "BT /F1 12 Tf 72 720 Td (Ledger page " + std::to_string(i + 1) + " of tides) Tj ET";
+    add("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 0 R "
+        ">> >> /Contents " +
+        std::to_string(5 + 2 * i) + " 0 R >>");
+    add("<< /Length " + std::to_string(stream.size()) + " >>\nstream\n" + stream + "\nendstream");
+  }
+  std::size_t xref = out.size();
+  out += "xref\n0 " + std::to_string(offsets.size() + 1) + "\n0000000000 65535 f \n";
+  for (std::size_t offset : offsets) {
+    char line[32];
+    std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
+    out += line;
+  }
+  out += "trailer\n<< /Size " + std::to_string(offsets.size() + 1) +
+         " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+  return out;
+}
+
+std::string expectedText(int pages) {
+  std::string text;
+  for (int i = 0; i < pages; ++i) text += "Ledger page " + std::to_string(i + 1) + " of tides\n";
+  return text;
+}
+
+TEST(PDFImporter, PagesOnManyThreadsGiveTheTextOfOne) {
+  testing::TemporaryFolder folder;
+  const std::string path = folder.write("ledger.pdf", pdfWithPages(300));
+  testing::Bundle pdf("PDF", "UlvekPDFImporterFactory");
+  for (const char* threads : {"1", "2", "3", "7"}) {
+    ::setenv("ULVEKBOT_PDF_THREADS", threads, 1);
+    testing::BundleAttributes values = pdf.import(path);
+    EXPECT_EQ(testing::stringOf(values, "kMDItemTextContent"), expectedText(300)) << threads;
+    EXPECT_EQ(testing::numberOf(values, "kMDItemNumberOfPages"), 300) << threads;
+  }
+  ::unsetenv("ULVEKBOT_PDF_THREADS");
+}
+
+TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
+  testing::TemporaryFolder folder;
+  const std::string path = folder.write("long.pdf", pdfWithPages(4000));
+  testing::Bundle pdf("PDF", "UlvekPDFImporterFactory");
+  struct Row {
+    double secondsLeft;
+    bool complete;
+  };
+  for (const Row& row : {Row{-1, true}, Row{60, true}, Row{0.06, false}, Row{0, false}}) {
+    pdf.setSecondsLeft(row.secondsLeft);
+    std::string log;
+    testing::BundleAttributes values = pdf.import(path, "com.adobe.pdf", &log);
+    std::string text = testing::stringOf(values, "kMDItemTextContent");
+    if (text == "(none)") text.clear();
+    // Whatever was read is whole pages, in order, and the document's attributes stay.
+    EXPECT_EQ(expectedText(4000).compare(0, text.size(), text), 0) << row.secondsLeft;
+    EXPECT_EQ(testing::numberOf(values, "kMDItemNumberOfPages"), 4000) << row.secondsLeft;
+    EXPECT_EQ(text == expectedText(4000), row.complete) << row.secondsLeft;
+    EXPECT_EQ(log.find("time limit reached after") != std::string::npos, !row.complete)
+        << row.secondsLeft << ": " << log;
+  }
+}
+
+}  // namespace
+}  // namespace ulvek
