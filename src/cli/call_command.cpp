@@ -1,4 +1,8 @@
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +14,7 @@
 
 #include "cli/command.h"
 #include "client/connection_errors.h"
+#include "client/helper_task.h"
 #include "client/thread_connections.h"
 #include "protocol/dbus_interface.h"
 #include "service/json.h"
@@ -29,7 +34,7 @@ std::string describe(const Error& error) {
       {SD_BUS_ERROR_NOT_SUPPORTED, "not supported by the service"},
       {SD_BUS_ERROR_SERVICE_UNKNOWN, "the service is not running"},
       {SD_BUS_ERROR_NAME_HAS_NO_OWNER, "the service is not running"},
-      {SD_BUS_ERROR_NO_REPLY, "the service did not answer"},
+      {SD_BUS_ERROR_NO_REPLY, "the service ended before it answered"},
       {SD_BUS_ERROR_TIMEOUT, "the service did not answer in time"},
   };
   for (const Known& known : kKnown) {
@@ -45,6 +50,15 @@ std::string absolutePath(const std::string& path) {
   std::error_code ignored;
   std::filesystem::path absolute = std::filesystem::absolute(path, ignored);
   return absolute.empty() ? path : absolute.string();
+}
+
+// The daemon to start where none runs and the bus cannot start one: $ULVEKBOT_HELPER, else the
+// ulvekbotd64 beside this program.
+std::string daemonPath() {
+  if (const char* path = std::getenv("ULVEKBOT_HELPER"); path && *path) return path;
+  std::error_code error;
+  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  return (error ? std::filesystem::path() : self.parent_path()).append("ulvekbotd64").string();
 }
 
 using PathCall = Result<ImportResult> (HelperProxy::*)(const std::string&);
@@ -72,6 +86,14 @@ int runPaths(HelperProxy& client, const Operation& operation, const std::vector<
   }
   int status = kExitSuccess;
   for (const std::string& path : paths) {
+    // The service answers a smaller result for a missing item; here, as for the in-process
+    // commands, a typo is an error. A dangling link is an item of its own and goes through.
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+      printError(io, kName, std::string(operation.name) + " " + path + ": " + std::strerror(errno));
+      status = kExitFailure;
+      continue;
+    }
     std::string absolute = absolutePath(path);
     std::optional<Error> error;
     if (operation.call) {
@@ -134,21 +156,29 @@ int run(const std::vector<std::string>& arguments, CommandIO& io) {
     return kExitUsage;
   }
 
-  std::optional<HelperProxy> client = thread_connections::rootProxyForConnectionWithRegisteredName(
-      "ulvekbotd64", kCallTimeoutSeconds, dbus::kInterfaceName);
+  sd_bus* bus = nullptr;
+  int r = sd_bus_open_user(&bus);
+  sd_bus_unref(bus);
+  if (r < 0) {
+    printError(io, kName,
+               std::string("Cannot connect to the session bus (DBUS_SESSION_BUS_ADDRESS): ") +
+                   std::strerror(-r));
+    return kExitFailure;
+  }
+  // The running service; else the one the bus starts from its service file; else the daemon
+  // started here for this call and stopped after it (the task's end stops what it started).
+  std::unique_ptr<HelperTask> task =
+      HelperTask::initWithPath(daemonPath(), "ulvekbotd64", dbus::kInterfaceName,
+                               kCallTimeoutSeconds, kQualityOfServiceDefault);
+  task->setUsesActivation(true);
+  // Nothing is started only to be told to end.
+  std::optional<HelperProxy> client =
+      operation == "terminate" ? task->launchedProxy() : task->proxy();
   if (!client) {
-    sd_bus* bus = nullptr;
-    int r = sd_bus_open_user(&bus);
-    sd_bus_unref(bus);
-    if (r < 0) {
-      printError(io, kName,
-                 std::string("Cannot connect to the session bus (DBUS_SESSION_BUS_ADDRESS): ") +
-                     std::strerror(-r));
-      return kExitFailure;
-    }
     printError(io, kName,
                std::string("the service is not running (no process owns ") + dbus::kServiceName +
-                   " on the session bus)");
+                   " on the session bus" +
+                   (operation == "terminate" ? ")" : ", and it could not be started)"));
     return kExitFailure;
   }
   if (pathOperation) return runPaths(*client, *pathOperation, rest, io);

@@ -2,7 +2,9 @@
 
 #include <systemd/sd-bus.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 
@@ -79,16 +81,58 @@ Result<Message> newCall(Connection& connection, const std::string& protocol,
   return Message(call);
 }
 
+bool isMissingReply(const Error& error) {
+  return error.domain == SD_BUS_ERROR_NO_REPLY || error.domain == SD_BUS_ERROR_TIMEOUT ||
+         error.domain == "org.freedesktop.DBus.Error.TimedOut";
+}
+
+// The bus answers NoReply both for a helper that left the bus during the call and, where it has
+// a reply time-out of its own, for a slow one; sd-bus answers a time-out of its own. A helper
+// that left has no answer coming before the deadline and no longer owns the name: that is
+// NoReply, everything else a Timeout.
+void blameMissingReply(Connection& connection, Error& error,
+                       std::chrono::steady_clock::duration elapsed) {
+  if (!isMissingReply(error)) return;
+  std::string owner = connection.knownOwner();
+  std::optional<std::string> now = connection.nameOwner();
+  auto deadline = std::chrono::duration<double>(connection.requestTimeout() * 0.9);
+  if (elapsed < deadline && (!now || *now != owner)) {
+    error.domain = SD_BUS_ERROR_NO_REPLY;
+    error.code = ECONNRESET;
+    error.localizedDescription = "The helper ended during the call (" +
+                                 (error.localizedDescription.empty() ? std::string("no reply")
+                                                                     : error.localizedDescription) +
+                                 ")";
+  } else {
+    error.domain = SD_BUS_ERROR_TIMEOUT;
+    error.code = ETIMEDOUT;
+  }
+}
+
 Result<Message> send(Connection& connection, Message call) {
   sd_bus_error busError = SD_BUS_ERROR_NULL;
   sd_bus_message* reply = nullptr;
+  auto start = std::chrono::steady_clock::now();
   int r = sd_bus_call(connection.bus(), call.get(), 0, &busError, &reply);
   if (r < 0) {
     Error error = errorFrom(busError, r);
     sd_bus_error_free(&busError);
+    blameMissingReply(connection, error, std::chrono::steady_clock::now() - start);
     return error;
   }
   return Message(reply);
+}
+
+// The helper that was called is not there (any more): a fresh one may answer.
+bool helperIsGone(const Error& error) {
+  return error.domain == SD_BUS_ERROR_NO_REPLY || error.domain == SD_BUS_ERROR_SERVICE_UNKNOWN ||
+         error.domain == SD_BUS_ERROR_NAME_HAS_NO_OWNER;
+}
+
+const Error& errorOf(const Status& status) { return status.error(); }
+template <typename T>
+const Error& errorOf(const Result<T>& result) {
+  return result.error();
 }
 
 Result<Message> newPathCall(Connection& connection, const std::string& protocol,
@@ -145,8 +189,34 @@ std::string objectPathForBusName(std::string_view busName) {
   return path;
 }
 
-Connection::Connection(sd_bus* bus, std::string busName)
-    : bus_(bus), busName_(std::move(busName)), objectPath_(objectPathForBusName(busName_)) {}
+Status activateRegisteredName(std::string_view registeredName, double timeout) {
+  sd_bus* opened = nullptr;
+  if (int r = sd_bus_open_user(&opened); r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
+  Bus bus(opened);
+  if (timeout > 0) {
+    sd_bus_set_method_call_timeout(
+        bus.get(), static_cast<uint64_t>(std::llround(std::min(timeout, 1e6) * 1e6)));
+  }
+  std::string busName = busNameForRegisteredName(registeredName);
+  sd_bus_error busError = SD_BUS_ERROR_NULL;
+  sd_bus_message* reply = nullptr;
+  int r = sd_bus_call_method(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                             "org.freedesktop.DBus", "StartServiceByName", &busError, &reply, "su",
+                             busName.c_str(), 0u);
+  Message owned(reply);
+  if (r < 0) {
+    Error error = errorFrom(busError, r);
+    sd_bus_error_free(&busError);
+    return error;
+  }
+  return {};
+}
+
+Connection::Connection(sd_bus* bus, std::string busName, std::string owner)
+    : bus_(bus),
+      busName_(std::move(busName)),
+      objectPath_(objectPathForBusName(busName_)),
+      owner_(std::move(owner)) {}
 
 Connection::~Connection() { sd_bus_flush_close_unref(bus_); }
 
@@ -160,8 +230,10 @@ std::shared_ptr<Connection> Connection::lookUp(std::string_view registeredName) 
     spare.reset(bus);
   }
   std::string busName = busNameForRegisteredName(registeredName);
-  if (!ownerOf(spare.get(), busName)) return nullptr;
-  return std::shared_ptr<Connection>(new Connection(spare.release(), std::move(busName)));
+  std::optional<std::string> owner = ownerOf(spare.get(), busName);
+  if (!owner) return nullptr;
+  return std::shared_ptr<Connection>(
+      new Connection(spare.release(), std::move(busName), std::move(*owner)));
 }
 
 bool Connection::isValid() { return sd_bus_is_open(bus_) > 0 && nameOwner().has_value(); }
@@ -177,21 +249,42 @@ void Connection::setReplyTimeout(double seconds) { setRequestTimeout(seconds); }
 
 HelperProxy Connection::rootProxy() { return HelperProxy(shared_from_this()); }
 
-std::optional<std::string> Connection::nameOwner() { return ownerOf(bus_, busName_); }
+std::optional<std::string> Connection::nameOwner() {
+  std::optional<std::string> owner = ownerOf(bus_, busName_);
+  if (owner) owner_ = *owner;
+  return owner;
+}
 
 HelperProxy::HelperProxy(std::shared_ptr<Connection> connection, std::string protocol)
     : connection_(std::move(connection)), protocol_(std::move(protocol)) {}
 
+template <typename Answer>
+Answer HelperProxy::retried(const std::function<Answer(HelperProxy&)>& attempt) {
+  Answer answer = attempt(*this);
+  if (answer.ok() || !helperIsGone(errorOf(answer))) return answer;
+  std::shared_ptr<Relauncher> relauncher = relauncher_.lock();
+  if (!relauncher || !*relauncher) return answer;
+  std::optional<HelperProxy> fresh = (*relauncher)();
+  if (!fresh) return answer;
+  // Later calls of this proxy go to the fresh helper too.
+  connection_ = fresh->connection_;
+  return attempt(*this);
+}
+
 Status HelperProxy::call(std::string_view method) {
-  Result<Message> call = newCall(*connection_, protocol_, method);
-  if (!call) return call.error();
-  return send(*connection_, std::move(*call)).status();
+  return retried<Status>([&](HelperProxy& proxy) -> Status {
+    Result<Message> call = newCall(*proxy.connection_, proxy.protocol_, method);
+    if (!call) return call.error();
+    return send(*proxy.connection_, std::move(*call)).status();
+  });
 }
 
 Status HelperProxy::ping() { return call("Ping"); }
 
 Status HelperProxy::terminate() {
-  Status status = call("Terminate");
+  Result<Message> call = newCall(*connection_, protocol_, "Terminate");
+  if (!call) return call.error();
+  Status status = send(*connection_, std::move(*call)).status();
   if (status) {
     return localError(SD_BUS_ERROR_FAILED, EPROTO, "The helper answered Terminate");
   }
@@ -201,48 +294,60 @@ Status HelperProxy::terminate() {
 }
 
 Result<ImportResult> HelperProxy::openFile(const std::string& path) {
-  Result<Message> call = newPathCall(*connection_, protocol_, "OpenFile", path);
-  if (!call) return call.error();
-  return readResultReply(send(*connection_, std::move(*call)));
+  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenFile", path);
+    if (!call) return call.error();
+    return readResultReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<ImportResult> HelperProxy::openDirectory(const std::string& path) {
-  Result<Message> call = newPathCall(*connection_, protocol_, "OpenDirectory", path);
-  if (!call) return call.error();
-  return readResultReply(send(*connection_, std::move(*call)));
+  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenDirectory", path);
+    if (!call) return call.error();
+    return readResultReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<ImportResult> HelperProxy::openAttributes(const std::string& path) {
-  Result<Message> call = newPathCall(*connection_, protocol_, "OpenAttributes", path);
-  if (!call) return call.error();
-  return readResultReply(send(*connection_, std::move(*call)));
+  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenAttributes", path);
+    if (!call) return call.error();
+    return readResultReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<bool> HelperProxy::supportsFile(const std::string& path) {
-  Result<Message> call = newPathCall(*connection_, protocol_, "SupportsFile", path);
-  if (!call) return call.error();
-  return readBooleanReply(send(*connection_, std::move(*call)));
+  return retried<Result<bool>>([&](HelperProxy& proxy) -> Result<bool> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "SupportsFile", path);
+    if (!call) return call.error();
+    return readBooleanReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<bool> HelperProxy::isPlainFile(const std::string& path) {
-  Result<Message> call = newPathCall(*connection_, protocol_, "IsPlainFile", path);
-  if (!call) return call.error();
-  return readBooleanReply(send(*connection_, std::move(*call)));
+  return retried<Result<bool>>([&](HelperProxy& proxy) -> Result<bool> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "IsPlainFile", path);
+    if (!call) return call.error();
+    return readBooleanReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<ImportResult> HelperProxy::openData(const std::optional<Data>& data,
                                            const std::optional<TextString>& url,
                                            const std::optional<TextString>& mimeType) {
-  Result<Message> call = newCall(*connection_, protocol_, "OpenData");
-  if (!call) return call.error();
   static const Data kNoData;
   const Data& bytes = data ? *data : kNoData;
   std::string urlText = url ? dbus::wireString(TextView(*url)) : std::string();
   std::string mimeText = mimeType ? dbus::wireString(TextView(*mimeType)) : std::string();
-  int r = sd_bus_message_append_array(call->get(), 'y', bytes.data(), bytes.size());
-  if (r >= 0) r = sd_bus_message_append(call->get(), "ss", urlText.c_str(), mimeText.c_str());
-  if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
-  return readResultReply(send(*connection_, std::move(*call)));
+  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
+    Result<Message> call = newCall(*proxy.connection_, proxy.protocol_, "OpenData");
+    if (!call) return call.error();
+    int r = sd_bus_message_append_array(call->get(), 'y', bytes.data(), bytes.size());
+    if (r >= 0) r = sd_bus_message_append(call->get(), "ss", urlText.c_str(), mimeText.c_str());
+    if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
+    return readResultReply(send(*proxy.connection_, std::move(*call)));
+  });
 }
 
 Result<std::string> HelperProxy::introspect() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +21,11 @@ std::string busNameForRegisteredName(std::string_view name);
 std::string objectPathForBusName(std::string_view busName);
 
 class HelperProxy;
+
+// Asks the session bus to start the helper from its service file (D-Bus activation) and waits
+// until it owns its name, or for at most `timeout` seconds. Succeeds at once for a running
+// helper; fails with ServiceUnknown where no service file names it.
+Status activateRegisteredName(std::string_view registeredName, double timeout);
 
 // One connection to the session bus, made for the helper that owned a registered name when it was
 // looked up. Like every sd-bus connection it belongs to one thread at a time.
@@ -44,24 +50,36 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::string& objectPath() const { return objectPath_; }
   // The unique name of the process that owns the bus name now, or nothing.
   std::optional<std::string> nameOwner();
+  // The owner last seen (by the lookup or nameOwner()): the process calls are meant for.
+  const std::string& knownOwner() const { return owner_; }
   sd_bus* bus() { return bus_; }
 
  private:
-  Connection(sd_bus* bus, std::string busName);
+  Connection(sd_bus* bus, std::string busName, std::string owner);
 
   sd_bus* bus_;
   std::string busName_;
   std::string objectPath_;
+  std::string owner_;
   double timeoutSeconds_ = 25;  // sd-bus's own default
 };
 
 // The helper's root object: the service's eight operations, each a call on the connection it was
 // made from. A failed call answers the D-Bus error as an `Error` whose domain is the error name
 // ("org.freedesktop.DBus.Error.ServiceUnknown", ".NoReply", ".Timeout", ...), whose code is the
-// matching errno value and whose description is the error's message.
+// matching errno value and whose description is the error's message. A call left without an
+// answer is told apart by who is to blame: ".NoReply" when the helper left the bus during it
+// (it died, or ended on its way out), ".Timeout" when it was still there at the deadline.
 class HelperProxy {
  public:
+  // Hands out a proxy of a freshly started helper (HelperTask gives its proxies one).
+  using Relauncher = std::function<std::optional<HelperProxy>()>;
+
   explicit HelperProxy(std::shared_ptr<Connection> connection, std::string protocol = {});
+  // A call that finds the helper gone (it left during the call, or the name has no owner any
+  // more) is made once more, on the proxy the relauncher answers, while the relauncher lives.
+  // Terminate never is.
+  void setRelauncher(std::weak_ptr<Relauncher> relauncher) { relauncher_ = std::move(relauncher); }
 
   // The interface the calls name; empty calls the methods without naming one.
   void setProtocolForProxy(std::string_view protocol) { protocol_ = protocol; }
@@ -92,8 +110,12 @@ class HelperProxy {
   Result<std::string> introspect();
 
  private:
+  template <typename Answer>
+  Answer retried(const std::function<Answer(HelperProxy&)>& attempt);
+
   std::shared_ptr<Connection> connection_;
   std::string protocol_;
+  std::weak_ptr<Relauncher> relauncher_;
 };
 
 }  // namespace ulvek

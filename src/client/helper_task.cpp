@@ -1,6 +1,7 @@
 #include "client/helper_task.h"
 
 #include <signal.h>
+#include <systemd/sd-bus.h>
 
 #include <chrono>
 #include <filesystem>
@@ -36,10 +37,21 @@ std::unique_ptr<HelperTask> HelperTask::initWithPath(const std::string& path,
   task->protocol_ = protocol;
   task->timeout_ = timeout;
   task->qualityOfService_ = qualityOfService;
+  task->relauncher_ = std::make_shared<HelperProxy::Relauncher>(
+      [self = task.get()]() -> std::optional<HelperProxy> {
+        self->invalidate();
+        return self->proxy();
+      });
   return task;
 }
 
+HelperProxy HelperTask::handedOut(HelperProxy proxy) const {
+  proxy.setRelauncher(relauncher_);
+  return proxy;
+}
+
 HelperTask::~HelperTask() {
+  relauncher_.reset();
   try {
     terminate();
   } catch (...) {
@@ -59,7 +71,7 @@ std::optional<HelperProxy> HelperTask::launchUsingTimeout(double timeout) {
     if (launched && task_->isRunning()) {
       if (auto proxy = thread_connections::waitForRootProxyForConnectionWithRegisteredName(
               proxyName_, timeout, protocol_)) {
-        return proxy;
+        return handedOut(std::move(*proxy));
       }
       ++failedAttempts_;
       logLine("Connection to " + fileName(path_) +
@@ -79,8 +91,10 @@ std::optional<HelperProxy> HelperTask::launchUsingTimeout(double timeout) {
 
 std::optional<HelperProxy> HelperTask::launchedProxyUsingTimeout(double timeout) {
   try {
-    return thread_connections::rootProxyForConnectionWithRegisteredName(proxyName_, timeout,
-                                                                        protocol_);
+    auto proxy = thread_connections::rootProxyForConnectionWithRegisteredName(proxyName_, timeout,
+                                                                              protocol_);
+    if (!proxy) return std::nullopt;
+    return handedOut(std::move(*proxy));
   } catch (const std::exception& exception) {
     logException("launchedProxyUsingTimeout", kClassName, exception);
     return std::nullopt;
@@ -89,6 +103,16 @@ std::optional<HelperProxy> HelperTask::launchedProxyUsingTimeout(double timeout)
 
 std::optional<HelperProxy> HelperTask::proxyUsingTimeout(double timeout) {
   if (auto proxy = launchedProxyUsingTimeout(timeout)) return proxy;
+  if (usesActivation_) {
+    Status activated = activateRegisteredName(proxyName_, timeout);
+    if (activated) {
+      if (auto proxy = launchedProxyUsingTimeout(timeout)) return proxy;
+    } else if (activated.error().domain != SD_BUS_ERROR_SERVICE_UNKNOWN) {
+      // No service file is the usual case; anything else is worth a line.
+      logLine("Activation of " + busNameForRegisteredName(proxyName_) +
+              " failed: " + activated.error().localizedDescription);
+    }
+  }
   return launchUsingTimeout(timeout);
 }
 

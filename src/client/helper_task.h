@@ -32,7 +32,9 @@ class HelperTask {
   // The running helper's proxy, without starting one.
   std::optional<HelperProxy> launchedProxyUsingTimeout(double timeout);
   std::optional<HelperProxy> launchedProxy() { return launchedProxyUsingTimeout(timeout_); }
-  // The running helper's proxy, or else a launch.
+  // The running helper's proxy, or else (when allowed) one the bus starts from its service file,
+  // or else a launch. The proxies a task hands out make a call that finds the helper gone once
+  // more on the proxy this answers.
   std::optional<HelperProxy> proxyUsingTimeout(double timeout);
   std::optional<HelperProxy> proxy() { return proxyUsingTimeout(timeout_); }
 
@@ -47,6 +49,11 @@ class HelperTask {
   // Forgets the helper process, without signalling it, and the cached connections.
   void invalidate();
 
+  // Whether proxy() first asks the bus to start the helper by its name (D-Bus activation),
+  // before it launches the executable; off by default, since the bus may start another
+  // installation than the path names. A helper the bus started is not stopped by the task.
+  void setUsesActivation(bool uses) { usesActivation_ = uses; }
+
   double timeout() const { return timeout_; }
   void setTimeout(double timeout) { timeout_ = timeout; }
   unsigned failedAttempts() const { return failedAttempts_; }
@@ -56,6 +63,7 @@ class HelperTask {
  private:
   HelperTask() = default;
   void stop(int signalNumber);
+  HelperProxy handedOut(HelperProxy proxy) const;
 
   std::unique_ptr<ChildProcess> task_;
   std::string proxyName_;
@@ -64,6 +72,9 @@ class HelperTask {
   std::string protocol_;
   unsigned failedAttempts_ = 0;
   int qualityOfService_ = kQualityOfServiceDefault;
+  bool usesActivation_ = false;
+  // Proxies hold it weakly: one that outlives the task retries nothing.
+  std::shared_ptr<HelperProxy::Relauncher> relauncher_;
 };
 
 }  // namespace ulvek

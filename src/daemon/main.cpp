@@ -1,18 +1,70 @@
 // ulvekbotd64: the import service on the session bus.
+#include <getopt.h>
+
+#include <cstdio>
 #include <string>
 
 #include "base/log.h"
 #include "import/mime_type_helper.h"
 #include "service/dbus_service.h"
 
-int main() {
-  ulvek::MIMETypeHelper helper;
-  ulvek::DBusService service(helper);
-  if (ulvek::Status started = service.start(); !started) {
-    ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
-    return 1;
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: ulvekbotd64 [--help] [--version]\n"
+    "Serves ulvekbot's document import as com.ulvek_technologies.ulvekbotd64 on the D-Bus\n"
+    "session bus, until it is asked to Terminate or gets SIGTERM or SIGINT.\n"
+    "\n"
+    "  -h, --help     show this help and exit\n"
+    "  -V, --version  show the version and exit\n";
+
+// Exits for --help, --version and bad arguments; answers -1 when the service should run.
+int parseArguments(int argc, char** argv) {
+  const option options[] = {
+      {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
+      {nullptr, 0, nullptr, 0},
+  };
+  int choice;
+  while ((choice = getopt_long(argc, argv, "hV", options, nullptr)) != -1) {
+    switch (choice) {
+      case 'h':
+        std::fputs(kUsage, stdout);
+        return 0;
+      case 'V':
+        std::printf("ulvekbotd64 %s\n", ULVEK_VERSION);
+        return 0;
+      default:
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
   }
-  // Returns only when the bus goes away; Terminate exits from inside the request.
-  service.run();
-  return 1;
+  if (optind < argc) {
+    std::fprintf(stderr, "ulvekbotd64: unexpected argument '%s'\n%s", argv[optind], kUsage);
+    return 2;
+  }
+  return -1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (int status = parseArguments(argc, argv); status >= 0) return status;
+  // Before any thread starts, so that every thread leaves the two signals to the loop.
+  ulvek::blockTerminatingSignals();
+  // The own temporary folder comes first: making it sweeps what ended processes left behind.
+  if (ulvek::Status prepared = ulvek::MIMETypeHelper::prepareTemporaryItems(); !prepared)
+    ulvek::logLine("No temporary folder: " + prepared.error().localizedDescription);
+  int status = 1;
+  {
+    ulvek::MIMETypeHelper helper;
+    ulvek::DBusService service(helper);
+    if (ulvek::Status started = service.start(); !started) {
+      ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
+      return 1;
+    }
+    status = service.run();
+  }
+  ulvek::MIMETypeHelper::removeTemporaryItems();
+  return status;
 }

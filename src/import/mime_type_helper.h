@@ -5,6 +5,7 @@
 
 #include "base/failure.h"
 #include "base/property_value.h"
+#include "base/status.h"
 #include "import/reader_set.h"
 #include "protocol/import_result.h"
 #include "text/html_meta.h"
@@ -41,6 +42,11 @@ class MIMETypeHelper {
   ImportResult openFile(const std::string& path, std::optional<std::string>& contentType);
   // openFile, also answering why the file could not be read, where it could not.
   ImportResult openFile(const std::string& path, ImportDetails& details);
+
+  // The process's own temporary folder, made at a service's start (which sweeps what ended
+  // processes left behind) and removed at its orderly end.
+  static Status prepareTemporaryItems();
+  static void removeTemporaryItems();
 
   // Internal: the comment of an item from its stored attributes, else from the metadata index.
   std::optional<TextString> getFinderCommentAtPath(const std::string& path,

@@ -72,7 +72,16 @@ Status WorkerProcess::start() {
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setpgroup(&attributes, 0);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  // The daemon blocks SIGTERM and SIGINT to read them in its loop; the worker must not inherit
+  // that, nor a SIGPIPE ignored for the moment.
+  sigset_t none, terminating;
+  sigemptyset(&none);
+  sigemptyset(&terminating);
+  for (int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) sigaddset(&terminating, number);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &terminating);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t pid = 0;
   int spawned = ::posix_spawn(&pid, program.c_str(), &actions, &attributes, arguments, envp.data());
   posix_spawnattr_destroy(&attributes);

@@ -1,16 +1,43 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
 #include <string>
 
 #include "base/status.h"
 
 namespace ulvek {
 
-// The service's own temporary folder, $XDG_CACHE_HOME/TemporaryItems/ulvekbot (default
-// ~/.cache/...), created on demand. Unpacked archives live below it, and nowhere else.
+// The folder every ulvekbot process keeps its temporary items in:
+// $XDG_CACHE_HOME/TemporaryItems/ulvekbot (default ~/.cache/...). Not created here.
+std::string temporaryItemsRoot();
+
+// This process's own folder below the root, named by its pid and start time (PID-STARTTIME),
+// created on demand; unpacked archives live below it, and nowhere else. When a process first
+// makes it, folders of processes that have ended are swept, and the folder is removed at exit
+// and when SIGTERM, SIGINT, SIGHUP or SIGPIPE would end the process.
 Result<std::string> temporaryItemsFolder();
 
-// A fresh folder below the temporary folder, removed with everything in it when the object goes
+// A process's start in clock ticks after boot (field 22 of /proc/PID/stat); nothing when the
+// process is gone or hidden.
+std::optional<unsigned long long> processStartTime(pid_t pid);
+// "PID-STARTTIME", the name of a process's folder below the root.
+std::string processFolderName(pid_t pid, unsigned long long startTime);
+
+// Removes the folders below the root whose process has ended (or whose pid a later process
+// took), never a live process's; answers how many went.
+std::size_t sweepAbandonedTemporaryItems();
+
+// Removes this process's folder and what it adopted, now (an orderly end).
+void removeProcessTemporaryItems();
+
+// Takes a folder this process was handed (the importer worker's TMPDIR) as its own, to be
+// removed on the signals above and at exit. Only folders below the root are taken.
+bool adoptTemporaryFolder(const std::string& path);
+
+// A fresh folder below the process's folder, removed with everything in it when the object goes
 // away, also on failure paths.
 class TemporaryDirectory {
  public:

@@ -1,5 +1,7 @@
 #include "service/dbus_service.h"
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -116,9 +118,16 @@ int onAskPath(std::string_view selector, sd_bus_message* call, void* userdata,
   });
 }
 
-int onTerminate(sd_bus_message*, void*, sd_bus_error*) {
-  // Two-way call that never answers: the caller sees the connection go away.
-  std::exit(0);
+int onTerminate(sd_bus_message* call, void*, sd_bus_error*) {
+  // A two-way call that never answers: the caller sees the service leave the bus. The loop ends
+  // after this request, as on SIGTERM.
+  sd_event_exit(sd_bus_get_event(sd_bus_message_get_bus(call)), 0);
+  return 1;
+}
+
+// As quiet as Terminate: a client stopping the helper it started is no news.
+int onTerminatingSignal(sd_event_source* source, const signalfd_siginfo*, void*) {
+  return sd_event_exit(sd_event_source_get_event(source), 0);
 }
 
 int onPing(sd_bus_message* call, void*, sd_bus_error*) {
@@ -228,16 +237,39 @@ Status DBusService::start() {
   return {};
 }
 
-void DBusService::run() {
-  for (;;) {
-    int r = sd_bus_process(bus_, nullptr);
-    if (r > 0) continue;
-    if (r == 0) r = sd_bus_wait(bus_, UINT64_MAX);
-    if (r < 0 && r != -EINTR) {
-      logLine("Lost the session bus: " + posixMessage(r));
-      return;
-    }
+void blockTerminatingSignals() {
+  sigset_t terminating;
+  sigemptyset(&terminating);
+  sigaddset(&terminating, SIGTERM);
+  sigaddset(&terminating, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &terminating, nullptr);
+}
+
+int DBusService::run() {
+  blockTerminatingSignals();
+  sd_event* event = nullptr;
+  int r = sd_event_default(&event);
+  for (int number : {SIGTERM, SIGINT}) {
+    if (r >= 0) r = sd_event_add_signal(event, nullptr, number, onTerminatingSignal, nullptr);
   }
+  if (r >= 0) r = sd_bus_attach_event(bus_, event, SD_EVENT_PRIORITY_NORMAL);
+  // A bus that goes away ends the loop with status 1.
+  if (r >= 0) r = sd_bus_set_exit_on_disconnect(bus_, 1);
+  if (r >= 0) r = sd_event_loop(event);
+  int status = r;
+  if (r < 0) {
+    logLine("Cannot serve: " + posixMessage(r));
+    status = 1;
+  } else if (r != 0) {
+    logLine("Lost the session bus");
+  }
+  // Leaving: later callers find no owner (or the next instance in the queue) instead of a
+  // service that will not answer.
+  if (ownsName_ && sd_bus_is_open(bus_) > 0) sd_bus_release_name(bus_, dbus::kServiceName);
+  ownsName_ = false;
+  sd_bus_detach_event(bus_);
+  sd_event_unref(event);
+  return status;
 }
 
 }  // namespace ulvek

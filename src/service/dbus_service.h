@@ -4,12 +4,17 @@
 #include <string>
 
 #include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
 
 #include "base/error.h"
 #include "base/status.h"
 #include "import/mime_type_helper.h"
 
 namespace ulvek {
+
+// Blocks SIGTERM and SIGINT in the calling thread (and the threads it starts later), so that the
+// service's loop reads them.
+void blockTerminatingSignals();
 
 // The D-Bus error that an exception escaping an operation answers.
 struct DBusErrorReply {
@@ -38,8 +43,10 @@ class DBusService {
   // Whether the well-known name was granted by start().
   bool ownsName() const { return ownsName_; }
 
-  // Serves requests until the connection to the bus ends; Terminate ends the process instead.
-  void run();
+  // Serves requests until Terminate, SIGTERM or SIGINT (answers 0) or until the connection to
+  // the bus ends (answers 1), then gives up the name. The two signals are blocked in the calling
+  // thread and read in the loop: a request under way is finished first.
+  int run();
 
   MIMETypeHelper& helper() { return helper_; }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "importers/importer_worker.h"
+#include "platform/temporary_items.h"
 
 int main(int argc, char** argv) {
   // The worker belongs to its host: it ends when the host does.
@@ -34,6 +35,9 @@ int main(int argc, char** argv) {
       ::setrlimit(RLIMIT_AS, &limit);
     }
   }
+  // The folder the host made for this worker's plug-ins goes with the worker when a signal ends
+  // it; the host removes it otherwise.
+  if (const char* folder = std::getenv("TMPDIR")) ulvek::adoptTemporaryFolder(folder);
   int in = ::dup(STDIN_FILENO);
   int out = ::dup(STDOUT_FILENO);
   ::dup2(STDERR_FILENO, STDOUT_FILENO);

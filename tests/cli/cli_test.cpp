@@ -575,11 +575,11 @@ TEST_F(CommandLineTest, CallsReachTheDaemon) {
       {{"call", "data", "tagged.txt", "", "application/pdf"}, 0, "{\"path\":\"tagged.txt\"}\n", ""},
       {{"call", "stillBusy"}, 2, "", "unknown command \"stillBusy\""},
       {{"call", "ping", "x"}, 2, "", "not expected: x"},
-      {{"call", "attributes", "x\xFF"}, 1, "", "not valid UTF-8"},
+      {{"call", "attributes", "bad \xFF name"}, 1, "", "not valid UTF-8"},
       {{"call", "terminate"}, 0, "", nullptr},
   });
   EXPECT_EQ(daemon.waitForExit(10s), 0);
-  check({{{"call", "ping"}, 1, "", "the service is not running"}});
+  check({{{"call", "terminate"}, 1, "", "the service is not running"}});
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/ulvekbot-test-bus", 1);
   check({{{"call", "ping"}, 1, "", "Cannot connect to the session bus"}});
 }

@@ -7,6 +7,7 @@
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <systemd/sd-bus.h>
 
 #include <chrono>
 #include <fstream>
@@ -163,29 +164,104 @@ TEST_F(HelperTaskTest, AHelperThatEndsAtOnceFailsToConnect) {
   EXPECT_EQ(task->failedAttempts(), 1u);
 }
 
-TEST_F(HelperTaskTest, AKilledHelperIsDroppedAndLaunchedAgain) {
+TEST_F(HelperTaskTest, AKilledHelperIsDroppedAndACallIsMadeAgainOnAFreshLaunch) {
   auto task = testHelper();
   std::optional<HelperProxy> proxy = task->proxy();
   ASSERT_TRUE(proxy);
   pid_t first = *task->processIdentifier();
   ASSERT_TRUE(thread_connections::connectionRegisteredWithName(kHelperName));
+  // The same helper found by name alone: no task stands behind it to start another.
+  std::optional<HelperProxy> found = thread_connections::rootProxyForConnectionWithRegisteredName(
+      kHelperName, 15, dbus::kInterfaceName);
+  ASSERT_TRUE(found);
   ::kill(first, SIGKILL);
   ASSERT_TRUE(waitUntilGone(first, 5s) || true);
   for (int tries = 0; tries < 100 && proxy->connectionForProxy()->nameOwner(); ++tries)
     std::this_thread::sleep_for(10ms);
 
-  Status call = proxy->ping();
+  Status call = found->ping();
   ASSERT_FALSE(call);
   EXPECT_TRUE(isPortException(call.error())) << call.error().domain;
   EXPECT_FALSE(isPortTimeoutException(call.error()));
   // The cached connection is no longer valid: dropped, and a fresh lookup finds nothing.
   EXPECT_FALSE(thread_connections::connectionRegisteredWithName(kHelperName));
   EXPECT_FALSE(task->launchedProxy());
-  std::optional<HelperProxy> again = task->proxy();
-  ASSERT_TRUE(again);
+  // The task's proxy starts the helper again and makes the call there, and stays with it.
+  EXPECT_TRUE(proxy->ping());
+  ASSERT_TRUE(task->processIdentifier());
   EXPECT_NE(*task->processIdentifier(), first);
-  EXPECT_TRUE(again->ping());
+  EXPECT_TRUE(proxy->ping());
   EXPECT_EQ(task->failedAttempts(), 0u);
+}
+
+TEST_F(HelperTaskTest, AHelperThatDiesDuringACallIsToldApartFromASlowOne) {
+  struct Row {
+    const char* name;
+    double timeout;
+    bool killed;
+    const char* domain;
+    bool timedOut;
+  };
+  const Row rows[] = {
+      {"killed while it works", 10, true, SD_BUS_ERROR_NO_REPLY, false},
+      {"slower than the time-out", 0.5, false, SD_BUS_ERROR_TIMEOUT, true},
+  };
+  ::setenv("ULVEK_TEST_HELPER_HANG", "3", 1);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    auto task = testHelper(row.timeout);
+    ASSERT_TRUE(task->proxy());
+    pid_t pid = *task->processIdentifier();
+    // Found by name, so that nothing is made again after the failure.
+    std::optional<HelperProxy> proxy = thread_connections::rootProxyForConnectionWithRegisteredName(
+        kHelperName, row.timeout, dbus::kInterfaceName);
+    ASSERT_TRUE(proxy);
+    std::thread killer;
+    if (row.killed) {
+      killer = std::thread([pid] {
+        std::this_thread::sleep_for(300ms);
+        ::kill(pid, SIGKILL);
+      });
+    }
+    auto before = std::chrono::steady_clock::now();
+    Status call = proxy->ping();
+    auto took = std::chrono::steady_clock::now() - before;
+    if (killer.joinable()) killer.join();
+    ASSERT_FALSE(call);
+    EXPECT_EQ(call.error().domain, row.domain) << call.error().localizedDescription;
+    EXPECT_EQ(isPortTimeoutException(call.error()), row.timedOut);
+    EXPECT_TRUE(isPortException(call.error()));
+    // A dead helper is known as soon as the bus notices, long before any deadline.
+    EXPECT_LT(took, row.killed ? 2s : 2500ms);
+    task->invalidate();
+    ::kill(pid, SIGKILL);
+    waitUntilGone(pid, 5s);
+  }
+}
+
+TEST_F(HelperTaskTest, BackToBackClientsOfTheDaemonNeverMeetOneOnItsWayOut) {
+  testing::TemporaryFolder folder;
+  std::string file = folder.write("note.html", "<title>Hello</title>");
+  ::setenv("XDG_CACHE_HOME", folder.path().c_str(), 1);
+  // As an application runs: start, import, stop; the next run comes while the last helper ends.
+  std::vector<pid_t> launched;
+  for (int run = 0; run < 20; ++run) {
+    SCOPED_TRACE(run);
+    CapturedLog log;
+    auto task = HelperTask::initWithPath(testing::builtProgram("ulvekbotd64"), "ulvekbotd64",
+                                         dbus::kInterfaceName, 15, kQualityOfServiceDefault);
+    std::optional<HelperProxy> proxy = task->proxy();
+    ASSERT_TRUE(proxy);
+    Result<ImportResult> result = proxy->openFile(file);
+    ASSERT_TRUE(result) << result.error().domain << ": " << result.error().localizedDescription;
+    EXPECT_EQ(toUtf8(*result->string(ImportKey::Title)), "Hello");
+    if (task->processIdentifier()) launched.push_back(*task->processIdentifier());
+    task->terminate();
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
+  }
+  EXPECT_GE(launched.size(), 10u);
+  for (pid_t pid : launched) EXPECT_TRUE(waitUntilGone(pid, 10s)) << pid;
+  ::unsetenv("XDG_CACHE_HOME");
 }
 
 TEST_F(HelperTaskTest, AHangingCallTimesOut) {
@@ -257,6 +333,48 @@ TEST_F(HelperTaskTest, LookupsWithoutIntervalOrTimeout) {
   EXPECT_DOUBLE_EQ(proxy->connectionForProxy()->requestTimeout(), 7);
   proxy = thread_connections::rootProxyForConnectionWithRegisteredName(kHelperName, 3);
   EXPECT_DOUBLE_EQ(proxy->connectionForProxy()->requestTimeout(), 3);
+}
+
+TEST(HelperTaskActivationTest, TheBusStartsTheHelperFromItsServiceFileBeforeALaunch) {
+  struct Row {
+    const char* name;
+    bool serviceFile;
+    bool usesActivation;
+    std::string path;
+    bool reached;
+    bool launched;
+  };
+  const std::string daemon = testing::builtProgram("ulvekbotd64");
+  const Row rows[] = {
+      {"activated", true, true, "/nonexistent/ulvekbotd64", true, false},
+      {"no service file: launched", false, true, daemon, true, true},
+      {"activation not asked for", true, false, "/nonexistent/ulvekbotd64", false, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<std::pair<std::string, std::string>> services;
+    if (row.serviceFile) services.emplace_back("com.ulvek_technologies.ulvekbotd64", daemon);
+    testing::PrivateBus bus(services);
+    CapturedLog log;
+    auto task = HelperTask::initWithPath(row.path, "ulvekbotd64", dbus::kInterfaceName, 15,
+                                         kQualityOfServiceDefault);
+    task->setUsesActivation(row.usesActivation);
+    std::optional<HelperProxy> proxy = task->proxy();
+    ASSERT_EQ(proxy.has_value(), row.reached);
+    EXPECT_EQ(task->processIdentifier().has_value(), row.launched);
+    if (!row.reached) {
+      EXPECT_TRUE(log.contains("Couldn't launch /nonexistent/ulvekbotd64."));
+      continue;
+    }
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
+    EXPECT_TRUE(proxy->ping());
+    // What the bus started is the bus's: the task leaves it running.
+    task->terminate();
+    if (!row.launched) {
+      EXPECT_TRUE(proxy->ping());
+      EXPECT_TRUE(proxy->terminate());
+    }
+  }
 }
 
 TEST(ChildProcessTest, RunAndWait) {

@@ -102,6 +102,8 @@ class ChildProcess {
   }
 
   bool running() { return pid_ > 0 && !waitForExit(std::chrono::milliseconds(0)); }
+  // The process id while it has not been reaped, else -1.
+  pid_t pid() const { return pid_; }
 
   void stop() {
     if (pid_ <= 0) return;
@@ -130,17 +132,37 @@ inline bool waitForText(const std::filesystem::path& path, std::string_view frag
 
 // A session bus of our own, so tests never depend on (or disturb) a user's session. While it
 // lives, DBUS_SESSION_BUS_ADDRESS names it for this process and the programs it starts.
+//
+// Given services (bus name and program), the bus starts them on demand from service files, as a
+// desktop's bus starts an installed service.
 class PrivateBus {
  public:
-  PrivateBus() {
+  explicit PrivateBus(const std::vector<std::pair<std::string, std::string>>& services = {}) {
     std::string pattern = (std::filesystem::temp_directory_path() / "ulvekbus-XXXXXX").string();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
     folder_ = pattern;
+    std::vector<std::string> arguments = {"/usr/bin/dbus-daemon", "--nofork", "--print-address"};
+    if (services.empty()) {
+      arguments.push_back("--session");
+      arguments.push_back("--address=unix:dir=" + folder_.string());
+    } else {
+      std::filesystem::create_directory(folder_ / "services");
+      for (const auto& [name, program] : services) {
+        std::ofstream(folder_ / "services" / (name + ".service"))
+            << "[D-BUS Service]\nName=" << name << "\nExec=" << program << "\n";
+      }
+      std::ofstream(folder_ / "session.conf")
+          << "<busconfig><type>session</type><listen>unix:tmpdir=" << folder_.string()
+          << "</listen><servicedir>" << (folder_ / "services").string()
+          << "</servicedir><policy context=\"default\">"
+             "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+             "<allow own=\"*\"/></policy></busconfig>\n";
+      arguments.push_back("--config-file=" + (folder_ / "session.conf").string());
+    }
     // The daemon prints its address once it listens.
     std::filesystem::path addressFile = folder_ / "address";
-    daemon_ = ChildProcess::start({"/usr/bin/dbus-daemon", "--session", "--nofork",
-                                   "--address=unix:dir=" + folder_.string(), "--print-address"},
-                                  addressFile.string(), (folder_ / "dbus-daemon.log").string());
+    daemon_ = ChildProcess::start(arguments, addressFile.string(),
+                                  (folder_ / "dbus-daemon.log").string());
     if (!waitForText(addressFile, "\n", std::chrono::seconds(10)))
       throw std::runtime_error("dbus-daemon gave no address");
     std::string address = readWholeFile(addressFile);
