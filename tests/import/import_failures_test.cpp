@@ -54,6 +54,13 @@ std::string outcomeOf(const std::string& path) {
 TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
   testing::TemporaryFolder folder;
   fs::permissions(folder.path(), fs::perms::all);  // the ordinary user walks into it
+  // The build's importers, and a cache the ordinary user may write its worker's folder in.
+  ::setenv("ULVEKBOT_IMPORTER_PATH", (std::string(ULVEK_BINARY_DIR) + "/src/Importers").c_str(), 1);
+  ::setenv("ULVEKBOT_IMPORTER_WORKER",
+           (std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot-importer-worker").c_str(), 1);
+  fs::create_directory(folder.path() / "cache");
+  fs::permissions(folder.path() / "cache", fs::perms::all);
+  ::setenv("XDG_CACHE_HOME", (folder.path() / "cache").c_str(), 1);
   auto file = [&](const char* name, std::string bytes,
                   fs::perms mode =
                       fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read) {
@@ -85,6 +92,7 @@ TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
       {"an empty Word document", file("empty.docx", ""), "damaged"},
       {"a WordPerfect file cut short", file("cut.wpd", std::string("\xffWPC\x10\x00", 6)),
        "damaged"},
+      {"an archive nothing reads", zip("bundle.zip", {{"a.txt", "x"}}), "unsupported"},
       {"a text too large to read", file("dump.txt", std::string(5 * 1024 * 1024, 'a')),
        "too-large"},
   };
