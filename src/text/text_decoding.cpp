@@ -172,8 +172,8 @@ bool hasPropertyListExtension(const std::string& path) {
 }
 
 // A property list of any format as the text of its XML form.
-std::optional<TextString> propertyListAsXml(Bytes bytes) {
-  std::optional<PropertyValue> list = propertyListFromBytes(bytes);
+std::optional<TextString> propertyListAsXml(Bytes bytes, const std::string& path) {
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes, path);
   if (!list) return std::nullopt;
   std::optional<std::string> xml = xmlPropertyList(*list);
   TextString text;
@@ -681,7 +681,7 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
   std::optional<TextString> text;
   if (std::optional<FileBytes> bytes = FileBytes::read(path).take()) {
     if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
-      text = propertyListAsXml(bytes->bytes());
+      text = propertyListAsXml(bytes->bytes(), path);
     if (!text) text = decodeMarkupFile(bytes->bytes(), defaultEncoding, used);
   }
   if (usedEncoding) *usedEncoding = used;
@@ -722,7 +722,7 @@ std::unique_ptr<MarkupSource> markupSourceOfFile(const std::string& path,
     auto bytes = std::make_shared<const FileBytes>(std::move(*read));
     std::optional<TextString> list;
     if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
-      list = propertyListAsXml(bytes->bytes());
+      list = propertyListAsXml(bytes->bytes(), path);
     if (list)
       source = std::make_unique<OwnedMarkup>(std::move(*list));
     else
