@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -155,6 +156,36 @@ TEST(RTFReader, HostileInput) {
   }
   EXPECT_FALSE(read("not rtf"));
   EXPECT_FALSE(read(""));
+}
+
+// Font changes inside deep nesting once searched every open group: 2 MB took minutes.
+TEST(RTFReader, FontChangesStayLinearInNesting) {
+  auto repeated = [](std::string_view piece, std::size_t times) {
+    std::string out;
+    out.reserve(piece.size() * times);
+    for (std::size_t i = 0; i < times; ++i) out += piece;
+    return out;
+  };
+  struct Row {
+    std::string name;
+    std::string rtf;
+    std::string text;
+  };
+  const Row rows[] = {
+      {"flat groups", "{\\rtf1 " + repeated("{\\f1 x}", 250000) + "}", repeated("x", 250000)},
+      {"deep groups", "{\\rtf1 " + repeated("{", 300000) + repeated("\\f1 y", 340000),
+       repeated("y", 340000)},
+      {"inside the font table",
+       "{\\rtf1 {\\fonttbl " + repeated("{", 300000) + repeated("\\f1 z", 340000) + "}}ok}", "ok"},
+  };
+  for (const Row& row : rows) {
+    const auto start = std::chrono::steady_clock::now();
+    std::optional<ReaderOutput> output = read(row.rtf);
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start);
+    ASSERT_TRUE(output && output->text) << row.name;
+    EXPECT_EQ(toUtf8(*output->text), row.text) << row.name;
+    EXPECT_LT(seconds.count(), 5.0) << row.name;
+  }
 }
 
 }  // namespace
