@@ -36,12 +36,17 @@ bool fromUtf8Strict(std::string_view utf8, TextString& out) {
 static bool convertToUtf8(TextView text, std::string& out, bool substitute) {
   out.clear();
   if (text.empty()) return true;
-  out.resize(text.size() * 3);
+  // Measured first: room for three bytes a unit, filled, tripled the memory of long ASCII text.
   int32_t length = 0;
   UErrorCode status = U_ZERO_ERROR;
-  u_strToUTF8WithSub(out.data(), static_cast<int32_t>(out.size()), &length,
-                     reinterpret_cast<const UChar*>(text.data()), static_cast<int32_t>(text.size()),
-                     substitute ? 0xFFFD : U_SENTINEL, nullptr, &status);
+  const auto* units = reinterpret_cast<const UChar*>(text.data());
+  const auto count = static_cast<int32_t>(text.size());
+  const UChar32 substitute32 = substitute ? 0xFFFD : U_SENTINEL;
+  u_strToUTF8WithSub(nullptr, 0, &length, units, count, substitute32, nullptr, &status);
+  if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status)) return false;
+  status = U_ZERO_ERROR;
+  out.resize(static_cast<std::size_t>(length));
+  u_strToUTF8WithSub(out.data(), length, &length, units, count, substitute32, nullptr, &status);
   if (U_FAILURE(status)) {
     out.clear();
     return false;
