@@ -2,6 +2,8 @@
 
 #include <unicode/ustring.h>
 
+#include "base/text_limits.h"
+
 namespace ulvek {
 
 TextString fromUtf8(std::string_view utf8) {
@@ -64,5 +66,23 @@ std::string toUtf8(TextView text) {
 bool toUtf8Strict(TextView text, std::string& out) { return convertToUtf8(text, out, false); }
 
 TextString fromAscii(std::string_view ascii) { return TextString(ascii.begin(), ascii.end()); }
+
+std::size_t utf8Size(TextView text) {
+  std::size_t size = 0;
+  for (char16_t unit : text) size += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+  return size;
+}
+
+TextView utf8Prefix(TextView text, std::size_t bytes) {
+  std::size_t units = 0;
+  for (std::size_t used = 0; units < text.size(); ++units) {
+    const char16_t unit = text[units];
+    used += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+    if (used > bytes) break;
+  }
+  if (units > 0 && units < text.size() && text[units - 1] >= 0xD800 && text[units - 1] <= 0xDBFF)
+    --units;
+  return text.substr(0, units);
+}
 
 }  // namespace ulvek

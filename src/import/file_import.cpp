@@ -285,6 +285,7 @@ class FileImport {
       if (comment) value = PropertyValue(std::move(*comment));
       result_.putOrRemove(ImportKey::SpotlightComment, std::move(value));
     }
+    result_.limitSizes(path_);
   }
 
   const PropertyDictionary& storedAttributes() const {
