@@ -595,19 +595,26 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
 
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding) {
-  if (usedEncoding) *usedEncoding = encoding;
   std::optional<FileBytes> bytes = FileBytes::read(path).take();
-  bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
-  if (!detect) return bytes ? decodeBytes(bytes->bytes(), encoding) : std::nullopt;
+  if (!bytes) {
+    if (usedEncoding) *usedEncoding = encoding;
+    return std::nullopt;
+  }
+  return stringWithFileBytes(bytes->bytes(), encoding, usedEncoding);
+}
 
-  if (bytes) {
-    if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes->bytes())) {
-      if (usedEncoding) *usedEncoding = detected->encoding;
-      return std::move(detected->text);
-    }
+std::optional<TextString> stringWithFileBytes(std::span<const std::uint8_t> bytes,
+                                              StringEncoding encoding,
+                                              StringEncoding* usedEncoding) {
+  if (usedEncoding) *usedEncoding = encoding;
+  bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
+  if (!detect) return decodeBytes(bytes, encoding);
+  if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes)) {
+    if (usedEncoding) *usedEncoding = detected->encoding;
+    return std::move(detected->text);
   }
   if (usedEncoding) *usedEncoding = kASCIIStringEncoding;
-  return bytes ? decodeBytes(bytes->bytes(), kASCIIStringEncoding) : std::nullopt;
+  return decodeBytes(bytes, kASCIIStringEncoding);
 }
 
 std::optional<TextString> stringWithData(std::span<const std::uint8_t> data,

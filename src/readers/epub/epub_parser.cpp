@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "base/text_limits.h"
 #include "platform/file_bytes.h"
+#include "platform/open_beneath.h"
 #include "readers/epub/epub_paths.h"
 #include "readers/xml/xml_events.h"
 #include "text/encodings.h"
@@ -105,8 +106,7 @@ std::string EPUBParser::opfFolder() const {
 bool EPUBParser::testForNamedFile(const std::string& name) {
   if (archive_) return archive_->testForNamedFile(name);
   if (!folder_) return false;
-  std::error_code error;
-  return fs::is_regular_file(fs::path(epubPath_) / name, error);
+  return isSafeMemberName(name) && isRegularFileBeneath(epubPath_, name);
 }
 
 std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
@@ -115,10 +115,9 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
     return archive_->dataForNamedFile(name, {kMaxMemberSize, 1000, 1 << 20});
   }
   if (!folder_) return std::nullopt;
-  // Members of a book folder never lead out of it.
+  // Members of a book folder never lead out of it, by name or by link.
   if (!isSafeMemberName(name)) return std::nullopt;
-  std::optional<FileBytes> bytes =
-      FileBytes::read((fs::path(epubPath_) / name).string(), kMaxMemberSize).take();
+  std::optional<FileBytes> bytes = readFileBeneath(epubPath_, name, kMaxMemberSize).take();
   if (!bytes) return std::nullopt;
   return Data(bytes->bytes().begin(), bytes->bytes().end());
 }

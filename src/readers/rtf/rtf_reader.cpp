@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "platform/open_beneath.h"
 #include "readers/xml/document_text.h"
 
 namespace ulvek {
@@ -618,10 +619,10 @@ std::optional<ReaderOutput> readRTFD(const ReaderSource& source) {
   if (!source.isFile()) return std::nullopt;
   std::error_code error;
   if (!std::filesystem::is_directory(source.path(), error)) return std::nullopt;
-  ReaderSource text = ReaderSource::file(source.path() + "/TXT.rtf");
-  std::optional<Bytes> bytes = text.bytes();
-  if (!bytes) return std::nullopt;
-  std::optional<ReaderOutput> output = readRTFBytes(*bytes);
+  // Only the package's own TXT.rtf: a link there could name any file of the user's.
+  std::optional<FileBytes> text = readFileBeneath(source.path(), "TXT.rtf").take();
+  if (!text) return std::nullopt;
+  std::optional<ReaderOutput> output = readRTFBytes(text->bytes());
   if (output)
     output->attributes[std::string(DocumentAttribute::DocumentType)] =
         PropertyValue(kRTFDTextDocumentType);

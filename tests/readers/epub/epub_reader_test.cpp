@@ -270,5 +270,31 @@ TEST(EPUBParser, ChaptersListedAgainAreReadOnce) {
   EXPECT_LT(text->size(), large.size());
 }
 
+// Members of a book folder are read only where they lie inside it: a chapter that is a link, or
+// lies in a folder that is one, names a file outside and reads as nothing.
+TEST(EPUBParser, LinksInBookFoldersLeadNowhere) {
+  TemporaryFolder folder;
+  folder.write("outside/secret.xhtml", "<p>outside</p>");
+  folder.write("Book.epub/META-INF/container.xml",
+               "<container><rootfile full-path=\"OEBPS/p.opf\"/></container>");
+  folder.write("Book.epub/OEBPS/p.opf",
+               package("<dc:title>Links</dc:title>",
+                       "<item id=\"a\" href=\"linked.xhtml\" media-type=\"application/xhtml+xml\"/>"
+                       "<item id=\"b\" href=\"b.xhtml\" media-type=\"application/xhtml+xml\"/>"
+                       "<item id=\"c\" href=\"etc/secret.xhtml\" "
+                       "media-type=\"application/xhtml+xml\"/>",
+                       "<itemref idref=\"a\"/><itemref idref=\"b\"/><itemref idref=\"c\"/>"));
+  folder.write("Book.epub/OEBPS/b.xhtml", "<p>inside</p>");
+  fs::create_symlink(folder.path() / "outside/secret.xhtml",
+                     folder.path() / "Book.epub/OEBPS/linked.xhtml");
+  fs::create_directory_symlink(folder.path() / "outside", folder.path() / "Book.epub/OEBPS/etc");
+  EPUBParser book((folder.path() / "Book.epub").string());
+  EXPECT_EQ(text(book.metaData(), "kMDItemTitle"), "Links");
+  EXPECT_FALSE(book.testForNamedFile("OEBPS/linked.xhtml"));
+  EXPECT_FALSE(book.testForNamedFile("OEBPS/etc/secret.xhtml"));
+  EXPECT_TRUE(book.testForNamedFile("OEBPS/b.xhtml"));
+  EXPECT_EQ(book.textContents(), std::optional<TextString>(u"inside\n\n\n"));
+}
+
 }  // namespace
 }  // namespace ulvek
