@@ -176,7 +176,9 @@ TEST(RTFReader, FontChangesStayLinearInNesting) {
       {"deep groups", "{\\rtf1 " + repeated("{", 300000) + repeated("\\f1 y", 340000),
        repeated("y", 340000)},
       {"inside the font table",
-       "{\\rtf1 {\\fonttbl " + repeated("{", 300000) + repeated("\\f1 z", 340000) + "}}ok}", "ok"},
+       "{\\rtf1 {\\fonttbl " + repeated("{", 300000) + repeated("\\f1 z", 340000) +
+           repeated("}", 300000) + "}ok}",
+       "ok"},
   };
   for (const Row& row : rows) {
     const auto start = std::chrono::steady_clock::now();
