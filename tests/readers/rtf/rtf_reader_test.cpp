@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -187,6 +188,27 @@ TEST(RTFReader, FontChangesStayLinearInNesting) {
     ASSERT_TRUE(output && output->text) << row.name;
     EXPECT_EQ(toUtf8(*output->text), row.text) << row.name;
     EXPECT_LT(seconds.count(), 5.0) << row.name;
+  }
+}
+
+// An RTFD's TXT.rtf is read only where it lies in the package: a link to a document elsewhere,
+// or a package whose TXT.rtf lies in a linked folder, reads as nothing.
+TEST(RTFReader, RTFDLinksLeadNowhere) {
+  testing::TemporaryFolder folder;
+  const std::string outside = folder.write("outside/TXT.rtf", "{\\rtf1 secret}");
+  folder.write("own.rtfd/TXT.rtf", "{\\rtf1 own}");
+  std::filesystem::create_directories(folder.path() / "linked.rtfd");
+  std::filesystem::create_symlink(outside, folder.path() / "linked.rtfd/TXT.rtf");
+  struct Row {
+    std::string package;
+    std::string text;
+  };
+  const Row rows[] = {{"own.rtfd", "own"}, {"linked.rtfd", "(nothing)"}};
+  for (const Row& row : rows) {
+    std::optional<ReaderOutput> output =
+        readRTFD(ReaderSource::file((folder.path() / row.package).string()));
+    EXPECT_EQ(output && output->text ? toUtf8(*output->text) : "(nothing)", row.text)
+        << row.package;
   }
 }
 
