@@ -596,11 +596,11 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding) {
   std::optional<FileBytes> bytes = FileBytes::read(path).take();
-  if (!bytes) {
-    if (usedEncoding) *usedEncoding = encoding;
-    return std::nullopt;
-  }
-  return stringWithFileBytes(bytes->bytes(), encoding, usedEncoding);
+  if (bytes) return stringWithFileBytes(bytes->bytes(), encoding, usedEncoding);
+  // Detection asked for and nothing read: the ASCII fallback is what is reported.
+  const bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
+  if (usedEncoding) *usedEncoding = detect ? kASCIIStringEncoding : encoding;
+  return std::nullopt;
 }
 
 std::optional<TextString> stringWithFileBytes(std::span<const std::uint8_t> bytes,
