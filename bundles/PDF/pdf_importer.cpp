@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "importer_plugin.h"
+#include "platform/open_beneath.h"
 #include "poppler_text.h"
 
 extern char** environ;
@@ -120,16 +121,40 @@ bool isPostScript(const std::string& path) {
   return extension == ".ps" || extension == ".eps" || extension == ".ai" || extension == ".epsf";
 }
 
-// A PDF bundle (.pdfd, .lpdf) holds its document inside.
-std::string documentInBundle(const std::string& path) {
-  std::error_code error;
-  if (!fs::is_directory(path, error)) return path;
-  for (const auto& entry : fs::recursive_directory_iterator(path, error)) {
-    std::string extension = entry.path().extension().string();
-    if (extension == ".pdf" || extension == ".PDF") return entry.path().string();
+// A PDF bundle (.pdfd, .lpdf) holds its document inside. Links are not followed, and the document
+// is opened beneath the bundle (no link on the way) and read through its descriptor, so a link
+// in a bundle never shows another file of the user's.
+class BundleDocument {
+ public:
+  explicit BundleDocument(const std::string& path) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+      path_ = path;
+      return;
+    }
+    for (auto it = fs::recursive_directory_iterator(path, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+      if (it->is_symlink(error)) continue;
+      std::string extension = it->path().extension().string();
+      if (extension != ".pdf" && extension != ".PDF") continue;
+      fd_ = ulvek::openBeneath(path, fs::relative(it->path(), path, error).string(), O_RDONLY);
+      if (fd_ >= 0) path_ = "/proc/self/fd/" + std::to_string(fd_);
+      return;
+    }
   }
-  return "";
-}
+  ~BundleDocument() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  BundleDocument(const BundleDocument&) = delete;
+  BundleDocument& operator=(const BundleDocument&) = delete;
+
+  // The file to read, or "" when the bundle holds no document of its own.
+  const std::string& path() const { return path_; }
+
+ private:
+  int fd_ = -1;
+  std::string path_;
+};
 
 bool readPDF(Attributes& out, const std::string& path) {
   std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
@@ -177,8 +202,8 @@ bool importPDF(Attributes& out, const char*, const char* path) {
   // poppler's complaints about damaged files are not the service's log.
   poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
   if (!isPostScript(path)) {
-    std::string document = documentInBundle(path);
-    return !document.empty() && readPDF(out, document);
+    BundleDocument document(path);
+    return !document.path().empty() && readPDF(out, document.path());
   }
   std::string folder = temporaryFolder();
   if (folder.empty()) return false;

@@ -1,15 +1,20 @@
 #include "base/property_list.h"
 
+#include <expat.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "base/binary_property_list.h"
+#include "base/log.h"
 #include "base/openstep_property_list.h"
 
 namespace ulvek {
@@ -181,35 +186,61 @@ plist_t toNode(const PropertyValue& value, int depth, std::string* errorMessage)
   return nullptr;
 }
 
-// libplist parses nested containers recursively, so a hostile XML list nested deep enough
-// overflows the stack; such lists are refused before libplist sees them.
+// libplist parses and frees nested containers recursively, so a hostile XML list nested deep
+// enough overflows the stack; such lists are refused before libplist sees them. The depth is
+// counted by an XML parser, so markup inside comments, CDATA sections and processing
+// instructions counts for nothing.
 
-bool startsWithName(std::span<const std::uint8_t> bytes, std::size_t at, std::string_view name) {
-  if (bytes.size() - at < name.size() + 1) return false;
-  if (std::memcmp(bytes.data() + at, name.data(), name.size()) != 0) return false;
-  const std::uint8_t after = bytes[at + name.size()];
-  return after == '>' || after == '/' || after == ' ' || after == '\t' || after == '\n' ||
-         after == '\r';
+struct DepthCount {
+  XML_Parser parser = nullptr;
+  int depth = 0;
+  bool tooDeep = false;
+};
+
+void XMLCALL openElement(void* data, const XML_Char*, const XML_Char**) {
+  auto* count = static_cast<DepthCount*>(data);
+  // The root <plist> element holds the list; it is not a level of its own.
+  if (++count->depth > kMaxPropertyListDepth + 1) {
+    count->tooDeep = true;
+    XML_StopParser(count->parser, XML_FALSE);
+  }
 }
 
-// Counts open array and dict elements as a tag scan would; comments only make it count more.
-bool xmlListIsShallow(std::span<const std::uint8_t> bytes) {
-  int depth = 0;
-  const std::size_t n = bytes.size();
-  for (std::size_t i = 0; i + 1 < n; ++i) {
-    if (bytes[i] != '<') continue;
-    if (bytes[i + 1] == '/') {
-      if (startsWithName(bytes, i + 2, "array") || startsWithName(bytes, i + 2, "dict")) --depth;
-      continue;
+void XMLCALL closeElement(void* data, const XML_Char*) { --static_cast<DepthCount*>(data)->depth; }
+
+// Where the XML parser gives up (OpenStep text, a damaged list) libplist may still read on, so
+// the open containers are counted with no closing tag subtracting from them.
+bool fewContainerTags(std::span<const std::uint8_t> bytes) {
+  static constexpr std::string_view kOpenings[] = {"<array", "<dict"};
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  int opened = 0;
+  for (std::string_view opening : kOpenings) {
+    for (std::size_t at = text.find(opening); at != std::string_view::npos;
+         at = text.find(opening, at + 1)) {
+      if (++opened > kMaxPropertyListDepth) return false;
     }
-    if (!startsWithName(bytes, i + 1, "array") && !startsWithName(bytes, i + 1, "dict")) continue;
-    const void* close = std::memchr(bytes.data() + i, '>', n - i);
-    if (!close) break;
-    const std::size_t gt = static_cast<const std::uint8_t*>(close) - bytes.data();
-    if (bytes[gt - 1] != '/' && ++depth > kMaxPropertyListDepth) return false;
-    i = gt;
   }
   return true;
+}
+
+bool xmlListIsShallow(std::span<const std::uint8_t> bytes) {
+  std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> parser(
+      XML_ParserCreate(nullptr), &XML_ParserFree);
+  if (!parser) return false;
+  DepthCount count{parser.get()};
+  XML_SetUserData(parser.get(), &count);
+  XML_SetElementHandler(parser.get(), openElement, closeElement);
+  const auto* data = reinterpret_cast<const char*>(bytes.data());
+  constexpr std::size_t kChunk = 1 << 20;
+  for (std::size_t at = 0; at < bytes.size(); at += kChunk) {
+    const std::size_t length = std::min(kChunk, bytes.size() - at);
+    const bool last = at + length == bytes.size();
+    if (XML_Parse(parser.get(), data + at, static_cast<int>(length), last) != XML_STATUS_OK) {
+      if (count.tooDeep) return false;
+      return fewContainerTags(bytes);
+    }
+  }
+  return !count.tooDeep;
 }
 
 bool startsWithBinaryMagic(std::span<const std::uint8_t> bytes) {
@@ -218,10 +249,14 @@ bool startsWithBinaryMagic(std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes) {
+std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes,
+                                                   std::string_view name) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
   if (startsWithBinaryMagic(bytes)) return readBinaryPropertyList(bytes);
-  if (!xmlListIsShallow(bytes)) return std::nullopt;
+  if (!xmlListIsShallow(bytes)) {
+    if (!name.empty()) logLine("Property list nested too deeply: " + std::string(name));
+    return std::nullopt;
+  }
   plist_t root = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                     static_cast<uint32_t>(bytes.size()), &root);

@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/property_value.h"
 #include "base/text_string.h"
@@ -19,8 +20,10 @@ inline constexpr TextView kPropertyListExtensions[] = {
 inline constexpr int kMaxPropertyListDepth = 512;
 
 // Parses a binary ("bplist00…"), XML or OpenStep text property list, or a strings file; nothing
-// when the bytes are not one.
-std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes);
+// when the bytes are not one. A list nested deeper than kMaxPropertyListDepth is refused, with a
+// log line naming the file where a name is given (probes that only peek give none).
+std::optional<PropertyValue> propertyListFromBytes(std::span<const std::uint8_t> bytes,
+                                                   std::string_view name = {});
 
 // Serialises a value as a binary property list, version 1.0; nothing (with the serializer's
 // message) when the value cannot be written.

@@ -2,6 +2,8 @@
 
 #include <unicode/ustring.h>
 
+#include "base/text_limits.h"
+
 namespace ulvek {
 
 TextString fromUtf8(std::string_view utf8) {
@@ -36,12 +38,17 @@ bool fromUtf8Strict(std::string_view utf8, TextString& out) {
 static bool convertToUtf8(TextView text, std::string& out, bool substitute) {
   out.clear();
   if (text.empty()) return true;
-  out.resize(text.size() * 3);
+  // Measured first: room for three bytes a unit, filled, tripled the memory of long ASCII text.
   int32_t length = 0;
   UErrorCode status = U_ZERO_ERROR;
-  u_strToUTF8WithSub(out.data(), static_cast<int32_t>(out.size()), &length,
-                     reinterpret_cast<const UChar*>(text.data()), static_cast<int32_t>(text.size()),
-                     substitute ? 0xFFFD : U_SENTINEL, nullptr, &status);
+  const auto* units = reinterpret_cast<const UChar*>(text.data());
+  const auto count = static_cast<int32_t>(text.size());
+  const UChar32 substitute32 = substitute ? 0xFFFD : U_SENTINEL;
+  u_strToUTF8WithSub(nullptr, 0, &length, units, count, substitute32, nullptr, &status);
+  if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status)) return false;
+  status = U_ZERO_ERROR;
+  out.resize(static_cast<std::size_t>(length));
+  u_strToUTF8WithSub(out.data(), length, &length, units, count, substitute32, nullptr, &status);
   if (U_FAILURE(status)) {
     out.clear();
     return false;
@@ -59,5 +66,23 @@ std::string toUtf8(TextView text) {
 bool toUtf8Strict(TextView text, std::string& out) { return convertToUtf8(text, out, false); }
 
 TextString fromAscii(std::string_view ascii) { return TextString(ascii.begin(), ascii.end()); }
+
+std::size_t utf8Size(TextView text) {
+  std::size_t size = 0;
+  for (char16_t unit : text) size += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+  return size;
+}
+
+TextView utf8Prefix(TextView text, std::size_t bytes) {
+  std::size_t units = 0;
+  for (std::size_t used = 0; units < text.size(); ++units) {
+    const char16_t unit = text[units];
+    used += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+    if (used > bytes) break;
+  }
+  if (units > 0 && units < text.size() && text[units - 1] >= 0xD800 && text[units - 1] <= 0xDBFF)
+    --units;
+  return text.substr(0, units);
+}
 
 }  // namespace ulvek

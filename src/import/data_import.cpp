@@ -57,6 +57,7 @@ ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
   // Text from the importers is repaired as a file's would be; the attributed readers' is clean.
   if (*route == Route::PDF) *text = fixedAndNormalizedString(*text);
   result.putIfPresent(ImportKey::Text, PropertyValue(std::move(*text)));
+  result.limitSizes(origin);
   return result;
 }
 

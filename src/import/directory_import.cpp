@@ -32,6 +32,7 @@ ImportResult MIMETypeHelper::openDirectory(const std::string& path) {
   if (!title || title->empty()) title = lastPathComponent(path);
   result.putOrRemove(ImportKey::Title, stringByTrimmingWhiteSpaces(*title));
   putStoredAttributes(*this, result, path, stored);
+  result.limitSizes(path);
   return result;
 }
 
@@ -39,6 +40,7 @@ ImportResult MIMETypeHelper::openAttributes(const std::string& path) {
   ImportResult result;
   auto stored = OVMetaDataStore::metaDataDictionaryAtPath(path, false).value;
   putStoredAttributes(*this, result, path, stored);
+  result.limitSizes(path);
   return result;
 }
 

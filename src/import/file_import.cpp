@@ -46,7 +46,7 @@ constexpr std::u16string_view kBundleNameKey = u"CFBundleName";
 std::optional<PropertyDictionary> propertyListDictionaryOfFile(const std::string& path) {
   std::optional<FileBytes> bytes = FileBytes::read(path).take();
   if (!bytes) return std::nullopt;
-  std::optional<PropertyValue> list = propertyListFromBytes(bytes->bytes());
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes->bytes(), path);
   if (!list || !list->isDictionary()) return std::nullopt;
   return std::move(*list->dictionary());
 }
@@ -331,6 +331,7 @@ class FileImport {
       if (comment) value = PropertyValue(std::move(*comment));
       result_.putOrRemove(ImportKey::SpotlightComment, std::move(value));
     }
+    result_.limitSizes(path_);
   }
 
   const PropertyDictionary& storedAttributes() const {

@@ -61,7 +61,7 @@ std::optional<std::optional<TextString>> propertyListAddress(const std::string& 
   std::optional<std::string> bytes = readSmallFile(path);
   if (!bytes || bytes->empty()) return std::nullopt;
   auto data = std::span(reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size());
-  std::optional<PropertyValue> list = propertyListFromBytes(data);
+  std::optional<PropertyValue> list = propertyListFromBytes(data, path);
   if (!list || !list->isDictionary()) return std::nullopt;
   const PropertyValue* url = find(*list->dictionary(), "URL");
   if (!url) return std::nullopt;

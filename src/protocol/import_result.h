@@ -69,6 +69,16 @@ class ImportResult {
   const PropertyDictionary& values() const { return values_; }
   static ImportResult fromValues(PropertyDictionary values);
 
+  // Cuts what is too large to travel: Text to kMaxTextUtf8Bytes, every other string (also in a
+  // list) to kMaxValueBytes, lists to kMaxListCount, and all but Text together to
+  // kMaxMetadataBytes, logging "Truncated: ORIGIN (KEY)" for each value cut. Every import ends
+  // with it, so the command line and the service answer alike and a reply fits a bus message.
+  void limitSizes(std::string_view origin);
+
+  static constexpr std::size_t kMaxValueBytes = 1024 * 1024;
+  static constexpr std::size_t kMaxListCount = 4096;
+  static constexpr std::size_t kMaxMetadataBytes = 16 * 1024 * 1024;
+
   bool operator==(const ImportResult&) const = default;
 
  private:

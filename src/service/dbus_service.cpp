@@ -38,46 +38,13 @@ int guarded(std::string_view selector, sd_bus_error* replyError, Operation opera
   }
 }
 
-// The bus drops a sender whose message is too large, and the service with it: text beyond this
-// many UTF-8 bytes is cut (with a log line), so that every reply stays well inside the limit.
-constexpr std::size_t kMaxReplyTextBytes = 48u * 1024 * 1024;
-
-std::size_t utf8Size(TextView text) {
-  std::size_t size = 0;
-  for (char16_t unit : text) size += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
-  return size;
-}
-
-// The result as it can travel: "Text" cut at a character boundary when it is too large.
-const ImportResult& sendable(const ImportResult& result, std::string_view origin,
-                             std::optional<ImportResult>& cut) {
-  const TextString* text = result.string(ImportKey::Text);
-  if (!text) return result;
-  std::size_t size = utf8Size(*text);
-  if (size <= kMaxReplyTextBytes) return result;
-  std::size_t units = 0;
-  for (std::size_t bytes = 0; units < text->size(); ++units) {
-    char16_t unit = (*text)[units];
-    bytes += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
-    if (bytes > kMaxReplyTextBytes) break;
-  }
-  if (units > 0 && units < text->size() && (*text)[units - 1] >= 0xD800 &&
-      (*text)[units - 1] <= 0xDBFF)
-    --units;
-  cut = result;
-  cut->putOrRemove(ImportKey::Text, PropertyValue(TextString(*text, 0, units)));
-  logLine("Truncated: " + std::string(origin) + " (" + std::to_string(size / (1024 * 1024)) +
-          " MB)");
-  return *cut;
-}
-
 int replyWithResult(sd_bus_message* call, const ImportResult& result, sd_bus_error* replyError,
                     std::string_view origin) {
-  std::optional<ImportResult> cut;
-  const ImportResult& answer = sendable(result, origin, cut);
+  // The bus drops a sender whose message is too large, and the service with it; every import
+  // has cut its result to fit (ImportResult::limitSizes).
   sd_bus_message* reply = nullptr;
   int r = sd_bus_message_new_method_return(call, &reply);
-  if (r >= 0) r = dbus::appendResult(reply, answer);
+  if (r >= 0) r = dbus::appendResult(reply, result);
   if (r >= 0) r = sd_bus_send(nullptr, reply, nullptr);
   sd_bus_message_unref(reply);
   if (r < 0) {

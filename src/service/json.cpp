@@ -1,5 +1,6 @@
 #include "service/json.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -10,8 +11,8 @@
 namespace ulvek {
 namespace {
 
-void appendEscaped(std::string& out, std::string_view utf8) {
-  out += '"';
+// The characters of a string literal, without its quotes.
+void appendEscapedCharacters(std::string& out, std::string_view utf8) {
   for (std::size_t i = 0; i < utf8.size(); ++i) {
     char c = utf8[i];
     switch (c) {
@@ -54,10 +55,29 @@ void appendEscaped(std::string& out, std::string_view utf8) {
     }
     out += c;
   }
+}
+
+void appendEscaped(std::string& out, std::string_view utf8) {
+  out += '"';
+  appendEscapedCharacters(out, utf8);
   out += '"';
 }
 
-void appendText(std::string& out, TextView text) { appendEscaped(out, toUtf8(text)); }
+// Converted a slice at a time: a whole UTF-8 copy of a long text beside the answer doubled the
+// memory a large document's import peaks at.
+void appendText(std::string& out, TextView text) {
+  constexpr std::size_t kSlice = 1 << 16;
+  out.reserve(out.size() + text.size() + 2);
+  out += '"';
+  for (std::size_t at = 0; at < text.size();) {
+    std::size_t end = std::min(text.size(), at + kSlice);
+    // A surrogate pair stays in one slice.
+    if (end < text.size() && text[end - 1] >= 0xD800 && text[end - 1] <= 0xDBFF) --end;
+    appendEscapedCharacters(out, toUtf8(text.substr(at, end - at)));
+    at = end;
+  }
+  out += '"';
+}
 
 // Keys come from attribute names and may hold any bytes; JSON needs UTF-8.
 void appendKey(std::string& out, std::string_view key) {

@@ -172,8 +172,8 @@ bool hasPropertyListExtension(const std::string& path) {
 }
 
 // A property list of any format as the text of its XML form.
-std::optional<TextString> propertyListAsXml(Bytes bytes) {
-  std::optional<PropertyValue> list = propertyListFromBytes(bytes);
+std::optional<TextString> propertyListAsXml(Bytes bytes, const std::string& path) {
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes, path);
   if (!list) return std::nullopt;
   std::optional<std::string> xml = xmlPropertyList(*list);
   TextString text;
@@ -595,19 +595,26 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
 
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding) {
-  if (usedEncoding) *usedEncoding = encoding;
   std::optional<FileBytes> bytes = FileBytes::read(path).take();
-  bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
-  if (!detect) return bytes ? decodeBytes(bytes->bytes(), encoding) : std::nullopt;
+  if (bytes) return stringWithFileBytes(bytes->bytes(), encoding, usedEncoding);
+  // Detection asked for and nothing read: the ASCII fallback is what is reported.
+  const bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
+  if (usedEncoding) *usedEncoding = detect ? kASCIIStringEncoding : encoding;
+  return std::nullopt;
+}
 
-  if (bytes) {
-    if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes->bytes())) {
-      if (usedEncoding) *usedEncoding = detected->encoding;
-      return std::move(detected->text);
-    }
+std::optional<TextString> stringWithFileBytes(std::span<const std::uint8_t> bytes,
+                                              StringEncoding encoding,
+                                              StringEncoding* usedEncoding) {
+  if (usedEncoding) *usedEncoding = encoding;
+  bool detect = encoding == 0 || encoding >= kKamenickyStringEncoding;
+  if (!detect) return decodeBytes(bytes, encoding);
+  if (std::optional<DetectedText> detected = decodeDetectingEncoding(bytes)) {
+    if (usedEncoding) *usedEncoding = detected->encoding;
+    return std::move(detected->text);
   }
   if (usedEncoding) *usedEncoding = kASCIIStringEncoding;
-  return bytes ? decodeBytes(bytes->bytes(), kASCIIStringEncoding) : std::nullopt;
+  return decodeBytes(bytes, kASCIIStringEncoding);
 }
 
 std::optional<TextString> stringWithData(std::span<const std::uint8_t> data,
@@ -681,7 +688,7 @@ std::optional<TextString> stringWithMarkupContentsOfFile(const std::string& path
   std::optional<TextString> text;
   if (std::optional<FileBytes> bytes = FileBytes::read(path).take()) {
     if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
-      text = propertyListAsXml(bytes->bytes());
+      text = propertyListAsXml(bytes->bytes(), path);
     if (!text) text = decodeMarkupFile(bytes->bytes(), defaultEncoding, used);
   }
   if (usedEncoding) *usedEncoding = used;
@@ -722,7 +729,7 @@ std::unique_ptr<MarkupSource> markupSourceOfFile(const std::string& path,
     auto bytes = std::make_shared<const FileBytes>(std::move(*read));
     std::optional<TextString> list;
     if (startsWith(bytes->bytes(), "bplist") || hasPropertyListExtension(path))
-      list = propertyListAsXml(bytes->bytes());
+      list = propertyListAsXml(bytes->bytes(), path);
     if (list)
       source = std::make_unique<OwnedMarkup>(std::move(*list));
     else

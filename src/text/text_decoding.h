@@ -23,6 +23,10 @@ namespace ulvek {
 // reported. Nothing when the file cannot be read or decoded.
 std::optional<TextString> stringWithContentsOfFile(const std::string& path, StringEncoding encoding,
                                                    StringEncoding* usedEncoding = nullptr);
+// The same decoding of a file's bytes already read.
+std::optional<TextString> stringWithFileBytes(std::span<const std::uint8_t> bytes,
+                                              StringEncoding encoding,
+                                              StringEncoding* usedEncoding = nullptr);
 
 // Detection on bytes already in memory: the decoded text and the encoding chosen.
 struct DetectedText {

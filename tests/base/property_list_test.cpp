@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/log.h"
+
 #include <limits>
 #include <string>
 #include <vector>
@@ -118,10 +120,17 @@ TEST(PropertyList, NestingWithinTheLimitIsRead) {
       propertyListFromBytes(bytesOf("<plist><array><array/><dict></dict></array></plist>")));
 }
 
+std::string repeated(std::string_view piece, int times) {
+  std::string out;
+  out.reserve(piece.size() * times);
+  for (int i = 0; i < times; ++i) out += piece;
+  return out;
+}
+
 TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
-  std::string deep;
-  for (int i = 0; i < 200000; ++i) deep += "<array>";
-  for (int i = 0; i < 200000; ++i) deep += "</array>";
+  const std::string deep = repeated("<array>", 200000) + repeated("</array>", 200000);
+  const std::string prologue = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>URL</key>";
+  const std::string closing = repeated("</array>", 200000) + "</dict></plist>";
   const std::pair<const char*, std::string> rows[] = {
       {"empty", ""},
       {"bplist prefix only", "bplist"},
@@ -129,6 +138,16 @@ TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
       {"garbage", "not a property list at all"},
       // libplist recurses once per level: such lists overflowed the stack.
       {"XML nested 200000 deep", "<plist version=\"1.0\">" + deep + "</plist>"},
+      // A depth guard that scanned tags counted these closing tags and let the list through.
+      {"closing tags in comments", prologue + repeated("<array><!--</array>-->", 200000) + closing},
+      {"closing tags in CDATA",
+       prologue + repeated("<array><![CDATA[</array>]]>", 200000) + closing},
+      {"closing tags in instructions",
+       prologue + repeated("<array><?x </array>?>", 200000) + closing},
+      {"deep, then not well-formed", "<plist>" + repeated("<array>", 200000) + "&undefined;"},
+      {"OpenStep nested 200000 deep", repeated("(", 200000) + repeated(")", 200000)},
+      {"OpenStep dictionaries nested 200000 deep",
+       repeated("{a=", 200000) + repeated(";}", 200000)},
       {"binary nested 200000 deep", binaryArrayChain(200000)},
       {"binary array holding itself", binaryArrayChain(3, true)},
       {"binary shared objects expanding to 2^60 values", binaryDoublingChain(60)},
@@ -148,6 +167,25 @@ TEST(PropertyList, MalformedAndHostileInputAnswersNothing) {
   std::optional<PropertyValue> read = propertyListFromBytes(bytesOf(nulKey));
   ASSERT_TRUE(read && read->dictionary());
   EXPECT_EQ(read->dictionary()->size(), 2u);
+}
+
+TEST(PropertyList, MarkupInCommentsDoesNotCountAsNesting) {
+  const std::string list =
+      "<plist><array><!--" + repeated("<array>", 5000) + "--><string>kept</string></array></plist>";
+  std::optional<PropertyValue> read = propertyListFromBytes(bytesOf(list));
+  ASSERT_TRUE(read && read->array());
+  EXPECT_EQ(*read, PropertyValue(PropertyArray{PropertyValue(u"kept")}));
+}
+
+TEST(PropertyList, ListsTooDeepAreLoggedWithTheirName) {
+  std::vector<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  const std::string deep =
+      "<plist>" + repeated("<array>", 1000) + repeated("</array>", 1000) + "</plist>";
+  EXPECT_FALSE(propertyListFromBytes(bytesOf(deep), "/tmp/x.webloc"));
+  EXPECT_FALSE(propertyListFromBytes(bytesOf(deep)));
+  setLogSink({});
+  EXPECT_EQ(lines, std::vector<std::string>{"Property list nested too deeply: /tmp/x.webloc"});
 }
 
 TEST(PropertyList, OpenStepListsAndStringsFiles) {

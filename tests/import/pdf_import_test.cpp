@@ -150,6 +150,26 @@ TEST_F(PDFImportTest, DamagedFilesGiveNoText) {
       helper.openFile((testing::dataPath() / "pdf/survey.pdf").string()).contains(ImportKey::Text));
 }
 
+// A PDF bundle's document is read where it lies in the bundle; a link to a document elsewhere,
+// or a linked folder holding one, is not followed.
+TEST_F(PDFImportTest, BundleLinksLeadNowhere) {
+  MIMETypeHelper helper;
+  testing::TemporaryFolder folder;
+  const std::string survey = testing::readFile(testing::dataPath() / "pdf/survey.pdf");
+  const std::string outside = folder.write("outside/survey.pdf", survey);
+  folder.write("own.pdfd/survey.pdf", survey);
+  fs::create_directories(folder.path() / "linked.pdfd");
+  fs::create_symlink(outside, folder.path() / "linked.pdfd/survey.pdf");
+  fs::create_directories(folder.path() / "folder.pdfd");
+  fs::create_directory_symlink(folder.path() / "outside", folder.path() / "folder.pdfd/Contents");
+  const std::pair<std::string, bool> rows[] = {
+      {"own.pdfd", true}, {"linked.pdfd", false}, {"folder.pdfd", false}};
+  for (const auto& [bundle, read] : rows) {
+    ImportResult result = helper.openFile((folder.path() / bundle).string());
+    EXPECT_EQ(result.contains(ImportKey::Text), read) << bundle;
+  }
+}
+
 // The corpus's Tika document, as data: its title and author come through.
 TEST_F(PDFImportTest, CorpusDataFromTika) {
   ULVEK_REQUIRE_CORPUS();

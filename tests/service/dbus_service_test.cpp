@@ -205,7 +205,27 @@ TEST_F(ServiceTest, LargeTextIsCutToFitTheBus) {
   EXPECT_GT(result->string(ImportKey::Text)->size(), 40u * 1024 * 1024);
   EXPECT_TRUE(client_->ping(&error_));
   EXPECT_TRUE(daemon_.running());
-  EXPECT_NE(readWholeFile(logPath()).find("Truncated: " + path + " (60 MB)"), std::string::npos);
+  EXPECT_NE(readWholeFile(logPath()).find("Truncated: " + path + " (Text)"), std::string::npos);
+}
+
+// Metadata is cut as the text is: a 100 MB title made the bus drop the service.
+TEST_F(ServiceTest, LargeMetadataIsCutToFitTheBus) {
+  const std::string large(3u * 1024 * 1024, 't');
+  std::string path =
+      folder_.write("big-title.html", "<html><head><title>" + large +
+                                          "</title><meta name=\"description\" content=\"" + large +
+                                          "\"></head><body>short</body></html>");
+  std::optional<ImportResult> result = client_->openFile(path, &error_);
+  ASSERT_TRUE(result) << (error_ ? error_->localizedDescription : "");
+  for (std::string_view key : {ImportKey::Title, ImportKey::Description}) {
+    const TextString* value = result->string(key);
+    ASSERT_TRUE(value) << key;
+    EXPECT_EQ(value->size(), ImportResult::kMaxValueBytes) << key;
+    EXPECT_NE(readWholeFile(logPath()).find("Truncated: " + path + " (" + std::string(key) + ")"),
+              std::string::npos)
+        << key;
+  }
+  EXPECT_TRUE(client_->ping(&error_));
 }
 
 TEST_F(ServiceTest, DataItCannotReadAndFilesNoImporterReadsAnswerNothing) {

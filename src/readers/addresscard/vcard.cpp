@@ -246,7 +246,7 @@ std::optional<std::vector<VCard>> parseVCards(Bytes bytes, std::string_view name
   return cards;
 }
 
-std::vector<TextString> splitVCardValue(TextView value, char16_t separator) {
+std::vector<TextString> splitVCardValue(TextView value, char16_t separator, std::size_t maxParts) {
   std::vector<TextString> parts(1);
   for (std::size_t i = 0; i < value.size(); ++i) {
     char16_t c = value[i];
@@ -254,6 +254,7 @@ std::vector<TextString> splitVCardValue(TextView value, char16_t separator) {
       char16_t next = value[++i];
       parts.back().push_back(next == u'n' || next == u'N' ? u'\n' : next);
     } else if (c == separator) {
+      if (parts.size() == maxParts) break;
       parts.emplace_back();
     } else {
       parts.back().push_back(c);

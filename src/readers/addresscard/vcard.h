@@ -45,9 +45,15 @@ struct VCardLimits {
 std::optional<std::vector<VCard>> parseVCards(Bytes bytes, std::string_view name = {},
                                               const VCardLimits& limits = {});
 
+// Structured values have at most seven parts (ADR); what follows more parts than this is dropped,
+// so that a line of separators costs no more than its length.
+inline constexpr std::size_t kMaxVCardValueParts = 16;
+
 // The value split at unescaped `separator` (";" for structured values, "," for lists), each part
 // with its escapes undone: \n \N newline, \, \; \\ and any other escaped character itself.
-std::vector<TextString> splitVCardValue(TextView value, char16_t separator);
+// At most `maxParts` parts.
+std::vector<TextString> splitVCardValue(TextView value, char16_t separator,
+                                        std::size_t maxParts = kMaxVCardValueParts);
 TextString unescapeVCardText(TextView value);
 
 // Bytes of a quoted-printable value; "=" followed by anything but two hex digits stays literal.

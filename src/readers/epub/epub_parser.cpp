@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <set>
 
 #include "base/ascii.h"
 #include "base/failure.h"
 #include "base/file_url.h"
 #include "base/log.h"
+#include "base/text_limits.h"
 #include "platform/file_bytes.h"
+#include "platform/open_beneath.h"
 #include "readers/epub/epub_paths.h"
 #include "readers/xml/xml_events.h"
 #include "text/encodings.h"
@@ -98,8 +101,7 @@ std::string EPUBParser::opfFolder() const {
 bool EPUBParser::testForNamedFile(const std::string& name) {
   if (archive_) return archive_->testForNamedFile(name);
   if (!folder_) return false;
-  std::error_code error;
-  return fs::is_regular_file(fs::path(epubPath_) / name, error);
+  return isSafeMemberName(name) && isRegularFileBeneath(epubPath_, name);
 }
 
 std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
@@ -108,10 +110,9 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
     return archive_->dataForNamedFile(name, {kMaxMemberSize, 1000, 1 << 20});
   }
   if (!folder_) return std::nullopt;
-  // Members of a book folder never lead out of it.
+  // Members of a book folder never lead out of it, by name or by link.
   if (!isSafeMemberName(name)) return std::nullopt;
-  std::optional<FileBytes> bytes =
-      FileBytes::read((fs::path(epubPath_) / name).string(), kMaxMemberSize).take();
+  std::optional<FileBytes> bytes = readFileBeneath(epubPath_, name, kMaxMemberSize).take();
   if (!bytes) return std::nullopt;
   return Data(bytes->bytes().begin(), bytes->bytes().end());
 }
@@ -265,17 +266,34 @@ std::optional<TextString> EPUBParser::textContents() {
   if (hasDRM()) return std::nullopt;
   TextString text;
   std::string folder = opfFolder();
+  // A chapter the spine lists again is shown again by a reading system, but its text adds
+  // nothing to the book's for search; converted once, it cannot be made to multiply the text.
+  std::set<std::string> read;
+  std::size_t size = 0;
   for (const std::string& idref : spines_) {
     auto item = items_.find(idref);
     if (item == items_.end()) continue;
-    std::optional<Data> page = dataForNamedFile(joinedPath(folder, item->second));
-    if (!page) continue;
-    std::optional<TextString> source = stringWithMarkupData(*page, kUTF8StringEncoding);
+    std::string member = joinedPath(folder, item->second);
+    if (!read.insert(normalizedMemberPath(member).value_or(member)).second) continue;
+    std::optional<TextString> source;
+    if (std::optional<Data> page = dataForNamedFile(member))
+      source = stringWithMarkupData(*page, kUTF8StringEncoding);
     if (!source) continue;
     TextString chapter = stringByConvertingHtml2PlainText(*source, kImportHtmlOptions);
+    source.reset();
     if (chapter.empty()) continue;
-    text += chapter;
+    size += utf8Size(chapter) + 1;
+    // The first chapter is taken over, not copied: books of one large chapter peak lower.
+    if (text.empty())
+      text = std::move(chapter);
+    else
+      text += chapter;
     text += u'\n';
+    if (size > kMaxTextUtf8Bytes) {
+      text = TextString(utf8Prefix(text, kMaxTextUtf8Bytes));
+      logLine("Truncated: " + epubPath_ + " (Text)");
+      break;
+    }
   }
   return text;
 }

@@ -45,8 +45,9 @@ class EPUBParser {
   bool testForNamedFile(const std::string& name);
   std::optional<Data> dataForNamedFile(const std::string& name);
 
-  // The spine documents' text in reading order, each followed by "\n"; nothing for a book
-  // whose rights file names a scheme.
+  // The spine documents' text in reading order, each followed by "\n" and each document once
+  // however often the spine lists it, at most kMaxTextUtf8Bytes; nothing for a book whose
+  // rights file names a scheme.
   std::optional<TextString> textContents();
   // The rights scheme ("Adobe", "Apple", "Barnes & Noble", "Kobo"), or empty.
   const std::string& DRM();

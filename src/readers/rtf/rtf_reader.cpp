@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "platform/open_beneath.h"
 #include "readers/xml/document_text.h"
 
 namespace ulvek {
@@ -150,11 +151,12 @@ TextString decode(std::string_view bytes, int codePage) {
 }
 
 struct Group {
-  bool skip = false;      // contents are not text
-  int unicodeSkip = 1;    // \ucN: characters that follow a \u as its fallback
-  int codePage = 1252;    // of the current font
-  std::string_view info;  // the \info attribute being collected
-  bool time = false;      // inside \creatim or \revtim
+  bool skip = false;        // contents are not text
+  bool skipAround = false;  // this group or one it is inside is skipped (the font table)
+  int unicodeSkip = 1;      // \ucN: characters that follow a \u as its fallback
+  int codePage = 1252;      // of the current font
+  std::string_view info;    // the \info attribute being collected
+  bool time = false;        // inside \creatim or \revtim
 };
 
 struct DateParts {
@@ -416,7 +418,7 @@ class RTFParser {
       // An ignorable destination we do not know: not text.
       if (ignorable_ && first) {
         flushBytes();
-        group().skip = true;
+        skipGroup();
       }
       ignorable_ = false;
       return;
@@ -426,7 +428,7 @@ class RTFParser {
     for (std::string_view skipped : kSkippedDestinations) {
       if (word == skipped) {
         flushBytes();
-        group().skip = true;
+        skipGroup();
         return;
       }
     }
@@ -434,7 +436,7 @@ class RTFParser {
       // An ignorable destination we do not know: not text.
       if (!isKnownDestination(word)) {
         flushBytes();
-        group().skip = true;
+        skipGroup();
         ignorable_ = false;
         return;
       }
@@ -479,7 +481,10 @@ class RTFParser {
     // A field's result is text where the field is; an object's result where the object is.
     if (word == "fldrslt") return;
     if (word == "result") {
-      if (groups_.size() >= 3) group().skip = groups_[groups_.size() - 3].skip;
+      if (groups_.size() >= 3) {
+        group().skip = groups_[groups_.size() - 3].skip;
+        group().skipAround = group().skip || groups_[groups_.size() - 2].skipAround;
+      }
       return;
     }
     if (word == "ansicpg" && parameter) {
@@ -557,11 +562,13 @@ class RTFParser {
     return word == "fldinst" || word == "info" || word == "ud" || word == "upr";
   }
 
-  bool inFontTable() const {
-    for (auto it = groups_.rbegin(); it != groups_.rend(); ++it)
-      if (it->skip) return true;
-    return false;
+  void skipGroup() {
+    group().skip = true;
+    group().skipAround = true;
   }
+
+  // Kept with each group rather than searched for: a search per \f is quadratic in the nesting.
+  bool inFontTable() const { return groups_.back().skipAround; }
 
   std::string_view input_;
   std::size_t at_ = 0;
@@ -612,10 +619,10 @@ std::optional<ReaderOutput> readRTFD(const ReaderSource& source) {
   if (!source.isFile()) return std::nullopt;
   std::error_code error;
   if (!std::filesystem::is_directory(source.path(), error)) return std::nullopt;
-  ReaderSource text = ReaderSource::file(source.path() + "/TXT.rtf");
-  std::optional<Bytes> bytes = text.bytes();
-  if (!bytes) return std::nullopt;
-  std::optional<ReaderOutput> output = readRTFBytes(*bytes);
+  // Only the package's own TXT.rtf: a link there could name any file of the user's.
+  std::optional<FileBytes> text = readFileBeneath(source.path(), "TXT.rtf").take();
+  if (!text) return std::nullopt;
+  std::optional<ReaderOutput> output = readRTFBytes(text->bytes());
   if (output)
     output->attributes[std::string(DocumentAttribute::DocumentType)] =
         PropertyValue(kRTFDTextDocumentType);

@@ -8,6 +8,7 @@
 
 #include "base/ascii.h"
 #include "base/log.h"
+#include "platform/open_beneath.h"
 #include "platform/temporary_items.h"
 #include "readers/zip/zip_archive.h"
 #include "text/character_tables.h"
@@ -65,12 +66,13 @@ std::optional<TextString> bundleText(const std::string& folder, StringEncoding e
     logLine("No text file in text bundle: " + folder);
     return std::nullopt;
   }
-  std::string path = folder + "/" + *text;
-  if (!isRegularFile(path)) {
-    logLine("Text of text bundle is not a file: " + path);
+  // The text is read only where it lies inside the bundle: a link could name any file.
+  Result<FileBytes> bytes = readFileBeneath(folder, *text);
+  if (!bytes) {
+    logLine("Text of text bundle is not a file in it: " + folder + "/" + *text);
     return std::nullopt;
   }
-  return stringWithContentsOfFile(path, encoding, usedEncoding);
+  return stringWithFileBytes(bytes.value().bytes(), encoding, usedEncoding);
 }
 
 std::optional<TextString> textPackText(const std::string& path, StringEncoding encoding,

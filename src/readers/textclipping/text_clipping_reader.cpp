@@ -69,7 +69,7 @@ std::optional<ReaderOutput> fromResourceFork(const std::string& path) {
 std::optional<ReaderOutput> fromDataFork(const ReaderSource& source) {
   std::optional<Bytes> bytes = source.bytes(64u << 20);
   if (!bytes || bytes->empty()) return std::nullopt;
-  std::optional<PropertyValue> list = propertyListFromBytes(*bytes);
+  std::optional<PropertyValue> list = propertyListFromBytes(*bytes, source.name());
   const PropertyDictionary* root = list ? list->dictionary() : nullptr;
   const PropertyValue* utiData = root ? find(*root, "UTI-Data") : nullptr;
   const PropertyDictionary* types = utiData ? utiData->dictionary() : nullptr;

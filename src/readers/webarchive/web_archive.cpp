@@ -135,7 +135,7 @@ std::optional<TextString> WebResource::documentSource() const {
 
 std::optional<WebArchive> WebArchive::initWithData(Bytes bytes, std::string_view name) {
   if (bytes.empty()) return std::nullopt;
-  std::optional<PropertyValue> list = propertyListFromBytes(bytes);
+  std::optional<PropertyValue> list = propertyListFromBytes(bytes, name);
   if (!list) {
     logFailure(FailureKind::Damaged, "Not a web archive: " + std::string(name));
     return std::nullopt;

@@ -70,6 +70,7 @@ int ZCALLBACK imageError(voidpf, voidpf stream) {
 }
 
 // minizip's case-insensitive comparison folds ASCII letters only; 2 asks for it on Linux.
+constexpr int kCaseSensitive = 1;
 constexpr int kCaseInsensitive = 2;
 // minizip finds no member whose name is longer.
 constexpr std::size_t kLongestName = 255;
@@ -136,7 +137,10 @@ bool ZipArchive::closeZipFile() {
 bool ZipArchive::testForNamedFile(std::string_view name) {
   if (!zipFile_) return false;
   std::string wanted(name);
-  return unzLocateFile(zipFile_, wanted.c_str(), kCaseInsensitive) == UNZ_OK;
+  // The exact name first: otherwise "ABC" finds an earlier "abc", and every case variant of a
+  // large member inflates it again.
+  return unzLocateFile(zipFile_, wanted.c_str(), kCaseSensitive) == UNZ_OK ||
+         unzLocateFile(zipFile_, wanted.c_str(), kCaseInsensitive) == UNZ_OK;
 }
 
 std::optional<Data> ZipArchive::dataForNamedFile(std::string_view name, const ZipLimits& limits) {
@@ -262,13 +266,14 @@ Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
     total += member.size;
     if (total > budget) return refuse(archive, "inflates past the limit");
   }
-  ZipLimits memberLimits{budget, ~0ull, 0};
+  std::uint64_t written = 0;
   std::set<std::string> unpacked;
   for (const ZipMember& member : members) {
     std::filesystem::path target = std::filesystem::path(destination) / member.name;
     std::error_code error;
-    // A name that comes again is the member a lookup finds already: keep the first.
-    if (!member.isFolder && !unpacked.insert(member.name).second) {
+    // A name that comes again, in any case, is one readers cannot tell from the first (lookups
+    // ignore case): keep the first.
+    if (!member.isFolder && !unpacked.insert(asciiLowercase(member.name)).second) {
       logLine("Duplicate archive member: " + archive.archiveName() + " (" + member.name + ")");
       continue;
     }
@@ -279,9 +284,12 @@ Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
     }
     std::filesystem::create_directories(target.parent_path(), error);
     if (error) return Error::posix(error.value(), target.string());
-    std::optional<Data> data = archive.dataForNamedFile(member.name, memberLimits);
+    // The sizes the directory declares were checked; what is written counts as well.
+    std::optional<Data> data =
+        archive.dataForNamedFile(member.name, ZipLimits{budget - written, ~0ull, 0});
     if (!data) return refuse(archive, "unreadable member " + member.name);
-    if (Status written = writeMember(target.string(), *data); !written) return written;
+    written += data->size();
+    if (Status stored = writeMember(target.string(), *data); !stored) return stored;
   }
   return {};
 }

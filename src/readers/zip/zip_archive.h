@@ -31,8 +31,9 @@ struct ZipMember {
 };
 
 // Read access to single members of a zip archive by name, without unpacking it: minizip served
-// from an in-memory image of the whole file (mapped when large). Member names are looked up
-// without regard to ASCII case; the first match in the central directory wins.
+// from an in-memory image of the whole file (mapped when large). A member of the exact name is
+// found first; else names are compared without regard to ASCII case and the first match in the
+// central directory wins.
 class ZipArchive {
  public:
   // The archive at `path`, or nothing when it cannot be read or is no zip archive.
@@ -90,7 +91,8 @@ struct UnpackLimits {
 // Unpacks every member below `destination` (an existing folder, normally a TemporaryDirectory).
 // Refuses, with one log line and nothing written, archives with absolute member names, names that
 // climb out with "..", symbolic links, or contents past the limits. Writes nothing outside
-// `destination`.
+// `destination`, and no more bytes in all than the limits allow. Of members whose names differ
+// only in case, the first is unpacked and the others skipped with a log line.
 Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
                         const UnpackLimits& limits = {});
 

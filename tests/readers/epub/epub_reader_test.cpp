@@ -234,5 +234,67 @@ TEST(EPUBParser, RightsAndDamagedBooks) {
   EXPECT_EQ(book.textContents(), std::optional<TextString>(u"inside\n\n\n"));
 }
 
+// A chapter the spine lists again adds nothing to the text: 50 references to an 8 MB chapter
+// made 392 MB of text.
+TEST(EPUBParser, ChaptersListedAgainAreReadOnce) {
+  TemporaryFolder folder;
+  std::string container = "<container><rootfile full-path=\"OEBPS/p.opf\"/></container>";
+  std::string large = "<html><body><p>";
+  for (int i = 0; i < 100000; ++i) large += "word" + std::to_string(i) + " ";
+  large += "</p></body></html>";
+  std::string spine;
+  for (int i = 0; i < 50; ++i) spine += "<itemref idref=\"big\"/><itemref idref=\"same\"/>";
+  std::string opf = package(
+      "<dc:title>Repeats</dc:title>",
+      "<item id=\"big\" href=\"big.xhtml\" media-type=\"application/xhtml+xml\"/>"
+      "<item id=\"same\" href=\"./Text/../big.xhtml\" media-type=\"application/xhtml+xml\"/>"
+      "<item id=\"small\" href=\"small.xhtml\" media-type=\"application/xhtml+xml\"/>",
+      "<itemref idref=\"small\"/>" + spine + "<itemref idref=\"small\"/>");
+  std::string book = (folder.path() / "repeats.epub").string();
+  ASSERT_TRUE(testing::writeZip(book, {{"mimetype", "application/epub+zip", false, true},
+                                       {"META-INF/container.xml", container},
+                                       {"OEBPS/p.opf", opf},
+                                       {"OEBPS/small.xhtml", "<p>Small</p>"},
+                                       {"OEBPS/big.xhtml", large}}));
+  EPUBParser parser(book);
+  std::optional<TextString> text = parser.textContents();
+  ASSERT_TRUE(text);
+  EXPECT_TRUE(text->starts_with(u"Small\n\n\nword0 word1 "));
+  EXPECT_TRUE(text->ends_with(u"word99999\n\n\n"));
+  // Each document once: the small one, then the large one.
+  std::size_t lastWords = 0;
+  for (std::size_t at = text->find(u"word99999"); at != TextString::npos;
+       at = text->find(u"word99999", at + 1))
+    ++lastWords;
+  EXPECT_EQ(lastWords, 1u);
+  EXPECT_LT(text->size(), large.size());
+}
+
+// Members of a book folder are read only where they lie inside it: a chapter that is a link, or
+// lies in a folder that is one, names a file outside and reads as nothing.
+TEST(EPUBParser, LinksInBookFoldersLeadNowhere) {
+  TemporaryFolder folder;
+  folder.write("outside/secret.xhtml", "<p>outside</p>");
+  folder.write("Book.epub/META-INF/container.xml",
+               "<container><rootfile full-path=\"OEBPS/p.opf\"/></container>");
+  folder.write("Book.epub/OEBPS/p.opf",
+               package("<dc:title>Links</dc:title>",
+                       "<item id=\"a\" href=\"linked.xhtml\" media-type=\"application/xhtml+xml\"/>"
+                       "<item id=\"b\" href=\"b.xhtml\" media-type=\"application/xhtml+xml\"/>"
+                       "<item id=\"c\" href=\"etc/secret.xhtml\" "
+                       "media-type=\"application/xhtml+xml\"/>",
+                       "<itemref idref=\"a\"/><itemref idref=\"b\"/><itemref idref=\"c\"/>"));
+  folder.write("Book.epub/OEBPS/b.xhtml", "<p>inside</p>");
+  fs::create_symlink(folder.path() / "outside/secret.xhtml",
+                     folder.path() / "Book.epub/OEBPS/linked.xhtml");
+  fs::create_directory_symlink(folder.path() / "outside", folder.path() / "Book.epub/OEBPS/etc");
+  EPUBParser book((folder.path() / "Book.epub").string());
+  EXPECT_EQ(text(book.metaData(), "kMDItemTitle"), "Links");
+  EXPECT_FALSE(book.testForNamedFile("OEBPS/linked.xhtml"));
+  EXPECT_FALSE(book.testForNamedFile("OEBPS/etc/secret.xhtml"));
+  EXPECT_TRUE(book.testForNamedFile("OEBPS/b.xhtml"));
+  EXPECT_EQ(book.textContents(), std::optional<TextString>(u"inside\n\n\n"));
+}
+
 }  // namespace
 }  // namespace ulvek

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -155,6 +157,59 @@ TEST(RTFReader, HostileInput) {
   }
   EXPECT_FALSE(read("not rtf"));
   EXPECT_FALSE(read(""));
+}
+
+// Font changes inside deep nesting once searched every open group: 2 MB took minutes.
+TEST(RTFReader, FontChangesStayLinearInNesting) {
+  auto repeated = [](std::string_view piece, std::size_t times) {
+    std::string out;
+    out.reserve(piece.size() * times);
+    for (std::size_t i = 0; i < times; ++i) out += piece;
+    return out;
+  };
+  struct Row {
+    std::string name;
+    std::string rtf;
+    std::string text;
+  };
+  const Row rows[] = {
+      {"flat groups", "{\\rtf1 " + repeated("{\\f1 x}", 250000) + "}", repeated("x", 250000)},
+      {"deep groups", "{\\rtf1 " + repeated("{", 300000) + repeated("\\f1 y", 340000),
+       repeated("y", 340000)},
+      {"inside the font table",
+       "{\\rtf1 {\\fonttbl " + repeated("{", 300000) + repeated("\\f1 z", 340000) +
+           repeated("}", 300000) + "}ok}",
+       "ok"},
+  };
+  for (const Row& row : rows) {
+    const auto start = std::chrono::steady_clock::now();
+    std::optional<ReaderOutput> output = read(row.rtf);
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start);
+    ASSERT_TRUE(output && output->text) << row.name;
+    EXPECT_EQ(toUtf8(*output->text), row.text) << row.name;
+    EXPECT_LT(seconds.count(), 5.0) << row.name;
+  }
+}
+
+// An RTFD's TXT.rtf is read only where it lies in the package: a link to a document elsewhere,
+// or a package whose TXT.rtf lies in a linked folder, reads as nothing.
+TEST(RTFReader, RTFDLinksLeadNowhere) {
+  testing::TemporaryFolder folder;
+  const std::string outside = folder.write("outside/TXT.rtf", "{\\rtf1 secret}");
+  folder.write("own.rtfd/TXT.rtf", "{\\rtf1 own}");
+  std::filesystem::create_directories(folder.path() / "linked.rtfd");
+  std::filesystem::create_symlink(outside, folder.path() / "linked.rtfd/TXT.rtf");
+  struct Row {
+    std::string package;
+    std::string text;
+  };
+  const Row rows[] = {{"own.rtfd", "own"}, {"linked.rtfd", "(nothing)"}};
+  for (const Row& row : rows) {
+    std::optional<ReaderOutput> output =
+        readRTFD(ReaderSource::file((folder.path() / row.package).string()));
+    EXPECT_EQ(output && output->text ? toUtf8(*output->text) : "(nothing)", row.text)
+        << row.package;
+  }
 }
 
 }  // namespace

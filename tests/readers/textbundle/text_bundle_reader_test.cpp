@@ -55,7 +55,10 @@ TEST(TextBundle, FolderBundles) {
     std::vector<std::pair<std::string, std::string>> files;  // a name ending in "/" is a folder
     std::string expected;
     std::string logFragment;
+    std::vector<std::pair<std::string, std::string>> links;  // name in the bundle, target
   };
+  TemporaryFolder outside;
+  const std::string secret = outside.write("secret.txt", "root:x:0:0");
   const std::vector<Row> rows = {
       {"markdown beside assets",
        {{"text.md", "# Title\n*x*"}, {"assets/a.png", "png"}},
@@ -69,12 +72,21 @@ TEST(TextBundle, FolderBundles) {
        "Grüße aus München, schön"},
       {"no text file", {{"info.json", "{}"}}, "(nothing)", "No text file"},
       {"text is a folder", {{"text.md/inner", "x"}}, "(nothing)", "is not a file"},
+      // A link could show any file of the user's as the bundle's text.
+      {"text is a link out", {}, "(nothing)", "is not a file in it", {{"text.md", secret}}},
+      {"text is a link in",
+       {{"other.md", "x"}},
+       "(nothing)",
+       "is not a file",
+       {{"text.md", "other.md"}}},
   };
   for (const Row& row : rows) {
     TemporaryFolder folder;
     std::string bundle = (folder.path() / "a.textbundle").string();
     fs::create_directories(bundle);
     for (const auto& [name, bytes] : row.files) folder.write("a.textbundle/" + name, bytes);
+    for (const auto& [name, target] : row.links)
+      fs::create_symlink(target, fs::path(bundle) / name);
     CapturedLog log;
     EXPECT_EQ(text(stringWithContentsOfTextBundleFile(bundle, kDetectEncoding)), row.expected)
         << row.name;
