@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "metadata/file_types.h"
 #include "readers/addresscard/person.h"
@@ -32,7 +33,7 @@ class AddressCardReader final : public Reader {
     }
     std::optional<Person> person = Person::initWithData(*bytes, name);
     if (!person) {
-      if (!bytes->empty()) logLine("No address card in: " + name);
+      if (!bytes->empty()) logFailure(FailureKind::Damaged, "No address card in: " + name);
       return std::nullopt;
     }
     ReaderOutput output;

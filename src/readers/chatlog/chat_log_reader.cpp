@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/failure.h"
+#include "platform/open_beneath.h"
 #include "text/encodings.h"
 #include "text/entity_conversion.h"
 #include "text/markup_scanner.h"
@@ -34,8 +35,15 @@ class ChatLogReader final : public Reader {
       logFailure(FailureKind::Damaged, "Chat log without exactly one transcript: " + source.path());
       return std::nullopt;
     }
-    std::optional<TextString> markup =
-        stringWithMarkupContentsOfFile(transcripts.front().string(), kUTF8StringEncoding);
+    // Only the package's own member: a link inside it never leads to the user's other files.
+    std::optional<FileBytes> bytes =
+        readFileBeneath(source.path(), transcripts.front().filename().string()).take();
+    if (!bytes) {
+      logFailure(FailureKind::Damaged,
+                 "Transcript of chat log is not a file in it: " + transcripts.front().string());
+      return std::nullopt;
+    }
+    std::optional<TextString> markup = stringWithMarkupData(bytes->bytes(), kUTF8StringEncoding);
     if (!markup) return std::nullopt;
     // Control characters become blanks and the text is composed, as in an importer's answer.
     ReaderOutput output;

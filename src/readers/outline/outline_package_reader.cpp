@@ -4,6 +4,7 @@
 
 #include "base/failure.h"
 #include "platform/file_bytes.h"
+#include "platform/open_beneath.h"
 #include "text/entity_conversion.h"
 #include "text/markup_scanner.h"
 #include "text/string_utilities.h"
@@ -42,7 +43,8 @@ class OutlinePackageReader final : public Reader {
   std::optional<ReaderOutput> read(const ReaderSource& source) const override {
     if (!source.isFile()) return std::nullopt;
     const std::string& path = source.path();
-    std::optional<FileBytes> file = FileBytes::read(path + "/contents.xml").take();
+    // Only the package's own member: a link inside it never leads to the user's other files.
+    std::optional<FileBytes> file = readFileBeneath(path, "contents.xml").take();
     if (!file) {
       logFailure(FailureKind::Damaged, "No contents.xml in outline package: " + path);
       return std::nullopt;

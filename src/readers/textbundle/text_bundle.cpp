@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "base/failure.h"
 #include "base/log.h"
 #include "platform/open_beneath.h"
 #include "platform/temporary_items.h"
@@ -69,7 +70,8 @@ std::optional<TextString> bundleText(const std::string& folder, StringEncoding e
   // The text is read only where it lies inside the bundle: a link could name any file.
   Result<FileBytes> bytes = readFileBeneath(folder, *text);
   if (!bytes) {
-    logLine("Text of text bundle is not a file in it: " + folder + "/" + *text);
+    logFailure(FailureKind::Damaged,
+               "Text of text bundle is not a file in it: " + folder + "/" + *text);
     return std::nullopt;
   }
   return stringWithFileBytes(bytes.value().bytes(), encoding, usedEncoding);
@@ -81,7 +83,7 @@ std::optional<TextString> textPackText(const std::string& path, StringEncoding e
   if (!folder) return std::nullopt;
   std::unique_ptr<ZipArchive> archive = ZipArchive::initWithZipFile(path);
   if (!archive) {
-    logLine("Text pack is not a zip archive: " + path);
+    logFailure(FailureKind::Damaged, "Text pack is not a zip archive: " + path);
     return std::nullopt;
   }
   if (Status unpacked = unpackZipArchive(*archive, folder->path()); !unpacked) return std::nullopt;
@@ -93,7 +95,7 @@ std::optional<TextString> textPackText(const std::string& path, StringEncoding e
     if (!fs::is_directory(fs::symlink_status(bundle))) continue;
     if (auto text = bundleText(bundle, encoding, usedEncoding)) result = std::move(text);
   }
-  if (!result) logLine("No text bundle in text pack: " + path);
+  if (!result) logFailure(FailureKind::Damaged, "No text bundle in text pack: " + path);
   return result;
 }
 

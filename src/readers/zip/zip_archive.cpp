@@ -12,6 +12,7 @@
 #include <set>
 
 #include "base/ascii.h"
+#include "base/failure.h"
 #include "base/log.h"
 
 namespace ulvek {
@@ -245,7 +246,8 @@ Status writeMember(const std::string& path, const Data& data) {
 }
 
 Status refuse(const ZipArchive& archive, const std::string& reason) {
-  logLine("Unsafe archive: " + archive.archiveName() + " (" + reason + ")");
+  logFailure(FailureKind::Damaged,
+             "Unsafe archive: " + archive.archiveName() + " (" + reason + ")");
   Error error = Error::posix(EPERM, archive.archiveName());
   error.localizedDescription = reason;
   return error;

@@ -45,6 +45,16 @@ TEST(ChatLogReader, TheTextOfItsOneTranscript) {
                   ? std::vector<std::string>{"Chat log without exactly one transcript: " + path}
                   : std::vector<std::string>{});
   }
+  // A transcript that links out of the package is not followed.
+  folder.write("outside.xml", "<chat>private</chat>");
+  std::filesystem::create_directories(folder.path() / "Linked.chatlog");
+  std::filesystem::create_symlink("../outside.xml", folder.path() / "Linked.chatlog/log.xml");
+  {
+    CapturedLog log;
+    EXPECT_FALSE(
+        chatLogReader().read(ReaderSource::file((folder.path() / "Linked.chatlog").string())));
+    EXPECT_TRUE(log.contains("Transcript of chat log is not a file in it: "));
+  }
   // A file under the name is no package: nothing, one line.
   std::string file = folder.write("Flat.chatlog", "<chat/>");
   CapturedLog log;

@@ -69,6 +69,16 @@ TEST(OutlinePackageReader, PlainCompressedAndBroken) {
       EXPECT_TRUE(log.lines().empty()) << log.lines().front();
     }
   }
+  // A contents.xml that links out of the package is not followed.
+  folder.write("outside.xml", std::string(kOutline));
+  std::filesystem::create_directories(folder.path() / "Linked.oo3");
+  std::filesystem::create_symlink("../outside.xml", folder.path() / "Linked.oo3/contents.xml");
+  {
+    CapturedLog log;
+    std::string linked = (folder.path() / "Linked.oo3").string();
+    EXPECT_FALSE(outlinePackageReader().read(ReaderSource::file(linked)));
+    EXPECT_TRUE(log.contains("No contents.xml in outline package: " + linked));
+  }
   // Only packages on disk are outlines.
   EXPECT_FALSE(outlinePackageReader().read(ReaderSource::data(Bytes(), "x.oo3")));
 }
