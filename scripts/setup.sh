@@ -1,18 +1,30 @@
 #!/usr/bin/env bash
 # Installs the Debian packages ulvekbot needs (once), then configures and builds it.
 # Usage: scripts/setup.sh [BUILD_DIR [extra cmake options...]]
+# With -DULVEK_TESTS=OFF among the options, only what building and running need is installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# What building and running need.
 packages=(
-  build-essential cmake ninja-build pkg-config ccache clang clang-format libclang-rt-14-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
-  libcli11-dev libicu-dev libuchardet-dev uchardet zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
-  libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev attr
-  html2text w3m poppler-utils nlohmann-json3-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev libetonyek-tools libmwaw-tools libimage-exiftool-perl
-  libwpd-tools libgsf-1-dev scdoc dpkg-dev libglib2.0-bin antiword catdoc tracker-extract time
-  docx2txt odt2txt unrtf pandoc
+  build-essential cmake ninja-build pkg-config ccache
+  libcli11-dev libicu-dev libuchardet-dev zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
+  libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
+  libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
+  scdoc
 )
+# What the tests, benchmarks and fuzzers need besides: their frameworks, and the tools a user
+# would otherwise run, which they compare with.
+test_packages=(
+  clang clang-format libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
+  nlohmann-json3-dev uchardet attr dpkg-dev libglib2.0-bin time
+  html2text w3m poppler-utils libetonyek-tools libmwaw-tools libwpd-tools libimage-exiftool-perl
+  antiword catdoc tracker-extract docx2txt odt2txt unrtf pandoc
+)
+# A build without tests (-DULVEK_TESTS=OFF) installs only what building and running need.
+if [[ " $* " != *" -DULVEK_TESTS=OFF "* ]]; then
+  packages+=("${test_packages[@]}")
+fi
 
 missing=()
 for package in "${packages[@]}"; do
