@@ -63,18 +63,23 @@ class CommandLineTest : public ::testing::Test {
     return testing::runProgram(arguments, folder_.path());
   }
 
+  // The status and standard output exactly; standard error holds `errorPart`, or is empty.
+  static void expectOutput(const testing::ProgramOutput& output, int status, const std::string& out,
+                           const char* errorPart) {
+    EXPECT_EQ(output.status, status) << output.err;
+    EXPECT_EQ(output.out, out);
+    if (errorPart) {
+      EXPECT_NE(output.err.find(errorPart), std::string::npos) << output.err;
+    } else {
+      EXPECT_EQ(output.err, "");
+    }
+  }
+
   void check(const std::vector<Row>& rows) {
     for (const Row& row : rows) {
       SCOPED_TRACE(row.arguments.empty() ? "(none)"
                                          : row.arguments[0] + " " + row.arguments.back());
-      testing::ProgramOutput output = run(row.arguments);
-      EXPECT_EQ(output.status, row.status) << output.err;
-      EXPECT_EQ(output.out, row.out);
-      if (row.errorPart) {
-        EXPECT_NE(output.err.find(row.errorPart), std::string::npos) << output.err;
-      } else {
-        EXPECT_EQ(output.err, "");
-      }
+      expectOutput(run(row.arguments), row.status, row.out, row.errorPart);
     }
   }
 
@@ -472,14 +477,7 @@ TEST_F(CommandLineTest, WhatImportPrints) {
     SCOPED_TRACE(row.name);
     std::vector<std::string> arguments = row.arguments;
     arguments.insert(arguments.begin(), "import");
-    testing::ProgramOutput output = run(arguments);
-    EXPECT_EQ(output.status, row.status) << output.err;
-    EXPECT_EQ(output.out, row.out);
-    if (row.errorPart) {
-      EXPECT_NE(output.err.find(row.errorPart), std::string::npos) << output.err;
-    } else {
-      EXPECT_EQ(output.err, "");
-    }
+    expectOutput(run(arguments), row.status, row.out, row.errorPart);
     if (!row.file.empty()) {
       EXPECT_EQ(testing::readFile(folder_.path() / "out.txt"), row.file);
     }
