@@ -24,7 +24,7 @@ inline constexpr std::string_view Factory = "factory";      // exported function
 inline constexpr std::string_view FactoryID = "factoryID";  // UUID string
 inline constexpr std::string_view ContentType = "contentType";
 inline constexpr std::string_view Path = "path";
-inline constexpr std::string_view Import = "import";        // false: only create and ask
+inline constexpr std::string_view Import = "import";  // false: only create and ask
 // When the host stops waiting: seconds of the system's monotonic clock, which both sides share.
 inline constexpr std::string_view Deadline = "deadline";
 inline constexpr std::string_view Outcome = "outcome";
