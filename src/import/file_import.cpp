@@ -67,11 +67,15 @@ class FileImport {
   ImportResult run(ImportDetails* details = nullptr) {
     FailureScope failures;
     prepare();
-    if (hasContents() && isReadable()) {
+    // One look at the item decides whether it is read at all.
+    struct stat info {};
+    if (::stat(path_.c_str(), &info) != 0) {
+      reportUnreadable(errno);
+    } else if (hasContents(info) && isReadable()) {
       if (plan_.size != 0) {
         std::optional<Route> route = chooseProtected();
         if (route) follow(*route);
-      } else if (isEmptyDocument()) {
+      } else if (isEmptyDocument(info)) {
         logFailure(FailureKind::Damaged, "Empty file: " + path_);
       }
     }
@@ -97,36 +101,32 @@ class FileImport {
   }
 
   // An empty text file is an empty text; an empty file of any other kind is a broken one.
-  bool isEmptyDocument() const {
-    struct stat info {};
-    if (::stat(path_.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  bool isEmptyDocument(const struct stat& info) const {
+    if (!S_ISREG(info.st_mode)) return false;
     return plan_.contentType && !typeConformsTo(*plan_.contentType, kUTTypeText) &&
            contentTypeInfo(*plan_.contentType);
   }
 
-  // A file that does not exist or cannot be opened is a failure the caller hears of; its
-  // metadata is still answered.
+  // A file that does not exist or cannot be read is a failure the caller hears of; its
+  // metadata is still answered. Asked without opening it.
   bool isReadable() const {
-    int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor >= 0) {
-      ::close(descriptor);
-      return true;
-    }
-    int error = errno;
+    if (::faccessat(AT_FDCWD, path_.c_str(), R_OK, AT_EACCESS) == 0) return true;
+    reportUnreadable(errno);
+    return false;
+  }
+
+  void reportUnreadable(int error) const {
     if (error == ENOENT || error == ENOTDIR)
       logFailure(FailureKind::NotFound, "No such file: " + path_);
     else if (error == EACCES || error == EPERM)
       logFailure(FailureKind::Permission, "Permission denied: " + path_);
     else
       logFailure(FailureKind::Damaged, std::string(std::strerror(error)) + ": " + path_);
-    return false;
   }
 
   // Only regular files and folders (packages) are read: a FIFO, socket or device can have a
   // size (from a resource fork beside it) but opening one could block the service.
-  bool hasContents() const {
-    struct stat info {};
-    if (::stat(path_.c_str(), &info) != 0) return true;  // the readers answer nothing
+  static bool hasContents(const struct stat& info) {
     return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
   }
 

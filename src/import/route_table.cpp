@@ -56,12 +56,6 @@ Route routeForContentType(std::optional<std::string_view> contentType) {
   return Route::Importer;
 }
 
-std::optional<Route> routeForContent(std::string_view contentType) {
-  std::optional<std::string_view> reader = readerForContentType(contentType);
-  if (!reader) return std::nullopt;
-  return routeNamed(*reader).value_or(Route::Registered);
-}
-
 namespace {
 
 // Content before a missing, unknown or lying name: where no name test answered, or the name's
@@ -81,9 +75,10 @@ void letTypeDecide(ImportPlan& plan) {
     std::optional<std::string_view> named = contentTypeForExtension(toUtf8(plan.extension));
     if (!named || *named == *plan.contentType) return;
   }
-  plan.route = routeForContent(*plan.contentType).value_or(Route::Importer);
-  if (plan.route == Route::Registered)
-    plan.registeredReader = readerForContentType(*plan.contentType).value_or("");
+  // The registry's reader column names a route, or a reader a family registered.
+  std::optional<std::string_view> reader = readerForContentType(*plan.contentType);
+  plan.route = reader ? routeNamed(*reader).value_or(Route::Registered) : Route::Importer;
+  if (plan.route == Route::Registered) plan.registeredReader = *reader;
   plan.typeDecided = true;
 }
 

@@ -239,11 +239,6 @@ constexpr std::optional<Route> routeNamed(std::string_view name) {
   return std::nullopt;
 }
 
-// The route that reads a file of `contentType` when its content decided, from the registry's
-// reader column: the route it names, or Route::Registered for the name of a registered reader
-// (ReaderSet::named); nothing for types the registry does not declare.
-std::optional<Route> routeForContent(std::string_view contentType);
-
 // What the dispatcher learns about a file before reading it. openFile() and `ulvekbot classify`
 // both make it with planImport(), so what `classify` prints is what an import does.
 struct ImportPlan {
