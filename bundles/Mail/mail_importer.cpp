@@ -100,26 +100,6 @@ std::string lowercaseExtension(const char* name) {
   return dot ? ulvek::asciiLowercase(dot + 1) : std::string();
 }
 
-// poppler's complaints about an attached PDF, as log lines naming the message they came from;
-// a damaged attachment can make hundreds, so only the first few are told.
-struct PopplerMessages {
-  static constexpr int kMost = 10;
-  std::string path;
-  int told = 0;
-
-  static void log(const std::string& text, void* closure) {
-    auto* messages = static_cast<PopplerMessages*>(closure);
-    if (++messages->told > kMost) return;
-    std::fprintf(stderr, "Mail importer: PDF attachment in %s: %s\n", messages->path.c_str(),
-                 text.c_str());
-  }
-};
-
-PopplerMessages& popplerMessages() {
-  static PopplerMessages messages;
-  return messages;
-}
-
 std::string pdfText(const std::string& bytes) {
   std::vector<char> data(bytes.begin(), bytes.end());
   std::unique_ptr<poppler::document> document(poppler::document::load_from_data(&data));
@@ -289,8 +269,8 @@ GMimeStream* messageStream(const char* path) {
 bool importMail(Attributes& out, const char*, const char* path) {
   static bool initialised = (g_mime_init(), true);
   (void)initialised;
-  popplerMessages() = PopplerMessages{path, 0};
-  poppler::set_debug_error_function(&PopplerMessages::log, &popplerMessages());
+  ulvek::plugin::PopplerMessages::tellAbout(std::string("Mail importer: PDF attachment in ") +
+                                            path);
   Owned<GMimeStream> stream(messageStream(path));
   if (!stream) return false;
   Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
@@ -311,6 +291,7 @@ bool importMail(Attributes& out, const char*, const char* path) {
 
   Body body;
   walk(g_mime_message_get_mime_part(message.get()), body);
+  ulvek::plugin::PopplerMessages::finish(true);
   // The plain parts in order (a forwarded message's too); HTML only where there is no plain.
   std::string text;
   auto append = [&text](const std::string& part) {

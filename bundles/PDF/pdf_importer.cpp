@@ -198,9 +198,7 @@ bool readPDF(Attributes& out, const std::string& path) {
   return true;
 }
 
-bool importPDF(Attributes& out, const char*, const char* path) {
-  // poppler's complaints about damaged files are not the service's log.
-  poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
+bool readDocument(Attributes& out, const char* path) {
   if (!isPostScript(path)) {
     BundleDocument document(path);
     return !document.path().empty() && readPDF(out, document.path());
@@ -211,6 +209,13 @@ bool importPDF(Attributes& out, const char*, const char* path) {
   bool read = convertWithGhostscript(path, converted) && readPDF(out, converted);
   std::error_code error;
   fs::remove_all(folder, error);
+  return read;
+}
+
+bool importPDF(Attributes& out, const char*, const char* path) {
+  ulvek::plugin::PopplerMessages::tellAbout(std::string("PDF importer: ") + path);
+  bool read = readDocument(out, path);
+  ulvek::plugin::PopplerMessages::finish(read);
   return read;
 }
 

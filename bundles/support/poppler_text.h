@@ -3,6 +3,7 @@
 // Page text as the PDF and Mail importers take it from poppler, one way for both.
 
 #include <poppler/cpp/poppler-document.h>
+#include <poppler/cpp/poppler-global.h>
 #include <poppler/cpp/poppler-page.h>
 
 #include <sched.h>
@@ -11,14 +12,69 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace ulvek::plugin {
+
+// poppler's complaints, as log lines naming the file they came from; a damaged document can make
+// thousands, so only the first few of each file are told. They are held until the reading ends:
+// a document that could not be opened at all gets its one "cannot read" line instead. poppler
+// calls from any thread that reads pages.
+class PopplerMessages {
+ public:
+  static constexpr std::size_t kMost = 10;
+
+  // From now on poppler's messages are about `origin` ("PDF importer: /x.pdf").
+  static void tellAbout(std::string origin) {
+    PopplerMessages& messages = instance();
+    {
+      std::lock_guard lock(messages.mutex_);
+      messages.origin_ = std::move(origin);
+      messages.held_.clear();
+      messages.count_ = 0;
+    }
+    poppler::set_debug_error_function(&PopplerMessages::hold, &messages);
+  }
+
+  // Writes what was held (`tell`), or forgets it.
+  static void finish(bool tell) {
+    PopplerMessages& messages = instance();
+    std::lock_guard lock(messages.mutex_);
+    if (tell) {
+      for (const std::string& text : messages.held_)
+        std::fprintf(stderr, "%s: %s\n", messages.origin_.c_str(), text.c_str());
+      if (messages.count_ > messages.held_.size())
+        std::fprintf(stderr, "%s: %zu more messages\n", messages.origin_.c_str(),
+                     messages.count_ - messages.held_.size());
+    }
+    messages.held_.clear();
+    messages.count_ = 0;
+  }
+
+ private:
+  static PopplerMessages& instance() {
+    static PopplerMessages messages;
+    return messages;
+  }
+
+  static void hold(const std::string& text, void* closure) {
+    auto* messages = static_cast<PopplerMessages*>(closure);
+    std::lock_guard lock(messages->mutex_);
+    if (messages->count_++ < kMost) messages->held_.push_back(text);
+  }
+
+  std::mutex mutex_;
+  std::string origin_;
+  std::vector<std::string> held_;
+  std::size_t count_ = 0;
+};
 
 // poppler's UTF-8, without the NUL units some strings end in.
 inline std::string utf8(const poppler::ustring& text) {

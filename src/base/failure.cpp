@@ -33,7 +33,7 @@ void reportFailure(FailureKind kind, std::string message) {
 }
 
 void logFailure(FailureKind kind, std::string line) {
-  logLine(line);
+  logLine(line, failureKindName(kind));
   reportFailure(kind, std::move(line));
 }
 

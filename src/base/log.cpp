@@ -4,6 +4,7 @@
 #include <execinfo.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <typeinfo>
@@ -15,6 +16,8 @@ LogSink& sink() {
   static LogSink instance;
   return instance;
 }
+
+thread_local LogContext* innermostContext = nullptr;
 
 std::string callStackSymbols() {
   void* frames[64];
@@ -41,12 +44,43 @@ void logExceptionParts(std::string_view operation, std::string_view className,
 
 }  // namespace
 
-void logLine(std::string_view line) {
+LogContext::LogContext(std::string_view part, std::string_view file)
+    : outer_(innermostContext), part_(part), file_(file) {
+  innermostContext = this;
+}
+
+LogContext::~LogContext() { innermostContext = outer_; }
+
+std::string_view LogContext::part() {
+  for (const LogContext* context = innermostContext; context; context = context->outer_)
+    if (!context->part_.empty()) return context->part_;
+  return {};
+}
+
+std::string_view LogContext::file() {
+  for (const LogContext* context = innermostContext; context; context = context->outer_)
+    if (!context->file_.empty()) return context->file_;
+  return {};
+}
+
+std::string decoratedLogLine(std::string_view program, std::string_view line,
+                             std::string_view tag) {
+  std::string out(program);
+  out += ": ";
+  if (std::string_view part = LogContext::part(); !part.empty()) out.append(part).append(": ");
+  std::string_view file = LogContext::file();
+  if (!file.empty() && line.find(file) == std::string_view::npos) out.append(file).append(": ");
+  if (!tag.empty()) out.append(tag).append(": ");
+  out += line;
+  return out;
+}
+
+void logLine(std::string_view line, std::string_view tag) {
   if (sink()) {
     sink()(line);
     return;
   }
-  std::string out(line);
+  std::string out = decoratedLogLine(program_invocation_short_name, line, tag);
   out += '\n';
   // One write per entry so concurrent writers do not interleave within a line.
   for (std::size_t done = 0; done < out.size();) {

@@ -114,7 +114,7 @@ void addPaths(CLI::App& command, std::vector<std::string>& paths, const std::str
 }
 
 void printError(CommandIO& io, std::string_view command, std::string_view message) {
-  io.err << "ulvekbot " << command << ": " << message << '\n';
+  io.err << "ulvekbot: " << command << ": " << message << '\n';
 }
 
 int runForEachPath(std::string_view command, const std::vector<std::string>& paths, CommandIO& io,

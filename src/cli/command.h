@@ -80,7 +80,7 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 // Adds the command's PATH... arguments, one or more, to `paths`.
 void addPaths(CLI::App& command, std::vector<std::string>& paths, const std::string& description);
 
-// Writes "ulvekbot <command>: <message>" to the error stream.
+// Writes "ulvekbot: <command>: <message>" to the error stream.
 void printError(CommandIO& io, std::string_view command, std::string_view message);
 
 // The shape shared by the path commands: for each path prints the JSON line of `operation`'s

@@ -373,7 +373,7 @@ void ImportRun::importAll(std::ostream& out) {
                 items_.size(), items_.size() == 1 ? "file" : "files",
                 static_cast<unsigned long long>(bytes), seconds.count(),
                 items_.size() - byNature - failed_, byNature, failed_);
-  io_.err << "ulvekbot " << kCommand << ": " << summary << "\n";
+  io_.err << "ulvekbot: " << kCommand << ": " << summary << "\n";
 }
 
 int ImportRun::run() {

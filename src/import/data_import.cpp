@@ -1,5 +1,6 @@
 #include <string>
 
+#include "base/log.h"
 #include "import/mime_type_helper.h"
 #include "import/route_table.h"
 #include "metadata/file_types.h"
@@ -50,7 +51,9 @@ ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
   std::optional<Route> route = routeForData(mime, ext);
   if (!route || (*route == Route::PDF && data->empty())) return result;
   const Reader* reader = readerFor(*route, origin);
-  std::optional<ReaderOutput> output = reader ? reader->read(source) : std::nullopt;
+  if (!reader) return result;
+  LogContext reading(readerLogPart(*reader), origin);
+  std::optional<ReaderOutput> output = reader->read(source);
   if (!output || (*route == Route::AttributedDocument && !output->text)) return result;
   std::optional<TextString> text = copyReaderOutput(*output, result);
   if (!text) return result;

@@ -66,6 +66,7 @@ class FileImport {
 
   ImportResult run(ImportDetails* details = nullptr) {
     FailureScope failures;
+    LogContext item({}, path_);
     prepare();
     // One look at the item decides whether it is read at all.
     struct stat info {};
@@ -172,6 +173,7 @@ class FileImport {
             "No reader built for " + std::string(plan_.registeredReader) + " files: " + path_);
       return std::nullopt;
     }
+    LogContext reading(readerLogPart(*reader));
     return reader->read(ReaderSource::file(path_));
   }
 

@@ -41,4 +41,11 @@ class ReaderSet {
   std::map<std::string, const Reader*, std::less<>> named_;
 };
 
+// What log lines written while `reader` reads are from: "reader rtf"; the importer host speaks
+// for itself ("importer host", and each importer it runs by name).
+inline std::string readerLogPart(const Reader& reader) {
+  std::string_view name = reader.name();
+  return name.starts_with("importer") ? std::string(name) : "reader " + std::string(name);
+}
+
 }  // namespace ulvek

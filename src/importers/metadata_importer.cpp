@@ -79,6 +79,7 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
                                                          const std::string& path, bool import,
                                                          bool& found) {
   found = false;
+  LogContext importer("importer " + std::filesystem::path(match.bundle).stem().string(), path);
   std::optional<ImporterEntryPoint> entry = bundles_.entryPoint(match);
   if (!entry) {
     logLine(match.bundle + ": No kMDImporter(URL)Interface " + match.factoryID);
@@ -128,9 +129,8 @@ bool MetaDataImporter::getMetaData(PropertyDictionary* attributes, const std::st
   bool succeeded = false;
   std::vector<ImporterMatch> matches = matchesForFile(path, type);
   if (matches.empty() && attributes)
-    reportFailure(
-        FailureKind::Unsupported,
-        "No importer for " + (type.empty() ? std::string("this kind") : type) + ": " + path);
+    logFailure(FailureKind::Unsupported,
+               "No importer for " + (type.empty() ? std::string("this kind") : type) + ": " + path);
   for (const ImporterMatch& match : matches) {
     bool found = false;
     std::optional<PropertyDictionary> answer =

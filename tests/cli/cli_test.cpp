@@ -109,7 +109,7 @@ TEST_F(CommandLineTest, InProcessCommands) {
       {{"attributes", "missing", "Folder"},
        1,
        "{\"path\":\"Folder\"," + kFolderTags,
-       "ulvekbot attributes: missing: No such file or directory"},
+       "ulvekbot: attributes: missing: No such file or directory"},
       {{"attributes"}, 2, "", "ulvekbot attributes: PATH is required"},
       {{"directory", "Folder"},
        0,
@@ -177,10 +177,10 @@ TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
     EXPECT_TRUE(line.starts_with("{\"path\":\"tree/")) << line;
   EXPECT_EQ(lines, 4) << output.out;
   EXPECT_EQ(output.out.find("must not be imported"), std::string::npos);
-  EXPECT_NE(output.err.find("ulvekbot import: 4 files, 37 bytes, "), std::string::npos);
+  EXPECT_NE(output.err.find("ulvekbot: import: 4 files, 37 bytes, "), std::string::npos);
   EXPECT_NE(output.err.find(": 4 read, 0 without text by nature, 0 failed\n"), std::string::npos)
       << output.err;
-  EXPECT_NE(output.err.find("ulvekbot import: 3 links in folders skipped (-L follows them)\n"),
+  EXPECT_NE(output.err.find("ulvekbot: import: 3 links in folders skipped (-L follows them)\n"),
             std::string::npos)
       << output.err;
 }
@@ -196,7 +196,7 @@ TEST_F(CommandLineTest, ImportLinesNameTheContentType) {
        "\"FileSize\":24,\"ContentType\":\"public.rtf\",\"MIMEType\":\"text/rtf\"}\n"
        "{\"path\":\"page\",\"Title\":\"Page\",\"Text\":\"Page\\n\\nBody\\n\\n\",\"FileSize\":45,"
        "\"ContentType\":\"public.html\",\"MIMEType\":\"text/html\"}\n",
-       "ulvekbot import: 2 files"},
+       "ulvekbot: import: 2 files"},
   });
 }
 
@@ -470,7 +470,7 @@ TEST_F(CommandLineTest, WhatImportPrints) {
        {"-q", "--text", "missing", "tree/a.txt"},
        1,
        "\falpha\f",
-       "ulvekbot import: missing: not-found: No such file or directory\n"},
+       "ulvekbot: import: missing: not-found: No such file or directory\n"},
       {"unwritable file", {"-o", "nowhere/out.txt", "tree/a.txt"}, 1, "", "nowhere/out.txt"},
   };
   for (const OutputRow& row : rows) {

@@ -90,7 +90,7 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
       {"h.null", "(nothing)", "Null.mdimporter: No kMDImporter(URL)Interface"},
       {"i.junk", "(nothing)", "(garbage)", "importer-crashed"},
       {"j.good", "path", ""},
-      {"k.unknown", "(nothing)", "", "unsupported"},
+      {"k.unknown", "(nothing)", "No importer for public.plain-text: ", "unsupported"},
       {"l.refuse", "(no text)", "", "damaged"},
   };
   for (const Row& row : rows) {

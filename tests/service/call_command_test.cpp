@@ -97,7 +97,7 @@ TEST_F(CallCommandTest, WithoutAServiceFileTheDaemonIsStartedForTheCall) {
        {"import", "/nonexistent"},
        nullptr,
        1,
-       "ulvekbot call: import /nonexistent: No such file or directory",
+       "ulvekbot: call: import /nonexistent: No such file or directory",
        false},
       {"missing and present",
        {"attributes", "missing.txt", "note.txt"},
