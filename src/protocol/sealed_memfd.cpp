@@ -12,9 +12,12 @@
 namespace ulvek {
 namespace {
 
+// Refusals carry the D-Bus error name that the service answers them with.
+constexpr const char* kInvalidArgsDomain = "org.freedesktop.DBus.Error.InvalidArgs";
+
 Error invalidDescriptor(std::string message) {
   Error error;
-  error.domain = "org.freedesktop.DBus.Error.InvalidArgs";
+  error.domain = kInvalidArgsDomain;
   error.code = EINVAL;
   error.localizedDescription = std::move(message);
   return error;

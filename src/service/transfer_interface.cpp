@@ -95,8 +95,11 @@ int onOpenData(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
   // The caller's size is never asked for: the sealed file's own size is what is read.
   Result<SealedBytes> data = SealedBytes::map(descriptor);
   if (!data) {
-    return sd_bus_error_set(replyError, data.error().domain.c_str(),
-                            data.error().localizedDescription.c_str());
+    // A refusal names InvalidArgs; a failed system call is the service's own failure.
+    const Error& error = data.error();
+    const bool refused = error.domain == SD_BUS_ERROR_INVALID_ARGS;
+    return sd_bus_error_set(replyError, refused ? SD_BUS_ERROR_INVALID_ARGS : SD_BUS_ERROR_FAILED,
+                            error.localizedDescription.c_str());
   }
   auto optionalText = [](const char* text) -> std::optional<TextString> {
     if (!text || !*text) return std::nullopt;
