@@ -124,7 +124,18 @@ int runData(HelperProxy& client, const std::vector<std::string>& arguments, Comm
     printError(io, kName, "data " + arguments[0] + ": cannot read the file");
     return kExitFailure;
   }
-  Data data{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  // Read in one piece: data may run to hundreds of megabytes (the client library then hands it
+  // over as a sealed memory file).
+  std::error_code sizeError;
+  std::uintmax_t size = std::filesystem::file_size(arguments[0], sizeError);
+  Data data;
+  if (!sizeError) {
+    data.resize(size);
+    file.read(reinterpret_cast<char*>(data.data()), static_cast<std::streamsize>(size));
+    data.resize(static_cast<std::size_t>(file.gcount()));
+  } else {
+    data.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
   auto optionalArgument = [&](std::size_t index) -> std::optional<TextString> {
     if (index >= arguments.size() || arguments[index].empty()) return std::nullopt;
     return fromUtf8(arguments[index]);
@@ -216,7 +227,8 @@ constexpr OperationUsage kUsages[] = {
 
 constexpr std::string_view kFooter = R"(
 Paths are made absolute before they are sent. An empty URL or MIMETYPE is
-left out of the call.
+left out of the call. Names that are not UTF-8 and data over 32 MiB go
+through the service's Transfer interface.
 
 Examples:
   ulvekbot call ping

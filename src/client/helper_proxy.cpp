@@ -8,7 +8,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "protocol/dbus_interface.h"
 #include "protocol/dbus_values.h"
+#include "protocol/sealed_memfd.h"
+#include "protocol/transfer_values.h"
 
 namespace ulvek {
 namespace {
@@ -135,24 +138,32 @@ const Error& errorOf(const Result<T>& result) {
   return result.error();
 }
 
+// A path that a D-Bus string cannot hold (not UTF-8, or a character D-Bus refuses) goes as bytes
+// through the Transfer interface; the classic interface keeps every other.
+bool travelsAsBytes(const std::string& path) {
+  return dbus::wireString(std::string_view(path)) != path;
+}
+
 Result<Message> newPathCall(Connection& connection, const std::string& protocol,
                             std::string_view method, const std::string& path) {
-  // D-Bus strings are UTF-8 without NUL; a path that is not cannot be named remotely.
-  if (dbus::wireString(std::string_view(path)) != path) {
-    return localError(SD_BUS_ERROR_INVALID_ARGS, EINVAL,
-                      "The path is not valid UTF-8 and cannot be sent over D-Bus");
+  if (path.find('\0') != std::string::npos) {
+    return localError(SD_BUS_ERROR_INVALID_ARGS, EINVAL, "A path cannot hold a NUL byte");
   }
-  Result<Message> call = newCall(connection, protocol, method);
+  const bool asBytes = travelsAsBytes(path);
+  Result<Message> call =
+      newCall(connection, asBytes ? dbus::kTransferInterfaceName : protocol, method);
   if (!call) return call;
-  if (int r = sd_bus_message_append_basic(call->get(), 's', path.c_str()); r < 0)
-    return errorFrom(SD_BUS_ERROR_NULL, r);
+  int r = asBytes ? sd_bus_message_append_array(call->get(), 'y', path.data(), path.size())
+                  : sd_bus_message_append_basic(call->get(), 's', path.c_str());
+  if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
   return call;
 }
 
 Result<ImportResult> readResultReply(Result<Message> reply) {
   if (!reply) return reply.error();
+  // A classic answer is a Transfer answer without a memory file or a cut mark.
   ImportResult result;
-  if (int r = dbus::readResult(reply->get(), result); r < 0) {
+  if (int r = dbus::readTransferResult(reply->get(), result); r < 0) {
     return localError(SD_BUS_ERROR_INVALID_SIGNATURE, -r,
                       "The helper answered something other than a result");
   }
@@ -293,44 +304,40 @@ Status HelperProxy::terminate() {
   return status;
 }
 
-Result<ImportResult> HelperProxy::openFile(const std::string& path) {
+Result<ImportResult> HelperProxy::importPath(std::string_view method, const std::string& path) {
   return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
-    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenFile", path);
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, method, path);
     if (!call) return call.error();
     return readResultReply(send(*proxy.connection_, std::move(*call)));
   });
+}
+
+Result<bool> HelperProxy::askPath(std::string_view method, const std::string& path) {
+  return retried<Result<bool>>([&](HelperProxy& proxy) -> Result<bool> {
+    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, method, path);
+    if (!call) return call.error();
+    return readBooleanReply(send(*proxy.connection_, std::move(*call)));
+  });
+}
+
+Result<ImportResult> HelperProxy::openFile(const std::string& path) {
+  return importPath("OpenFile", path);
 }
 
 Result<ImportResult> HelperProxy::openDirectory(const std::string& path) {
-  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
-    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenDirectory", path);
-    if (!call) return call.error();
-    return readResultReply(send(*proxy.connection_, std::move(*call)));
-  });
+  return importPath("OpenDirectory", path);
 }
 
 Result<ImportResult> HelperProxy::openAttributes(const std::string& path) {
-  return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
-    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "OpenAttributes", path);
-    if (!call) return call.error();
-    return readResultReply(send(*proxy.connection_, std::move(*call)));
-  });
+  return importPath("OpenAttributes", path);
 }
 
 Result<bool> HelperProxy::supportsFile(const std::string& path) {
-  return retried<Result<bool>>([&](HelperProxy& proxy) -> Result<bool> {
-    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "SupportsFile", path);
-    if (!call) return call.error();
-    return readBooleanReply(send(*proxy.connection_, std::move(*call)));
-  });
+  return askPath("SupportsFile", path);
 }
 
 Result<bool> HelperProxy::isPlainFile(const std::string& path) {
-  return retried<Result<bool>>([&](HelperProxy& proxy) -> Result<bool> {
-    Result<Message> call = newPathCall(*proxy.connection_, proxy.protocol_, "IsPlainFile", path);
-    if (!call) return call.error();
-    return readBooleanReply(send(*proxy.connection_, std::move(*call)));
-  });
+  return askPath("IsPlainFile", path);
 }
 
 Result<ImportResult> HelperProxy::openData(const std::optional<Data>& data,
@@ -340,13 +347,29 @@ Result<ImportResult> HelperProxy::openData(const std::optional<Data>& data,
   const Data& bytes = data ? *data : kNoData;
   std::string urlText = url ? dbus::wireString(TextView(*url)) : std::string();
   std::string mimeText = mimeType ? dbus::wireString(TextView(*mimeType)) : std::string();
+  // Large data goes as a sealed memory file: one copy instead of a message the bus may refuse.
+  std::optional<OwnedDescriptor> file;
+  if (bytes.size() > dbus::kInlineDataBytes) {
+    Result<OwnedDescriptor> made = makeSealedMemfd(bytes, "ulvekbot-data");
+    if (!made) return made.error();
+    file = std::move(*made);
+  }
   return retried<Result<ImportResult>>([&](HelperProxy& proxy) -> Result<ImportResult> {
-    Result<Message> call = newCall(*proxy.connection_, proxy.protocol_, "OpenData");
+    Connection& connection = *proxy.connection_;
+    if (file && sd_bus_can_send(connection.bus(), 'h') <= 0) {
+      return localError(SD_BUS_ERROR_NOT_SUPPORTED, ENOTSUP,
+                        "The bus connection cannot pass file descriptors, which data over 32 MiB "
+                        "needs");
+    }
+    Result<Message> call =
+        newCall(connection, file ? dbus::kTransferInterfaceName : proxy.protocol_, "OpenData");
     if (!call) return call.error();
-    int r = sd_bus_message_append_array(call->get(), 'y', bytes.data(), bytes.size());
+    int descriptor = file ? file->get() : -1;
+    int r = file ? sd_bus_message_append_basic(call->get(), 'h', &descriptor)
+                 : sd_bus_message_append_array(call->get(), 'y', bytes.data(), bytes.size());
     if (r >= 0) r = sd_bus_message_append(call->get(), "ss", urlText.c_str(), mimeText.c_str());
     if (r < 0) return errorFrom(SD_BUS_ERROR_NULL, r);
-    return readResultReply(send(*proxy.connection_, std::move(*call)));
+    return readResultReply(send(connection, std::move(*call)));
   });
 }
 

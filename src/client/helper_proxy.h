@@ -86,6 +86,10 @@ class HelperProxy {
   const std::string& protocol() const { return protocol_; }
   const std::shared_ptr<Connection>& connectionForProxy() const { return connection_; }
 
+  // Paths that a D-Bus string cannot hold (not UTF-8, such as Latin-1 names) and data over
+  // 32 MiB go through the Transfer interface (com.ulvek_technologies.UlvekBotHelper.Transfer),
+  // everything else through the classic one. Whichever answers, a text cut to fit is marked with
+  // the key "TextTruncated" (true) only by the Transfer interface.
   Status ping();
   // Succeeds when the helper went away without answering, as it should.
   Status terminate();
@@ -112,6 +116,8 @@ class HelperProxy {
  private:
   template <typename Answer>
   Answer retried(const std::function<Answer(HelperProxy&)>& attempt);
+  Result<ImportResult> importPath(std::string_view method, const std::string& path);
+  Result<bool> askPath(std::string_view method, const std::string& path);
 
   std::shared_ptr<Connection> connection_;
   std::string protocol_;

@@ -33,6 +33,12 @@ OptionalText viewOf(const std::optional<TextString>& text) {
 ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
                                       const std::optional<TextString>& url,
                                       const std::optional<TextString>& mimeType) {
+  return openDataBytes(data ? std::optional<Bytes>(*data) : std::nullopt, url, mimeType);
+}
+
+ImportResult MIMETypeHelper::openDataBytes(std::optional<Bytes> data,
+                                           const std::optional<TextString>& url,
+                                           const std::optional<TextString>& mimeType) {
   ImportResult result;
   std::string name = url ? addressFileName(*url) : std::string();
   std::optional<TextString> extension;
@@ -44,7 +50,7 @@ ImportResult MIMETypeHelper::openData(const std::optional<Data>& data,
 
   OptionalText mime = viewOf(mimeType);
   OptionalText ext = viewOf(extension);
-  ReaderSource source = ReaderSource::data(Bytes(data->data(), data->size()), name);
+  ReaderSource source = ReaderSource::data(*data, name);
   // The data's own path name, for log lines.
   std::string origin = url ? toUtf8(*url) : std::string("(data)");
 

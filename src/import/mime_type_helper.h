@@ -34,6 +34,9 @@ class MIMETypeHelper {
   ImportResult openAttributes(const std::string& path);
   ImportResult openData(const std::optional<Data>& data, const std::optional<TextString>& url,
                         const std::optional<TextString>& mimeType);
+  // openData over bytes the caller keeps (a mapped memory file), without copying them.
+  ImportResult openDataBytes(std::optional<Bytes> data, const std::optional<TextString>& url,
+                             const std::optional<TextString>& mimeType);
   bool supportsFile(const std::string& path);
   bool isPlainFile(const std::string& path);
 

@@ -44,6 +44,8 @@ ImportResult ImportResult::fromValues(PropertyDictionary values) {
 
 namespace {
 
+thread_local std::size_t textLimit = kMaxTextUtf8Bytes;
+
 // Cuts one value to at most `budget` bytes (counted as UTF-8 for text) and says how many it keeps.
 class ValueLimit {
  public:
@@ -105,9 +107,10 @@ void ImportResult::limitSizes(std::string_view origin) {
   std::size_t metadataLeft = kMaxMetadataBytes;
   for (auto it = values_.begin(); it != values_.end();) {
     const bool isText = it->first == ImportKey::Text;
-    ValueLimit limit(isText ? kMaxTextUtf8Bytes : metadataLeft);
-    limit.apply(it->second, isText ? kMaxTextUtf8Bytes : kMaxValueBytes);
+    ValueLimit limit(isText ? textLimit : metadataLeft);
+    limit.apply(it->second, isText ? textLimit : kMaxValueBytes);
     if (limit.cut()) logCut(it->first);
+    if (limit.cut() && isText) textTruncated_ = true;
     if (!isText) metadataLeft -= limit.used();
     // A value cut to nothing is none; a key holds a real value or is absent.
     const PropertyValue& value = it->second;
@@ -120,6 +123,10 @@ void ImportResult::limitSizes(std::string_view origin) {
       ++it;
   }
 }
+
+ScopedTextLimit::ScopedTextLimit(std::size_t bytes) : previous_(textLimit) { textLimit = bytes; }
+
+ScopedTextLimit::~ScopedTextLimit() { textLimit = previous_; }
 
 std::optional<TextString> joinedStrings(const PropertyValue& list, TextView separator) {
   const PropertyArray* array = list.array();

@@ -75,14 +75,31 @@ class ImportResult {
   // with it, so the command line and the service answer alike and a reply fits a bus message.
   void limitSizes(std::string_view origin);
 
+  // Whether limitSizes cut the text. Travels with the result only where an interface says so.
+  bool textTruncated() const { return textTruncated_; }
+
   static constexpr std::size_t kMaxValueBytes = 1024 * 1024;
   static constexpr std::size_t kMaxListCount = 4096;
   static constexpr std::size_t kMaxMetadataBytes = 16 * 1024 * 1024;
 
-  bool operator==(const ImportResult&) const = default;
+  bool operator==(const ImportResult& other) const { return values_ == other.values_; }
 
  private:
   PropertyDictionary values_;
+  bool textTruncated_ = false;
+};
+
+// While it lives, limitSizes on this thread cuts the text at `bytes` of UTF-8 instead of
+// kMaxTextUtf8Bytes: for answers whose text travels beside the message rather than in it.
+class ScopedTextLimit {
+ public:
+  explicit ScopedTextLimit(std::size_t bytes);
+  ~ScopedTextLimit();
+  ScopedTextLimit(const ScopedTextLimit&) = delete;
+  ScopedTextLimit& operator=(const ScopedTextLimit&) = delete;
+
+ private:
+  std::size_t previous_;
 };
 
 // Joins strings with a separator; nothing when the value is not an array of strings (elements

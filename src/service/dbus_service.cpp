@@ -11,6 +11,7 @@
 #include "base/log.h"
 #include "protocol/dbus_interface.h"
 #include "protocol/dbus_values.h"
+#include "service/transfer_interface.h"
 
 namespace ulvek {
 namespace {
@@ -178,6 +179,7 @@ DBusErrorReply errorReplyFor(std::exception_ptr exception) {
 }
 
 DBusService::~DBusService() {
+  sd_bus_slot_unref(transferSlot_);
   sd_bus_slot_unref(slot_);
   sd_bus_flush_close_unref(bus_);
 }
@@ -188,6 +190,10 @@ Status DBusService::start() {
   if (r >= 0) {
     r = sd_bus_add_object_vtable(bus_, &slot_, dbus::kObjectPath, dbus::kInterfaceName, kVTable,
                                  this);
+  }
+  if (r >= 0) {
+    r = sd_bus_add_object_vtable(bus_, &transferSlot_, dbus::kObjectPath,
+                                 dbus::kTransferInterfaceName, kTransferVTable, this);
   }
   if (r < 0) return Error::posix(-r, "");
   // Queued: a second instance stays unreachable while the first runs and takes over when the

@@ -54,6 +54,7 @@ class DBusService {
   MIMETypeHelper& helper_;
   sd_bus* bus_ = nullptr;
   sd_bus_slot* slot_ = nullptr;
+  sd_bus_slot* transferSlot_ = nullptr;  // the Transfer interface (service/transfer_interface.h)
   bool ownsName_ = false;
 };
 

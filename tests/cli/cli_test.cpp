@@ -573,7 +573,11 @@ TEST_F(CommandLineTest, CallsReachTheDaemon) {
       {{"call", "data", "tagged.txt", "", "application/pdf"}, 0, "{\"path\":\"tagged.txt\"}\n", ""},
       {{"call", "stillBusy"}, 2, "", "unknown command \"stillBusy\""},
       {{"call", "ping", "x"}, 2, "", "not expected: x"},
-      {{"call", "attributes", "bad \xFF name"}, 1, "", "not valid UTF-8"},
+      // A name that is not UTF-8 goes as bytes and answers as in-process.
+      {{"call", "directory", "bad \xFF name"},
+       0,
+       "{\"path\":\"bad \xEF\xBF\xBD name\",\"Title\":\"bad \xEF\xBF\xBD name\"}\n",
+       nullptr},
       {{"call", "terminate"}, 0, "", nullptr},
   });
   EXPECT_EQ(daemon.waitForExit(10s), 0);

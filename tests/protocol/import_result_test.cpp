@@ -114,5 +114,44 @@ TEST(ImportResult, TheWholeAnswerStaysWithinItsBudget) {
   EXPECT_EQ(log.lines().size(), ImportKey::All.size());
 }
 
+// An answer whose text travels beside the message may carry more text; what is cut is marked,
+// and the mark is no part of the result's value.
+TEST(ImportResult, TextLimitOfAScopeAndTheCutMark) {
+  struct Row {
+    const char* name;
+    std::size_t scopeLimit;  // 0: no scope
+    std::size_t units;
+    std::size_t kept;
+    bool truncated;
+  };
+  const std::vector<Row> rows = {
+      {"classic limit", 0, kMaxTextUtf8Bytes + 10, kMaxTextUtf8Bytes, true},
+      {"raised limit keeps more", 64u << 20, kMaxTextUtf8Bytes + 10, kMaxTextUtf8Bytes + 10, false},
+      {"small text", 16, 16, 16, false},
+      {"lowered limit", 16, 17, 16, true},
+  };
+  for (const Row& row : rows) {
+    ImportResult result;
+    result.putOrRemove(ImportKey::Text, PropertyValue(TextString(row.units, u'a')));
+    testing::CapturedLog log;
+    {
+      std::optional<ScopedTextLimit> scope;
+      if (row.scopeLimit) scope.emplace(row.scopeLimit);
+      result.limitSizes("/x/file");
+    }
+    EXPECT_EQ(result.string(ImportKey::Text)->size(), row.kept) << row.name;
+    EXPECT_EQ(result.textTruncated(), row.truncated) << row.name;
+    ImportResult same;
+    same.putOrRemove(ImportKey::Text, PropertyValue(*result.string(ImportKey::Text)));
+    EXPECT_EQ(result, same) << row.name;
+  }
+  // The scope ends with its block.
+  ImportResult after;
+  after.putOrRemove(ImportKey::Text, PropertyValue(TextString(kMaxTextUtf8Bytes + 1, u'a')));
+  testing::CapturedLog log;
+  after.limitSizes("/x/file");
+  EXPECT_EQ(after.string(ImportKey::Text)->size(), kMaxTextUtf8Bytes);
+}
+
 }  // namespace
 }  // namespace ulvek

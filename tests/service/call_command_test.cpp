@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "large_documents.h"
 #include "service_fixture.h"
 #include "test_support.h"
 
@@ -106,6 +107,33 @@ TEST_F(CallCommandTest, WithoutAServiceFileTheDaemonIsStartedForTheCall) {
        "attributes missing.txt: No such file or directory",
        false},
   });
+}
+
+// Data over 32 MiB and names that are not UTF-8 reach the daemon through the client library's
+// Transfer calls, with nothing asked of the user.
+TEST_F(CallCommandTest, LargeDataAndLatin1NamesAreImported) {
+  testing::PrivateBus bus;
+  folder_.write("large.pdf", testing::paddedPdf("Two hundred megabytes", 200'000'000));
+  folder_.write("caf\xE9.txt", "Bonjour");
+  struct OutputRow {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* outputPart;
+  };
+  const std::vector<OutputRow> rows = {
+      {"data", {"data", "large.pdf", "", "application/pdf"}, "Two hundred megabytes"},
+      {"import", {"import", "caf\xE9.txt"}, "\"Text\":\"Bonjour\""},
+      {"supports", {"supports", "caf\xE9.txt"}, "false\n"},
+      {"plain", {"plain", "caf\xE9.txt"}, "true\n"},
+  };
+  for (const OutputRow& row : rows) {
+    std::vector<std::string> arguments{testing::builtProgram("ulvekbot"), "call"};
+    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+    testing::ProgramOutput output = testing::runProgram(arguments, folder_.path());
+    EXPECT_EQ(output.status, 0) << row.name << ": " << output.err;
+    EXPECT_EQ(output.err, "") << row.name;
+    EXPECT_NE(output.out.find(row.outputPart), std::string::npos) << row.name << ": " << output.out;
+  }
 }
 
 }  // namespace
