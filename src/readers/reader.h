@@ -53,8 +53,9 @@ struct ReaderOutput {
   std::optional<Date> modification;
   // A web page's meta tags, lower-cased name to content.
   HtmlMetaAttributes htmlMeta;
-  // The format a word-processor reader recognised; kPlainTextDocumentType when it fell back
-  // to plain text, because the dispatcher hands such Word files to the importers instead.
+  // The format a word-processor reader recognised, one of the constants below;
+  // kPlainTextDocumentType when it fell back to plain text, because the dispatcher hands such
+  // Word files to the importers instead.
   std::u16string_view documentType;
 
   bool operator==(const ReaderOutput&) const = default;
