@@ -51,13 +51,6 @@ std::optional<PropertyDictionary> propertyListDictionaryOfFile(const std::string
   return std::move(*list->dictionary());
 }
 
-std::optional<TextString> stringAttribute(const PropertyDictionary& attributes,
-                                          std::string_view key) {
-  const PropertyValue* value = find(attributes, key);
-  if (!value || !value->string()) return std::nullopt;
-  return *value->string();
-}
-
 // One call of openFile: the values it gathers and the result it fills.
 class FileImport {
  public:
@@ -199,7 +192,7 @@ class FileImport {
     std::optional<ReaderOutput> output = readOutput(Route::WebArchive);
     std::optional<TextString> text;
     if (output) {
-      if (auto base = stringAttribute(output->attributes, kBaseURLAttribute)) address_ = base;
+      if (output->url) address_ = output->url;
       text = MIMETypeHelper::copyReaderOutput(*output, result_);
     }
     putText(std::move(text));
@@ -210,10 +203,7 @@ class FileImport {
   std::optional<Route> readAttributedDocument() {
     attributed_ = readOutput(Route::AttributedDocument);
     if (attributed_ && attributed_->text) {
-      const PropertyValue* documentType =
-          find(attributed_->attributes, DocumentAttribute::DocumentType);
-      bool readAsPlainText = documentType && documentType->string() &&
-                             *documentType->string() == kPlainTextDocumentType;
+      bool readAsPlainText = attributed_->documentType == kPlainTextDocumentType;
       if (readAsPlainText && isWordExtension(plan_.extensionView(), plan_.typeView())) {
         attributed_.reset();
         return Route::Importer;

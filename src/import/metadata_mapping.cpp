@@ -23,145 +23,89 @@ constexpr std::array<MetaRow, 4> kHTMLMetaRows = {{
     {ImportKey::Keywords, {u"dc.keywords", u"keywords"}},
 }};
 
-std::optional<TextString> stringAttribute(const PropertyDictionary& attributes,
-                                          std::string_view key) {
-  const PropertyValue* value = find(attributes, key);
-  if (!value || !value->string()) return std::nullopt;
-  return *value->string();
-}
-
-// Spotlight attribute names the mapping reads.
-constexpr std::string_view kMDItemTitle = "kMDItemTitle";
-constexpr std::array<std::string_view, 3> kMDItemDescriptions = {
-    "kMDItemSubject", "kMDItemHeadline", "kMDItemDescription"};
+// What importers write when a template's field was never filled in.
 constexpr std::u16string_view kPlaceholderTitle = u"<title>";
 constexpr std::u16string_view kPlaceholderComment = u"<comments>";
-
-struct AttributeRow {
-  std::string_view source;
-  std::string_view key;
-};
-constexpr std::array<AttributeRow, 6> kMDItemValues = {{
-    {"kMDItemContentCreationDate", ImportKey::Creation},
-    {"kMDItemContentModificationDate", ImportKey::Modification},
-    {"kMDItemFinderComment", ImportKey::SpotlightComment},
-    {"kMDItemCopyright", ImportKey::Copyright},
-    {"kMDItemAlbum", ImportKey::Album},
-    {"kMDItemComposer", ImportKey::Composer},
-}};
-constexpr std::array<AttributeRow, 7> kMDItemLists = {{
-    {"kMDItemAuthors", ImportKey::Author},
-    {"kMDItemAuthorEmailAddresses", ImportKey::AuthorAddresses},
-    {"kMDItemRecipients", ImportKey::Recipient},
-    {"kMDItemRecipientEmailAddresses", ImportKey::RecipientAddresses},
-    {"kMDItemEmailAddresses", ImportKey::Email},
-    {"kMDItemInstantMessageAddresses", ImportKey::IM},
-    {"kMDItemPhoneNumbers", ImportKey::Phone},
-}};
 
 // Word processors stamp documents they create from a template with this date (2002-12-09
 // 14:26:00 UTC); it says nothing about the document.
 constexpr Date kTemplateDate{1039443960LL * 1000000};
 
-void putJoined(ImportResult& result, std::string_view key, const PropertyValue* list,
-               TextView separator) {
-  if (!list || !list->isArray()) return;
-  if (auto joined = joinedStrings(*list, separator)) result.putIfPresent(key, *joined);
+void put(ImportResult& result, std::string_view key, const std::optional<TextString>& value) {
+  if (value) result.putIfPresent(key, PropertyValue(*value));
 }
 
-void putValue(ImportResult& result, std::string_view key, const PropertyValue* value) {
-  if (value) result.putIfPresent(key, *value);
+void put(ImportResult& result, std::string_view key, std::optional<Date> date) {
+  if (date) result.putIfPresent(key, PropertyValue(*date));
+}
+
+void putJoined(ImportResult& result, std::string_view key, const std::optional<TextList>& list,
+               TextView separator) {
+  if (!list) return;
+  TextString joined;
+  for (const TextString& item : *list) {
+    if (&item != &list->front()) joined.append(separator);
+    joined.append(item);
+  }
+  result.putIfPresent(key, PropertyValue(std::move(joined)));
 }
 
 }  // namespace
 
-void MIMETypeHelper::copyMetaData(const PropertyDictionary* attributes, ImportResult& result) {
-  if (!attributes || attributes->empty()) return;
-  const PropertyDictionary& source = *attributes;
+std::optional<TextString> MIMETypeHelper::copyReaderOutput(ReaderOutput& output,
+                                                           ImportResult& result) {
+  const Convention convention = output.convention;
+  const bool importer = convention == Convention::Spotlight;
+
+  // An importer's empty or placeholder title, and a page's empty one, are no title.
   bool tookTitle = false;
-  if (auto title = stringAttribute(source, kMDItemTitle)) {
-    if (!title->empty() && *title != kPlaceholderTitle) {
-      result.putIfPresent(ImportKey::Title, PropertyValue(std::move(*title)));
+  if (output.title) {
+    bool skipped = (importer && *output.title == kPlaceholderTitle) ||
+                   ((importer || convention == Convention::HTMLPage) && output.title->empty());
+    if (!skipped) {
+      put(result, ImportKey::Title, output.title);
       tookTitle = true;
     }
   }
-  for (std::size_t i = 0; i < kMDItemDescriptions.size(); ++i) {
-    const PropertyValue* value = find(source, kMDItemDescriptions[i]);
-    if (!value) continue;
-    bool isDescription = tookTitle || i == kMDItemDescriptions.size() - 1;
-    result.putIfPresent(isDescription ? ImportKey::Description : ImportKey::Title, *value);
-    break;
-  }
-  putJoined(result, ImportKey::Keywords, find(source, "kMDItemKeywords"), u" ");
-  if (auto comment = stringAttribute(source, "kMDItemComment")) {
-    if (*comment != kPlaceholderComment) {
-      result.putIfPresent(ImportKey::Comment, PropertyValue(std::move(*comment)));
+  if (importer) {
+    // The first of subject, headline and description; the first two stand in for a missing
+    // title.
+    if (output.subject || output.headline) {
+      put(result, tookTitle ? ImportKey::Description : ImportKey::Title,
+          output.subject ? output.subject : output.headline);
+    } else {
+      put(result, ImportKey::Description, output.description);
     }
+  } else if (output.subject) {
+    put(result, ImportKey::Description, output.subject);
+  } else if (convention == Convention::AttributedDocument) {
+    put(result, ImportKey::Description, output.comment);
   }
-  for (const AttributeRow& row : kMDItemValues) putValue(result, row.key, find(source, row.source));
-  putValue(result, ImportKey::URL, find(source, "kMDItemURL"));
-  for (const AttributeRow& row : kMDItemLists) {
-    putJoined(result, row.key, find(source, row.source), u"\n");
-  }
-}
+  // A page's meta tags come after its title, so a meta title wins.
+  copyHTMLMetaAttributes(&output.htmlMeta, result);
 
-void MIMETypeHelper::copyAttributedStringAttributes(const PropertyDictionary* attributes,
-                                                    ImportResult& result) {
-  if (!attributes || attributes->empty()) return;
-  const PropertyDictionary& source = *attributes;
-  putValue(result, ImportKey::Title, find(source, DocumentAttribute::Title));
-  const PropertyValue* description = find(source, DocumentAttribute::Subject);
-  if (!description) description = find(source, DocumentAttribute::Comment);
-  putValue(result, ImportKey::Description, description);
-  putValue(result, ImportKey::Author, find(source, DocumentAttribute::Author));
-  putJoined(result, ImportKey::Keywords, find(source, DocumentAttribute::Keywords), u" ");
-  putValue(result, ImportKey::Copyright, find(source, DocumentAttribute::Copyright));
-  for (auto [name, key] :
-       {std::pair{DocumentAttribute::CreationTime, ImportKey::Creation},
-        std::pair{DocumentAttribute::ModificationTime, ImportKey::Modification}}) {
-    const PropertyValue* date = find(source, name);
-    if (date && !(date->date() && *date->date() == kTemplateDate)) putValue(result, key, date);
+  putJoined(result, ImportKey::Keywords, output.keywords, u" ");
+  if (importer && output.comment && *output.comment != kPlaceholderComment)
+    put(result, ImportKey::Comment, output.comment);
+  for (auto [date, key] : {std::pair{output.creation, ImportKey::Creation},
+                           std::pair{output.modification, ImportKey::Modification}}) {
+    if (convention == Convention::AttributedDocument && date == kTemplateDate) continue;
+    put(result, key, date);
   }
-}
+  put(result, ImportKey::SpotlightComment, output.finderComment);
+  put(result, ImportKey::Copyright, output.copyright);
+  put(result, ImportKey::Album, output.album);
+  put(result, ImportKey::Composer, output.composer);
+  // A page's base address is the item's own address, which the dispatcher stores last.
+  if (convention != Convention::HTMLPage) put(result, ImportKey::URL, output.url);
 
-void MIMETypeHelper::copyPDFDocumentAttributes(const PropertyDictionary* attributes,
-                                               ImportResult& result) {
-  if (!attributes || attributes->empty()) return;
-  const PropertyDictionary& source = *attributes;
-  putValue(result, ImportKey::Title, find(source, PDFDocumentAttribute::Title));
-  putValue(result, ImportKey::Description, find(source, PDFDocumentAttribute::Subject));
-  putValue(result, ImportKey::Author, find(source, PDFDocumentAttribute::Author));
-  putJoined(result, ImportKey::Keywords, find(source, PDFDocumentAttribute::Keywords), u" ");
-  putValue(result, ImportKey::Creation, find(source, PDFDocumentAttribute::CreationDate));
-  putValue(result, ImportKey::Modification, find(source, PDFDocumentAttribute::ModDate));
-}
-
-std::optional<TextString> MIMETypeHelper::copyReaderOutput(ReaderOutput& output,
-                                                           ImportResult& result) {
-  switch (output.vocabulary) {
-    case Vocabulary::Spotlight:
-      copyMetaData(&output.attributes, result);
-      if (!output.text) output.text = stringAttribute(output.attributes, kTextContentAttribute);
-      break;
-    case Vocabulary::AttributedDocument:
-      copyAttributedStringAttributes(&output.attributes, result);
-      break;
-    case Vocabulary::PDFDocument:
-      copyPDFDocumentAttributes(&output.attributes, result);
-      break;
-    case Vocabulary::HTMLMeta: {
-      if (auto title = stringAttribute(output.attributes, kHTMLTitleAttribute)) {
-        if (!title->empty()) result.putOrRemove(ImportKey::Title, PropertyValue(std::move(*title)));
-      }
-      HtmlMetaAttributes meta;
-      for (const auto& [name, value] : output.attributes) {
-        if (name == kHTMLTitleAttribute || name == kBaseURLAttribute || !value.string()) continue;
-        meta.emplace(fromUtf8(name), *value.string());
-      }
-      copyHTMLMetaAttributes(&meta, result);
-      break;
-    }
-  }
+  putJoined(result, ImportKey::Author, output.authors, u"\n");
+  putJoined(result, ImportKey::AuthorAddresses, output.authorAddresses, u"\n");
+  putJoined(result, ImportKey::Recipient, output.recipients, u"\n");
+  putJoined(result, ImportKey::RecipientAddresses, output.recipientAddresses, u"\n");
+  putJoined(result, ImportKey::Email, output.emailAddresses, u"\n");
+  putJoined(result, ImportKey::IM, output.instantMessageAddresses, u"\n");
+  putJoined(result, ImportKey::Phone, output.phoneNumbers, u"\n");
   return std::move(output.text);
 }
 

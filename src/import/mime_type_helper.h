@@ -56,20 +56,12 @@ class MIMETypeHelper {
                                                    const PropertyDictionary* xattributes) const;
 
   // Internal: maps an HTML page's meta attributes (title, description, author, keywords) into the
-  // result with put-if-present; absent or empty meta writes nothing.
+  // result with put-if-present, each key from the first of its meta names present; absent or
+  // empty meta writes nothing.
   static void copyHTMLMetaAttributes(const HtmlMetaAttributes* meta, ImportResult& result);
 
-  // Internal: maps a reader's Spotlight attributes, and an attributed-string reader's document
-  // attributes, into the result with put-if-present.
-  static void copyMetaData(const PropertyDictionary* attributes, ImportResult& result);
-  static void copyAttributedStringAttributes(const PropertyDictionary* attributes,
-                                             ImportResult& result);
-  // Internal: maps a PDF document's attributes into the result with put-if-present.
-  static void copyPDFDocumentAttributes(const PropertyDictionary* attributes, ImportResult& result);
-
-  // Internal: maps a reader's attributes by their vocabulary, and answers the text the reader
-  // found (its text, else a Spotlight "kMDItemTextContent" string). An HTML page's title is
-  // stored before its meta attributes, so a meta title wins, as for web archives.
+  // Internal: maps a reader's properties into the result with put-if-present, by the rules of
+  // the convention the reader follows, and answers the text the reader found.
   static std::optional<TextString> copyReaderOutput(ReaderOutput& output, ImportResult& result);
 
   // The reader an import of the planned file asks first; nothing where the dispatcher reads the

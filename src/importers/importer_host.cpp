@@ -8,18 +8,10 @@
 #include "base/log.h"
 #include "importers/metadata_importer.h"
 #include "platform/temporary_items.h"
+#include "readers/spotlight_attributes.h"
 
 namespace ulvek {
 namespace {
-
-// Spotlight attribute → PDF document attribute, for data read through the PDF importer.
-constexpr std::pair<std::string_view, std::string_view> kPDFAttributes[] = {
-    {"kMDItemTitle", PDFDocumentAttribute::Title},
-    {"kMDItemDescription", PDFDocumentAttribute::Subject},
-    {"kMDItemKeywords", PDFDocumentAttribute::Keywords},
-    {"kMDItemContentCreationDate", PDFDocumentAttribute::CreationDate},
-    {"kMDItemContentModificationDate", PDFDocumentAttribute::ModDate},
-};
 
 bool writeFile(const std::string& path, Bytes bytes) {
   int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -43,7 +35,7 @@ class ImporterHost final : public Reader {
     std::optional<PropertyDictionary> attributes =
         MetaDataImporter::sharedImporter().metaDataOfFileAtPath(source.path());
     if (!attributes) return std::nullopt;
-    return ReaderOutput{std::nullopt, std::move(*attributes), Vocabulary::Spotlight};
+    return spotlightOutput(*attributes);
   }
 
   bool supportsFile(const std::string& path) const override {
@@ -72,20 +64,7 @@ class ImporterHost final : public Reader {
     std::optional<PropertyDictionary> attributes =
         MetaDataImporter::sharedImporter().metaDataOfFileAtPath(path);
     if (!attributes) return std::nullopt;
-    ReaderOutput output{std::nullopt, {}, Vocabulary::PDFDocument};
-    for (const auto& [spotlight, pdf] : kPDFAttributes) {
-      if (const PropertyValue* value = find(*attributes, spotlight))
-        output.attributes.emplace(std::string(pdf), *value);
-    }
-    // A PDF names its author in one string.
-    if (const PropertyValue* authors = find(*attributes, "kMDItemAuthors")) {
-      const PropertyArray* list = authors->array();
-      if (list && !list->empty() && list->front().string())
-        output.attributes.emplace(std::string(PDFDocumentAttribute::Author), list->front());
-    }
-    if (const PropertyValue* text = find(*attributes, "kMDItemTextContent"); text && text->string())
-      output.text = *text->string();
-    return output;
+    return pdfDocumentOutput(*attributes);
   }
 };
 

@@ -3,27 +3,62 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/property_value.h"
 #include "base/text_string.h"
 #include "platform/file_bytes.h"
+#include "text/html_meta.h"
 
 namespace ulvek {
 
-// Which vocabulary a reader's attributes use; the dispatcher maps each into the result its own
-// way, so readers never touch the result.
-enum class Vocabulary {
-  Spotlight,           // "kMDItemTitle", "kMDItemAuthors", …; text also as "kMDItemTextContent"
-  AttributedDocument,  // "Title", "Author", "CreationTime", …, and "DocumentType"
-  PDFDocument,         // "Title", "Subject", "Author", "Keywords", "CreationDate", "ModDate"
-  HTMLMeta,            // meta names to contents, plus kHTMLTitleAttribute and kBaseURLAttribute
+// Whose conventions a reader's properties follow. The mapping into the result differs only
+// where the conventions do: placeholders and subject-as-title for importers, subject-else-comment
+// and template dates for word processors, meta-name preferences for web pages.
+enum class Convention {
+  Spotlight,           // importers and the readers that answer as one
+  AttributedDocument,  // word-processor documents and text clippings
+  PDFDocument,         // a PDF's document information
+  HTMLPage,            // a saved web page: its title, meta tags and base address
 };
 
-// What a reader made of one document: its plain text and its attributes.
+using TextList = std::vector<TextString>;
+
+// What a reader made of one document: its plain text and its typed properties. A property
+// that is absent was not in the document; an empty one was, and reaches the result as such.
 struct ReaderOutput {
-  std::optional<TextString> text;
-  PropertyDictionary attributes;
-  Vocabulary vocabulary = Vocabulary::Spotlight;
+  Convention convention = Convention::Spotlight;
+  std::optional<TextString> text;  // in reading order
+
+  std::optional<TextString> title;
+  std::optional<TextString> subject;
+  std::optional<TextString> headline;
+  std::optional<TextString> description;
+  std::optional<TextString> comment;        // the document's own comment field
+  std::optional<TextString> finderComment;  // the comment a file browser shows
+  std::optional<TextString> copyright;
+  std::optional<TextString> album;
+  std::optional<TextString> composer;
+  // The address the document names; a web page's is its base address, the item's own.
+  std::optional<TextString> url;
+  std::optional<TextList> authors;
+  std::optional<TextList> keywords;
+  std::optional<TextList> authorAddresses;
+  std::optional<TextList> recipients;
+  std::optional<TextList> recipientAddresses;
+  std::optional<TextList> emailAddresses;
+  std::optional<TextList> instantMessageAddresses;
+  std::optional<TextList> phoneNumbers;
+  std::optional<Date> creation;
+  std::optional<Date> modification;
+  // A web page's meta tags, lower-cased name to content.
+  HtmlMetaAttributes htmlMeta;
+  // The format a word-processor reader recognised, one of the constants below;
+  // kPlainTextDocumentType when it fell back to plain text, because the dispatcher hands such
+  // Word files to the importers instead.
+  std::u16string_view documentType;
+
+  bool operator==(const ReaderOutput&) const = default;
 };
 
 // What a reader reads: a file or folder named by its path, or bytes in memory with the name
@@ -66,28 +101,6 @@ class Reader {
   virtual bool supportsFile(const std::string& path) const { return false; }
 };
 
-// Spotlight attribute that carries a document's text.
-inline constexpr std::string_view kTextContentAttribute = "kMDItemTextContent";
-
-// HTML pages read from containers (web archives): the address the page was loaded from and the
-// page's own title (normalizedHtmlTitle of its source).
-inline constexpr std::string_view kBaseURLAttribute = "BaseURL";
-inline constexpr std::string_view kHTMLTitleAttribute = "HTMLTitle";
-
-// Document attributes of attributed documents and text clippings. "DocumentType" names the format
-// the reader recognised; a reader that fell back to reading the file as plain text reports
-// kPlainTextDocumentType, because the dispatcher hands such Word files to the importers instead.
-namespace DocumentAttribute {
-inline constexpr std::string_view Title = "Title";
-inline constexpr std::string_view Subject = "Subject";
-inline constexpr std::string_view Author = "Author";
-inline constexpr std::string_view Keywords = "Keywords";
-inline constexpr std::string_view Comment = "Comment";
-inline constexpr std::string_view Copyright = "Copyright";
-inline constexpr std::string_view CreationTime = "CreationTime";
-inline constexpr std::string_view ModificationTime = "ModificationTime";
-inline constexpr std::string_view DocumentType = "DocumentType";
-}  // namespace DocumentAttribute
 inline constexpr std::u16string_view kPlainTextDocumentType = u"NSPlainText";
 inline constexpr std::u16string_view kRTFTextDocumentType = u"NSRTF";
 inline constexpr std::u16string_view kRTFDTextDocumentType = u"NSRTFD";
@@ -95,15 +108,5 @@ inline constexpr std::u16string_view kDocFormatTextDocumentType = u"NSDocFormat"
 inline constexpr std::u16string_view kOfficeOpenXMLTextDocumentType = u"NSOfficeOpenXML";
 inline constexpr std::u16string_view kOpenDocumentTextDocumentType = u"NSOpenDocument";
 inline constexpr std::u16string_view kWordMLTextDocumentType = u"NSWordML";
-
-// PDF document attributes.
-namespace PDFDocumentAttribute {
-inline constexpr std::string_view Title = "Title";
-inline constexpr std::string_view Subject = "Subject";
-inline constexpr std::string_view Author = "Author";
-inline constexpr std::string_view Keywords = "Keywords";
-inline constexpr std::string_view CreationDate = "CreationDate";
-inline constexpr std::string_view ModDate = "ModDate";
-}  // namespace PDFDocumentAttribute
 
 }  // namespace ulvek

@@ -151,56 +151,55 @@ class StandInReader final : public Reader {
   bool throws_;
 };
 
-ReaderOutput spotlight(PropertyDictionary attributes) { return {std::nullopt, attributes}; }
-
 // Every reader answers its route's name as text, so the text tells which route a file took.
 TEST(FileImport, EachKindReachesItsReaderAndItsAnswerIsMapped) {
   struct RouteCase {
     Route route;
     std::u16string text;
     std::vector<std::string> files;
-    PropertyDictionary attributes;
+    ReaderOutput output;  // besides the text
   };
   const RouteCase routes[] = {
       {Route::Importer,
        u"importer",
        {"mail.eml", "photo.png", "talk.chat", "script.scpt", "blob.bin"},
-       {{"kMDItemTitle", u"Subject line"},
-        {"kMDItemAuthors", PropertyArray{u"A", u"B", u"C"}},
-        {"kMDItemKeywords", PropertyArray{u"x", u"y", u"z"}},
-        {"kMDItemURL", u"https://importer.example/"},
-        {"kMDItemFinderComment", u"importer comment"}}},
+       {.title = u"Subject line",
+        .finderComment = u"importer comment",
+        .url = u"https://importer.example/",
+        .authors = TextList{u"A", u"B", u"C"},
+        .keywords = TextList{u"x", u"y", u"z"}}},
       {Route::PDF,
        u"pdf",
        {"doc.pdf", "art.eps", "odd.pdfd"},
-       {{"kMDItemTitle", u"<title>"}, {"kMDItemSubject", u"Subject"}}},
+       {.title = u"<title>", .subject = u"Subject"}},
       {Route::WebArchive,
        u"web archive",
        {"saved.webarchive"},
-       {{"BaseURL", u"https://archive.example/"}, {"HTMLTitle", u"HTML"}, {"title", u"Meta"}}},
+       {.convention = Convention::HTMLPage,
+        .title = u"HTML",
+        .url = u"https://archive.example/",
+        .htmlMeta = {{u"title", u"Meta"}}}},
       {Route::TextBundle, u"text bundle", {"a.textpack", "b.textbundle"}, {}},
       {Route::EPUB, u"book", {"a.epub", "b.ibooks"}, {}},
       {Route::WordPerfect, u"WordPerfect", {"a.wpd"}, {}},
-      {Route::AttributedDocument, u"rich", {"a.rtf", "b.docx"}, {{"DocumentType", u"NSRTF"}}},
-      {Route::TextClipping, u"clipping", {"a.textClipping"}, {}},
+      {Route::AttributedDocument,
+       u"rich",
+       {"a.rtf", "b.docx"},
+       {.convention = Convention::AttributedDocument, .documentType = kRTFTextDocumentType}},
+      {Route::TextClipping,
+       u"clipping",
+       {"a.textClipping"},
+       {.convention = Convention::AttributedDocument}},
       {Route::AddressCard,
        u"card",
        {"person.vcf"},
-       {{"kMDItemEmailAddresses", PropertyArray{u"a@x.org"}},
-        {"kMDItemPhoneNumbers", PropertyArray{u"1", u"2"}}}},
+       {.emailAddresses = TextList{u"a@x.org"}, .phoneNumbers = TextList{u"1", u"2"}}},
   };
   std::vector<std::unique_ptr<StandInReader>> readers;
   ReaderSet set;
   for (const RouteCase& route : routes) {
-    ReaderOutput output{route.text, route.attributes};
-    if (route.route == Route::WebArchive) output.vocabulary = Vocabulary::HTMLMeta;
-    if (route.route == Route::AttributedDocument || route.route == Route::TextClipping)
-      output.vocabulary = Vocabulary::AttributedDocument;
-    // These readers answer Spotlight attributes, with the text among them.
-    if (route.attributes.contains("kMDItemTitle") || route.route == Route::AddressCard) {
-      output.attributes.emplace("kMDItemTextContent", *output.text);
-      output.text.reset();
-    }
+    ReaderOutput output = route.output;
+    output.text = route.text;
     readers.push_back(std::make_unique<StandInReader>(output));
     set.set(route.route, readers.back().get());
   }
@@ -274,12 +273,15 @@ TEST(FileImport, DocumentFoldersReachTheirReaders) {
 }
 
 TEST(FileImport, AttributedDocuments) {
-  const ReaderOutput rich{u"Rich text",
-                          {{"DocumentType", u"NSRTF"}, {"Title", u"Doc"}, {"Comment", u"C"}},
-                          Vocabulary::AttributedDocument};
-  const ReaderOutput fellBack{u"Fallback",
-                              {{"DocumentType", u"NSPlainText"}, {"Title", u"Doc"}},
-                              Vocabulary::AttributedDocument};
+  const ReaderOutput rich{.convention = Convention::AttributedDocument,
+                          .text = u"Rich text",
+                          .title = u"Doc",
+                          .comment = u"C",
+                          .documentType = kRTFTextDocumentType};
+  const ReaderOutput fellBack{.convention = Convention::AttributedDocument,
+                              .text = u"Fallback",
+                              .title = u"Doc",
+                              .documentType = kPlainTextDocumentType};
   struct Row {
     std::string fileName;
     std::optional<ReaderOutput> attributed;
@@ -310,7 +312,7 @@ TEST(FileImport, AttributedDocuments) {
 
 TEST(FileImport, ReaderThatThrowsIsLoggedAndTheContentTypeDecides) {
   StandInReader broken(std::nullopt, /*throws=*/true);
-  StandInReader importer(spotlight({{"kMDItemTextContent", u"from the importer"}}));
+  StandInReader importer(ReaderOutput{.text = u"from the importer"});
   ReaderSet set;
   set.set(Route::TextBundle, &broken).set(Route::Importer, &importer);
   TemporaryFolder folder;

@@ -53,5 +53,82 @@ TEST(CopyHTMLMetaAttributes, KeepsOrReplacesEarlierValues) {
             (PropertyDictionary{{"Title", u"From the title tag"}, {"Keywords", u"new"}}));
 }
 
+// Each convention's rules, over what the caller stored before (a title from the file's name).
+TEST(CopyReaderOutput, FollowsTheReadersConvention) {
+  constexpr Date kTemplateDate{1039443960LL * 1000000};
+  constexpr Date kLater{kTemplateDate.microseconds + 1000000};
+  struct Row {
+    const char* name;
+    ReaderOutput output;
+    PropertyDictionary expected;  // the whole result
+  };
+  const std::vector<Row> rows = {
+      {"importer's placeholder title gives way to the subject",
+       {.title = u"<title>", .subject = u"S", .description = u"D"},
+       {{"Title", u"S"}}},
+      {"importer's headline stands in for a missing title",
+       {.headline = u"H", .description = u"D"},
+       {{"Title", u"H"}}},
+      {"importer's real title makes the subject the description",
+       {.title = u"T", .subject = u"S", .headline = u"H", .description = u"D"},
+       {{"Title", u"T"}, {"Description", u"S"}}},
+      {"importer's description alone",
+       {.title = u"", .description = u"D"},
+       {{"Title", u"file"}, {"Description", u"D"}}},
+      {"importer's placeholder comment is dropped",
+       {.comment = u"<comments>"},
+       {{"Title", u"file"}}},
+      {"importer's empty comment is kept",
+       {.comment = u""},
+       {{"Title", u"file"}, {"Comment", u""}}},
+      {"importer's lists joined, an empty one too",
+       {.url = u"u",
+        .authors = TextList{u"A", u"B", u"C"},
+        .keywords = TextList{u"x", u"y"},
+        .phoneNumbers = TextList{}},
+       {{"Title", u"file"},
+        {"URL", u"u"},
+        {"Author", u"A\nB\nC"},
+        {"Keywords", u"x y"},
+        {"Phone", u""}}},
+      {"importer's template date is a date like any other",
+       {.creation = kTemplateDate},
+       {{"Title", u"file"}, {"Creation", kTemplateDate}}},
+      {"word processor's comment describes when there is no subject",
+       {.convention = Convention::AttributedDocument, .title = u"", .comment = u"C"},
+       {{"Title", u""}, {"Description", u"C"}}},
+      {"word processor's subject before its comment",
+       {.convention = Convention::AttributedDocument, .subject = u"S", .comment = u"C"},
+       {{"Title", u"file"}, {"Description", u"S"}}},
+      {"word processor's template dates are dropped, a second later is kept",
+       {.convention = Convention::AttributedDocument,
+        .creation = kTemplateDate,
+        .modification = kLater},
+       {{"Title", u"file"}, {"Modification", kLater}}},
+      {"PDF title as it is, comment unused",
+       {.convention = Convention::PDFDocument, .title = u"<title>", .comment = u"C"},
+       {{"Title", u"<title>"}}},
+      {"PDF keeps the template date",
+       {.convention = Convention::PDFDocument, .modification = kTemplateDate},
+       {{"Title", u"file"}, {"Modification", kTemplateDate}}},
+      {"page's meta title wins over its title; its base address is left to the caller",
+       {.convention = Convention::HTMLPage,
+        .title = u"Page",
+        .url = u"https://base/",
+        .htmlMeta = {{u"og:title", u"Meta"}, {u"keywords", u"a, b"}}},
+       {{"Title", u"Meta"}, {"Keywords", u"a, b"}}},
+      {"page's empty title keeps the caller's",
+       {.convention = Convention::HTMLPage, .title = u""},
+       {{"Title", u"file"}}},
+  };
+  for (Row row : rows) {
+    ImportResult result;
+    result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
+    row.output.text = u"text";
+    EXPECT_EQ(MIMETypeHelper::copyReaderOutput(row.output, result), u"text") << row.name;
+    EXPECT_EQ(result.values(), row.expected) << row.name;
+  }
+}
+
 }  // namespace
 }  // namespace ulvek

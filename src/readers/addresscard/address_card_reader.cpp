@@ -36,10 +36,7 @@ class AddressCardReader final : public Reader {
       if (!bytes->empty()) logFailure(FailureKind::Damaged, "No address card in: " + name);
       return std::nullopt;
     }
-    ReaderOutput output;
-    output.attributes = person->metaData();
-    output.vocabulary = Vocabulary::Spotlight;
-    return output;
+    return person->metaData();
   }
 
   bool supportsFile(const std::string& path) const override {

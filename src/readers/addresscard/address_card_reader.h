@@ -5,7 +5,7 @@
 namespace ulvek {
 
 // Address cards (vCard files): the first card's fields as text, its e-mail addresses, phone
-// numbers and home page as Spotlight attributes.
+// numbers and home page.
 const Reader& addressCardReader();
 
 }  // namespace ulvek

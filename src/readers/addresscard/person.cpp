@@ -430,26 +430,19 @@ void Person::setValue(std::string_view name, PersonValue value) {
   values_.insert_or_assign(std::string(name), std::move(value));
 }
 
-PropertyDictionary Person::metaData() const {
-  TextString text;
+ReaderOutput Person::metaData() const {
+  ReaderOutput output;
+  TextString& text = output.text.emplace();
   for (std::string_view name : kTextProperties) {
     const PersonValue* value = valueForProperty(name);
     if (!value) continue;
     text += stringForProperty(name, *value);
     text += u'\n';
   }
-  PropertyDictionary attributes;
-  attributes.emplace("kMDItemTextContent", PropertyValue(std::move(text)));
-  auto putList = [&attributes](std::string_view key, std::optional<std::vector<TextString>> list) {
-    if (!list) return;
-    PropertyArray array;
-    for (TextString& item : *list) array.emplace_back(std::move(item));
-    attributes.emplace(std::string(key), PropertyValue(std::move(array)));
-  };
-  putList("kMDItemEmailAddresses", emailAdresses());
-  putList("kMDItemPhoneNumbers", phoneNumbers());
-  if (auto page = homePage()) attributes.emplace("kMDItemURL", PropertyValue(std::move(*page)));
-  return attributes;
+  output.emailAddresses = emailAdresses();
+  output.phoneNumbers = phoneNumbers();
+  output.url = homePage();
+  return output;
 }
 
 std::optional<std::vector<TextString>> Person::stringList(std::string_view name) const {

@@ -14,6 +14,7 @@
 #include "base/text_string.h"
 #include "platform/file_bytes.h"
 #include "readers/addresscard/vcard.h"
+#include "readers/reader.h"
 
 namespace ulvek {
 
@@ -85,9 +86,9 @@ class Person {
   // Properties in name order, for the labelled text.
   const std::map<std::string, PersonValue, std::less<>>& properties() const { return values_; }
 
-  // Spotlight attributes: "kMDItemTextContent" (the fields, each followed by a line feed),
-  // "kMDItemEmailAddresses", "kMDItemPhoneNumbers", "kMDItemURL".
-  PropertyDictionary metaData() const;
+  // The card as a reader answers it: the fields as text, each followed by a line feed, and the
+  // e-mail addresses, phone numbers and home page.
+  ReaderOutput metaData() const;
 
   std::optional<std::vector<TextString>> emailAdresses() const;
   std::optional<std::vector<TextString>> phoneNumbers() const;

@@ -29,10 +29,9 @@ std::optional<ReaderOutput> readPlainText(const ReaderSource& source) {
   if (!bytes) return std::nullopt;
   std::optional<DetectedText> text = decodeDetectingEncoding(*bytes);
   if (!text) return std::nullopt;
-  ReaderOutput output{std::move(text->text), {}, Vocabulary::AttributedDocument};
-  output.attributes[std::string(DocumentAttribute::DocumentType)] =
-      PropertyValue(kPlainTextDocumentType);
-  return output;
+  return ReaderOutput{.convention = Convention::AttributedDocument,
+                      .text = std::move(text->text),
+                      .documentType = kPlainTextDocumentType};
 }
 
 // Formats in the order they are tried on the content; one row per format family.

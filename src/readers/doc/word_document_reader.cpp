@@ -16,34 +16,27 @@ namespace {
 
 constexpr std::uint8_t kOLEMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 
-// The summary information's properties, by libgsf's names for them.
-constexpr std::pair<std::string_view, std::string_view> kSummaryProperties[] = {
-    {"dc:title", DocumentAttribute::Title},
-    {"dc:subject", DocumentAttribute::Subject},
-    {"dc:creator", DocumentAttribute::Author},
-    {"dc:keywords", DocumentAttribute::Keywords},
-    {"dc:description", DocumentAttribute::Comment},
-    {"meta:creation-date", DocumentAttribute::CreationTime},
-    {"dc:date", DocumentAttribute::ModificationTime},
+// The summary information's text properties, by libgsf's names for them.
+constexpr std::pair<std::string_view, std::optional<TextString> ReaderOutput::*> kSummaryTexts[] = {
+    {"dc:title", &ReaderOutput::title},
+    {"dc:subject", &ReaderOutput::subject},
+    {"dc:description", &ReaderOutput::comment},
 };
 
-PropertyDictionary summaryInformation(OleContainer& container) {
-  PropertyDictionary attributes;
+void readSummaryInformation(OleContainer& container, ReaderOutput& output) {
   for (const OleSummaryEntry& entry : container.summary()) {
-    auto known = std::find_if(std::begin(kSummaryProperties), std::end(kSummaryProperties),
-                              [&](const auto& property) { return property.first == entry.name; });
-    if (known == std::end(kSummaryProperties)) continue;
-    const std::string key(known->second);
     if (entry.isDate) {
-      if (std::optional<Date> date = w3cDate(entry.value))
-        attributes.emplace(key, PropertyValue(*date));
-    } else if (key == DocumentAttribute::Keywords) {
-      attributes.emplace(key, PropertyValue(keywordWords(entry.value)));
+      if (entry.name == "meta:creation-date") setOnce(output.creation, w3cDate(entry.value));
+      if (entry.name == "dc:date") setOnce(output.modification, w3cDate(entry.value));
+    } else if (entry.name == "dc:keywords") {
+      setOnce(output.keywords, keywordWords(entry.value));
+    } else if (entry.name == "dc:creator") {
+      setOnce(output.authors, TextList{fromUtf8(entry.value)});
     } else {
-      attributes.emplace(key, PropertyValue::fromUtf8(entry.value));
+      for (auto [name, property] : kSummaryTexts)
+        if (entry.name == name) setOnce(output.*property, fromUtf8(entry.value));
     }
   }
-  return attributes;
 }
 
 }  // namespace
@@ -84,10 +77,10 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
   WordDocumentText text = readWordDocumentText(*information, *wordDocument, *table);
   if (!text.damage.empty())
     logFailure(FailureKind::Damaged, "Damaged document: " + name + " (" + text.damage[0] + ")");
-  ReaderOutput output{std::move(text.text), summaryInformation(*container),
-                      Vocabulary::AttributedDocument};
-  output.attributes[std::string(DocumentAttribute::DocumentType)] =
-      PropertyValue(kDocFormatTextDocumentType);
+  ReaderOutput output{.convention = Convention::AttributedDocument,
+                      .text = std::move(text.text),
+                      .documentType = kDocFormatTextDocumentType};
+  readSummaryInformation(*container, output);
   return output;
 }
 

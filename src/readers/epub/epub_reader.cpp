@@ -1,6 +1,7 @@
 #include "readers/epub/epub_reader.h"
 
 #include "readers/epub/epub_parser.h"
+#include "readers/spotlight_attributes.h"
 
 namespace ulvek {
 namespace {
@@ -12,9 +13,8 @@ class EPUBReader final : public Reader {
   std::optional<ReaderOutput> read(const ReaderSource& source) const override {
     if (!source.isFile()) return std::nullopt;
     EPUBParser book(source.path());
-    ReaderOutput output{std::nullopt, book.metaData(), Vocabulary::Spotlight};
-    if (std::optional<TextString> text = book.textContents())
-      output.attributes["kMDItemTextContent"] = PropertyValue(std::move(*text));
+    ReaderOutput output = spotlightOutput(book.metaData());
+    output.text = book.textContents();
     return output;
   }
 };

@@ -5,7 +5,7 @@
 namespace ulvek {
 
 // EPUB books, packed or as folders, whatever their name (the dispatcher has typed them): the
-// book's metadata (Spotlight attributes) and its text as "kMDItemTextContent".
+// book's metadata (title, authors, description, keywords, copyright) and its text.
 const Reader& epubReader();
 
 }  // namespace ulvek

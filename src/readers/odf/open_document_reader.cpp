@@ -90,40 +90,33 @@ class ContentText {
   int paragraphs_ = 0;
 };
 
-PropertyDictionary metadata(std::string_view xml) {
-  PropertyDictionary attributes;
-  PropertyArray keywords;
+// meta.xml, or a flat document's office:meta.
+void readMetadata(std::string_view xml, ReaderOutput& output) {
+  TextList keywords;
   std::string text;
   XmlEvents events{[&](std::string_view, const char**) { text.clear(); },
                    [&](std::string_view name) {
-                     auto put = [&](std::string_view key, PropertyValue value) {
-                       attributes.emplace(std::string(key), std::move(value));
-                     };
                      if (text.empty()) return;
                      if (name == "dc:title")
-                       put(DocumentAttribute::Title, PropertyValue::fromUtf8(text));
+                       setOnce(output.title, fromUtf8(text));
                      else if (name == "dc:subject")
-                       put(DocumentAttribute::Subject, PropertyValue::fromUtf8(text));
+                       setOnce(output.subject, fromUtf8(text));
                      else if (name == "dc:description")
-                       put(DocumentAttribute::Comment, PropertyValue::fromUtf8(text));
+                       setOnce(output.comment, fromUtf8(text));
                      else if (name == "meta:initial-creator" || name == "dc:creator")
-                       put(DocumentAttribute::Author, PropertyValue::fromUtf8(text));
+                       setOnce(output.authors, TextList{fromUtf8(text)});
                      else if (name == "meta:keyword")
-                       for (PropertyValue& word : keywordList(text))
+                       for (TextString& word : keywordList(text))
                          keywords.push_back(std::move(word));
-                     else if (name == "meta:creation-date") {
-                       if (auto date = w3cDate(text)) put(DocumentAttribute::CreationTime, *date);
-                     } else if (name == "dc:date") {
-                       if (auto date = w3cDate(text))
-                         put(DocumentAttribute::ModificationTime, *date);
-                     }
+                     else if (name == "meta:creation-date")
+                       setOnce(output.creation, w3cDate(text));
+                     else if (name == "dc:date")
+                       setOnce(output.modification, w3cDate(text));
                      text.clear();
                    },
                    [&](std::string_view chunk) { text.append(chunk); }};
   parseXml(xml, events);
-  if (!keywords.empty())
-    attributes[std::string(DocumentAttribute::Keywords)] = PropertyValue(keywords);
-  return attributes;
+  if (!keywords.empty()) output.keywords = std::move(keywords);
 }
 
 TextString contentText(std::string_view xml, const std::string& name) {
@@ -156,11 +149,12 @@ std::optional<ReaderOutput> readOpenDocumentText(const ReaderSource& source) {
   std::optional<Bytes> bytes = source.bytes();
   if (!bytes) return std::nullopt;
   std::string name = source.isFile() ? source.path() : std::string(source.name());
-  ReaderOutput output{std::nullopt, {}, Vocabulary::AttributedDocument};
+  ReaderOutput output{.convention = Convention::AttributedDocument,
+                      .documentType = kOpenDocumentTextDocumentType};
   if (!asText(*bytes).starts_with("PK\x03\x04")) {
     // Flat XML: the content and the metadata in one document.
     output.text = contentText(asText(*bytes), name);
-    output.attributes = metadata(asText(*bytes));
+    readMetadata(asText(*bytes), output);
   } else {
     std::unique_ptr<ZipArchive> archive = ZipArchive::initWithData(*bytes, name);
     if (!archive) return std::nullopt;
@@ -169,11 +163,9 @@ std::optional<ReaderOutput> readOpenDocumentText(const ReaderSource& source) {
     output.text = contentText(asText(*content), name);
     if (archive->testForNamedFile("meta.xml")) {
       if (std::optional<Data> meta = archive->dataForNamedFile("meta.xml"))
-        output.attributes = metadata(asText(*meta));
+        readMetadata(asText(*meta), output);
     }
   }
-  output.attributes[std::string(DocumentAttribute::DocumentType)] =
-      PropertyValue(kOpenDocumentTextDocumentType);
   return output;
 }
 

@@ -201,44 +201,35 @@ class WordText {
 };
 
 // docProps/core.xml, or Word 2003 XML's o:DocumentProperties.
-PropertyDictionary properties(std::string_view xml) {
-  PropertyDictionary attributes;
-  std::string current, text;
-  XmlEvents events{[&](std::string_view name, const char**) {
-                     current = name;
-                     text.clear();
-                   },
+void readProperties(std::string_view xml, ReaderOutput& output) {
+  std::string text;
+  XmlEvents events{[&](std::string_view, const char**) { text.clear(); },
                    [&](std::string_view name) {
-                     auto put = [&](std::string_view key, PropertyValue value) {
-                       attributes.emplace(std::string(key), std::move(value));
-                     };
                      if (text.empty()) return;
                      if (name == "dc:title" || name == "o:Title") {
-                       put(DocumentAttribute::Title, PropertyValue::fromUtf8(text));
+                       setOnce(output.title, fromUtf8(text));
                      } else if (name == "dc:subject" || name == "o:Subject") {
-                       put(DocumentAttribute::Subject, PropertyValue::fromUtf8(text));
+                       setOnce(output.subject, fromUtf8(text));
                      } else if (name == "dc:creator" || name == "o:Author") {
-                       put(DocumentAttribute::Author, PropertyValue::fromUtf8(text));
+                       setOnce(output.authors, TextList{fromUtf8(text)});
                      } else if (name == "cp:keywords" || name == "o:Keywords") {
-                       put(DocumentAttribute::Keywords, PropertyValue(keywordList(text)));
+                       setOnce(output.keywords, keywordList(text));
                      } else if (name == "dc:description" || name == "o:Description") {
-                       put(DocumentAttribute::Comment, PropertyValue::fromUtf8(text));
+                       setOnce(output.comment, fromUtf8(text));
                      } else if (name == "dcterms:created" || name == "o:Created") {
-                       if (auto date = w3cDate(text)) put(DocumentAttribute::CreationTime, *date);
+                       setOnce(output.creation, w3cDate(text));
                      } else if (name == "dcterms:modified" || name == "o:LastSaved") {
-                       if (auto date = w3cDate(text))
-                         put(DocumentAttribute::ModificationTime, *date);
+                       setOnce(output.modification, w3cDate(text));
                      }
                      text.clear();
                    },
                    [&](std::string_view chunk) { text.append(chunk); }};
   parseXml(xml, events);
-  return attributes;
 }
 
-ReaderOutput output(TextString text, PropertyDictionary attributes, std::u16string_view type) {
-  attributes[std::string(DocumentAttribute::DocumentType)] = PropertyValue(type);
-  return {std::move(text), std::move(attributes), Vocabulary::AttributedDocument};
+ReaderOutput output(TextString text, std::u16string_view type) {
+  return ReaderOutput{
+      .convention = Convention::AttributedDocument, .text = std::move(text), .documentType = type};
 }
 
 bool contains(Bytes bytes, std::string_view part, std::size_t within) {
@@ -280,12 +271,12 @@ std::optional<ReaderOutput> readOfficeOpenXML(const ReaderSource& source) {
       parseXml(asText(*xml), part.events());
     }
   }
-  PropertyDictionary attributes;
+  ReaderOutput answer = output(text.take(), kOfficeOpenXMLTextDocumentType);
   if (archive->testForNamedFile("docProps/core.xml")) {
     if (std::optional<Data> core = archive->dataForNamedFile("docProps/core.xml"))
-      attributes = properties(asText(*core));
+      readProperties(asText(*core), answer);
   }
-  return output(text.take(), std::move(attributes), kOfficeOpenXMLTextDocumentType);
+  return answer;
 }
 
 bool looksLikeWordML(Bytes bytes, std::string_view extension) {
@@ -302,7 +293,9 @@ std::optional<ReaderOutput> readWordML(const ReaderSource& source) {
     logFailure(
         FailureKind::Damaged,
         "Damaged document: " + (source.isFile() ? source.path() : std::string(source.name())));
-  return output(text.take(), properties(asText(*bytes)), kWordMLTextDocumentType);
+  ReaderOutput document = output(text.take(), kWordMLTextDocumentType);
+  readProperties(asText(*bytes), document);
+  return document;
 }
 
 }  // namespace ulvek

@@ -90,11 +90,22 @@ constexpr std::string_view kSkippedDestinations[] = {"fonttbl",
                                                      "vern",
                                                      "doccomment"};
 
-// Attributes of the \info group, by destination.
-constexpr std::pair<std::string_view, std::string_view> kInfoStrings[] = {
-    {"title", DocumentAttribute::Title},     {"subject", DocumentAttribute::Subject},
-    {"author", DocumentAttribute::Author},   {"keywords", DocumentAttribute::Keywords},
-    {"doccomm", DocumentAttribute::Comment}, {"copyright", DocumentAttribute::Copyright},
+// What an \info group's destination holds.
+enum class Info {
+  None,
+  Title,
+  Subject,
+  Author,
+  Keywords,
+  Comment,
+  Copyright,
+  Creation,
+  Modification
+};
+
+constexpr std::pair<std::string_view, Info> kInfoStrings[] = {
+    {"title", Info::Title},       {"subject", Info::Subject}, {"author", Info::Author},
+    {"keywords", Info::Keywords}, {"doccomm", Info::Comment}, {"copyright", Info::Copyright},
 };
 
 // Control words that stand for one character.
@@ -155,7 +166,7 @@ struct Group {
   bool skipAround = false;  // this group or one it is inside is skipped (the font table)
   int unicodeSkip = 1;      // \ucN: characters that follow a \u as its fallback
   int codePage = 1252;      // of the current font
-  std::string_view info;    // the \info attribute being collected
+  Info info = Info::None;   // the \info property being collected
   bool time = false;        // inside \creatim or \revtim
 };
 
@@ -218,10 +229,8 @@ class RTFParser {
       }
     }
     flushBytes();
-    ReaderOutput output{text_.take(), std::move(attributes_), Vocabulary::AttributedDocument};
-    output.attributes[std::string(DocumentAttribute::DocumentType)] =
-        PropertyValue(kRTFTextDocumentType);
-    return output;
+    output_.text = text_.take();
+    return std::move(output_);
   }
 
  private:
@@ -230,23 +239,40 @@ class RTFParser {
   void endGroup() {
     Group ended = groups_.back();
     if (groups_.size() > 1) groups_.pop_back();
-    if (!ended.info.empty() && (groups_.back().info != ended.info)) finishInfo(ended);
+    if (ended.info != Info::None && (groups_.back().info != ended.info)) finishInfo(ended);
   }
 
   void finishInfo(const Group& ended) {
     if (ended.time) {
       if (auto date = dateOf(dateParts_))
-        attributes_[std::string(ended.info)] = PropertyValue(*date);
+        (ended.info == Info::Creation ? output_.creation : output_.modification) = date;
       dateParts_ = {};
       return;
     }
     TextString value = infoText_;
     infoText_.clear();
     if (value.empty()) return;
-    if (ended.info == DocumentAttribute::Keywords) {
-      attributes_[std::string(ended.info)] = PropertyValue(keywordWords(toUtf8(value)));
-    } else {
-      attributes_[std::string(ended.info)] = PropertyValue(std::move(value));
+    switch (ended.info) {
+      case Info::Title:
+        output_.title = std::move(value);
+        break;
+      case Info::Subject:
+        output_.subject = std::move(value);
+        break;
+      case Info::Author:
+        output_.authors = TextList{std::move(value)};
+        break;
+      case Info::Keywords:
+        output_.keywords = keywordWords(toUtf8(value));
+        break;
+      case Info::Comment:
+        output_.comment = std::move(value);
+        break;
+      case Info::Copyright:
+        output_.copyright = std::move(value);
+        break;
+      default:
+        break;
     }
   }
 
@@ -305,7 +331,7 @@ class RTFParser {
 
   void appendText(TextView text) {
     if (group().skip || text.empty()) return;
-    if (!group().info.empty()) {
+    if (group().info != Info::None) {
       if (!group().time) infoText_ += text;
       return;
     }
@@ -316,7 +342,7 @@ class RTFParser {
     flushBytes();
     if (group().skip) return;
     if (c == u'\n' || c == u'\t') {
-      if (group().info.empty()) text_.character(c);
+      if (group().info == Info::None) text_.character(c);
       return;
     }
     appendText(TextString(1, c));
@@ -456,8 +482,7 @@ class RTFParser {
     }
     if (word == "creatim" || word == "revtim") {
       flushBytes();
-      group().info =
-          word == "creatim" ? DocumentAttribute::CreationTime : DocumentAttribute::ModificationTime;
+      group().info = word == "creatim" ? Info::Creation : Info::Modification;
       group().time = true;
       dateParts_ = {};
       return;
@@ -533,12 +558,12 @@ class RTFParser {
     if (word == "fonttbl") return;
     if (word == "par" || word == "sect" || word == "page" || word == "row" || word == "nestrow") {
       flushBytes();
-      if (!group().skip && group().info.empty()) text_.paragraph();
+      if (!group().skip && group().info == Info::None) text_.paragraph();
       return;
     }
     if (word == "cell" || word == "nestcell") {
       flushBytes();
-      if (!group().skip && group().info.empty()) text_.cell();
+      if (!group().skip && group().info == Info::None) text_.cell();
       return;
     }
     if (word == "line" || word == "softline") {
@@ -574,7 +599,8 @@ class RTFParser {
   std::size_t at_ = 0;
   std::vector<Group> groups_;
   DocumentText text_;
-  PropertyDictionary attributes_;
+  ReaderOutput output_{.convention = Convention::AttributedDocument,
+                       .documentType = kRTFTextDocumentType};
   TextString infoText_;
   DateParts dateParts_;
   std::string pendingBytes_;
@@ -623,9 +649,7 @@ std::optional<ReaderOutput> readRTFD(const ReaderSource& source) {
   std::optional<FileBytes> text = readFileBeneath(source.path(), "TXT.rtf").take();
   if (!text) return std::nullopt;
   std::optional<ReaderOutput> output = readRTFBytes(text->bytes());
-  if (output)
-    output->attributes[std::string(DocumentAttribute::DocumentType)] =
-        PropertyValue(kRTFDTextDocumentType);
+  if (output) output->documentType = kRTFDTextDocumentType;
   return output;
 }
 

@@ -14,10 +14,9 @@ namespace ulvek {
 namespace {
 
 ReaderOutput plain(TextString text) {
-  ReaderOutput output{std::move(text), {}, Vocabulary::AttributedDocument};
-  output.attributes[std::string(DocumentAttribute::DocumentType)] =
-      PropertyValue(kPlainTextDocumentType);
-  return output;
+  return ReaderOutput{.convention = Convention::AttributedDocument,
+                      .text = std::move(text),
+                      .documentType = kPlainTextDocumentType};
 }
 
 TextString utf16BigEndian(Bytes bytes) {
@@ -39,9 +38,7 @@ std::optional<ReaderOutput> flattenedRTFD(Bytes bytes) {
   std::size_t start = text.find("{\\rtf");
   if (start == std::string_view::npos) return std::nullopt;
   std::optional<ReaderOutput> output = readRTFBytes(bytes.subspan(start));
-  if (output)
-    output->attributes[std::string(DocumentAttribute::DocumentType)] =
-        PropertyValue(kRTFDTextDocumentType);
+  if (output) output->documentType = kRTFDTextDocumentType;
   return output;
 }
 

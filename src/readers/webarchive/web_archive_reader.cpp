@@ -18,17 +18,13 @@ class WebArchiveReader final : public Reader {
     std::string name = source.isFile() ? source.path() : std::string(source.name());
     std::optional<WebArchive> archive = WebArchive::initWithData(*bytes, name);
     if (!archive) return std::nullopt;
-    ReaderOutput output;
-    output.vocabulary = Vocabulary::HTMLMeta;
+    ReaderOutput output{.convention = Convention::HTMLPage};
     std::optional<TextString> markup;
     output.text = archive->searchableTextAndSource(&markup);
-    if (auto base = archive->baseURL())
-      output.attributes.emplace(std::string(kBaseURLAttribute), PropertyValue(std::move(*base)));
+    output.url = archive->baseURL();
     if (markup) {
-      for (auto& [key, value] : htmlMetaAttributesByConvertingEntitiesToCharacters(*markup))
-        output.attributes.insert_or_assign(toUtf8(key), PropertyValue(value));
-      output.attributes.insert_or_assign(std::string(kHTMLTitleAttribute),
-                                         PropertyValue(normalizedHtmlTitle(*markup)));
+      output.htmlMeta = htmlMetaAttributesByConvertingEntitiesToCharacters(*markup);
+      output.title = normalizedHtmlTitle(*markup);
     }
     return output;
   }

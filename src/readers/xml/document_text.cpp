@@ -74,8 +74,8 @@ std::optional<Date> w3cDate(std::string_view text) {
   return Date{static_cast<std::int64_t>(seconds * 1e6)};
 }
 
-PropertyArray keywordList(std::string_view utf8) {
-  PropertyArray words;
+TextList keywordList(std::string_view utf8) {
+  TextList words;
   std::string word;
   auto push = [&] {
     std::size_t first = word.find_first_not_of(" \t\r\n");
@@ -94,8 +94,8 @@ PropertyArray keywordList(std::string_view utf8) {
   return words;
 }
 
-PropertyArray keywordWords(std::string_view utf8) {
-  PropertyArray words = keywordList(utf8);
+TextList keywordWords(std::string_view utf8) {
+  TextList words = keywordList(utf8);
   if (words.size() != 1 || utf8.find(' ') == std::string_view::npos) return words;
   words.clear();
   for (std::size_t start = 0; start < utf8.size();) {

@@ -3,9 +3,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/property_value.h"
 #include "base/text_string.h"
+#include "readers/reader.h"
 
 namespace ulvek {
 
@@ -41,9 +43,15 @@ std::string listNumber(int n, ListNumberFormat format);
 std::optional<Date> w3cDate(std::string_view text);
 
 // Keywords as one string ("a, b; c") into a list; a list of one when there is no separator.
-PropertyArray keywordList(std::string_view utf8);
+TextList keywordList(std::string_view utf8);
 // The same, except that keywords without a comma or semicolon are a list of blank-separated
 // words, as word processors' property dialogs take them.
-PropertyArray keywordWords(std::string_view utf8);
+TextList keywordWords(std::string_view utf8);
+
+// A document property from its metadata: the first value found counts, nothing leaves it unset.
+template <typename T, typename Value>
+void setOnce(std::optional<T>& property, Value&& value) {
+  if (!property) property = std::forward<Value>(value);
+}
 
 }  // namespace ulvek

@@ -28,9 +28,8 @@ std::string card(std::string_view lines, std::string_view version = "3.0") {
 }
 
 std::string textContent(const Person& person) {
-  PropertyDictionary attributes = person.metaData();
-  const PropertyValue* text = find(attributes, "kMDItemTextContent");
-  return text && text->string() ? toUtf8(*text->string()) : "(none)";
+  std::optional<TextString> text = person.metaData().text;
+  return text ? toUtf8(*text) : "(none)";
 }
 
 Person personOf(std::string_view data) {
@@ -171,9 +170,8 @@ TEST(AddressCardReader, LargeFilesAreReadInPart) {
   std::optional<ReaderOutput> output = addressCardReader().read(ReaderSource::file(large));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   ASSERT_TRUE(output);
-  EXPECT_NE(testing::describe(find(output->attributes, "kMDItemTextContent")).find("Ann Lee"),
-            std::string::npos)
-      << testing::describe(find(output->attributes, "kMDItemTextContent"));
+  ASSERT_TRUE(output->text);
+  EXPECT_NE(toUtf8(*output->text).find("Ann Lee"), std::string::npos) << toUtf8(*output->text);
   EXPECT_TRUE(log.contains("Address card read only in its first 16 MB: " + large + " (17 MB)"));
 }
 
@@ -190,18 +188,15 @@ TEST(Person, CardAttributes) {
   EXPECT_EQ(textContent(person),
             "Ann\nLee\nAcme\n1 Infinite Loop\nCupertino, CA 95014\nUSA\n\nHauptstr. 1\n10115 "
             "Berlin\nDeutschland\n+1 555\nannlee\nann@jabber.example\nHi\n");
-  PropertyDictionary attributes = person.metaData();
-  EXPECT_EQ(attributes.at("kMDItemEmailAddresses"),
-            PropertyValue(PropertyArray{PropertyValue(u"ann@acme.example"),
-                                        PropertyValue(u"ann@home.example")}));
-  EXPECT_EQ(attributes.at("kMDItemPhoneNumbers"),
-            PropertyValue(PropertyArray{PropertyValue(u"+1 555")}));
-  EXPECT_EQ(attributes.at("kMDItemURL"), PropertyValue(u"http://acme.example"));
+  ReaderOutput output = person.metaData();
+  EXPECT_EQ(output.emailAddresses, (TextList{u"ann@acme.example", u"ann@home.example"}));
+  EXPECT_EQ(output.phoneNumbers, TextList{u"+1 555"});
+  EXPECT_EQ(output.url, u"http://acme.example");
   EXPECT_EQ(person.primaryEmail(), u"ann@acme.example");
 
   Person bare = personOf(card("NICKNAME:x\r\n"));
-  EXPECT_EQ(bare.metaData().count("kMDItemEmailAddresses"), 0u);
-  EXPECT_EQ(bare.metaData().count("kMDItemURL"), 0u);
+  EXPECT_FALSE(bare.metaData().emailAddresses);
+  EXPECT_FALSE(bare.metaData().url);
 }
 
 TEST(Person, ProposedName) {
@@ -274,11 +269,9 @@ TEST(AddressCardReader, ReadsCards) {
     if (entry.path().extension() == ".vcf") cards.push_back(entry.path());
   std::sort(cards.begin(), cards.end());
   ASSERT_GE(cards.size(), 7u);
-  auto strings = [](const PropertyValue* value) {
+  auto strings = [](const std::optional<TextList>& value) {
     std::vector<std::string> list;
-    if (value && value->array())
-      for (const PropertyValue& item : *value->array())
-        list.push_back(item.string() ? toUtf8(*item.string()) : "?");
+    for (const TextString& item : value.value_or(TextList())) list.push_back(toUtf8(item));
     return list;
   };
   for (const fs::path& path : cards) {
@@ -292,15 +285,11 @@ TEST(AddressCardReader, ReadsCards) {
       continue;
     }
     ASSERT_TRUE(output);
-    const PropertyValue* text = find(output->attributes, "kMDItemTextContent");
-    ASSERT_TRUE(text && text->string());
-    EXPECT_EQ(toUtf8(*text->string()), expect["text"].get<std::string>());
-    EXPECT_EQ(strings(find(output->attributes, "kMDItemEmailAddresses")),
-              expect.value("emails", std::vector<std::string>{}));
-    EXPECT_EQ(strings(find(output->attributes, "kMDItemPhoneNumbers")),
-              expect.value("phones", std::vector<std::string>{}));
-    const PropertyValue* url = find(output->attributes, "kMDItemURL");
-    EXPECT_EQ(url && url->string() ? toUtf8(*url->string()) : "", expect.value("url", ""));
+    ASSERT_TRUE(output->text);
+    EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
+    EXPECT_EQ(strings(output->emailAddresses), expect.value("emails", std::vector<std::string>{}));
+    EXPECT_EQ(strings(output->phoneNumbers), expect.value("phones", std::vector<std::string>{}));
+    EXPECT_EQ(toUtf8(output->url.value_or(TextString())), expect.value("url", ""));
 
     std::optional<Person> person = Person::initWithContentsOfFile(path.string());
     ASSERT_TRUE(person);
@@ -328,11 +317,9 @@ TEST(AddressCardReader, ReadsCorpusCards) {
     auto output = addressCardReader().read(
         ReaderSource::file((testing::corpusPath() / "docs/vcf" / row.file).string()));
     ASSERT_TRUE(output) << row.file;
-    const PropertyValue* text = find(output->attributes, "kMDItemTextContent");
-    ASSERT_TRUE(text && text->string()) << row.file;
-    EXPECT_NE(toUtf8(*text->string()).find(row.fragment), std::string::npos)
-        << row.file << "\n"
-        << toUtf8(*text->string());
+    ASSERT_TRUE(output->text) << row.file;
+    EXPECT_NE(toUtf8(*output->text).find(row.fragment), std::string::npos) << row.file << "\n"
+                                                                           << toUtf8(*output->text);
   }
 }
 

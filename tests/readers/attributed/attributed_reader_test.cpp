@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 
+#include "reader_output_printer.h"
 #include "test_support.h"
 #include "text/string_utilities.h"
 #include "word_bag.h"
@@ -23,11 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::TemporaryFolder;
-
-std::string stringAttribute(const ReaderOutput& output, std::string_view key) {
-  const PropertyValue* value = find(output.attributes, key);
-  return value && value->string() ? toUtf8(*value->string()) : "";
-}
 
 // Word's summary information may end its strings with a NUL, which the reader drops.
 std::string withoutNul(const nlohmann::json& value) {
@@ -50,39 +46,45 @@ Date isoDate(const std::string& text) {
   return Date{seconds * 1000000 + std::llround(second * 1000000)};
 }
 
-// NAME.expect.json beside a document: its text and its attributes, dates as ISO 8601 moments.
+// NAME.expect.json beside a document: its text and its properties under the names the
+// script gives them, dates as ISO 8601 moments.
 struct Expected {
   std::u16string text;
-  PropertyDictionary attributes;
+  std::u16string documentType;
+  ReaderOutput properties{.convention = Convention::AttributedDocument};
 };
 
 Expected expected(const fs::path& document) {
   auto json = nlohmann::json::parse(testing::readFile(document.string() + ".expect.json"));
-  Expected answer{fromUtf8(json["text"].get<std::string>()), {}};
+  Expected answer{fromUtf8(json["text"].get<std::string>())};
+  ReaderOutput& properties = answer.properties;
   for (const auto& [key, value] : json["attributes"].items()) {
     if (value.is_array()) {
-      PropertyArray words;
-      for (const auto& word : value)
-        words.push_back(PropertyValue::fromUtf8(word.get<std::string>()));
-      answer.attributes[key] = PropertyValue(words);
-    } else if (key.ends_with("Time")) {
-      answer.attributes[key] = PropertyValue(isoDate(value.get<std::string>()));
-    } else {
-      answer.attributes[key] = PropertyValue::fromUtf8(value.get<std::string>());
+      TextList& words = properties.keywords.emplace();
+      for (const auto& word : value) words.push_back(fromUtf8(word.get<std::string>()));
+      continue;
     }
+    std::string text = value.get<std::string>();
+    if (key == "CreationTime") properties.creation = isoDate(text);
+    if (key == "ModificationTime") properties.modification = isoDate(text);
+    if (key == "Author") properties.authors = TextList{fromUtf8(text)};
+    if (key == "DocumentType") answer.documentType = fromUtf8(text);
+    for (auto [name, property] :
+         {std::pair{"Title", &ReaderOutput::title}, std::pair{"Subject", &ReaderOutput::subject},
+          std::pair{"Comment", &ReaderOutput::comment},
+          std::pair{"Copyright", &ReaderOutput::copyright}})
+      if (key == name) properties.*property = fromUtf8(text);
   }
   return answer;
 }
 
-// Every attribute read is expected and every expected one read.
-void expectAttributes(const PropertyDictionary& read, const PropertyDictionary& wanted,
-                      const std::string& name) {
-  std::set<std::string> keys;
-  for (const auto& [key, value] : read) keys.insert(key);
-  for (const auto& [key, value] : wanted) keys.insert(key);
-  for (const std::string& key : keys)
-    EXPECT_EQ(testing::describe(find(read, key)), testing::describe(find(wanted, key)))
-        << name << ": " << key;
+// Every property read is expected and every expected one read.
+void expectProperties(const ReaderOutput& read, const Expected& wanted, const std::string& name) {
+  ReaderOutput properties = read;
+  properties.text.reset();
+  ReaderOutput expected = wanted.properties;
+  expected.documentType = wanted.documentType;
+  EXPECT_EQ(properties, expected) << name;
 }
 
 Bytes bytesOf(const std::string& text) {
@@ -105,14 +107,14 @@ TEST(AttributedReader, EachFormatTextAndAttributes) {
         attributedDocumentReader().read(ReaderSource::file(path.string()));
     ASSERT_TRUE(output && output->text) << name;
     EXPECT_EQ(toUtf8(*output->text), toUtf8(answer.text)) << name;
-    expectAttributes(output->attributes, answer.attributes, name);
+    expectProperties(*output, answer, name);
     if (fs::is_directory(path)) continue;
     // The same bytes from memory, under a name that says nothing: the content decides.
     std::string bytes = testing::readFile(path);
     output = attributedDocumentReader().read(ReaderSource::data(bytesOf(bytes), "attachment"));
     ASSERT_TRUE(output && output->text) << name << " in memory";
     EXPECT_EQ(toUtf8(*output->text), toUtf8(answer.text)) << name << " in memory";
-    expectAttributes(output->attributes, answer.attributes, std::string(name) + " in memory");
+    expectProperties(*output, answer, std::string(name) + " in memory");
   }
   EXPECT_TRUE(log.lines().empty()) << log.lines()[0];
 }
@@ -147,22 +149,19 @@ FormatScore scoreFolder(const std::string& format,
     if (f1 < 0.97) ++score.below;
     // Files that are no documents of the format: a truncated zip, an encrypted package, a
     // file that is not the zip it claims to be. They take the plain-text fall-back.
-    bool unreadable =
-        output->attributes.count(std::string(DocumentAttribute::DocumentType)) &&
-        stringAttribute(*output, DocumentAttribute::DocumentType) == toUtf8(kPlainTextDocumentType);
+    bool unreadable = output->documentType == kPlainTextDocumentType;
     if (unreadable) {
       --score.documents, score.sum -= f1, --score.below;
       continue;
     }
     EXPECT_GE(f1, 0.75);
-    std::string type = stringAttribute(*output, DocumentAttribute::DocumentType);
+    std::u16string_view type = output->documentType;
     EXPECT_TRUE(std::any_of(documentTypes.begin(), documentTypes.end(),
-                            [&](std::u16string_view known) { return type == toUtf8(known); }))
-        << type;
+                            [&](std::u16string_view known) { return type == known; }))
+        << toUtf8(type);
     if (meta.contains("title") && meta["title"].is_string() &&
         !meta["title"].get<std::string>().empty())
-      EXPECT_EQ(toUtf8(stringByTrimmingWhiteSpaces(
-                    fromUtf8(stringAttribute(*output, DocumentAttribute::Title)))),
+      EXPECT_EQ(toUtf8(stringByTrimmingWhiteSpaces(output->title.value_or(TextString()))),
                 toUtf8(stringByTrimmingWhiteSpaces(fromUtf8(withoutNul(meta["title"])))));
   }
   return score;
@@ -235,18 +234,15 @@ TEST(AttributedReader, FormatsChosenByContent) {
         attributedDocumentReader().read(ReaderSource::file(row.path));
     ASSERT_TRUE(output && output->text) << row.path;
     EXPECT_EQ(*output->text, row.text) << row.path;
-    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type));
+    EXPECT_EQ(output->documentType, row.type);
   }
   std::optional<ReaderOutput> docxOutput =
       attributedDocumentReader().read(ReaderSource::file(docx));
-  EXPECT_EQ(*find(docxOutput->attributes, DocumentAttribute::Keywords),
-            PropertyValue(PropertyArray{u"x", u"y"}));
-  EXPECT_EQ(*find(docxOutput->attributes, DocumentAttribute::CreationTime),
-            PropertyValue(Date{1577934245000000}));
+  EXPECT_EQ(docxOutput->keywords, (TextList{u"x", u"y"}));
+  EXPECT_EQ(docxOutput->creation, Date{1577934245000000});
   std::optional<ReaderOutput> odtOutput = attributedDocumentReader().read(ReaderSource::file(odt));
-  EXPECT_EQ(stringAttribute(*odtOutput, DocumentAttribute::Author), "Ann");
-  EXPECT_EQ(*find(odtOutput->attributes, DocumentAttribute::Keywords),
-            PropertyValue(PropertyArray{u"k1", u"k2"}));
+  EXPECT_EQ(odtOutput->authors, TextList{u"Ann"});
+  EXPECT_EQ(odtOutput->keywords, (TextList{u"k1", u"k2"}));
 }
 
 // ---- Documents the formats do not take --------------------------------------------------------
@@ -283,8 +279,7 @@ TEST(AttributedReader, UnreadWordFilesFallBackToPlainText) {
     // goes on to the file's content type.
     if (!output && row.type == kPlainTextDocumentType) continue;
     ASSERT_TRUE(output && output->text) << row.name;
-    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type))
-        << row.name;
+    EXPECT_EQ(output->documentType, row.type) << row.name;
     if (row.type == kDocFormatTextDocumentType)
       EXPECT_EQ(*output->text, expected(path).text) << row.name;
   }
@@ -352,8 +347,7 @@ TEST(AttributedReader, DamagedAndMisnamedDocuments) {
       continue;
     }
     ASSERT_TRUE(output && output->text) << row.name;
-    EXPECT_EQ(stringAttribute(*output, DocumentAttribute::DocumentType), toUtf8(row.type))
-        << row.name;
+    EXPECT_EQ(output->documentType, row.type) << row.name;
     if (!row.textOf) continue;
     std::u16string text = expected(fixture(row.textOf)).text;
     if (row.whole) {

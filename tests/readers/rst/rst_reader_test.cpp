@@ -75,16 +75,11 @@ TEST(ReStructuredText, DatesAndMeta) {
     EXPECT_FALSE(rstDocumentInfo(u":Date: " + TextString(date)).date) << toUtf8(date);
 }
 
-std::string string(const PropertyDictionary& attributes, const char* key) {
-  const PropertyValue* value = find(attributes, key);
-  return value && value->string() ? toUtf8(*value->string()) : "-";
-}
+std::string string(const std::optional<TextString>& value) { return value ? toUtf8(*value) : "-"; }
 
-std::vector<std::string> strings(const PropertyDictionary& attributes, const char* key) {
+std::vector<std::string> strings(const std::optional<TextList>& list) {
   std::vector<std::string> result;
-  const PropertyValue* value = find(attributes, key);
-  if (value && value->array())
-    for (const PropertyValue& item : *value->array()) result.push_back(toUtf8(*item.string()));
+  for (const TextString& item : list.value_or(TextList())) result.push_back(toUtf8(item));
   return result;
 }
 
@@ -98,15 +93,12 @@ TEST(ReStructuredTextReader, ReadsTheFixtures) {
     std::optional<ReaderOutput> output =
         reStructuredTextReader().read(ReaderSource::file(entry.path().string()));
     ASSERT_TRUE(output && output->text);
-    const PropertyDictionary& attributes = output->attributes;
-    EXPECT_EQ(string(attributes, "kMDItemTitle"), expect.value("title", "-"));
-    EXPECT_EQ(string(attributes, "kMDItemDescription"), expect.value("description", "-"));
-    EXPECT_EQ(string(attributes, "kMDItemCopyright"), expect.value("copyright", "-"));
-    EXPECT_EQ(strings(attributes, "kMDItemAuthors"),
-              expect.value("authors", std::vector<std::string>{}));
-    EXPECT_EQ(strings(attributes, "kMDItemKeywords"),
-              expect.value("keywords", std::vector<std::string>{}));
-    EXPECT_EQ(find(attributes, "kMDItemContentCreationDate") != nullptr, expect.contains("date"));
+    EXPECT_EQ(string(output->title), expect.value("title", "-"));
+    EXPECT_EQ(string(output->description), expect.value("description", "-"));
+    EXPECT_EQ(string(output->copyright), expect.value("copyright", "-"));
+    EXPECT_EQ(strings(output->authors), expect.value("authors", std::vector<std::string>{}));
+    EXPECT_EQ(strings(output->keywords), expect.value("keywords", std::vector<std::string>{}));
+    EXPECT_EQ(output->creation.has_value(), expect.contains("date"));
     for (const std::string& word : expect["words"])
       EXPECT_NE(toUtf8(*output->text).find(word), std::string::npos) << word;
     ++read;

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "reader_output_printer.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -63,22 +64,17 @@ TEST(RTFReader, InfoGroup) {
       "{\\creatim\\yr2002\\mo12\\dy9\\hr14\\min26}{\\revtim\\yr2021\\mo2\\dy3}"
       "{\\upr{\\subject ???}{\\*\\ud{\\subject \\u26085?}}}}Body}");
   ASSERT_TRUE(output);
-  auto text = [&](std::string_view key) {
-    const PropertyValue* value = find(output->attributes, key);
-    return value && value->string() ? *value->string() : u"(none)";
-  };
-  EXPECT_EQ(*output->text, u"Body");
-  EXPECT_EQ(text(DocumentAttribute::Title), u"The \u2014 Title");
-  EXPECT_EQ(text(DocumentAttribute::Author), u"Ann");
-  EXPECT_EQ(text(DocumentAttribute::Comment), u"note");
-  EXPECT_EQ(text(DocumentAttribute::Subject), u"\u65e5");
-  EXPECT_EQ(*find(output->attributes, DocumentAttribute::Keywords),
-            PropertyValue(PropertyArray{u"one", u"two"}));
   // The template date the dispatcher drops is read like any other.
-  EXPECT_EQ(*find(output->attributes, DocumentAttribute::CreationTime),
-            PropertyValue(Date{1039443960000000}));
-  EXPECT_EQ(*find(output->attributes, DocumentAttribute::ModificationTime),
-            PropertyValue(Date{1612310400000000}));
+  EXPECT_EQ(*output, (ReaderOutput{.convention = Convention::AttributedDocument,
+                                   .text = u"Body",
+                                   .title = u"The \u2014 Title",
+                                   .subject = u"\u65e5",
+                                   .comment = u"note",
+                                   .authors = TextList{u"Ann"},
+                                   .keywords = TextList{u"one", u"two"},
+                                   .creation = Date{1039443960000000},
+                                   .modification = Date{1612310400000000},
+                                   .documentType = kRTFTextDocumentType}));
 }
 
 // The ledger as Word writes it (font character sets, \info, page header and footer, notes where
@@ -113,29 +109,25 @@ TEST(RTFReader, DocumentsAsWordAndTextEditWriteThem) {
     }
     ASSERT_TRUE(row.output && row.output->text) << row.name;
     EXPECT_EQ(toUtf8(*row.output->text), toUtf8(expectedText(row.document))) << row.name;
-    auto text = [&](std::string_view key) {
-      const PropertyValue* value = find(row.output->attributes, key);
-      return value && value->string() ? toUtf8(*value->string()) : "(none)";
-    };
-    EXPECT_EQ(text(DocumentAttribute::DocumentType), toUtf8(row.type)) << row.name;
-    EXPECT_EQ(text(DocumentAttribute::Title), "Seed Exchange Ledger \u2014 Spring") << row.name;
-    EXPECT_EQ(text(DocumentAttribute::Author), "Ingrid \u00d8deg\u00e5rd") << row.name;
-    EXPECT_EQ(*find(row.output->attributes, DocumentAttribute::Keywords),
-              PropertyValue(PropertyArray{u"seeds", u"library", u"ledger"}))
-        << row.name;
-    EXPECT_EQ(*find(row.output->attributes, DocumentAttribute::CreationTime),
-              PropertyValue(Date{1678786013000000}))
-        << row.name;
+    const ReaderOutput& output = *row.output;
+    EXPECT_EQ(output.documentType, row.type) << row.name;
+    EXPECT_EQ(output.title, u"Seed Exchange Ledger \u2014 Spring") << row.name;
+    EXPECT_EQ(output.authors, TextList{u"Ingrid \u00d8deg\u00e5rd"}) << row.name;
+    EXPECT_EQ(output.keywords, (TextList{u"seeds", u"library", u"ledger"})) << row.name;
+    EXPECT_EQ(output.creation, Date{1678786013000000}) << row.name;
   }
   // Word's document also says when it was last saved; printing leaves no date behind.
-  const ReaderOutput& word = *rows[0].output;
-  EXPECT_EQ(*find(word.attributes, DocumentAttribute::ModificationTime),
-            PropertyValue(Date{1704164645000000}));
-  EXPECT_EQ(toUtf8(*find(word.attributes, DocumentAttribute::Subject)->string()),
-            "Seeds swapped at the village library");
-  EXPECT_EQ(toUtf8(*find(word.attributes, DocumentAttribute::Comment)->string()),
-            "A small ledger written for the reader tests.");
-  EXPECT_EQ(word.attributes.size(), 8u);
+  ReaderOutput word = *rows[0].output;
+  word.text.reset();
+  EXPECT_EQ(word, (ReaderOutput{.convention = Convention::AttributedDocument,
+                                .title = u"Seed Exchange Ledger \u2014 Spring",
+                                .subject = u"Seeds swapped at the village library",
+                                .comment = u"A small ledger written for the reader tests.",
+                                .authors = TextList{u"Ingrid \u00d8deg\u00e5rd"},
+                                .keywords = TextList{u"seeds", u"library", u"ledger"},
+                                .creation = Date{1678786013000000},
+                                .modification = Date{1704164645000000},
+                                .documentType = kRTFTextDocumentType}));
 }
 
 TEST(RTFReader, HostileInput) {

@@ -40,9 +40,7 @@ TEST(TextClippingReader, ReadsClippings) {
     }
     ASSERT_TRUE(output && output->text);
     EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
-    const PropertyValue* type = find(output->attributes, DocumentAttribute::DocumentType);
-    ASSERT_TRUE(type && type->string());
-    EXPECT_EQ(toUtf8(*type->string()), expect["documentType"].get<std::string>());
+    EXPECT_EQ(toUtf8(output->documentType), expect["documentType"].get<std::string>());
   }
 }
 
@@ -82,8 +80,7 @@ TEST(TextClippingReader, CorpusResourceOrderAndDocumentTypes) {
     std::optional<ReaderOutput> output =
         textClippingReader().read(ReaderSource::file((corpus / row.file).string()));
     ASSERT_TRUE(output) << row.file;
-    EXPECT_EQ(*find(output->attributes, DocumentAttribute::DocumentType), PropertyValue(row.type))
-        << row.file;
+    EXPECT_EQ(output->documentType, row.type) << row.file;
   }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/property_list.h"
+#include "reader_output_printer.h"
 #include "readers/webarchive/web_archive.h"
 #include "readers/webarchive/web_archive_reader.h"
 #include "test_support.h"
@@ -210,12 +211,11 @@ TEST(WebArchiveReader, AnswersHTMLMetaAttributes) {
   std::string path = folder.write("a.webarchive", std::string(bytes->begin(), bytes->end()));
   std::optional<ReaderOutput> output = webArchiveReader().read(ReaderSource::file(path));
   ASSERT_TRUE(output);
-  EXPECT_EQ(output->vocabulary, Vocabulary::HTMLMeta);
-  EXPECT_EQ(output->text, u"\n\nBody");
-  EXPECT_EQ(output->attributes.at(std::string(kHTMLTitleAttribute)),
-            PropertyValue(u"Page & title"));
-  EXPECT_EQ(output->attributes.at(std::string(kBaseURLAttribute)), PropertyValue(u"https://x/"));
-  EXPECT_EQ(output->attributes.at("description"), PropertyValue(u"About"));
+  EXPECT_EQ(*output, (ReaderOutput{.convention = Convention::HTMLPage,
+                                   .text = u"\n\nBody",
+                                   .title = u"Page & title",
+                                   .url = u"https://x/",
+                                   .htmlMeta = {{u"description", u"About"}}}));
 
   std::optional<TextString> base;
   std::optional<TextString> source;
@@ -247,13 +247,14 @@ TEST(WebArchiveReader, ReadsArchives) {
     }
     ASSERT_TRUE(output && output->text);
     EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
-    auto attribute = [&](std::string_view key) {
-      const PropertyValue* value = find(output->attributes, key);
-      return value && value->string() ? toUtf8(*value->string()) : std::string("(none)");
+    auto utf8 = [](const std::optional<TextString>& value) {
+      return value ? toUtf8(*value) : std::string("(none)");
     };
-    EXPECT_EQ(attribute(kHTMLTitleAttribute), expect.value("title", "(none)"));
-    EXPECT_EQ(attribute(kBaseURLAttribute), expect.value("baseURL", "(none)"));
-    EXPECT_EQ(attribute("description"), expect.value("description", "(none)"));
+    auto description = output->htmlMeta.find(u"description");
+    EXPECT_EQ(utf8(output->title), expect.value("title", "(none)"));
+    EXPECT_EQ(utf8(output->url), expect.value("baseURL", "(none)"));
+    EXPECT_EQ(description == output->htmlMeta.end() ? "(none)" : toUtf8(description->second),
+              expect.value("description", "(none)"));
     EXPECT_TRUE(log.lines().empty()) << log.lines().front();
   }
 }
