@@ -498,9 +498,15 @@ std::string summaryCounts(const std::string& err) {
 // for folders, path lists and texts; the summary counts the same and the exit status agrees.
 TEST_F(CommandLineTest, ImportOnSeveralThreadsPrintsWhatOneThreadPrints) {
   const std::string data = testing::dataPath().string();
+  // PostScript is read through a PDF that Ghostscript makes and dates by the clock, so its dates
+  // differ from one run to the next whatever the threads; it is left out.
+  auto postScript = [](const fs::path& path) {
+    return path.extension() == ".ps" || path.extension() == ".eps";
+  };
   std::string listed;
   for (const auto& entry : fs::recursive_directory_iterator(testing::dataPath()))
-    if (entry.is_regular_file()) listed = entry.path().string() + "\n" + listed;
+    if (entry.is_regular_file() && !postScript(entry.path()))
+      listed = entry.path().string() + "\n" + listed;
   folder_.write("fixtures.list", listed);
   struct JobsRow {
     const char* name;
@@ -514,9 +520,11 @@ TEST_F(CommandLineTest, ImportOnSeveralThreadsPrintsWhatOneThreadPrints) {
   for (const JobsRow& row : rows) {
     SCOPED_TRACE(row.name);
     std::vector<std::string> arguments = row.arguments;
-    arguments.insert(arguments.begin(), {"import", "-j", "1"});
+    // A generous limit, so that no importer call times out on one run and not on the other.
+    arguments.insert(arguments.begin(),
+                     {"import", "--timeout=120", "--exclude=*.ps", "--exclude=*.eps", "-j", "1"});
     testing::ProgramOutput one = run(arguments);
-    arguments[2] = "4";
+    arguments[5] = "4";
     testing::ProgramOutput four = run(arguments);
     EXPECT_GT(
         std::count(one.out.begin(), one.out.end(), row.arguments[0] == "--text" ? '\f' : '\n'),
