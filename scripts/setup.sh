@@ -41,4 +41,6 @@ fi
 build_dir=${1:-build}
 shift || true
 cmake -S . -B "$build_dir" -G Ninja "$@" >/dev/null
-cmake --build "$build_dir"
+# $ULVEK_BUILD_TARGETS, when set, names the only targets to build.
+# shellcheck disable=SC2086
+cmake --build "$build_dir" ${ULVEK_BUILD_TARGETS:+--target $ULVEK_BUILD_TARGETS}

@@ -18,12 +18,15 @@
 #include <limits>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/failure.h"
 #include "base/log.h"
+#include "base/processors.h"
 #include "cli/command.h"
+#include "cli/ordered_jobs.h"
 #include "import/mime_type_helper.h"
 #include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
@@ -55,6 +58,7 @@ struct Options {
   std::size_t maxDepth = kNoLimit;  // folder levels below a named folder
   std::vector<std::string> excludes;
   bool followLinks = false;
+  std::size_t jobs = usableCores();
 };
 
 // A package, or a folder that its name makes one document (an unpacked book): one item, as the
@@ -162,12 +166,23 @@ class ImportRun {
     items_.push_back({path, Failure{kind, std::strerror(error)}});
   }
 
+  // What importing one item gives: its output, and what the summary and exit status make of it.
+  struct Outcome {
+    std::string output;
+    std::optional<Failure> failure;
+    bool logged = false;  // a log line said the failure already
+    std::uint64_t bytes = 0;
+    bool byNature = false;
+  };
+
   std::optional<std::vector<std::string>> namedPaths();
   void collect(const std::string& path);
   void walk(const fs::path& folder, const std::string& relative, std::size_t depth);
   bool excluded(const std::string& name, const std::string& relative) const;
   bool firstVisit(const fs::path& folder);
   void importAll(std::ostream& out);
+  // Safe to call from several threads at once.
+  Outcome importOne(MIMETypeHelper& helper, const Item& item) const;
 
   const Options& options_;
   CommandIO& io_;
@@ -308,62 +323,77 @@ PropertyValue errorMember(const Failure& failure) {
                          {"message", PropertyValue::fromUtf8(failure.message)}});
 }
 
+ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const Item& item) const {
+  const std::string& path = item.path;
+  Outcome outcome;
+  std::ostringstream out;
+  if (item.failure) {
+    outcome.failure = item.failure;
+    if (options_.textOnly)
+      out << kFormFeed;
+    else
+      printResult(out, ImportResult(), path, {{"Error", errorMember(*item.failure)}});
+    outcome.output = std::move(out).str();
+    return outcome;
+  }
+  try {
+    // Imported by absolute path, as the service is given it; shown as the user named it.
+    std::error_code error;
+    fs::path absolute = fs::absolute(path, error);
+    ImportDetails details;
+    ImportResult result = helper.openFile(error ? path : absolute.string(), details);
+    if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
+      if (const std::uint64_t* value = size->unsignedInteger()) outcome.bytes = *value;
+    }
+    std::optional<std::string> text;
+    if (const TextString* value = result.string(ImportKey::Text))
+      text = cutText(toUtf8(*value), options_.maxText);
+    PropertyDictionary extra = typeMembers(details.contentType);
+    if (details.failure) {
+      outcome.failure = details.failure;
+      outcome.logged = true;
+      extra["Error"] = errorMember(*details.failure);
+    } else if (!text && withoutTextByNature(details.contentType)) {
+      outcome.byNature = true;
+    }
+    if (options_.textOnly) {
+      out << text.value_or("") << kFormFeed;
+    } else {
+      if (text && options_.maxText != kNoLimit)
+        result.putOrRemove(ImportKey::Text, PropertyValue::fromUtf8(*text));
+      printResult(out, result, path, extra);
+    }
+  } catch (const std::exception& exception) {
+    out.str("");
+    outcome = Outcome{};
+    outcome.failure = Failure{FailureKind::Damaged, exception.what()};
+    if (!options_.textOnly)
+      printResult(out, ImportResult(), path, {{"Error", errorMember(*outcome.failure)}});
+  }
+  outcome.output = std::move(out).str();
+  return outcome;
+}
+
 void ImportRun::importAll(std::ostream& out) {
   MIMETypeHelper helper;
   Progress progress(io_, items_.size(), options_.quiet);
   std::uint64_t bytes = 0;
   std::size_t byNature = 0;
   auto started = std::chrono::steady_clock::now();
-  for (std::size_t i = 0; i < items_.size(); ++i) {
-    const std::string& path = items_[i].path;
-    progress.clear();
-    if (items_[i].failure) {
-      fail(path, *items_[i].failure, false);
-      if (options_.textOnly)
-        out << kFormFeed;
-      else
-        printResult(out, ImportResult(), path, {{"Error", errorMember(*items_[i].failure)}});
-      out.flush();
-      progress.draw(i + 1);
-      continue;
-    }
-    try {
-      // Imported by absolute path, as the service is given it; shown as the user named it.
-      std::error_code error;
-      fs::path absolute = fs::absolute(path, error);
-      ImportDetails details;
-      ImportResult result = helper.openFile(error ? path : absolute.string(), details);
-      if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
-        if (const std::uint64_t* value = size->unsignedInteger()) bytes += *value;
-      }
-      std::optional<std::string> text;
-      if (const TextString* value = result.string(ImportKey::Text))
-        text = cutText(toUtf8(*value), options_.maxText);
-      PropertyDictionary extra = typeMembers(details.contentType);
-      if (details.failure) {
-        fail(path, *details.failure, true);
-        extra["Error"] = errorMember(*details.failure);
-      } else if (!text && withoutTextByNature(details.contentType)) {
-        ++byNature;
-      }
-      progress.clear();
-      if (options_.textOnly) {
-        out << text.value_or("") << kFormFeed;
-      } else {
-        if (text && options_.maxText != kNoLimit)
-          result.putOrRemove(ImportKey::Text, PropertyValue::fromUtf8(*text));
-        printResult(out, result, path, extra);
-      }
-    } catch (const std::exception& exception) {
-      progress.clear();
-      Failure failure{FailureKind::Damaged, exception.what()};
-      fail(path, failure, false);
-      if (!options_.textOnly)
-        printResult(out, ImportResult(), path, {{"Error", errorMember(failure)}});
-    }
-    out.flush();
-    progress.draw(i + 1);
-  }
+  // Lines come out in the order of the items whatever the number of threads; a few per thread
+  // may wait for an earlier one to finish.
+  runInOrder(
+      items_.size(), options_.jobs, 4 * options_.jobs,
+      [&](std::size_t i) { return importOne(helper, items_[i]); },
+      [&](std::size_t i, Outcome outcome) {
+        progress.clear();
+        if (outcome.failure) fail(items_[i].path, *outcome.failure, outcome.logged);
+        bytes += outcome.bytes;
+        if (outcome.byNature) ++byNature;
+        out << outcome.output;
+        out.flush();
+        progress.draw(i + 1);
+      });
   progress.clear();
   if (options_.quiet) return;
   std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
@@ -393,7 +423,7 @@ int ImportRun::run() {
   std::optional<std::vector<std::string>> paths = namedPaths();
   if (!paths) return kExitFailure;
   if (options_.timeout > 0) {
-    WorkerProcess::Limits limits = MetaDataImporter::sharedImporter().worker().limits();
+    WorkerProcess::Limits limits = MetaDataImporter::sharedImporter().limits();
     limits.time = std::chrono::milliseconds(static_cast<long long>(options_.timeout * 1000));
     MetaDataImporter::sharedImporter().setLimits(limits);
   }
@@ -476,6 +506,12 @@ CommandAction define(CLI::App& command) {
       ->type_name("GLOB")
       ->allow_extra_args(false);
   command.add_flag("-L,--follow", options->followLinks, "Follow links inside folders");
+  command
+      .add_option("-j,--jobs", options->jobs,
+                  "Import N files at a time (default: the number of cores); the output keeps "
+                  "the order of -j 1")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
   command.footer(std::string(kFooter));
   return [options](CommandIO& io) { return ImportRun(*options, io).run(); };
 }

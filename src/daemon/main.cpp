@@ -1,33 +1,52 @@
 // ulvekbotd64: the import service on the session bus.
 #include <getopt.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "base/log.h"
+#include "import/concurrency.h"
 #include "import/mime_type_helper.h"
 #include "service/dbus_service.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "Usage: ulvekbotd64 [--help] [--version]\n"
+    "Usage: ulvekbotd64 [--help] [--version] [--jobs N]\n"
     "Serves ulvekbot's document import as com.ulvek_technologies.ulvekbotd64 on the D-Bus\n"
     "session bus, until it is asked to Terminate or gets SIGTERM or SIGINT.\n"
     "\n"
     "  -h, --help     show this help and exit\n"
-    "  -V, --version  show the version and exit\n";
+    "  -V, --version  show the version and exit\n"
+    "  -j, --jobs N   serve up to N connections' requests at the same time (0: one a core;\n"
+    "                 default: MaxConcurrentImports of the user defaults, else 1)\n";
 
 // Exits for --help, --version and bad arguments; answers -1 when the service should run.
-int parseArguments(int argc, char** argv) {
+int parseArguments(int argc, char** argv, std::optional<long long>& jobs) {
   const option options[] = {
       {"help", no_argument, nullptr, 'h'},
       {"version", no_argument, nullptr, 'V'},
+      {"jobs", required_argument, nullptr, 'j'},
       {nullptr, 0, nullptr, 0},
   };
   int choice;
-  while ((choice = getopt_long(argc, argv, "hV", options, nullptr)) != -1) {
+  while ((choice = getopt_long(argc, argv, "hVj:", options, nullptr)) != -1) {
     switch (choice) {
+      case 'j': {
+        char* end = nullptr;
+        errno = 0;
+        long long value = std::strtoll(optarg, &end, 10);
+        if (errno != 0 || end == optarg || *end != '\0' || value < 0) {
+          std::fprintf(stderr, "ulvekbotd64: --jobs takes a number of 0 or more, not '%s'\n%s",
+                       optarg, kUsage);
+          return 2;
+        }
+        jobs = value;
+        break;
+      }
       case 'h':
         std::fputs(kUsage, stdout);
         return 0;
@@ -49,7 +68,8 @@ int parseArguments(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (int status = parseArguments(argc, argv); status >= 0) return status;
+  std::optional<long long> jobs;
+  if (int status = parseArguments(argc, argv, jobs); status >= 0) return status;
   // Before any thread starts, so that every thread leaves the two signals to the loop.
   ulvek::blockTerminatingSignals();
   // The own temporary folder comes first: making it sweeps what ended processes left behind.
@@ -58,7 +78,7 @@ int main(int argc, char** argv) {
   int status = 1;
   {
     ulvek::MIMETypeHelper helper;
-    ulvek::DBusService service(helper);
+    ulvek::DBusService service(helper, ulvek::concurrentRequests(jobs));
     if (ulvek::Status started = service.start(); !started) {
       ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
       return 1;

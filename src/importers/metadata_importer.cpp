@@ -45,14 +45,14 @@ MetaDataImporter& MetaDataImporter::sharedImporter() {
   // so neither the worker's programs nor its temporary folder outlive the process.
   static MetaDataImporter* shared = [] {
     auto* importer = new MetaDataImporter();
-    std::atexit([] { sharedImporter().worker().stop(); });
+    std::atexit([] { sharedImporter().workers().stop(); });
     return importer;
   }();
   return *shared;
 }
 
 MetaDataImporter::MetaDataImporter()
-    : worker_({defaultTimeLimit(), defaultMemoryLimit()}),
+    : workers_({defaultTimeLimit(), defaultMemoryLimit()}),
       bundles_([this](const std::string& executable) { return preflight(executable); }) {}
 MetaDataImporter::~MetaDataImporter() = default;
 
@@ -60,7 +60,7 @@ bool MetaDataImporter::preflight(const std::string& executable) {
   PropertyDictionary request{
       {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Preflight)},
       {std::string(worker::Field::Executable), PropertyValue::fromUtf8(executable)}};
-  Result<PropertyDictionary> answer = worker_.call(request);
+  Result<PropertyDictionary> answer = workers_.call(request);
   return answer &&
          worker::stringField(*answer, worker::Field::Outcome) == worker::Outcome::Loadable;
 }
@@ -71,7 +71,13 @@ std::vector<ImporterMatch> MetaDataImporter::matchesForFile(const std::string& p
   if (!type) return {};
   contentType = asciiLowercase(*type);
   bundles_.loadExtractorPlugins();
+  std::lock_guard guard(registryLock_);
   return bundles_.matches(contentType, asciiLowercase(toUtf8(pathExtension(path))));
+}
+
+void MetaDataImporter::unregister(const std::string& bundle) {
+  std::lock_guard guard(registryLock_);
+  bundles_.unregister(bundle);
 }
 
 std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& match,
@@ -80,10 +86,14 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
                                                          bool& found) {
   found = false;
   LogContext importer("importer " + std::filesystem::path(match.bundle).stem().string(), path);
-  std::optional<ImporterEntryPoint> entry = bundles_.entryPoint(match);
+  std::optional<ImporterEntryPoint> entry;
+  {
+    std::lock_guard guard(registryLock_);
+    entry = bundles_.entryPoint(match);
+  }
   if (!entry) {
     logLine(match.bundle + ": No kMDImporter(URL)Interface " + match.factoryID);
-    bundles_.unregister(match.bundle);
+    unregister(match.bundle);
     return std::nullopt;
   }
   PropertyDictionary request{
@@ -94,7 +104,7 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
       {std::string(worker::Field::ContentType), PropertyValue::fromUtf8(contentType)},
       {std::string(worker::Field::Path), PropertyValue::fromUtf8(path)},
       {std::string(worker::Field::Import), PropertyValue(import)}};
-  Result<PropertyDictionary> answer = worker_.call(request);
+  Result<PropertyDictionary> answer = workers_.call(request);
   if (!answer) {
     // A crash, hang or garbage costs this request only: as if the importer said nothing.
     std::string line = "Importer failed: " + match.bundle + " (" +
@@ -107,7 +117,7 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
   std::optional<TextString> outcome = worker::stringField(*answer, worker::Field::Outcome);
   if (outcome != worker::Outcome::Imported) {
     logLine(match.bundle + ": No kMDImporter(URL)Interface " + match.factoryID);
-    bundles_.unregister(match.bundle);
+    unregister(match.bundle);
     return std::nullopt;
   }
   found = true;

@@ -1,18 +1,20 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/property_value.h"
 #include "importers/bundle_registry.h"
-#include "importers/worker_process.h"
+#include "importers/worker_pool.h"
 
 namespace ulvek {
 
 // The importer host: it finds the bundle that reads a file, calls its importer in the worker
 // process and corrects what a few importers answer. Which bundles there are and what each reads
-// is the registry's (bundles()).
+// is the registry's (bundles()). Imports may run on several threads at once: each call has a
+// worker process of its own, and the registry is asked under a lock.
 class MetaDataImporter {
  public:
   static MetaDataImporter& sharedImporter();
@@ -36,8 +38,9 @@ class MetaDataImporter {
 
   // Limits of one importer call; the defaults come from the user defaults "ImporterTimeLimit"
   // (seconds) and "ImporterMemoryLimit" (MiB).
-  void setLimits(WorkerProcess::Limits limits) { worker_.setLimits(limits); }
-  WorkerProcess& worker() { return worker_; }
+  void setLimits(WorkerProcess::Limits limits) { workers_.setLimits(limits); }
+  WorkerProcess::Limits limits() const { return workers_.limits(); }
+  WorkerPool& workers() { return workers_; }
 
  private:
   // The importers of a file by its content type (answered in `contentType`, lower case) and
@@ -46,8 +49,12 @@ class MetaDataImporter {
   std::optional<PropertyDictionary> call(const ImporterMatch& match, const std::string& contentType,
                                          const std::string& path, bool import, bool& found);
   bool preflight(const std::string& executable);
+  void unregister(const std::string& bundle);
 
-  WorkerProcess worker_;
+  WorkerPool workers_;
+  // Guards bundles_ during imports; the preflight it runs calls workers_, which has a lock of its
+  // own.
+  std::mutex registryLock_;
   BundleRegistry bundles_;
 };
 

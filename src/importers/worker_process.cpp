@@ -4,13 +4,20 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
+#include <functional>
+#include <future>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "importers/worker_protocol.h"
@@ -25,6 +32,53 @@ Error workerError(int code, std::string why) {
   Error error = Error::posix(code, "importer worker");
   error.localizedDescription = std::move(why);
   return error;
+}
+
+// The kernel kills a worker when the thread that started it ends (the worker's parent-death
+// signal follows the thread, not the process). Workers are therefore started from one thread that
+// lasts as long as the process, so that a worker outlives the import thread that needed it first.
+class LastingThread {
+ public:
+  LastingThread() {
+    // Signals are for the threads that wait for them, never this one.
+    sigset_t all, previous;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &previous);
+    std::thread([this] { serve(); }).detach();
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  }
+
+  int run(std::function<int()> work) {
+    std::packaged_task<int()> task(std::move(work));
+    std::future<int> done = task.get_future();
+    {
+      std::lock_guard guard(lock_);
+      tasks_.push_back(std::move(task));
+    }
+    added_.notify_one();
+    return done.get();
+  }
+
+ private:
+  void serve() {
+    for (;;) {
+      std::unique_lock guard(lock_);
+      added_.wait(guard, [&] { return !tasks_.empty(); });
+      std::packaged_task<int()> task = std::move(tasks_.front());
+      tasks_.pop_front();
+      guard.unlock();
+      task();
+    }
+  }
+
+  std::mutex lock_;
+  std::condition_variable added_;
+  std::deque<std::packaged_task<int()>> tasks_;
+};
+
+int onLastingThread(std::function<int()> work) {
+  static LastingThread* thread = new LastingThread();
+  return thread->run(std::move(work));
 }
 
 }  // namespace
@@ -83,7 +137,9 @@ Status WorkerProcess::start() {
   posix_spawnattr_setflags(&attributes,
                            POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t pid = 0;
-  int spawned = ::posix_spawn(&pid, program.c_str(), &actions, &attributes, arguments, envp.data());
+  int spawned = onLastingThread([&] {
+    return ::posix_spawn(&pid, program.c_str(), &actions, &attributes, arguments, envp.data());
+  });
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   ::close(requests[0]);
@@ -139,17 +195,24 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
     if (Status started = start(); !started) return started.error();
   }
   auto deadline = std::chrono::steady_clock::now() + limits_.time;
-  // A dead reader turns writes into SIGPIPE; the service must not die of that.
-  struct sigaction ignore {
-  }, previous{};
-  ignore.sa_handler = SIG_IGN;
-  ::sigaction(SIGPIPE, &ignore, &previous);
+  // A dead reader turns writes into SIGPIPE; the service must not die of that. The signal is held
+  // back in this thread only, as other threads may call workers of their own meanwhile, and
+  // dropped when the write raised it.
+  sigset_t brokenPipe, previous;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &previous);
   // The worker learns when the host stops waiting, so an importer can answer what it has.
   PropertyDictionary timed = request;
   timed[std::string(worker::Field::Deadline)] =
       PropertyValue(std::chrono::duration<double>(deadline.time_since_epoch()).count());
   bool sent = worker::writeMessage(toWorker_, timed);
-  ::sigaction(SIGPIPE, &previous, nullptr);
+  if (!sent && !sigismember(&previous, SIGPIPE)) {
+    timespec now{};
+    while (::sigtimedwait(&brokenPipe, nullptr, &now) == SIGPIPE) {
+    }
+  }
+  ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   Result<PropertyDictionary> answer =
       sent ? worker::readMessage(fromWorker_, deadline)
            : Result<PropertyDictionary>(workerError(EPIPE, "closed"));

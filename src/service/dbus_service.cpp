@@ -1,8 +1,13 @@
 #include "service/dbus_service.h"
 
 #include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -11,6 +16,7 @@
 #include "base/log.h"
 #include "protocol/dbus_interface.h"
 #include "protocol/dbus_values.h"
+#include "service/request_pool.h"
 #include "service/transfer_interface.h"
 
 namespace ulvek {
@@ -20,27 +26,22 @@ DBusService& serviceOf(void* userdata) { return *static_cast<DBusService*>(userd
 
 std::string posixMessage(int negativeErrno) { return std::strerror(-negativeErrno); }
 
-int setErrorReply(sd_bus_error* replyError, const DBusErrorReply& reply) {
-  return sd_bus_error_set(replyError, reply.name.c_str(), reply.message.c_str());
-}
-
 // Runs one operation and turns an escaping exception into the caller's error reply; the
 // operation decides what it catches itself, the transport catches the rest.
 template <typename Operation>
-int guarded(std::string_view selector, sd_bus_error* replyError, Operation operation) {
+ServiceAnswer guarded(std::string_view selector, Operation operation) {
   try {
     return operation();
   } catch (const std::exception& exception) {
     logException(selector, MIMETypeHelper::kClassName, exception);
-    return setErrorReply(replyError, errorReplyFor(std::current_exception()));
+    return errorReplyFor(std::current_exception());
   } catch (...) {
     logUnknownException(selector, MIMETypeHelper::kClassName);
-    return setErrorReply(replyError, errorReplyFor(std::current_exception()));
+    return errorReplyFor(std::current_exception());
   }
 }
 
-int replyWithResult(sd_bus_message* call, const ImportResult& result, sd_bus_error* replyError,
-                    std::string_view origin) {
+int replyWithResult(sd_bus_message* call, const ImportResult& result, std::string_view origin) {
   // The bus drops a sender whose message is too large, and the service with it; every import
   // has cut its result to fit (ImportResult::limitSizes).
   sd_bus_message* reply = nullptr;
@@ -50,10 +51,20 @@ int replyWithResult(sd_bus_message* call, const ImportResult& result, sd_bus_err
   sd_bus_message_unref(reply);
   if (r < 0) {
     logLine("Cannot send the result: " + std::string(origin) + ": " + posixMessage(r));
-    return sd_bus_error_setf(replyError, SD_BUS_ERROR_FAILED, "Cannot send the result: %s",
-                             posixMessage(r).c_str());
+    return sd_bus_reply_method_errorf(call, SD_BUS_ERROR_FAILED, "Cannot send the result: %s",
+                                      posixMessage(r).c_str());
   }
   return 1;
+}
+
+int sendAnswer(sd_bus_message* call, const ServiceAnswer& answer, std::string_view origin) {
+  if (const auto* result = std::get_if<ImportResult>(&answer))
+    return replyWithResult(call, *result, origin);
+  if (const bool* yes = std::get_if<bool>(&answer))
+    return sd_bus_reply_method_return(call, "b", int{*yes});
+  if (const auto* error = std::get_if<DBusErrorReply>(&answer))
+    return sd_bus_reply_method_errorf(call, error->name.c_str(), "%s", error->message.c_str());
+  return sd_bus_reply_method_return(call, nullptr);
 }
 
 // A path argument; the bus guarantees UTF-8 without NUL.
@@ -65,24 +76,22 @@ int readPath(sd_bus_message* call, std::string& path) {
 }
 
 template <ImportResult (MIMETypeHelper::*open)(const std::string&)>
-int onOpenPath(std::string_view selector, sd_bus_message* call, void* userdata,
-               sd_bus_error* replyError) {
+int onOpenPath(std::string_view selector, sd_bus_message* call, void* userdata) {
   std::string path;
   if (int r = readPath(call, path); r < 0) return r;
-  return guarded(selector, replyError, [&] {
-    ImportResult result = (serviceOf(userdata).helper().*open)(path);
-    return replyWithResult(call, result, replyError, path);
+  DBusService& service = serviceOf(userdata);
+  return service.serve(call, path, [&service, selector, path]() -> ServiceAnswer {
+    return guarded(selector, [&] { return (service.helper().*open)(path); });
   });
 }
 
 template <bool (MIMETypeHelper::*ask)(const std::string&)>
-int onAskPath(std::string_view selector, sd_bus_message* call, void* userdata,
-              sd_bus_error* replyError) {
+int onAskPath(std::string_view selector, sd_bus_message* call, void* userdata) {
   std::string path;
   if (int r = readPath(call, path); r < 0) return r;
-  return guarded(selector, replyError, [&] {
-    bool answer = (serviceOf(userdata).helper().*ask)(path);
-    return sd_bus_reply_method_return(call, "b", int{answer});
+  DBusService& service = serviceOf(userdata);
+  return service.serve(call, path, [&service, selector, path]() -> ServiceAnswer {
+    return guarded(selector, [&] { return (service.helper().*ask)(path); });
   });
 }
 
@@ -98,11 +107,12 @@ int onTerminatingSignal(sd_event_source* source, const signalfd_siginfo*, void*)
   return sd_event_exit(sd_event_source_get_event(source), 0);
 }
 
-int onPing(sd_bus_message* call, void*, sd_bus_error*) {
-  return sd_bus_reply_method_return(call, nullptr);
+// Answered in turn with the connection's other requests, so that its answers keep their order.
+int onPing(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return serviceOf(userdata).serve(call, "Ping", [] { return ServiceAnswer(); });
 }
 
-int onOpenData(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
+int onOpenData(sd_bus_message* call, void* userdata, sd_bus_error*) {
   const void* bytes = nullptr;
   std::size_t size = 0;
   const char* url = nullptr;
@@ -120,27 +130,30 @@ int onOpenData(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
     if (!text || !*text) return std::nullopt;
     return fromUtf8(text);
   };
-  return guarded("openData:URL:MIMEType:", replyError, [&] {
-    ImportResult result =
-        serviceOf(userdata).helper().openData(data, optionalText(url), optionalText(mimeType));
-    return replyWithResult(call, result, replyError, url && *url ? url : "(data)");
-  });
+  DBusService& service = serviceOf(userdata);
+  return service.serve(call, url && *url ? url : "(data)",
+                       [&service, data = std::move(data), url = optionalText(url),
+                        mimeType = optionalText(mimeType)]() -> ServiceAnswer {
+                         return guarded("openData:URL:MIMEType:", [&] {
+                           return service.helper().openData(data, url, mimeType);
+                         });
+                       });
 }
 
-int onOpenDirectory(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
-  return onOpenPath<&MIMETypeHelper::openDirectory>("openDirectory:", call, userdata, replyError);
+int onOpenDirectory(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return onOpenPath<&MIMETypeHelper::openDirectory>("openDirectory:", call, userdata);
 }
-int onOpenFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
-  return onOpenPath<&MIMETypeHelper::openFile>("openFile:", call, userdata, replyError);
+int onOpenFile(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return onOpenPath<&MIMETypeHelper::openFile>("openFile:", call, userdata);
 }
-int onOpenAttributes(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
-  return onOpenPath<&MIMETypeHelper::openAttributes>("openAttributes:", call, userdata, replyError);
+int onOpenAttributes(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return onOpenPath<&MIMETypeHelper::openAttributes>("openAttributes:", call, userdata);
 }
-int onSupportsFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
-  return onAskPath<&MIMETypeHelper::supportsFile>("supportsFile:", call, userdata, replyError);
+int onSupportsFile(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return onAskPath<&MIMETypeHelper::supportsFile>("supportsFile:", call, userdata);
 }
-int onIsPlainFile(sd_bus_message* call, void* userdata, sd_bus_error* replyError) {
-  return onAskPath<&MIMETypeHelper::isPlainFile>("isPlainFile:", call, userdata, replyError);
+int onIsPlainFile(sd_bus_message* call, void* userdata, sd_bus_error*) {
+  return onAskPath<&MIMETypeHelper::isPlainFile>("isPlainFile:", call, userdata);
 }
 
 // Declaration order is the interface's order; introspection lists the methods this way.
@@ -177,6 +190,9 @@ DBusErrorReply errorReplyFor(std::exception_ptr exception) {
     return {SD_BUS_ERROR_FAILED, "an exception of unknown type"};
   }
 }
+
+DBusService::DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests)
+    : helper_(helper), concurrentRequests_(std::max<std::size_t>(concurrentRequests, 1)) {}
 
 DBusService::~DBusService() {
   sd_bus_slot_unref(transferSlot_);
@@ -218,6 +234,51 @@ void blockTerminatingSignals() {
   pthread_sigmask(SIG_BLOCK, &terminating, nullptr);
 }
 
+int DBusService::serve(sd_bus_message* call, std::string origin,
+                       std::function<ServiceAnswer()> operation) {
+  if (!pool_) return sendAnswer(call, operation(), origin);
+  // The message outlives the handler; only this thread touches it and the bus.
+  sd_bus_message_ref(call);
+  const char* sender = sd_bus_message_get_sender(call);
+  pool_->submit(sender ? sender : "",
+                [this, call, origin = std::move(origin), operation = std::move(operation)] {
+                  ServiceAnswer answer = operation();
+                  {
+                    std::lock_guard guard(finishedLock_);
+                    finished_.push_back({call, std::move(answer), origin});
+                  }
+                  std::uint64_t one = 1;
+                  [[maybe_unused]] ssize_t written = ::write(wakeup_, &one, sizeof one);
+                });
+  return 1;
+}
+
+void DBusService::sendFinished() {
+  std::vector<Finished> finished;
+  {
+    std::lock_guard guard(finishedLock_);
+    finished.swap(finished_);
+  }
+  for (Finished& done : finished) {
+    sendAnswer(done.call, done.answer, done.origin);
+    sd_bus_message_unref(done.call);
+  }
+}
+
+int DBusService::onFinished(sd_event_source*, int fd, uint32_t, void* userdata) {
+  std::uint64_t count = 0;
+  [[maybe_unused]] ssize_t read = ::read(fd, &count, sizeof count);
+  static_cast<DBusService*>(userdata)->sendFinished();
+  return 0;
+}
+
+int DBusService::onExit(sd_event_source*, void* userdata) {
+  auto* service = static_cast<DBusService*>(userdata);
+  service->pool_->drain();
+  service->sendFinished();
+  return 0;
+}
+
 int DBusService::run() {
   blockTerminatingSignals();
   sd_event* event = nullptr;
@@ -225,11 +286,33 @@ int DBusService::run() {
   for (int number : {SIGTERM, SIGINT}) {
     if (r >= 0) r = sd_event_add_signal(event, nullptr, number, onTerminatingSignal, nullptr);
   }
+  sd_event_source* finishedSource = nullptr;
+  sd_event_source* drainSource = nullptr;
+  if (r >= 0 && concurrentRequests_ > 1) {
+    wakeup_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    r = wakeup_ < 0 ? -errno
+                    : sd_event_add_io(event, &finishedSource, wakeup_, EPOLLIN, onFinished, this);
+    if (r >= 0) pool_ = std::make_unique<RequestPool>(concurrentRequests_);
+    // Requests taken before the end are answered before the bus closes, which it does as the
+    // loop exits.
+    if (r >= 0) r = sd_event_add_exit(event, &drainSource, onExit, this);
+    if (r >= 0) r = sd_event_source_set_priority(drainSource, SD_EVENT_PRIORITY_IMPORTANT);
+  }
   if (r >= 0) r = sd_bus_attach_event(bus_, event, SD_EVENT_PRIORITY_NORMAL);
   // A bus that goes away ends the loop with status 1.
   if (r >= 0) r = sd_bus_set_exit_on_disconnect(bus_, 1);
   if (r >= 0) r = sd_event_loop(event);
   int status = r;
+  // A loop that failed still finishes what it took.
+  if (pool_) {
+    pool_->drain();
+    pool_.reset();
+    sendFinished();
+  }
+  sd_event_source_disable_unref(drainSource);
+  sd_event_source_disable_unref(finishedSource);
+  if (wakeup_ >= 0) ::close(wakeup_);
+  wakeup_ = -1;
   if (r < 0) {
     logLine("Cannot serve: " + posixMessage(r));
     status = 1;

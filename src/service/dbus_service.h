@@ -1,7 +1,12 @@
 #pragma once
 
 #include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <variant>
+#include <vector>
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
@@ -23,13 +28,20 @@ struct DBusErrorReply {
 };
 DBusErrorReply errorReplyFor(std::exception_ptr exception);
 
-// Serves the root object's eight operations on the session bus, one request at a time on the
-// calling thread. Import failures come back to the caller as D-Bus errors: NotSupportedError as
-// org.freedesktop.DBus.Error.NotSupported, any other exception as org.freedesktop.DBus.Error.Failed
-// with its message; the service logs the exception and goes on serving.
+// What an operation answers: nothing (Ping), a result, yes or no, or an error.
+using ServiceAnswer = std::variant<std::monostate, ImportResult, bool, DBusErrorReply>;
+
+class RequestPool;
+
+// Serves the root object's eight operations on the session bus, by default one request at a time
+// on the calling thread; with more than one at a time, requests of different connections run on
+// threads of their own, while those of one connection are answered in order. Import failures come
+// back to the caller as D-Bus errors: NotSupportedError as org.freedesktop.DBus.Error.NotSupported,
+// any other exception as org.freedesktop.DBus.Error.Failed with its message; the service logs the
+// exception and goes on serving.
 class DBusService {
  public:
-  explicit DBusService(MIMETypeHelper& helper) : helper_(helper) {}
+  explicit DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests = 1);
   ~DBusService();
   DBusService(const DBusService&) = delete;
   DBusService& operator=(const DBusService&) = delete;
@@ -45,13 +57,33 @@ class DBusService {
 
   // Serves requests until Terminate, SIGTERM or SIGINT (answers 0) or until the connection to
   // the bus ends (answers 1), then gives up the name. The two signals are blocked in the calling
-  // thread and read in the loop: a request under way is finished first.
+  // thread and read in the loop: the requests under way are finished and answered first.
   int run();
 
   MIMETypeHelper& helper() { return helper_; }
 
+  // Answers `call` with what `operation` answers: here and now, or from a thread of the pool when
+  // requests run at once. Called on the loop's thread only, as sd-bus is.
+  int serve(sd_bus_message* call, std::string origin, std::function<ServiceAnswer()> operation);
+
  private:
+  // An answer made on a pool thread, to be sent from the loop's thread.
+  struct Finished {
+    sd_bus_message* call;
+    ServiceAnswer answer;
+    std::string origin;
+  };
+  void sendFinished();
+  static int onFinished(sd_event_source* source, int fd, uint32_t events, void* userdata);
+  static int onExit(sd_event_source* source, void* userdata);
+
   MIMETypeHelper& helper_;
+  std::size_t concurrentRequests_;
+  std::unique_ptr<RequestPool> pool_;
+  // Pool threads write to it when they queue an answer; the loop then sends them.
+  int wakeup_ = -1;
+  std::mutex finishedLock_;
+  std::vector<Finished> finished_;
   sd_bus* bus_ = nullptr;
   sd_bus_slot* slot_ = nullptr;
   sd_bus_slot* transferSlot_ = nullptr;  // the Transfer interface (service/transfer_interface.h)

@@ -16,11 +16,11 @@
 int main(int argc, char** argv) {
   // The worker belongs to its host: it ends when the host does.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-#if defined(__SANITIZE_ADDRESS__)
-  // AddressSanitizer reserves terabytes of address space: a limit on it would stop every run.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  // The sanitizers reserve terabytes of address space: a limit on it would stop every run.
   constexpr bool kLimitAddressSpace = false;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
   constexpr bool kLimitAddressSpace = false;
 #else
   constexpr bool kLimitAddressSpace = true;

@@ -197,13 +197,19 @@ TEST(DaemonCommandLine, HelpVersionAndBadOptions) {
     const char* errPattern;
   };
   const Row rows[] = {
-      {{"--help"}, 0, "^Usage: ulvekbotd64 \\[--help\\] \\[--version\\]\n[^]*SIGTERM", "^$"},
+      {{"--help"},
+       0,
+       "^Usage: ulvekbotd64 \\[--help\\] \\[--version\\] \\[--jobs N\\]\n[^]*SIGTERM",
+       "^$"},
       {{"-h"}, 0, "^Usage: ulvekbotd64", "^$"},
       {{"--version"}, 0, "^ulvekbotd64 [0-9]+\\.[0-9]+(\\.[0-9]+)*\n$", "^$"},
       {{"-V"}, 0, "^ulvekbotd64 [0-9]", "^$"},
       {{"--bogus"}, 2, "^$", "unrecognized option '--bogus'\nUsage: ulvekbotd64"},
       {{"-x"}, 2, "^$", "invalid option -- 'x'\nUsage: ulvekbotd64"},
       {{"extra"}, 2, "^$", "unexpected argument 'extra'\nUsage: ulvekbotd64"},
+      {{"--jobs", "many"}, 2, "^$", "--jobs takes a number of 0 or more, not 'many'\nUsage"},
+      {{"-j-1"}, 2, "^$", "--jobs takes a number of 0 or more, not '-1'\nUsage"},
+      {{"--jobs"}, 2, "^$", "'--jobs' requires an argument\nUsage"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.arguments[0]);

@@ -1,0 +1,85 @@
+// Work spread over threads comes back in the order it was listed, with few answers waiting.
+#include "cli/ordered_jobs.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ulvek::cli {
+namespace {
+
+TEST(OrderedJobsTest, AnswersComeInOrderAndFewWait) {
+  struct Row {
+    const char* name;
+    std::size_t count;
+    std::size_t threads;
+    std::size_t window;
+  };
+  const Row rows[] = {
+      {"nothing to do", 0, 4, 16},
+      {"one item", 1, 4, 16},
+      {"one thread", 50, 1, 4},
+      {"more threads than items", 3, 8, 32},
+      {"window of one a thread", 200, 4, 4},
+      {"window below the threads", 100, 4, 1},
+      {"wide window", 300, 3, 64},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::atomic<std::size_t> produced{0};
+    std::atomic<std::size_t> mostAhead{0};
+    std::atomic<std::size_t> consumedCount{0};
+    std::set<std::thread::id> producers;
+    std::mutex producersLock;
+    std::vector<std::size_t> order;
+    runInOrder(
+        row.count, row.threads, row.window,
+        [&](std::size_t i) {
+          // Late items finish first now and then, so the order must be restored.
+          if (i % 7 == 0) std::this_thread::sleep_for(std::chrono::microseconds(300));
+          std::size_t ahead = ++produced - consumedCount;
+          for (std::size_t seen = mostAhead;
+               ahead > seen && !mostAhead.compare_exchange_weak(seen, ahead);) {
+          }
+          std::lock_guard guard(producersLock);
+          producers.insert(std::this_thread::get_id());
+          return std::to_string(i);
+        },
+        [&](std::size_t i, std::string answer) {
+          EXPECT_EQ(answer, std::to_string(i));
+          order.push_back(i);
+          ++consumedCount;
+        });
+    ASSERT_EQ(order.size(), row.count);
+    for (std::size_t i = 0; i < order.size(); ++i) EXPECT_EQ(order[i], i);
+    EXPECT_LE(mostAhead.load(), std::max(row.window, row.threads) + 1);
+    if (row.threads == 1 && row.count > 0) {
+      EXPECT_EQ(producers, std::set<std::thread::id>{std::this_thread::get_id()});
+    }
+  }
+}
+
+TEST(OrderedJobsTest, AThrowingConsumerStopsTheThreads) {
+  std::atomic<std::size_t> produced{0};
+  EXPECT_THROW(runInOrder(
+                   1000, 4, 8,
+                   [&](std::size_t i) {
+                     ++produced;
+                     return i;
+                   },
+                   [&](std::size_t i, std::size_t) {
+                     if (i == 5) throw std::runtime_error("stop");
+                   }),
+               std::runtime_error);
+  EXPECT_LE(produced.load(), 5u + 8u + 4u);
+}
+
+}  // namespace
+}  // namespace ulvek::cli
