@@ -54,9 +54,12 @@ int parseArguments(int argc, char** argv) {
 // whose rights a worker can only narrow). Before any thread starts: Landlock binds the calling
 // thread and what it starts, not threads that run already.
 void enterSandbox() {
-  ulvek::sandbox::Policy policy{ulvek::sandbox::Policy::Kind::Daemon, {"/dev/null"}, {}};
-  if (ulvek::Result<std::string> folder = ulvek::temporaryItemsFolder())
+  ulvek::sandbox::Policy policy{ulvek::sandbox::Policy::Kind::Daemon, {"/dev/null"}, {}, {}};
+  if (ulvek::Result<std::string> folder = ulvek::temporaryItemsFolder()) {
     policy.writable.push_back(*folder);
+    // Removed at exit, from the folder all ulvekbot processes share.
+    policy.removable.push_back(ulvek::temporaryItemsRoot());
+  }
   if (std::string worker = ulvek::sandbox::findProgram(ulvek::WorkerProcess::workerPath());
       !worker.empty())
     policy.programs.push_back(worker);

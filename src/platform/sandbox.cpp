@@ -113,6 +113,8 @@ bool restrictFileSystem(const Policy& policy, int abi) {
   if (ruleset < 0) return false;
   std::uint64_t writing = attributes.handledFs & ~std::uint64_t(LANDLOCK_ACCESS_FS_EXECUTE);
   for (const std::string& path : policy.writable) addRule(ruleset, path, writing);
+  for (const std::string& path : policy.removable)
+    addRule(ruleset, path, LANDLOCK_ACCESS_FS_REMOVE_DIR);
   for (const std::string& program : policy.programs) {
     if (!addRule(ruleset, program, LANDLOCK_ACCESS_FS_EXECUTE)) continue;
     if (std::string loader = elfInterpreter(program); !loader.empty())

@@ -30,6 +30,9 @@ struct Policy {
   std::vector<std::string> writable;
   // Programs that may still be run (absolute paths); their ELF interpreter comes with them.
   std::vector<std::string> programs;
+  // Folders from which empty folders may be removed: the parents of writable folders that the
+  // process removes when it ends.
+  std::vector<std::string> removable;
 };
 
 // What entering the sandbox achieved.

@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "importers/importer_worker.h"
@@ -68,7 +69,11 @@ int main(int argc, char** argv) {
   // Before any plug-in is loaded: Landlock leaves reading (and so loading libraries) alone.
   ulvek::sandbox::limitWorkerResources(kFileSizeMiB, kLifetimeCpuSeconds);
   ulvek::sandbox::Policy policy;
-  if (!folder.empty()) policy.writable.push_back(folder);
+  if (!folder.empty()) {
+    policy.writable.push_back(folder);
+    // The worker removes its folder itself when a signal ends it.
+    policy.removable.push_back(std::filesystem::path(folder).parent_path().string());
+  }
   policy.writable.push_back("/dev/null");
   // The PDF importer turns PostScript into PDF with Ghostscript (always with -dSAFER).
   if (std::string ghostscript = ulvek::sandbox::findProgram("gs"); !ghostscript.empty())

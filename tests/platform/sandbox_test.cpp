@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -30,6 +31,7 @@ extern char** environ;
 namespace ulvek {
 namespace {
 
+namespace fs = std::filesystem;
 using sandbox::Policy;
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -79,7 +81,12 @@ int inSandbox(const Policy& policy, const std::function<int()>& attempt) {
   if (child == 0) {
     ::close(report[0]);
     sandbox::Applied applied = sandbox::enter(policy);
-    int result = applied.noNewPrivileges && applied.seccomp ? attempt() : -2;
+    int result = -2;
+    try {
+      if (applied.noNewPrivileges && applied.seccomp) result = attempt();
+    } catch (...) {
+      result = -4;
+    }
     (void)!::write(report[1], &result, sizeof result);
     ::_exit(0);
   }
@@ -205,6 +212,29 @@ TEST_F(SandboxTest, AWorkerWithoutProgramsRunsNone) {
   // The system-call filter refuses them before Landlock is asked, as where Landlock is missing.
   Policy policy{Policy::Kind::Worker, {folder_.path().string()}, {}};
   EXPECT_EQ(inSandbox(policy, [] { return run(sandbox::findProgram("true")); }), EPERM);
+}
+
+TEST_F(SandboxTest, AProcessMayRemoveItsOwnFolderAndNothingElseBeside) {
+  if (!landlock_) GTEST_SKIP() << "no Landlock on this kernel";
+  const std::string own = folder_.write("own/file", "x");
+  const std::string sibling = folder_.write("sibling.txt", "x");
+  Policy policy{Policy::Kind::Worker, {folder_.path() / "own"}, {}, {folder_.path().string()}};
+  struct Row {
+    const char* name;
+    std::function<int()> attempt;
+    int answer;
+  };
+  const Row rows[] = {
+      {"a file beside", [&] { return errnoOf(::unlink(sibling.c_str()) == 0); }, EACCES},
+      // As the temporary items are removed: the contents, then the folder by rmdir.
+      {"its folder",
+       [&] {
+         return errnoOf(::unlink(own.c_str()) == 0 &&
+                        ::rmdir(fs::path(own).parent_path().c_str()) == 0);
+       },
+       0},
+  };
+  for (const Row& row : rows) EXPECT_EQ(inSandbox(policy, row.attempt), row.answer) << row.name;
 }
 
 TEST(SandboxSupportTest, DescribesLandlockAndSeccomp) {
