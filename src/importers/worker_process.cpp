@@ -159,7 +159,7 @@ std::string WorkerProcess::reap() {
   ::kill(-group_, SIGKILL);
   int status = 0;
   pid_t done = ::waitpid(pid_, &status, 0);
-  pid_ = 0;
+  pid_ = group_ = 0;
   if (done <= 0) return "vanished";
   if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
   return "exit status " + std::to_string(WEXITSTATUS(status));
@@ -208,8 +208,10 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
     if (Status started = start(); !started) return started.error();
   }
   // A worker that died between calls is started again before the request is lost on it.
-  if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-    pid_ = 0;
+  siginfo_t info{};
+  if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+      info.si_pid == pid_) {
+    reap();
     stop();
     if (Status started = start(); !started) return started.error();
   }
