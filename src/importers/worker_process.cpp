@@ -31,6 +31,8 @@ namespace {
 // Lines of a plug-in's printing logged per call; the rest are counted.
 constexpr std::size_t kOutputLines = 10;
 constexpr std::size_t kOutputLineLength = 1000;
+// How long a worker may take to start, before and apart from any call's time limit.
+constexpr std::chrono::seconds kStartLimit{10};
 
 void closeAll(std::initializer_list<int> descriptors) {
   for (int fd : descriptors)
@@ -136,6 +138,26 @@ Status WorkerProcess::start() {
   fromWorker_ = answers[0];
   output_ = printed[0];
   pidfd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  // A call's time limit is its plug-in's: the worker's own start (the loader, its sandbox) is
+  // waited for apart, with a ping.
+  struct sigaction ignore {
+  }, previous{};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, &previous);
+  bool pinged = worker::writeMessage(
+      toWorker_, {{std::string(worker::Field::Operation), PropertyValue(worker::Operation::Ping)}});
+  ::sigaction(SIGPIPE, &previous, nullptr);
+  Result<PropertyDictionary> pong =
+      pinged
+          ? worker::readMessage(fromWorker_, std::chrono::steady_clock::now() + kStartLimit, pidfd_)
+          : Result<PropertyDictionary>(workerError(EPIPE, "closed"));
+  if (!pong) {
+    int code = pong.error().code;
+    std::string why = reap();
+    relayOutput(program);
+    stop();
+    return workerError(code, why);
+  }
   static std::once_flag told;
   std::call_once(told, [] {
     if (sandbox::kernelSupport().landlockAbi == 0)
