@@ -15,7 +15,7 @@ set(allowed_import base platform text metadata readers importers protocol)
 set(allowed_service base protocol import)
 set(allowed_client base protocol)
 set(allowed_worker base platform text metadata readers importers)
-set(allowed_daemon base protocol import service)
+set(allowed_daemon base platform importers protocol import service)
 set(allowed_tools base platform text)
 set(layers base platform text metadata readers importers protocol import service client worker
     daemon tools)

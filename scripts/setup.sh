@@ -10,7 +10,7 @@ packages=(
   build-essential cmake ninja-build pkg-config ccache
   libcli11-dev libicu-dev libuchardet-dev zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
-  libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
+  libseccomp-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
   scdoc
 )
 # What the tests, benchmarks and fuzzers need besides: their frameworks, and the tools a user

@@ -41,9 +41,15 @@ _ulvekbot() {
       return
     fi
     ;;
-  classify | importers | formats)
+  classify | formats)
     if [[ $cur == -* ]]; then
       COMPREPLY=($(compgen -W "--json --help" -- "$cur"))
+      return
+    fi
+    ;;
+  importers)
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W "--json --sandbox --help" -- "$cur"))
       return
     fi
     ;;

@@ -1,7 +1,10 @@
 // `ulvekbot importers`: the importer plug-ins found on the search path, with the content types
 // and extensions each reads, in the order they are asked. `--json` prints one object per bundle.
+// `--sandbox` tells what confines the importer worker on this kernel instead.
 
 #include <CLI/CLI.hpp>
+#include <chrono>
+#include <fstream>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -9,6 +12,9 @@
 
 #include "cli/command.h"
 #include "importers/metadata_importer.h"
+#include "importers/worker_process.h"
+#include "importers/worker_protocol.h"
+#include "platform/sandbox.h"
 #include "service/json.h"
 
 namespace ulvek::cli {
@@ -20,6 +26,38 @@ std::string joined(const std::vector<std::string>& items) {
   std::string text;
   for (const std::string& item : items) text += (text.empty() ? "" : " ") + item;
   return text;
+}
+
+// A field of a process's /proc status ("Seccomp"), or "?" when it cannot be read.
+std::string statusField(pid_t pid, const std::string& name) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(name + ":")) continue;
+    std::size_t start = line.find_first_not_of(" \t", name.size() + 1);
+    return start == std::string::npos ? "" : line.substr(start);
+  }
+  return "?";
+}
+
+// What the kernel offers, and what a worker started now has of it.
+int showSandbox(CommandIO& io) {
+  sandbox::Support support = sandbox::kernelSupport();
+  for (const std::string& line : sandbox::describe(support)) io.out << line << "\n";
+  WorkerProcess worker({std::chrono::seconds(10), 2048});
+  PropertyDictionary ping{
+      {std::string(worker::Field::Operation), PropertyValue(worker::Operation::Ping)}};
+  if (Result<PropertyDictionary> answer = worker.call(ping); !answer) {
+    io.err << "ulvekbot: cannot start the importer worker (" << WorkerProcess::workerPath()
+           << "): " << answer.error().localizedDescription << "\n";
+    return kExitFailure;
+  }
+  bool noNewPrivileges = statusField(worker.pid(), "NoNewPrivs") == "1";
+  bool filtered = statusField(worker.pid(), "Seccomp") == "2";
+  io.out << "Importer worker: no new privileges " << (noNewPrivileges ? "yes" : "no")
+         << ", seccomp filter " << (filtered ? "active" : "inactive") << ", Landlock "
+         << (support.landlockAbi > 0 ? "active (read-only but its temporary folder)" : "inactive")
+         << "\n";
+  return noNewPrivileges && filtered ? kExitSuccess : kExitFailure;
 }
 
 int run(bool json, CommandIO& io) {
@@ -51,9 +89,12 @@ int run(bool json, CommandIO& io) {
 
 CommandAction define(CLI::App& command) {
   auto json = std::make_shared<bool>(false);
+  auto sandboxed = std::make_shared<bool>(false);
   command.add_flag("--json", *json, "One JSON object per importer bundle");
+  command.add_flag("--sandbox", *sandboxed,
+                   "Tell whether Landlock and seccomp confine the importer worker here");
   command.footer("Example:\n  ULVEKBOT_IMPORTER_PATH=~/Importers ulvekbot importers");
-  return [json](CommandIO& io) { return run(*json, io); };
+  return [json, sandboxed](CommandIO& io) { return *sandboxed ? showSandbox(io) : run(*json, io); };
 }
 
 const CommandRegistration registration{

@@ -10,6 +10,9 @@
 #include "base/log.h"
 #include "import/concurrency.h"
 #include "import/mime_type_helper.h"
+#include "importers/worker_process.h"
+#include "platform/sandbox.h"
+#include "platform/temporary_items.h"
 #include "service/dbus_service.h"
 
 namespace {
@@ -65,6 +68,28 @@ int parseArguments(int argc, char** argv, std::optional<long long>& jobs) {
   return -1;
 }
 
+// What the service keeps once it serves: its bus connection and local sockets, reading, writing
+// into its own temporary folder, and starting importer workers (and the Ghostscript they run,
+// whose rights a worker can only narrow). Before any thread starts: Landlock binds the calling
+// thread and what it starts, not threads that run already.
+void enterSandbox() {
+  ulvek::sandbox::Policy policy{ulvek::sandbox::Policy::Kind::Daemon, {"/dev/null"}, {}, {}};
+  if (ulvek::Result<std::string> folder = ulvek::temporaryItemsFolder()) {
+    policy.writable.push_back(*folder);
+    // Removed at exit, from the folder all ulvekbot processes share.
+    policy.removable.push_back(ulvek::temporaryItemsRoot());
+  }
+  if (std::string worker = ulvek::sandbox::findProgram(ulvek::WorkerProcess::workerPath());
+      !worker.empty())
+    policy.programs.push_back(worker);
+  if (std::string ghostscript = ulvek::sandbox::findProgram("gs"); !ghostscript.empty())
+    policy.programs.push_back(ghostscript);
+  ulvek::sandbox::Applied applied = ulvek::sandbox::enter(policy);
+  if (!applied.seccomp || !applied.landlock)
+    ulvek::logLine(std::string("Sandbox incomplete:") + (applied.seccomp ? "" : " no seccomp") +
+                   (applied.landlock ? "" : " no Landlock (the file system stays writable)"));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -83,6 +108,7 @@ int main(int argc, char** argv) {
       ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
       return 1;
     }
+    enterSandbox();
     status = service.run();
   }
   ulvek::MIMETypeHelper::removeTemporaryItems();

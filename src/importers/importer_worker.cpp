@@ -17,6 +17,7 @@
 #include "base/file_url.h"
 #include "base/text_string.h"
 #include "importers/worker_protocol.h"
+#include "platform/sandbox.h"
 
 namespace ulvek {
 namespace {
@@ -196,6 +197,14 @@ int runImporterWorker(int in, int out) {
   for (;;) {
     Result<PropertyDictionary> request = readMessage(in);
     if (!request) return request.error().code == EPIPE ? 0 : 1;
+    // A call may burn no more processor time than the host waits for it.
+    if (const PropertyValue* deadline = find(*request, Field::Deadline);
+        deadline && deadline->real()) {
+      double now =
+          std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+              .count();
+      sandbox::limitProcessorTimeFor(*deadline->real() - now);
+    }
     if (!writeMessage(out, worker.handle(*request))) return 1;
   }
 }

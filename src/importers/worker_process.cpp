@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -14,19 +15,54 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <initializer_list>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "base/log.h"
+#include "base/text_string.h"
 #include "importers/worker_protocol.h"
+#include "platform/sandbox.h"
 #include "platform/temporary_items.h"
 
 extern char** environ;
 
 namespace ulvek {
 namespace {
+
+// Lines of a plug-in's printing logged per call; the rest are counted.
+constexpr std::size_t kOutputLines = 10;
+constexpr std::size_t kOutputLineLength = 1000;
+// How long a worker may take to start, before and apart from any call's time limit.
+constexpr std::chrono::seconds kStartLimit{10};
+
+void closeAll(std::initializer_list<int> descriptors) {
+  for (int fd : descriptors)
+    if (fd >= 0) ::close(fd);
+}
+
+// What the worker keeps of the host's environment: the language, where the user's files are,
+// where programs are, the project's own settings and the sanitizers' options.
+bool keptVariable(std::string_view variable) {
+  std::string_view name = variable.substr(0, variable.find('='));
+  for (std::string_view kept : {"PATH", "HOME", "LANG", "LANGUAGE", "TZ", "XDG_CACHE_HOME",
+                                "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+    if (name == kept) return true;
+  return name.starts_with("LC_") || name.starts_with("ULVEKBOT_") ||
+         (name.ends_with("SAN_OPTIONS") && name.size() <= 16);
+}
+
+std::vector<std::string> workerEnvironment(const std::string& temporaryFolder) {
+  std::vector<std::string> environment;
+  if (!temporaryFolder.empty()) environment.push_back("TMPDIR=" + temporaryFolder);
+  for (char** variable = environ; *variable; ++variable)
+    if (keptVariable(*variable)) environment.emplace_back(*variable);
+  return environment;
+}
 
 Error workerError(int code, std::string why) {
   Error error = Error::posix(code, "importer worker");
@@ -93,36 +129,40 @@ std::string WorkerProcess::workerPath() {
 }
 
 Status WorkerProcess::start() {
-  int requests[2], answers[2];
+  // The host reads the worker's printing without blocking, and the worker never waits for the
+  // host to read it: what does not fit the pipe is lost.
+  int requests[2], answers[2], printed[2];
   if (::pipe2(requests, O_CLOEXEC) != 0) return Error::posix(errno, "pipe");
   if (::pipe2(answers, O_CLOEXEC) != 0) {
-    ::close(requests[0]);
-    ::close(requests[1]);
+    closeAll({requests[0], requests[1]});
     return Error::posix(errno, "pipe");
   }
+  if (::pipe2(printed, O_CLOEXEC | O_NONBLOCK) != 0) {
+    closeAll({requests[0], requests[1], answers[0], answers[1]});
+    return Error::posix(errno, "pipe");
+  }
+  ::fcntl(printed[1], F_SETPIPE_SZ, 1 << 20);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, requests[0], STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, answers[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, printed[1], STDERR_FILENO);
   std::string program = workerPath();
   std::string memory = std::to_string(limits_.memoryMiB);
   char* arguments[] = {program.data(), memory.data(), nullptr};
   // Plug-ins write their temporary files into a folder of the worker's own (TMPDIR), which goes
-  // with the worker even when it is killed halfway.
-  std::vector<std::string> environment;
-  if (Result<TemporaryDirectory> folder = TemporaryDirectory::create("worker")) {
-    temporaryFolder_ = std::make_unique<TemporaryDirectory>(std::move(*folder));
-    environment.push_back("TMPDIR=" + temporaryFolder_->path());
+  // with the worker even when it is killed halfway; it is the only folder they may write to.
+  std::string folder;
+  if (Result<TemporaryDirectory> made = TemporaryDirectory::create("worker")) {
+    temporaryFolder_ = std::make_unique<TemporaryDirectory>(std::move(*made));
+    folder = temporaryFolder_->path();
   }
-  for (char** variable = environ; *variable; ++variable) {
-    if (std::string_view(*variable).starts_with("TMPDIR=") && temporaryFolder_) continue;
-    environment.emplace_back(*variable);
-  }
+  std::vector<std::string> environment = workerEnvironment(folder);
   std::vector<char*> envp;
   for (std::string& variable : environment) envp.push_back(variable.data());
   envp.push_back(nullptr);
   // The worker leads a process group of its own, so the programs its plug-ins start (Ghostscript)
-  // are killed with it.
+  // are killed with it; its sandbox keeps them from leaving the group.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setpgroup(&attributes, 0);
@@ -142,41 +182,70 @@ Status WorkerProcess::start() {
   });
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
-  ::close(requests[0]);
-  ::close(answers[1]);
+  closeAll({requests[0], answers[1], printed[1]});
   if (spawned != 0) {
-    ::close(requests[1]);
-    ::close(answers[0]);
+    closeAll({requests[1], answers[0], printed[0]});
     return Error::posix(spawned, program);
   }
   pid_ = pid;
   group_ = pid;
   toWorker_ = requests[1];
   fromWorker_ = answers[0];
+  output_ = printed[0];
+  pidfd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  // A call's time limit is its plug-in's: the worker's own start (the loader, its sandbox) is
+  // waited for apart, with a ping.
+  struct sigaction ignore {
+  }, previous{};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, &previous);
+  bool pinged = worker::writeMessage(
+      toWorker_, {{std::string(worker::Field::Operation), PropertyValue(worker::Operation::Ping)}});
+  ::sigaction(SIGPIPE, &previous, nullptr);
+  Result<PropertyDictionary> pong =
+      pinged
+          ? worker::readMessage(fromWorker_, std::chrono::steady_clock::now() + kStartLimit, pidfd_)
+          : Result<PropertyDictionary>(workerError(EPIPE, "closed"));
+  if (!pong) {
+    int code = pong.error().code;
+    std::string why = reap();
+    relayOutput(program);
+    stop();
+    return workerError(code, why);
+  }
+  static std::once_flag told;
+  std::call_once(told, [] {
+    if (sandbox::kernelSupport().landlockAbi == 0)
+      logLine("No Landlock on this kernel: importer workers may write files (seccomp only)");
+  });
   return {};
 }
 
 std::string WorkerProcess::reap() {
   if (pid_ <= 0) return "not running";
-  int status = 0;
-  pid_t done = 0;
-  // A worker that closed its pipe is gone or about to be; give it a moment, then make sure.
-  for (int tries = 0; tries < 50 && (done = ::waitpid(pid_, &status, WNOHANG)) == 0; ++tries)
+  siginfo_t info{};
+  // A worker that closed its pipe is gone or about to be; give it a moment, then make sure. It
+  // stays unreaped meanwhile, so its group cannot be taken by another process before the kill.
+  for (int tries = 0; tries < 50; ++tries) {
+    info.si_pid = 0;
+    if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid == pid_)
+      break;
     ::usleep(2000);
-  if (done == 0) {
-    ::kill(-group_, SIGKILL);
-    done = ::waitpid(pid_, &status, 0);
   }
-  pid_ = 0;
+  ::kill(-group_, SIGKILL);
+  int status = 0;
+  pid_t done = ::waitpid(pid_, &status, 0);
+  pid_ = group_ = 0;
   if (done <= 0) return "vanished";
   if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
   return "exit status " + std::to_string(WEXITSTATUS(status));
 }
 
 void WorkerProcess::stop() {
-  if (toWorker_ >= 0) ::close(toWorker_);
-  if (fromWorker_ >= 0) ::close(fromWorker_);
-  toWorker_ = fromWorker_ = -1;
+  closeAll({toWorker_, fromWorker_, output_, pidfd_});
+  toWorker_ = fromWorker_ = output_ = pidfd_ = -1;
+  partialLine_.clear();
   // The whole group: what the worker started may outlive it.
   if (group_ > 0) ::kill(-group_, SIGKILL);
   if (pid_ > 0) ::waitpid(pid_, nullptr, 0);
@@ -184,13 +253,42 @@ void WorkerProcess::stop() {
   temporaryFolder_.reset();
 }
 
+void WorkerProcess::relayOutput(const std::string& subject) {
+  if (output_ < 0) return;
+  std::string text = std::move(partialLine_);
+  partialLine_.clear();
+  char buffer[65536];
+  for (ssize_t got; (got = ::read(output_, buffer, sizeof buffer)) != 0;) {
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) break;
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  std::size_t lines = 0;
+  for (std::size_t start = 0; start < text.size();) {
+    std::size_t end = text.find('\n', start);
+    std::string_view line(text.data() + start,
+                          (end == std::string::npos ? text.size() : end) - start);
+    start = end == std::string::npos ? text.size() : end + 1;
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty()) continue;
+    if (++lines <= kOutputLines)
+      logLine("Importer output (" + subject +
+              "): " + std::string(line.substr(0, kOutputLineLength)));
+  }
+  if (lines > kOutputLines)
+    logLine("Importer output (" + subject + "): \u2026 " + std::to_string(lines - kOutputLines) +
+            " more lines");
+}
+
 Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request) {
   if (pid_ == 0) {
     if (Status started = start(); !started) return started.error();
   }
   // A worker that died between calls is started again before the request is lost on it.
-  if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-    pid_ = 0;
+  siginfo_t info{};
+  if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+      info.si_pid == pid_) {
+    reap();
     stop();
     if (Status started = start(); !started) return started.error();
   }
@@ -214,9 +312,15 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
   }
   ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   Result<PropertyDictionary> answer =
-      sent ? worker::readMessage(fromWorker_, deadline)
+      sent ? worker::readMessage(fromWorker_, deadline, pidfd_)
            : Result<PropertyDictionary>(workerError(EPIPE, "closed"));
-  if (answer) return answer;
+  std::optional<TextString> subject = worker::stringField(request, worker::Field::Path);
+  if (!subject) subject = worker::stringField(request, worker::Field::Executable);
+  std::string about = subject ? toUtf8(*subject) : "importer worker";
+  if (answer) {
+    relayOutput(about);
+    return answer;
+  }
   std::string why;
   int code = answer.error().code;
   if (code == ETIMEDOUT) {
@@ -230,6 +334,7 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
   } else {
     why = reap();
   }
+  relayOutput(about);
   stop();
   return workerError(code, why);
 }

@@ -15,6 +15,9 @@ namespace ulvek {
 // The host's side of the importer worker: starts `ulvekbot-importer-worker` on first use, keeps
 // it, and starts it again after it died. A call that takes longer than the time limit kills the
 // worker; its error then says why ("timeout", "signal 11", "exit status 3", "garbage").
+//
+// The worker runs sandboxed (platform/sandbox.h) with a clean environment; what its plug-ins
+// print is logged, a few lines per call, naming the file.
 class WorkerProcess {
  public:
   struct Limits {
@@ -41,8 +44,11 @@ class WorkerProcess {
 
  private:
   Status start();
-  // Why the worker went away, once it has: "signal 11", "exit status 3".
+  // Why the worker went away, once it has: "signal 11", "exit status 3". What it started is
+  // killed first.
   std::string reap();
+  // Logs what the worker printed during a call about `subject` (the file or the bundle).
+  void relayOutput(const std::string& subject);
 
   Limits limits_;
   pid_t pid_ = 0;
@@ -50,6 +56,10 @@ class WorkerProcess {
   std::unique_ptr<TemporaryDirectory> temporaryFolder_;
   int toWorker_ = -1;
   int fromWorker_ = -1;
+  // The worker's standard output and error, and a descriptor that turns readable when it ends.
+  int output_ = -1;
+  int pidfd_ = -1;
+  std::string partialLine_;
 };
 
 }  // namespace ulvek

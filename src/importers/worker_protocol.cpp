@@ -30,7 +30,7 @@ Error failure(int code, std::string_view what) {
 
 // Reads exactly `size` bytes before the deadline.
 Status readAll(int fd, std::uint8_t* into, std::size_t size,
-               std::optional<std::chrono::steady_clock::time_point> deadline) {
+               std::optional<std::chrono::steady_clock::time_point> deadline, int gone) {
   while (size > 0) {
     int wait = -1;
     if (deadline) {
@@ -39,10 +39,11 @@ Status readAll(int fd, std::uint8_t* into, std::size_t size,
       if (left.count() <= 0) return failure(ETIMEDOUT, "timeout");
       wait = static_cast<int>(std::min<long long>(left.count(), 1 << 30));
     }
-    pollfd ready{fd, POLLIN, 0};
-    int polled = ::poll(&ready, 1, wait);
+    pollfd ready[2] = {{fd, POLLIN, 0}, {gone, POLLIN, 0}};
+    int polled = ::poll(ready, gone >= 0 ? 2 : 1, wait);
     if (polled < 0 && errno == EINTR) continue;
     if (polled == 0) return failure(ETIMEDOUT, "timeout");
+    if (!(ready[0].revents & (POLLIN | POLLHUP | POLLERR))) return failure(EPIPE, "closed");
     ssize_t got = ::read(fd, into, size);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return failure(EPIPE, "closed");
@@ -64,14 +65,14 @@ bool writeMessage(int fd, const PropertyDictionary& message) {
 }
 
 Result<PropertyDictionary> readMessage(
-    int fd, std::optional<std::chrono::steady_clock::time_point> deadline) {
+    int fd, std::optional<std::chrono::steady_clock::time_point> deadline, int gone) {
   std::uint8_t header[4];
-  if (Status read = readAll(fd, header, sizeof header, deadline); !read) return read.error();
+  if (Status read = readAll(fd, header, sizeof header, deadline, gone); !read) return read.error();
   std::uint32_t size =
       header[0] | (header[1] << 8) | (header[2] << 16) | (std::uint32_t(header[3]) << 24);
   if (size == 0 || size > kMaxMessageSize) return failure(EBADMSG, "garbage");
   std::vector<std::uint8_t> bytes(size);
-  if (Status read = readAll(fd, bytes.data(), size, deadline); !read) return read.error();
+  if (Status read = readAll(fd, bytes.data(), size, deadline, gone); !read) return read.error();
   std::optional<PropertyValue> value = propertyListFromBytes(bytes);
   if (!value || !value->dictionary()) return failure(EBADMSG, "garbage");
   return std::move(*value->dictionary());

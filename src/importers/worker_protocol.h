@@ -52,9 +52,12 @@ inline constexpr std::u16string_view Loadable = u"loadable";        // preflight
 bool writeMessage(int fd, const PropertyDictionary& message);
 
 // Reads one message, waiting at most until `deadline` (none: for ever). Errors: ETIMEDOUT,
-// EPIPE for a closed pipe, EBADMSG for bytes that are no message.
+// EPIPE for a closed pipe, EBADMSG for bytes that are no message. A readable `gone` (the
+// worker's pidfd) ends the wait with EPIPE once nothing is left to read: a descendant that
+// still holds the pipe open must not keep the host waiting for a dead worker.
 Result<PropertyDictionary> readMessage(
-    int fd, std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
+    int fd, std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt,
+    int gone = -1);
 
 // A message's string field, or nothing.
 std::optional<TextString> stringField(const PropertyDictionary& message, std::string_view key);

@@ -1,11 +1,21 @@
 /* Importer plug-ins that misbehave on purpose, one factory each, for the host's tests. Written
    in C against the SDK header alone, as a third party would. */
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <ulvekbot/importer.h>
 #include <unistd.h>
+
+extern char** environ;
 
 typedef struct {
   UlvekImporterInterfaceStruct* vtable;
@@ -13,7 +23,91 @@ typedef struct {
   int behaviour;
 } Instance;
 
-enum { GOOD, CRASH, HANG, PRINT, URL_ONLY, NO_INTERFACE, GARBAGE, TIMED, REFUSE };
+enum {
+  GOOD,
+  CRASH,
+  HANG,
+  PRINT,
+  URL_ONLY,
+  NO_INTERFACE,
+  GARBAGE,
+  TIMED,
+  REFUSE,
+  HOSTILE,
+  FORK,
+  CHATTY
+};
+
+/* errno of each thing a hostile plug-in tries, 0 where it was let through. */
+static int tcp_errno(void) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return errno;
+  struct sockaddr_in address = {.sin_family = AF_INET, .sin_port = htons(9)};
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int result = connect(fd, (struct sockaddr*)&address, sizeof address) == 0 ? 0 : errno;
+  close(fd);
+  /* Nothing listens on the discard port: a refused connection means the network was there. */
+  return result == ECONNREFUSED ? 0 : result;
+}
+
+static int local_connect_errno(void) {
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return errno;
+  struct sockaddr_un address = {.sun_family = AF_UNIX};
+  strcpy(address.sun_path, "/run/dbus/system_bus_socket");
+  int result = connect(fd, (struct sockaddr*)&address, sizeof address) == 0 ? 0 : errno;
+  close(fd);
+  return result == ENOENT || result == ECONNREFUSED ? 0 : result;
+}
+
+static int write_errno(const char* path) {
+  int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  close(fd);
+  unlink(path);
+  return 0;
+}
+
+static int run_errno(void) {
+  char* arguments[] = {"/bin/sh", "-c", "exit 0", NULL};
+  pid_t pid;
+  int failed = posix_spawn(&pid, "/bin/sh", NULL, NULL, arguments, environ);
+  if (failed) return failed;
+  waitpid(pid, NULL, 0);
+  return 0;
+}
+
+static void try_everything(UlvekAttributes* attributes) {
+  char path[64];
+  snprintf(path, sizeof path, "/var/tmp/ulvek-hostile-%d", (int)getpid());
+  char temporary[4096];
+  const char* tmpdir = getenv("TMPDIR");
+  snprintf(temporary, sizeof temporary, "%s/hostile", tmpdir ? tmpdir : "/nonexistent");
+  ulvek_attributes_set_integer(attributes, "TcpErrno", tcp_errno());
+  ulvek_attributes_set_integer(attributes, "LocalConnectErrno", local_connect_errno());
+  ulvek_attributes_set_integer(attributes, "VarTmpErrno", write_errno(path));
+  ulvek_attributes_set_integer(attributes, "TemporaryErrno", write_errno(temporary));
+  ulvek_attributes_set_integer(attributes, "ShellErrno", run_errno());
+}
+
+/* Leaves a child behind that tries to leave the process group; answers its pid and the errno of
+   its setsid(). */
+static void leave_descendant(UlvekAttributes* attributes) {
+  int report[2];
+  if (pipe(report) != 0) return;
+  pid_t child = fork();
+  if (child == 0) {
+    int result = setsid() < 0 ? errno : 0;
+    (void)!write(report[1], &result, sizeof result);
+    for (;;) pause();
+  }
+  int result = -1;
+  (void)!read(report[0], &result, sizeof result);
+  close(report[0]);
+  close(report[1]);
+  ulvek_attributes_set_integer(attributes, "Descendant", child);
+  ulvek_attributes_set_integer(attributes, "SetsidErrno", result);
+}
 
 static int32_t query(void* self, UlvekUUID iid, void** out);
 static uint32_t add_ref(void* self) { return ++((Instance*)self)->references; }
@@ -42,6 +136,17 @@ static bool import_data(void* self, UlvekAttributes* attributes, const char* con
       ulvek_attributes_set_number(attributes, "SecondsLeft",
                                   ulvek_attributes_seconds_left(attributes));
       return true;
+    case HOSTILE:
+      try_everything(attributes);
+      break;
+    case FORK:
+      leave_descendant(attributes);
+      break;
+    case CHATTY:
+      for (int line = 0; line < 25; ++line)
+        fprintf(line % 2 ? stderr : stdout, "chatter %d\n", line);
+      fflush(stdout);
+      break;
     case REFUSE:
       /* Cannot read the file, and says so. */
       return false;
@@ -110,6 +215,9 @@ FACTORY(NoInterfaceFactory, NO_INTERFACE)
 FACTORY(GarbageFactory, GARBAGE)
 FACTORY(TimedFactory, TIMED)
 FACTORY(RefuseFactory, REFUSE)
+FACTORY(HostileFactory, HOSTILE)
+FACTORY(ForkFactory, FORK)
+FACTORY(ChattyFactory, CHATTY)
 __attribute__((visibility("default"))) void* NullFactory(void* allocator, UlvekUUID type) {
   return NULL;
 }
