@@ -156,4 +156,4 @@ bool importClassicMac(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekClassicMacImporterFactory, importClassicMac, "Classic Mac")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekClassicMacImporterFactory, importClassicMac)

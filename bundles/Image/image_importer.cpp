@@ -197,4 +197,4 @@ bool importImage(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekImageImporterFactory, importImage, "Image")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekImageImporterFactory, importImage)

@@ -269,8 +269,7 @@ GMimeStream* messageStream(const char* path) {
 bool importMail(Attributes& out, const char*, const char* path) {
   static bool initialised = (g_mime_init(), true);
   (void)initialised;
-  ulvek::plugin::PopplerMessages::tellAbout(std::string("Mail importer: PDF attachment in ") +
-                                            path);
+  ulvek::plugin::PopplerMessages::tellAbout(std::string("PDF attachment in ") + path);
   Owned<GMimeStream> stream(messageStream(path));
   if (!stream) return false;
   Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
@@ -310,4 +309,4 @@ bool importMail(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMailImporterFactory, importMail, "Mail")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMailImporterFactory, importMail)

@@ -60,4 +60,4 @@ bool importMedia(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMediaImporterFactory, importMedia, "Media")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekMediaImporterFactory, importMedia)

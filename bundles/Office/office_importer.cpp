@@ -49,7 +49,7 @@ class Zip {
     if (info.uncompressed_size > kMaxMemberSize ||
         (info.uncompressed_size > (1u << 20) &&
          info.uncompressed_size / std::max<uLong>(info.compressed_size, 1) > kMaxMemberRatio)) {
-      std::fprintf(stderr, "Office importer: %s inflates too far\n", name.c_str());
+      std::fprintf(stderr, "%s inflates too far\n", name.c_str());
       return std::nullopt;
     }
     if (unzOpenCurrentFile(file_) != UNZ_OK) return std::nullopt;
@@ -499,4 +499,4 @@ bool importOffice(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekOfficeImporterFactory, importOffice, "Office")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekOfficeImporterFactory, importOffice)

@@ -192,8 +192,8 @@ bool readPDF(Attributes& out, const std::string& path) {
   ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(
       *document, path, ulvek::plugin::pageThreads(), deadline);
   if (!text.complete)
-    std::fprintf(stderr, "PDF importer: time limit reached after %d of %d pages of %s\n",
-                 text.pagesRead, document->pages(), path.c_str());
+    std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
+                 document->pages(), path.c_str());
   out.string("kMDItemTextContent", text.text);
   return true;
 }
@@ -213,7 +213,7 @@ bool readDocument(Attributes& out, const char* path) {
 }
 
 bool importPDF(Attributes& out, const char*, const char* path) {
-  ulvek::plugin::PopplerMessages::tellAbout(std::string("PDF importer: ") + path);
+  ulvek::plugin::PopplerMessages::tellAbout(path);
   bool read = readDocument(out, path);
   ulvek::plugin::PopplerMessages::finish(read);
   return read;
@@ -221,4 +221,4 @@ bool importPDF(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekPDFImporterFactory, importPDF, "PDF")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekPDFImporterFactory, importPDF)

@@ -75,4 +75,4 @@ bool importIWork(Attributes& out, const char*, const char* path) {
 
 }  // namespace
 
-ULVEK_EXPORT_IMPORTER_FACTORY(UlvekIWorkImporterFactory, importIWork, "iWork")
+ULVEK_EXPORT_IMPORTER_FACTORY(UlvekIWorkImporterFactory, importIWork)

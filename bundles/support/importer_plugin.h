@@ -70,22 +70,22 @@ inline std::optional<double> secondsSince1970(int year, int month, int day, int 
 
 using ImportFunction = bool (*)(Attributes& attributes, const char* contentType, const char* path);
 
-// One line in the host's log (the worker's standard error) for a file an importer cannot read.
-inline void logUnreadable(const char* importer, const char* path, const char* why = nullptr) {
+// One line in the host's log (the worker's standard error) for a file an importer cannot read;
+// the host's line names the importer.
+inline void logUnreadable(const char* path, const char* why = nullptr) {
   // Libraries often begin their messages with the path again.
   const std::string_view prefix = path;
   if (why && std::string_view(why).starts_with(prefix) &&
       std::string_view(why).substr(prefix.size()).starts_with(": "))
     why += prefix.size() + 2;
   if (why && *why)
-    std::fprintf(stderr, "%s importer: cannot read %s (%s)\n", importer, path, why);
+    std::fprintf(stderr, "cannot read %s: %s\n", path, why);
   else
-    std::fprintf(stderr, "%s importer: cannot read %s\n", importer, path);
+    std::fprintf(stderr, "cannot read %s\n", path);
 }
 
-// One importer instance: the path interface, reference counted, calling `Import`; `Name` names
-// the importer in log lines.
-template <ImportFunction Import, const char* Name>
+// One importer instance: the path interface, reference counted, calling `Import`.
+template <ImportFunction Import>
 class PathImporter {
  public:
   static void* create(void*, UlvekUUID typeID) {
@@ -128,11 +128,11 @@ class PathImporter {
     Attributes writer(attributes);
     try {
       if (Import(writer, contentType, path)) return true;
-      logUnreadable(Name, path);
+      logUnreadable(path);
     } catch (const std::exception& exception) {
-      logUnreadable(Name, path, exception.what());
+      logUnreadable(path, exception.what());
     } catch (...) {
-      logUnreadable(Name, path, "unknown exception");
+      logUnreadable(path, "unknown exception");
     }
     return false;
   }
@@ -144,13 +144,9 @@ class PathImporter {
 
 }  // namespace ulvek::plugin
 
-// Exports the factory under `name`, the C symbol Info.plist lists; `title` names the importer in
-// log lines ("Image").
-#define ULVEK_EXPORT_IMPORTER_FACTORY(name, function, title)                              \
-  namespace {                                                                             \
-  constexpr char name##Title[] = title;                                                   \
-  }                                                                                       \
-  extern "C" __attribute__((visibility("default"))) void* name(void* allocator,           \
-                                                               UlvekUUID typeID) {        \
-    return ulvek::plugin::PathImporter<function, name##Title>::create(allocator, typeID); \
+// Exports the factory under `name`, the C symbol Info.plist lists.
+#define ULVEK_EXPORT_IMPORTER_FACTORY(name, function)                              \
+  extern "C" __attribute__((visibility("default"))) void* name(void* allocator,    \
+                                                               UlvekUUID typeID) { \
+    return ulvek::plugin::PathImporter<function>::create(allocator, typeID);       \
   }

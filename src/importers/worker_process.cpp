@@ -271,13 +271,17 @@ void WorkerProcess::relayOutput(const std::string& subject) {
     start = end == std::string::npos ? text.size() : end + 1;
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.empty()) continue;
-    if (++lines <= kOutputLines)
-      logLine("Importer output (" + subject +
-              "): " + std::string(line.substr(0, kOutputLineLength)));
+    if (++lines > kOutputLines) continue;
+    line = line.substr(0, kOutputLineLength);
+    // The file goes first unless the plug-in named it; the importer's name comes from the
+    // caller's log context.
+    if (line.find(subject) == std::string_view::npos)
+      logLine(subject + ": " + std::string(line));
+    else
+      logLine(line);
   }
   if (lines > kOutputLines)
-    logLine("Importer output (" + subject + "): \u2026 " + std::to_string(lines - kOutputLines) +
-            " more lines");
+    logLine(subject + ": \u2026 " + std::to_string(lines - kOutputLines) + " more lines");
 }
 
 Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request) {

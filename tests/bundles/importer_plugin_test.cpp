@@ -25,10 +25,9 @@ TEST(ImporterPlugin, UnreadableFilesGetOneLogLine) {
   const std::string notPages = folder.write("x.pages", "nor a Pages document");
   const Row rows[] = {
       {"Image", "UlvekImageImporterFactory", notImage,
-       "Image importer: cannot read " + notImage + " (Failed to read input data)\n"},
-      {"PDF", "UlvekPDFImporterFactory", notPDF, "PDF importer: cannot read " + notPDF + "\n"},
-      {"iWork", "UlvekIWorkImporterFactory", notPages,
-       "iWork importer: cannot read " + notPages + "\n"},
+       "cannot read " + notImage + ": Failed to read input data\n"},
+      {"PDF", "UlvekPDFImporterFactory", notPDF, "cannot read " + notPDF + "\n"},
+      {"iWork", "UlvekIWorkImporterFactory", notPages, "cannot read " + notPages + "\n"},
       {"Image", "UlvekImageImporterFactory", good, ""},
   };
   for (const Row& row : rows) {

@@ -119,7 +119,7 @@ TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {
   std::string log;
   BundleAttributes values = bundle.import(html, "", &log);
   // poppler's complaints about the cut PDF name the message they came from.
-  EXPECT_NE(log.find("Mail importer: PDF attachment in " + html + ": "), std::string::npos) << log;
+  EXPECT_NE(log.find("PDF attachment in " + html + ": "), std::string::npos) << log;
   EXPECT_EQ(log.find("\nSyntax "), std::string::npos) << log;
   EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), "Grüße");
   EXPECT_EQ(testing::stringOf(values, "kMDItemAuthors"), "Ann");

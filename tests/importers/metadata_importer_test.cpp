@@ -84,7 +84,7 @@ TEST_F(ImporterHostTest, MisbehavingPlugInsCostOneRequest) {
       {"c.good", "path", ""},
       {"d.hang", "(nothing)", "(timeout)", "importer-timeout"},
       // What it prints is logged, naming the file.
-      {"e.talk", "path", "): plug-ins should not print, but some do"},
+      {"e.talk", "path", "e.talk: plug-ins should not print, but some do"},
       {"f.url-only", "url", ""},
       {"g.none", "(nothing)",
        "NoInterface.mdimporter: No kMDImporter(URL)Interface 00000000-0000-4000-8000-000000000006"},

@@ -234,8 +234,7 @@ TEST_F(WorkerProcessTest, WhatPlugInsPrintIsLoggedAFewLinesPerFile) {
     // The answer is intact.
     EXPECT_TRUE(find(*answer, worker::Field::Attributes));
     ASSERT_EQ(log.lines().size(), row.lines);
-    for (const std::string& line : log.lines())
-      EXPECT_TRUE(line.starts_with("Importer output (" + path + "): ")) << line;
+    for (const std::string& line : log.lines()) EXPECT_TRUE(line.starts_with(path + ": ")) << line;
     if (row.lines > 0) EXPECT_TRUE(log.lines().back().ends_with(row.last)) << log.lines().back();
   }
 }
