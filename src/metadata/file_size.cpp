@@ -2,7 +2,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -105,35 +107,82 @@ bool isForkCompanion(int folder, const char* name) {
   return ::fstatat(folder, owner, &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Sums the data and resource fork lengths below an open folder. `workArea` holds one batch per
-// level; each level reads its entries into its own slice, so the descent allocates nothing.
-std::uint64_t folderSize(int folder, int depth, std::byte* workArea) {
-  std::byte* batch = workArea + static_cast<std::size_t>(depth) * kBatchBytes;
-  std::uint64_t total = 0;
-  for (;;) {
-    ssize_t got = ::getdents64(folder, batch, kBatchBytes);
-    if (got <= 0) break;  // the end, or an error: keep what was counted
-    for (ssize_t at = 0; at < got;) {
-      auto* entry = reinterpret_cast<const struct dirent64*>(batch + at);
-      at += entry->d_reclen;
-      const char* name = entry->d_name;
-      if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
-      struct stat info;
-      if (::fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
-      if (S_ISDIR(info.st_mode)) {
-        if (depth + 1 >= kMaxFolderDepth) continue;
-        FileDescriptor child(
-            ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (child.valid()) total += folderSize(child.get(), depth + 1, workArea);
-        continue;
-      }
-      if (isForkCompanion(folder, name)) continue;
-      total += static_cast<std::uint64_t>(info.st_size);
-      if (S_ISREG(info.st_mode)) total += resourceForkLength(folder, name);
+// The kernel's own file systems: their sizes mean nothing and some of their files never end.
+bool isKernelFileSystem(int folder) {
+  struct statfs info;
+  if (::fstatfs(folder, &info) != 0) return true;
+  switch (info.f_type) {
+    case PROC_SUPER_MAGIC:
+    case SYSFS_MAGIC:
+    case DEVPTS_SUPER_MAGIC:
+    case DEBUGFS_MAGIC:
+    case TRACEFS_MAGIC:
+    case SECURITYFS_MAGIC:
+    case CGROUP_SUPER_MAGIC:
+    case CGROUP2_SUPER_MAGIC:
+    case BPF_FS_MAGIC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// One folder's sum: `workArea` holds one batch per level; each level reads its entries into its
+// own slice, so the descent allocates nothing. /dev is a tmpfs like any other, so it is known
+// by its identity.
+struct FolderWalk {
+  std::byte* workArea;
+  std::uint64_t entriesLeft;
+  dev_t devicesDevice = 0;
+  ino_t devicesInode = 0;
+  bool knowsDevices = false;
+
+  FolderWalk(std::byte* area, std::uint64_t maxEntries) : workArea(area), entriesLeft(maxEntries) {
+    struct stat devices;
+    if (::stat("/dev", &devices) == 0) {
+      devicesDevice = devices.st_dev;
+      devicesInode = devices.st_ino;
+      knowsDevices = true;
     }
   }
-  return total;
-}
+
+  bool isOutOfBounds(int folder, const struct stat& info) const {
+    if (knowsDevices && info.st_dev == devicesDevice && info.st_ino == devicesInode) return true;
+    return isKernelFileSystem(folder);
+  }
+
+  // Sums the data and resource fork lengths below an open folder.
+  std::uint64_t size(int folder, int depth) {
+    std::byte* batch = workArea + static_cast<std::size_t>(depth) * kBatchBytes;
+    std::uint64_t total = 0;
+    for (;;) {
+      ssize_t got = ::getdents64(folder, batch, kBatchBytes);
+      if (got <= 0) break;  // the end, or an error: keep what was counted
+      for (ssize_t at = 0; at < got;) {
+        auto* entry = reinterpret_cast<const struct dirent64*>(batch + at);
+        at += entry->d_reclen;
+        const char* name = entry->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
+        if (entriesLeft == 0) return total;
+        --entriesLeft;
+        struct stat info;
+        if (::fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        if (S_ISDIR(info.st_mode)) {
+          if (depth + 1 >= kMaxFolderDepth) continue;
+          FileDescriptor child(
+              ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+          if (child.valid() && !isOutOfBounds(child.get(), info))
+            total += size(child.get(), depth + 1);
+          continue;
+        }
+        if (isForkCompanion(folder, name)) continue;
+        total += static_cast<std::uint64_t>(info.st_size);
+        if (S_ISREG(info.st_mode)) total += resourceForkLength(folder, name);
+      }
+    }
+    return total;
+  }
+};
 
 std::uint64_t singleFileSize(const std::string& path, const struct stat& info) {
   std::uint64_t size = static_cast<std::uint64_t>(info.st_size);
@@ -146,7 +195,7 @@ std::uint64_t singleFileSize(const std::string& path, const struct stat& info) {
 
 }  // namespace
 
-std::uint64_t fileSizeAtPath(const std::string& path) {
+std::uint64_t fileSizeAtPath(const std::string& path, std::uint64_t maxEntries) {
   if (path.empty()) return 0;
   struct stat info;
   if (::stat(path.c_str(), &info) != 0) return 0;
@@ -155,7 +204,9 @@ std::uint64_t fileSizeAtPath(const std::string& path) {
   if (!folder.valid()) return 0;
   // Uninitialised on purpose: only the slices of levels actually reached are touched.
   std::unique_ptr<std::byte[]> workArea(new std::byte[kMaxFolderDepth * kBatchBytes]);
-  return folderSize(folder.get(), 0, workArea.get());
+  FolderWalk walk(workArea.get(), maxEntries);
+  if (walk.isOutOfBounds(folder.get(), info)) return 0;
+  return walk.size(folder.get(), 0);
 }
 
 namespace {

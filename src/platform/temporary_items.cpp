@@ -184,14 +184,33 @@ std::size_t sweep(const std::string& root) {
 
 }  // namespace
 
+namespace {
+
+// Where a process without a home keeps its cache: /tmp is everybody's, so the folder is the
+// user's own, made private, and refused when someone else made it first.
+std::string sharedTemporaryBase() { return "/tmp/ulvekbot-" + std::to_string(::getuid()); }
+
+Status ensurePrivateFolder(const std::string& folder) {
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return Error::posix(errno, folder);
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0) return Error::posix(errno, folder);
+  if (!S_ISDIR(info.st_mode) || info.st_uid != ::getuid() || (info.st_mode & 077) != 0)
+    return Error::posix(EPERM, folder + " is not a private folder of this user");
+  return {};
+}
+
+}  // namespace
+
 std::string temporaryItemsRoot() {
   std::string cache;
   if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg == '/') {
     cache = xdg;
-  } else if (const char* home = std::getenv("HOME"); home && *home) {
+  } else if (const char* home = std::getenv("HOME"); home && *home == '/') {
     cache = std::string(home) + "/.cache";
+  } else if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime == '/') {
+    cache = runtime;
   } else {
-    cache = "/tmp";
+    cache = sharedTemporaryBase();
   }
   return cache + "/TemporaryItems/ulvekbot";
 }
@@ -225,6 +244,9 @@ Result<std::string> temporaryItemsFolder() {
   takeOwnership();
   bool known = isRegistered(folder);
   if (!known) {
+    if (root.starts_with(sharedTemporaryBase() + "/")) {
+      if (Status made = ensurePrivateFolder(sharedTemporaryBase()); !made) return made.error();
+    }
     std::error_code error;
     fs::create_directories(root, error);
     if (error) return Error::posix(error.value(), root);

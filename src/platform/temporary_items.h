@@ -11,7 +11,9 @@
 namespace ulvek {
 
 // The folder every ulvekbot process keeps its temporary items in:
-// $XDG_CACHE_HOME/TemporaryItems/ulvekbot (default ~/.cache/...). Not created here.
+// $XDG_CACHE_HOME/TemporaryItems/ulvekbot (default ~/.cache/..., then $XDG_RUNTIME_DIR/..., and
+// without any of them /tmp/ulvekbot-UID/..., a folder that must be the user's and private).
+// Not created here.
 std::string temporaryItemsRoot();
 
 // This process's own folder below the root, named by its pid and start time (PID-STARTTIME),

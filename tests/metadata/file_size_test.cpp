@@ -61,6 +61,28 @@ TEST(FileSize, DescentStopsAtDepthOneHundred) {
   EXPECT_EQ(fileSizeAtPath((folder.path() / "top").string()), 100u);
 }
 
+TEST(FileSize, FoldersStopAtTheirBounds) {
+  TemporaryFolder folder;
+  for (int i = 0; i < 10; ++i) folder.write("ten/f" + std::to_string(i), "abc");
+  std::string ten = (folder.path() / "ten").string();
+  const struct {
+    std::string path;
+    std::uint64_t maxEntries;
+    std::uint64_t expected;
+  } rows[] = {
+      {ten, kMaxFolderEntries, 30},
+      {ten, 4, 12},  // the first four entries only
+      {ten, 0, 0},
+      // The kernel's file systems and the devices are never summed.
+      {"/proc", kMaxFolderEntries, 0},
+      {"/proc/self", kMaxFolderEntries, 0},
+      {"/sys", kMaxFolderEntries, 0},
+      {"/dev", kMaxFolderEntries, 0},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(fileSizeAtPath(row.path, row.maxEntries), row.expected) << row.path;
+}
+
 TEST(ResourceValues, BooleanProperties) {
   TemporaryFolder folder;
   fs::create_directories(folder.path() / "Some.app" / "Contents");

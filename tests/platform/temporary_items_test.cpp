@@ -186,5 +186,67 @@ TEST(TemporaryItems, OnlyFoldersBelowTheRootAreAdopted) {
   fs::remove_all(below);
 }
 
+// Without a cache or home folder the root is a folder of the user's own in /tmp, which is made
+// private and refused when it is not. Each row runs in a child, whose environment it changes.
+TEST(TemporaryItems, WithoutAHomeTheFolderIsPrivate) {
+  const std::string base = "/tmp/ulvekbot-" + std::to_string(::getuid());
+  const std::string moved = base + ".before-test";
+  bool hadBase = fs::exists(base);
+  if (hadBase) fs::rename(base, moved);
+  struct Row {
+    const char* name;
+    const char* runtime;     // XDG_RUNTIME_DIR, or unset
+    mode_t existingMode;     // the base made beforehand with this mode; 0: not made
+    const char* rootPrefix;  // "" when the folder is refused
+  };
+  testing::TemporaryFolder runtime;
+  const Row rows[] = {
+      {"runtime folder", runtime.path().c_str(), 0, runtime.path().c_str()},
+      {"made private", nullptr, 0, "/tmp/ulvekbot-"},
+      {"already private", nullptr, 0700, "/tmp/ulvekbot-"},
+      {"open to others", nullptr, 0777, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    if (row.existingMode) {
+      fs::create_directory(base);
+      ::chmod(base.c_str(), row.existingMode);
+    }
+    int pipeEnds[2];
+    ASSERT_EQ(::pipe(pipeEnds), 0);
+    pid_t child = ::fork();
+    if (child == 0) {
+      ::unsetenv("XDG_CACHE_HOME");
+      ::unsetenv("HOME");
+      if (row.runtime)
+        ::setenv("XDG_RUNTIME_DIR", row.runtime, 1);
+      else
+        ::unsetenv("XDG_RUNTIME_DIR");
+      Result<std::string> folder = temporaryItemsFolder();
+      std::string answer = folder ? *folder : std::string();
+      if (folder) {
+        struct stat info {};
+        ::stat(fs::path(*folder).parent_path().parent_path().parent_path().c_str(), &info);
+        if (!row.runtime && (info.st_mode & 077) != 0) answer = "not private";
+      }
+      [[maybe_unused]] ssize_t written = ::write(pipeEnds[1], answer.data(), answer.size());
+      ::_exit(0);
+    }
+    ::close(pipeEnds[1]);
+    std::string answer;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(pipeEnds[0], buffer, sizeof buffer)) > 0;)
+      answer.append(buffer, static_cast<std::size_t>(got));
+    ::close(pipeEnds[0]);
+    ::waitpid(child, nullptr, 0);
+    if (*row.rootPrefix)
+      EXPECT_TRUE(answer.starts_with(row.rootPrefix)) << answer;
+    else
+      EXPECT_EQ(answer, "");
+    fs::remove_all(base);
+  }
+  if (hadBase) fs::rename(moved, base);
+}
+
 }  // namespace
 }  // namespace ulvek
