@@ -28,15 +28,9 @@ std::string joined(const std::vector<std::string>& items) {
   return text;
 }
 
-// A field of a process's /proc status ("Seccomp"), or "?" when it cannot be read.
+// A field of /proc/PID/status, or "?".
 std::string statusField(pid_t pid, const std::string& name) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with(name + ":")) continue;
-    std::size_t start = line.find_first_not_of(" \t", name.size() + 1);
-    return start == std::string::npos ? "" : line.substr(start);
-  }
-  return "?";
+  return sandbox::processStatusField(pid, name).value_or("?");
 }
 
 // What the kernel offers, and what a worker started now has of it.

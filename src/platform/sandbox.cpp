@@ -36,18 +36,6 @@ struct RulesetAttributes {
   std::uint64_t handledNet = 0;
 };
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
-
 int landlockAbi() {
   long abi = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   return abi < 0 ? 0 : static_cast<int>(abi);
@@ -301,6 +289,17 @@ void limitProcessorTimeFor(double seconds) {
   auto soft = static_cast<rlim_t>(std::ceil(used + std::max(seconds, 0.0))) + 1;
   cpu.rlim_cur = cpu.rlim_max == RLIM_INFINITY ? soft : std::min(soft, cpu.rlim_max);
   ::setrlimit(RLIMIT_CPU, &cpu);
+}
+
+std::optional<std::string> processStatusField(pid_t pid, std::string_view name) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string prefix = std::string(name) + ":";
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(prefix)) continue;
+    std::size_t start = line.find_first_not_of(" \t", prefix.size());
+    return start == std::string::npos ? "" : line.substr(start);
+  }
+  return std::nullopt;
 }
 
 }  // namespace ulvek::sandbox

@@ -1,9 +1,29 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ulvek::sandbox {
+
+// AddressSanitizer's leak check needs ptrace at exit, so sanitized builds keep it.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+// A field of /proc/PID/status ("NoNewPrivs", "Seccomp"), or nothing when it cannot be read.
+std::optional<std::string> processStatusField(pid_t pid, std::string_view name);
 
 // What this kernel offers a process that wants to give up rights.
 struct Support {

@@ -47,15 +47,9 @@ std::int64_t integerOf(const PropertyDictionary& answer, std::string_view key) {
   return value && value->integer() ? *value->integer() : -1000;
 }
 
-// A field of /proc/PID/status ("NoNewPrivs"), or "(gone)".
+// A field of /proc/PID/status, or "(gone)".
 std::string statusField(pid_t pid, const std::string& name) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with(name + ":")) continue;
-    std::size_t start = line.find_first_not_of(" \t", name.size() + 1);
-    return start == std::string::npos ? "" : line.substr(start);
-  }
-  return "(gone)";
+  return sandbox::processStatusField(pid, name).value_or("(gone)");
 }
 
 // Whether a process still runs (a zombie waiting for its reaper does not).

@@ -34,18 +34,6 @@ namespace {
 namespace fs = std::filesystem;
 using sandbox::Policy;
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
-
 int errnoOf(bool succeeded) { return succeeded ? 0 : errno; }
 
 int makeSocket(int domain) {
@@ -196,9 +184,10 @@ TEST_F(SandboxTest, WhatEachPolicyRefuses) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    if ((row.needsLandlock && !landlock_) || (row.skipSanitized && kSanitized)) {
+    if ((row.needsLandlock && !landlock_) || (row.skipSanitized && sandbox::kSanitized)) {
       std::cout << "Not checked: " << row.name
-                << (kSanitized ? ": sanitizer build" : ": no Landlock on this kernel") << "\n";
+                << (sandbox::kSanitized ? ": sanitizer build" : ": no Landlock on this kernel")
+                << "\n";
       continue;
     }
     Policy policy{row.kind, {writable, "/dev/null"}, {program}};

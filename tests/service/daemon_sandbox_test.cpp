@@ -17,15 +17,9 @@ namespace {
 using namespace std::chrono_literals;
 using testing::readWholeFile;
 
-// A field of /proc/PID/status ("Seccomp"), or "(gone)".
+// A field of /proc/PID/status, or "(gone)".
 std::string statusField(pid_t pid, const std::string& name) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with(name + ":")) continue;
-    std::size_t start = line.find_first_not_of(" \t", name.size() + 1);
-    return start == std::string::npos ? "" : line.substr(start);
-  }
-  return "(gone)";
+  return sandbox::processStatusField(pid, name).value_or("(gone)");
 }
 
 class DaemonSandboxTest : public ::testing::Test {
