@@ -19,6 +19,7 @@ namespace ulvek {
   X(ImporterCrashed, "importer-crashed") /* the plug-in's worker died */         \
   X(ImporterTimeout, "importer-timeout") /* the plug-in ran past its time */     \
   X(TooLarge, "too-large")               /* over a size limit, not read */       \
+  X(TimedOut, "timed-out")               /* read only in part: out of time */    \
   X(Unsupported, "unsupported")          /* no reader or importer for its kind */
 
 enum class FailureKind : std::uint8_t {

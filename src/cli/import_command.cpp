@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "base/deadline.h"
 #include "base/failure.h"
 #include "base/log.h"
 #include "base/processors.h"
@@ -54,6 +55,7 @@ struct Options {
   bool quiet = false;
   std::size_t maxText = kNoLimit;  // bytes of UTF-8
   double timeout = 0;              // seconds; 0: the importer host's own limit
+  double timeLimit = 0;            // seconds of in-process reading a file; 0: none
   bool noRecursive = false;
   std::size_t maxDepth = kNoLimit;  // folder levels below a named folder
   std::vector<std::string> excludes;
@@ -341,6 +343,7 @@ ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const Item& item
     std::error_code error;
     fs::path absolute = fs::absolute(path, error);
     ImportDetails details;
+    ReadingDeadline deadline(readingLimitOfSeconds(options_.timeLimit));
     ImportResult result = helper.openFile(error ? path : absolute.string(), details);
     if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
       if (const std::uint64_t* value = size->unsignedInteger()) outcome.bytes = *value;
@@ -489,6 +492,14 @@ CommandAction define(CLI::App& command) {
   command
       .add_option("--timeout", options->timeout,
                   "How long one importer plug-in call may take, in seconds")
+      ->type_name("SECONDS")
+      ->check([](const std::string& value) {
+        return std::strtod(value.c_str(), nullptr) > 0 ? "" : "takes a number of seconds above 0";
+      });
+  command
+      .add_option("--time-limit", options->timeLimit,
+                  "How long the in-process readers may read one file, in seconds; a file cut "
+                  "short answers the text read so far, with an Error of kind timed-out")
       ->type_name("SECONDS")
       ->check([](const std::string& value) {
         return std::strtod(value.c_str(), nullptr) > 0 ? "" : "takes a number of seconds above 0";

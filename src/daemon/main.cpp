@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "import/concurrency.h"
 #include "import/mime_type_helper.h"
+#include "import/reader_time_limit.h"
 #include "importers/worker_process.h"
 #include "platform/sandbox.h"
 #include "platform/temporary_items.h"
@@ -103,7 +104,8 @@ int main(int argc, char** argv) {
   int status = 1;
   {
     ulvek::MIMETypeHelper helper;
-    ulvek::DBusService service(helper, ulvek::concurrentRequests(jobs));
+    ulvek::DBusService service(helper, ulvek::concurrentRequests(jobs),
+                               ulvek::serviceReaderTimeLimit());
     if (ulvek::Status started = service.start(); !started) {
       ulvek::logLine("Cannot connect to the session bus: " + started.error().localizedDescription);
       return 1;

@@ -74,9 +74,11 @@ class FileImport {
       }
     }
     complete();
-    // Text means the file was read, whatever a reader on the way complained of.
-    if (const TextString* text = result_.string(ImportKey::Text); text && !text->empty())
-      failures.clear();
+    // Text means the file was read, whatever a reader on the way complained of; unless it was
+    // cut short for time: that text is only a part.
+    const TextString* text = result_.string(ImportKey::Text);
+    bool cut = failures.failure() && failures.failure()->kind == FailureKind::TimedOut;
+    if (text && !text->empty() && !cut) failures.clear();
     if (details) {
       details->contentType = plan_.contentType;
       details->failure = failures.failure();

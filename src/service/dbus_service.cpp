@@ -191,8 +191,11 @@ DBusErrorReply errorReplyFor(std::exception_ptr exception) {
   }
 }
 
-DBusService::DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests)
-    : helper_(helper), concurrentRequests_(std::max<std::size_t>(concurrentRequests, 1)) {}
+DBusService::DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests,
+                         std::optional<ReadingDeadline::Clock::duration> readerTimeLimit)
+    : helper_(helper),
+      concurrentRequests_(std::max<std::size_t>(concurrentRequests, 1)),
+      readerTimeLimit_(readerTimeLimit) {}
 
 DBusService::~DBusService() {
   sd_bus_slot_unref(transferSlot_);
@@ -236,6 +239,12 @@ void blockTerminatingSignals() {
 
 int DBusService::serve(sd_bus_message* call, std::string origin,
                        std::function<ServiceAnswer()> operation) {
+  // One slow reader must not keep the other clients waiting for ever: its time starts when the
+  // request does, on the thread that runs it.
+  operation = [limit = readerTimeLimit_, operation = std::move(operation)] {
+    ReadingDeadline deadline(limit);
+    return operation();
+  };
   if (!pool_) return sendAnswer(call, operation(), origin);
   // The message outlives the handler; only this thread touches it and the bus.
   sd_bus_message_ref(call);

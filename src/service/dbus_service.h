@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -11,6 +12,7 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
+#include "base/deadline.h"
 #include "base/error.h"
 #include "base/status.h"
 #include "import/mime_type_helper.h"
@@ -41,7 +43,10 @@ class RequestPool;
 // exception and goes on serving.
 class DBusService {
  public:
-  explicit DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests = 1);
+  // Each request's in-process readers stop after `readerTimeLimit` (base/deadline.h); none: no
+  // limit.
+  explicit DBusService(MIMETypeHelper& helper, std::size_t concurrentRequests = 1,
+                       std::optional<ReadingDeadline::Clock::duration> readerTimeLimit = {});
   ~DBusService();
   DBusService(const DBusService&) = delete;
   DBusService& operator=(const DBusService&) = delete;
@@ -79,6 +84,7 @@ class DBusService {
 
   MIMETypeHelper& helper_;
   std::size_t concurrentRequests_;
+  std::optional<ReadingDeadline::Clock::duration> readerTimeLimit_;
   std::unique_ptr<RequestPool> pool_;
   // Pool threads write to it when they queue an answer; the loop then sends them.
   int wakeup_ = -1;

@@ -9,6 +9,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "base/deadline.h"
 #include "base/log.h"
 #include "text/character_tables.h"
 
@@ -116,6 +117,7 @@ class Scanner {
     std::size_t tagLocation = 0;
 
     for (std::size_t p = 0; p < n; ++p) {
+      if (readingTimeIsUp()) return endEarly();
       // Jump to the next unit that can change anything in this state.
       switch (state) {
         case MarkupState::Text:
@@ -226,6 +228,18 @@ class Scanner {
   }
 
  private:
+  // Out of time: the handler hears the end of the text right here, so that it keeps what it has.
+  std::size_t endEarly() {
+    item_.nameLocation = kNotFound;
+    item_.nameLength = 0;
+    item_.textLocation = length_;
+    item_.tagLocation = length_;
+    item_.tagLength = 0;
+    item_.state = MarkupState::Text;
+    handler_.handleItem(item_);
+    return kNotFound;
+  }
+
   // The name starts at the first letter inside the tag and runs to white, "/" or ">".
   void findName(std::size_t tagLocation, std::size_t tagEnd) {
     const CharacterSetRep& letter = tables_.letter;

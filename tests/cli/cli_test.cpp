@@ -169,6 +169,38 @@ TEST_F(CommandLineTest, ImportTellsFailuresApart) {
       << output.err;
 }
 
+// Out of reading time, a file answers the text read so far and counts as failed; with time to
+// spare it is read whole.
+TEST_F(CommandLineTest, ImportTimeLimitCutsASlowFile) {
+  std::string page = "<html><body>";
+  for (int i = 0; i < 400000; ++i) page += "<div><p>w" + std::to_string(i) + "</p></div>\n";
+  page += "<p>END</p></body></html>";
+  folder_.write("slow.html", page);
+  struct LimitRow {
+    const char* limit;
+    bool cut;
+  };
+  for (const LimitRow& row : {LimitRow{"0.001", true}, LimitRow{"600", false}}) {
+    SCOPED_TRACE(row.limit);
+    auto started = std::chrono::steady_clock::now();
+    testing::ProgramOutput output = run({"import", "--time-limit", row.limit, "slow.html"});
+    std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    nlohmann::json item = nlohmann::json::parse(output.out);
+    std::string text = item.value("Text", "");
+    bool logged =
+        output.err.find("Time limit reached, answered the text read so far: ") != std::string::npos;
+    EXPECT_EQ(logged, row.cut) << output.err;
+    EXPECT_EQ(output.status, row.cut ? 1 : 0);
+    EXPECT_EQ(text.find("END") == std::string::npos, row.cut);
+    if (row.cut) {
+      EXPECT_EQ(item["Error"]["kind"], "timed-out");
+      EXPECT_LT(seconds.count(), 5);
+    } else {
+      EXPECT_FALSE(item.contains("Error"));
+    }
+  }
+}
+
 TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
   testing::ProgramOutput output = run({"import", "tree"});
   EXPECT_EQ(output.status, 0) << output.err;
@@ -292,6 +324,9 @@ TEST_F(CommandLineTest, UsageErrorsExitTwo) {
       {"missing value", {"import", "--max-depth"}, "--max-depth: 1 required N missing"},
       {"no number", {"import", "--max-text", "many", "tree/a.txt"}, "--max-text"},
       {"no time", {"import", "--timeout=0", "tree/a.txt"}, "takes a number of seconds above 0"},
+      {"no reading time",
+       {"import", "--time-limit", "0", "tree/a.txt"},
+       "takes a number of seconds above 0"},
       {"-0 without a list", {"import", "-0", "tree/a.txt"}, "-0 goes with - or --files-from"},
       {"no paths", {"classify", "--json"}, "PATH is required"},
       {"argument too many", {"formats", "tree"}, "not expected: tree"},
@@ -321,6 +356,7 @@ TEST_F(CommandLineTest, OptionSpellings) {
   check({
       {{"import", "-q", "--timeout=5", "tree/a.txt"}, 0, aLine, nullptr},
       {{"import", "-q", "--timeout", "5", "tree/a.txt"}, 0, aLine, nullptr},
+      {{"import", "-q", "--time-limit=5", "tree/a.txt"}, 0, aLine, nullptr},
       {{"import", "-q", "--", "-dash.txt"},
        0,
        "{\"path\":\"-dash.txt\",\"Title\":\"-dash.txt\",\"Text\":\"dash\",\"FileSize\":4,"

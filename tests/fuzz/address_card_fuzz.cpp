@@ -7,6 +7,7 @@
 #include "readers/addresscard/vcard.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   Bytes bytes(data, size);
   VCardLimits limits;

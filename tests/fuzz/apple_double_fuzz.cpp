@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fuzz_support.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
 
@@ -16,6 +17,7 @@ void touch(ulvek::ByteView bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   std::optional<ulvek::AppleDouble> entries = ulvek::parseAppleDouble(ulvek::ByteView(data, size));
   if (!entries) return 0;
   if (entries->finderInfo) touch(*entries->finderInfo);

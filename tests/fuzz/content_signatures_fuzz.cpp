@@ -13,6 +13,7 @@
 #include "platform/content_types.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   static const std::string path = "/tmp/ulvek-signature-fuzz-" + std::to_string(::getpid());
   static const bool removedAtExit = [] {

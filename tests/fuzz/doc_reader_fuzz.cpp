@@ -15,6 +15,7 @@ extern "C" const char* __lsan_default_suppressions() {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size < 3) return 0;
   bool container = data[0] % 2 == 0;
   std::size_t split = data[1] | data[2] << 8;

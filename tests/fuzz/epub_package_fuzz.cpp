@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <string>
 
+#include "fuzz_support.h"
 #include "readers/epub/epub_parser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size == 0) return 0;
   bool rights = data[0] % 2;
   std::string path = "/tmp/ulvek-epub-fuzz-" + std::to_string(::getpid()) + ".epub";

@@ -1,14 +1,22 @@
 #pragma once
 
-// Shared by the fuzz targets: how raw bytes become text, and how a broken invariant is reported.
+// Shared by the fuzz targets: how raw bytes become text, how a broken invariant is reported, and
+// how long one input may read.
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
 
+#include "base/deadline.h"
 #include "base/text_string.h"
 
 namespace ulvek::fuzzing {
+
+// Every target reads each input under a deadline of this length, so that a slow input ends with
+// the text read so far instead of hanging the run; libFuzzer's own -timeout still catches loops
+// that never check it.
+inline constexpr std::chrono::seconds kInputTime{5};
 
 // Stops the run so that libFuzzer keeps the input.
 inline void check(bool condition) {

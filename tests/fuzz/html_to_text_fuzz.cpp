@@ -18,6 +18,7 @@ using fuzzing::check;
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size < 2) return 0;
   const std::uint8_t settings = data[0];
   const std::uint8_t mode = data[1];

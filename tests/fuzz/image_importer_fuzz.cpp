@@ -1,9 +1,11 @@
 // Image.mdimporter's own code: choosing among XMP, IPTC and EXIF, dates with their offsets, GPS
 // coordinates and altitude. The first byte picks the file's kind.
 #include "../../bundles/Image/image_importer.cpp"
+#include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size == 0) return 0;
   static const char* const kNames[] = {"image.jpg",  "image.png",  "image.tif",
                                        "image.webp", "image.heic", "image.dng"};

@@ -2,9 +2,11 @@
 #include <cstdint>
 
 #include "base/property_list.h"
+#include "fuzz_support.h"
 #include "importers/bundle_registry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   std::optional<ulvek::PropertyValue> info = ulvek::propertyListFromBytes({data, size});
   if (!info || !info->dictionary()) return 0;
   ulvek::BundleRegistry bundles(nullptr);

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <string>
 
+#include "fuzz_support.h"
 #include "metadata/internet_location.h"
 #include "platform/resource_fork.h"
 
@@ -32,6 +33,7 @@ void writeFile(const std::string& path, const std::uint8_t* bytes, std::size_t s
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size == 0) return 0;
   const std::uint8_t mode = data[0] % 5;
   ++data;

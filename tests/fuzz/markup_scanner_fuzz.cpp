@@ -49,6 +49,7 @@ TextString itemsOf(MarkupItem const& item) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   const TextString text = textFromInput(data, size);
   const std::size_t n = text.size();
 

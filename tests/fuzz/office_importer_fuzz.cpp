@@ -3,6 +3,7 @@
 #include <minizip/zip.h>
 
 #include "../../bundles/Office/office_importer.cpp"
+#include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 
 namespace {
@@ -33,6 +34,7 @@ void writeZip(const std::string& path, const char* member, const std::uint8_t* d
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size == 0) return 0;
   std::uint8_t choice = data[0] % 6;
   if (choice == 5) {

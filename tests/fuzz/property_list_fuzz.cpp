@@ -4,8 +4,10 @@
 #include <cstdlib>
 
 #include "base/property_list.h"
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   auto value = ulvek::propertyListFromBytes(std::span(data, size));
   if (!value) return 0;
   // A value that was read must serialise, and read back the same.

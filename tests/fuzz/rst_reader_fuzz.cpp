@@ -6,6 +6,7 @@
 #include "readers/rst/rst_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   std::optional<ReaderOutput> output =
       reStructuredTextReader().read(ReaderSource::data(Bytes(data, size), "fuzz.rst"));

@@ -7,6 +7,7 @@
 #include "readers/wordperfect/sheet.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   if (size < 2) return 0;
   const std::uint8_t mode = data[0];

@@ -26,6 +26,7 @@ std::size_t entriesIn(const std::string& folder) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   static const std::string scratch = [] {
     std::string pattern = "/tmp/textbundle-fuzz-XXXXXX";

@@ -6,6 +6,7 @@
 #include "readers/webarchive/web_archive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   std::optional<WebArchive> archive = WebArchive::initWithData(Bytes(data, size), "fuzz");
   if (!archive) return 0;

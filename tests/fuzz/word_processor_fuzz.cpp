@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 
+#include "fuzz_support.h"
 #include "readers/attributed/attributed_reader.h"
 
 namespace {
@@ -32,6 +33,7 @@ std::string zipped(const char* member, const std::uint8_t* data, std::size_t siz
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   if (size == 0) return 0;
   std::uint8_t mode = data[0] % 4;
   ++data;

@@ -7,6 +7,7 @@
 #include "readers/wordperfect/wordperfect_document.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   using namespace ulvek;
   Bytes bytes(data, size);
   if (auto marked = wordPerfectMarkedText(bytes)) ulvek::fuzzing::check(!marked->empty());

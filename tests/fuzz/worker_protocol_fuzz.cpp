@@ -5,9 +5,11 @@
 #include <chrono>
 #include <cstdint>
 
+#include "fuzz_support.h"
 #include "importers/worker_protocol.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ulvek::ReadingDeadline deadline(ulvek::fuzzing::kInputTime);
   int pipe[2];
   if (::pipe(pipe) != 0 || size > 60000) return 0;
   ssize_t written = ::write(pipe[1], data, size);

@@ -131,6 +131,42 @@ TEST_F(ConcurrentRequestsTest, TwoClientsOverlapOnlyWhenAsked) {
   }
 }
 
+// A slow in-process reader stops at the request's reading time and answers the text read so far,
+// so the clients behind it wait no longer.
+TEST_F(ConcurrentRequestsTest, ReaderTimeLimitCutsASlowPage) {
+  std::string page = "<html><body>";
+  for (int i = 0; i < 400000; ++i) page += "<div><p>w" + std::to_string(i) + "</p></div>\n";
+  page += "<p>END</p></body></html>";
+  std::string path = folder_.write("slow.html", page);
+  struct Row {
+    const char* name;
+    double seconds;
+    bool cut;
+  };
+  const Row rows[] = {{"a moment", 0.001, true}, {"0: no limit", 0, false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    PropertyDictionary defaults{{"ReaderTimeLimit", PropertyValue(row.seconds)}};
+    folder_.write("config/ulvekbot/defaults.plist", *xmlPropertyList(PropertyValue(defaults)));
+    std::filesystem::remove(logPath());
+    ChildProcess daemon = startDaemon({});
+    client([&](testing::ServiceClient& client) {
+      std::optional<Error> error;
+      std::optional<ImportResult> result = client.openFile(path, &error);
+      ASSERT_TRUE(result) << error->localizedDescription;
+      const TextString* text = result->string(ImportKey::Text);
+      ASSERT_TRUE(text);
+      EXPECT_EQ(text->find(u"END") == TextString::npos, row.cut);
+    }).join();
+    daemon.stop();
+    std::string log = readWholeFile(logPath());
+    EXPECT_EQ(
+        log.find("Time limit reached, answered the text read so far: " + path) != std::string::npos,
+        row.cut)
+        << log;
+  }
+}
+
 TEST_F(ConcurrentRequestsTest, TerminateAnswersTheRequestsInFlight) {
   struct Row {
     const char* name;

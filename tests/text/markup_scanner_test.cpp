@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/deadline.h"
 #include "piece_feed.h"
 #include "test_support.h"
 
@@ -338,6 +340,52 @@ TEST(MarkupScannerTest, WindowsStopWhenTheHandlerSaysSo) {
   auto thrower = [](const MarkupItem&) -> bool { throw std::runtime_error("bad item"); };
   EXPECT_FALSE(parseXmlInWindows(throwing, thrower, 2));
   EXPECT_TRUE(log.contains("bad item"));
+}
+
+TEST(MarkupScannerTest, APassedDeadlineEndsTheTextWhereTheScanStands) {
+  TextString text;
+  for (int i = 0; i < 10000; ++i) text += u"<p>x</p>";
+  struct Row {
+    const char* name;
+    std::optional<ReadingDeadline::Clock::duration> limit;
+    bool windows;
+    bool whole;
+  };
+  const Row rows[] = {
+      {"no deadline", std::nullopt, false, true},
+      {"no deadline, in windows", std::nullopt, true, true},
+      {"time passed", std::chrono::seconds(0), false, false},
+      {"time passed, in windows", std::chrono::seconds(0), true, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::CapturedLog log;
+    ReadingDeadline deadline(row.limit);
+    std::size_t tags = 0, finals = 0;
+    bool lastWasFinal = false, finalTextEmpty = true;
+    auto handler = [&](const MarkupItem& item) {
+      lastWasFinal = item.isFinal();
+      if (lastWasFinal) {
+        ++finals;
+        finalTextEmpty = item.textRun().empty();
+      } else {
+        ++tags;
+      }
+      return false;
+    };
+    testing::PieceFeed feed(text);
+    if (row.windows) {
+      EXPECT_TRUE(parseXmlInWindows(feed, handler, 4096));
+    } else {
+      EXPECT_TRUE(parseXmlWithHandler(text, handler, nullptr, false));
+    }
+    EXPECT_EQ(tags == 20000u, row.whole) << tags;
+    // The handler hears of the end either way, and a cut leaves no half-read text behind it.
+    EXPECT_EQ(finals, 1u);
+    EXPECT_TRUE(lastWasFinal);
+    EXPECT_TRUE(finalTextEmpty);
+    EXPECT_EQ(log.contains("Time limit reached"), !row.whole);
+  }
 }
 
 TEST(MarkupScannerTest, WindowsStayLinearOnHostileInput) {

@@ -6,6 +6,7 @@
 
 #include "base/ascii.h"
 #include "base/base64.h"
+#include "base/deadline.h"
 #include "base/log.h"
 #include "text/encodings.h"
 
@@ -217,6 +218,7 @@ std::optional<std::vector<VCard>> parseVCards(Bytes bytes, std::string_view name
   std::size_t cardsSeen = 0;
   bool reportedLimit = false;
   for (const std::string& line : logicalLines(text)) {
+    if (readingTimeIsUp()) break;
     if (startsWithIgnoringASCIICase(line, "BEGIN:VCARD")) {
       sawCard = true;
       if (depth++ > 0) continue;

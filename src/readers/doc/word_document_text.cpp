@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 
+#include "base/deadline.h"
 #include "readers/xml/document_text.h"
 #include "text/encodings.h"
 
@@ -147,6 +148,7 @@ class PieceTable {
     for (; piece != pieces_.end() && piece->start < end; ++piece) {
       std::uint32_t from = std::max(start, piece->start), to = std::min(end, piece->end);
       for (std::uint32_t cp = from; cp < to; ++cp) {
+        if (readingTimeIsUp()) return;
         std::size_t index = cp - piece->start;
         if (piece->compressed) {
           std::size_t fc = piece->offset + index;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "base/deadline.h"
 #include "platform/open_beneath.h"
 #include "readers/xml/document_text.h"
 
@@ -191,6 +192,7 @@ class RTFParser {
   ReaderOutput parse() {
     groups_.push_back(Group{});
     while (at_ < input_.size()) {
+      if (readingTimeIsUp()) break;
       char c = input_[at_];
       if (c == '{') {
         flushBytes();

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "base/deadline.h"
 #include "base/log.h"
 #include "metadata/metadata_store.h"
 #include "platform/file_bytes.h"
@@ -101,6 +102,11 @@ class SheetScanner {
     for (std::size_t i = 0; i < size; ++i) {
       char16_t c = units[i];
       if (c < 128 ? !special_[c] : !isWideTerminator(c)) continue;
+      // Out of time: the rows read so far, without the one half read.
+      if (readingTimeIsUp()) {
+        sheet_.dropOpenRow();
+        return std::move(sheet_);
+      }
       if (c == u'"') {
         if (quoted_ && i == fieldStart_) i = quotedPart(i + 1) - 1;
       } else if (c == separator_) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "base/deadline.h"
 #include "reader_output_printer.h"
 #include "readers/doc/word_document_reader.h"
 #include "readers/doc/word_document_text.h"
@@ -258,6 +259,29 @@ TEST(WordDocumentText, OverlappingPiecesStayBounded) {
   WordDocumentText text = textOf(streams);
   EXPECT_LE(text.text.size(), streams.wordDocument.size());
   EXPECT_FALSE(text.damage.empty());
+}
+
+TEST(WordDocumentText, APassedDeadlineKeepsTheTextSoFar) {
+  std::u16string body;
+  for (int i = 0; i < 20000; ++i) body += u"word " + std::u16string(1, u'a' + i % 26) + u"\r";
+  body += u"END\r";
+  WordStreams streams = makeStreams({{body, true}});
+  struct Row {
+    const char* name;
+    std::optional<ReadingDeadline::Clock::duration> limit;
+    bool whole;
+  };
+  const Row rows[] = {{"no deadline", std::nullopt, true},
+                      {"time to spare", std::chrono::hours(1), true},
+                      {"time passed", std::chrono::seconds(0), false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::CapturedLog log;
+    ReadingDeadline deadline(row.limit);
+    std::u16string text = textOf(streams).text;
+    EXPECT_EQ(text.find(u"END") != std::u16string::npos, row.whole);
+    EXPECT_EQ(log.contains("Time limit reached"), !row.whole);
+  }
 }
 
 // ---- Containers ------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include "base/deadline.h"
 #include "metadata/metadata_store.h"
 #include "readers/wordperfect/sheet.h"
 #include "test_support.h"
@@ -92,6 +93,30 @@ TEST(Sheet, HugeInputStaysLinear) {
   EXPECT_EQ(columns, 1000000u);
   std::u16string quotes(2000000, u'"');
   (void)valuesSeparatedByTab(quotes, false, true, kNoRowLimit);
+}
+
+TEST(Sheet, APassedDeadlineKeepsTheRowsSoFar) {
+  std::u16string text;
+  for (int i = 0; i < 100000; ++i) text += u"a,b\n";
+  struct Row {
+    const char* name;
+    std::optional<ReadingDeadline::Clock::duration> limit;
+    bool whole;
+  };
+  const Row rows[] = {{"no deadline", std::nullopt, true},
+                      {"time to spare", std::chrono::hours(1), true},
+                      {"time passed", std::chrono::seconds(0), false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::CapturedLog log;
+    ReadingDeadline deadline(row.limit);
+    Sheet sheet = valuesSeparatedByTab(text, false, true, kNoRowLimit);
+    EXPECT_EQ(sheet.size() == 100000u, row.whole) << sheet.size();
+    for (std::size_t i = 0; i < sheet.size(); ++i) {
+      ASSERT_EQ(sheet.row(i), (SheetRow{u"a", u"b"})) << "row " << i << " whole";
+    }
+    EXPECT_EQ(log.contains("Time limit reached"), !row.whole);
+  }
 }
 
 TEST(Sheet, Files) {
