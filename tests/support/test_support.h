@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/deadline.h"
 #include "base/log.h"
 #include "base/property_value.h"
 #include "base/text_string.h"
@@ -28,6 +31,17 @@ class TemporaryFolder {
 };
 
 // Collects log lines while alive instead of writing them to stderr.
+// The deadlines a reader's cut-off test runs under: with none, or one far off, the input is read
+// whole; one already passed stops the reader early.
+struct DeadlineCase {
+  const char* name;
+  std::optional<ReadingDeadline::Clock::duration> limit;
+  bool whole;
+};
+inline const DeadlineCase kDeadlineCases[] = {{"no deadline", std::nullopt, true},
+                                              {"time to spare", std::chrono::hours(1), true},
+                                              {"time passed", std::chrono::seconds(0), false}};
+
 class CapturedLog {
  public:
   CapturedLog();

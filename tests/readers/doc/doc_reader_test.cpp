@@ -266,15 +266,7 @@ TEST(WordDocumentText, APassedDeadlineKeepsTheTextSoFar) {
   for (int i = 0; i < 20000; ++i) body += u"word " + std::u16string(1, u'a' + i % 26) + u"\r";
   body += u"END\r";
   WordStreams streams = makeStreams({{body, true}});
-  struct Row {
-    const char* name;
-    std::optional<ReadingDeadline::Clock::duration> limit;
-    bool whole;
-  };
-  const Row rows[] = {{"no deadline", std::nullopt, true},
-                      {"time to spare", std::chrono::hours(1), true},
-                      {"time passed", std::chrono::seconds(0), false}};
-  for (const Row& row : rows) {
+  for (const testing::DeadlineCase& row : testing::kDeadlineCases) {
     SCOPED_TRACE(row.name);
     testing::CapturedLog log;
     ReadingDeadline deadline(row.limit);

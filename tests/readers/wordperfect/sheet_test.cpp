@@ -98,15 +98,7 @@ TEST(Sheet, HugeInputStaysLinear) {
 TEST(Sheet, APassedDeadlineKeepsTheRowsSoFar) {
   std::u16string text;
   for (int i = 0; i < 100000; ++i) text += u"a,b\n";
-  struct Row {
-    const char* name;
-    std::optional<ReadingDeadline::Clock::duration> limit;
-    bool whole;
-  };
-  const Row rows[] = {{"no deadline", std::nullopt, true},
-                      {"time to spare", std::chrono::hours(1), true},
-                      {"time passed", std::chrono::seconds(0), false}};
-  for (const Row& row : rows) {
+  for (const testing::DeadlineCase& row : testing::kDeadlineCases) {
     SCOPED_TRACE(row.name);
     testing::CapturedLog log;
     ReadingDeadline deadline(row.limit);
