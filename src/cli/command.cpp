@@ -58,20 +58,21 @@ PropertyValue splitList(const PropertyValue& value) {
 
 }  // namespace
 
-ImportResult withListsAsArrays(const ImportResult& result) {
-  PropertyDictionary values = result.values();
-  for (std::string_view key : ImportKey::JoinedLists) {
-    auto found = values.find(key);
-    if (found != values.end()) found->second = splitList(found->second);
-  }
-  return ImportResult::fromValues(std::move(values));
-}
-
+// Written member by member: a long text goes to the stream without a copy of the result or a
+// whole JSON string beside it.
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra) {
-  std::string json = toJson(withListsAsArrays(result));
   out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path));
-  if (json.size() > 2) out << ',' << std::string_view(json).substr(1, json.size() - 2);
+  forEachJsonMember(result, [&](std::string_view key, const PropertyValue& value) {
+    out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':';
+    const bool joinedList = std::find(ImportKey::JoinedLists.begin(), ImportKey::JoinedLists.end(),
+                                      key) != ImportKey::JoinedLists.end();
+    if (joinedList) {
+      writeJson(out, splitList(value));
+    } else {
+      writeJson(out, value);
+    }
+  });
   for (const auto& [key, value] : extra)
     out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':' << toJson(value);
   out << "}\n";

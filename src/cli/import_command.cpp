@@ -348,22 +348,25 @@ ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const Item& item
     if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
       if (const std::uint64_t* value = size->unsignedInteger()) outcome.bytes = *value;
     }
-    std::optional<std::string> text;
-    if (const TextString* value = result.string(ImportKey::Text))
-      text = cutText(toUtf8(*value), options_.maxText);
+    // The UTF-8 copy of the text only where it is printed as such or cut.
+    const bool hasText = result.string(ImportKey::Text) != nullptr;
+    auto cutUtf8Text = [&] {
+      const TextString* value = result.string(ImportKey::Text);
+      return value ? cutText(toUtf8(*value), options_.maxText) : std::string();
+    };
     PropertyDictionary extra = typeMembers(details.contentType);
     if (details.failure) {
       outcome.failure = details.failure;
       outcome.logged = true;
       extra["Error"] = errorMember(*details.failure);
-    } else if (!text && withoutTextByNature(details.contentType)) {
+    } else if (!hasText && withoutTextByNature(details.contentType)) {
       outcome.byNature = true;
     }
     if (options_.textOnly) {
-      out << text.value_or("") << kFormFeed;
+      out << cutUtf8Text() << kFormFeed;
     } else {
-      if (text && options_.maxText != kNoLimit)
-        result.putOrRemove(ImportKey::Text, PropertyValue::fromUtf8(*text));
+      if (hasText && options_.maxText != kNoLimit)
+        result.putOrRemove(ImportKey::Text, PropertyValue::fromUtf8(cutUtf8Text()));
       printResult(out, result, path, extra);
     }
   } catch (const std::exception& exception) {
