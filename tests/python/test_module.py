@@ -7,6 +7,7 @@ import datetime
 import json
 import math
 import os
+import pickle
 import plistlib
 import shutil
 import subprocess
@@ -22,6 +23,8 @@ BINARY_DIR = os.environ["ULVEK_BINARY_DIR"]
 SOURCE_DIR = os.environ["ULVEK_SOURCE_DIR"]
 DATA = os.path.join(SOURCE_DIR, "tests", "data")
 CLI = os.path.join(BINARY_DIR, "src", "ulvekbot")
+SAMPLE = os.path.join(SOURCE_DIR, "samples", "welcome.html")
+MISSING = os.path.join(DATA, "no-such-file.txt")
 
 
 def comparable(value):
@@ -103,6 +106,13 @@ def test_import_tree_keeps_the_order_of_one_job(cli_imports):
                 for path, result in answers} == cli_imports
 
 
+def test_import_tree_lists_what_it_could_not_read_in_its_place():
+    named = [MISSING, SAMPLE, os.path.join(DATA, "vcf")]
+    answers = {path: comparable(result) for path, result in ulvekbot.import_tree(named, jobs=2)}
+    assert answers == cli_results("import", "-q", "-j", "1", *named)
+    assert answers[MISSING] == {"Error": {"kind": "not-found", "message": "No such file or directory"}}
+
+
 def test_threads_importing_at_once_give_the_same_answers(cli_imports):
     paths = list(cli_imports) * 2
     with concurrent.futures.ThreadPoolExecutor(4) as pool:
@@ -111,7 +121,6 @@ def test_threads_importing_at_once_give_the_same_answers(cli_imports):
 
 
 # (name, module call, command line arguments): the other functions against their commands.
-SAMPLE = os.path.join(SOURCE_DIR, "samples", "welcome.html")
 BOOK = os.path.join(DATA, "epub")
 ROWS = [
     ("attributes", lambda: ulvekbot.attributes(SAMPLE), ["attributes", SAMPLE]),
@@ -136,7 +145,6 @@ def test_formats_answer_the_formats_command():
 
 
 # (name, call, expected kind): what fails raises Error with the kind the command line names.
-MISSING = os.path.join(DATA, "no-such-file.txt")
 FAILURES = [
     ("missing file", lambda: ulvekbot.import_file(MISSING), "not-found"),
     ("missing item's attributes", lambda: ulvekbot.attributes(MISSING), "not-found"),
@@ -152,6 +160,9 @@ def test_failures_raise_their_kind(name, call, kind):
         call()
     assert raised.value.kind == kind
     assert raised.value.message
+    copy = pickle.loads(pickle.dumps(raised.value))
+    assert (copy.kind, copy.message, copy.path, str(copy)) == (
+        kind, raised.value.message, raised.value.path, str(raised.value))
 
 
 def test_arguments_are_checked():

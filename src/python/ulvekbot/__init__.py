@@ -49,6 +49,10 @@ class Error(Exception):
         self.path = path
         self.result = result
 
+    # Raised in a Dask or multiprocessing worker, it is pickled back whole.
+    def __reduce__(self):
+        return (Error, (self.kind, self.message, self.path, self.result))
+
 
 def _answer(path, answer):
     result, error = answer
