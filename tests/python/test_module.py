@@ -165,6 +165,19 @@ def test_failures_raise_their_kind(name, call, kind):
         kind, raised.value.message, raised.value.path, str(raised.value))
 
 
+def test_timeout_bounds_the_readers_as_the_time_limit_does():
+    with tempfile.TemporaryDirectory() as folder:
+        page = os.path.join(folder, "long.html")
+        with open(page, "w") as out:
+            out.write("<html><body>" + "<p>words and more words</p>" * 200000 + "</body></html>")
+        with pytest.raises(ulvekbot.Error) as raised:
+            ulvekbot.import_file(page, timeout=1e-6)
+        (line,) = cli_lines("import", "--time-limit", "0.000001", page)
+    assert raised.value.kind == line["Error"]["kind"] == "timed-out"
+    assert len(raised.value.result["Text"]) < 200000 * len("words and more words")
+    assert ulvekbot.import_file(SAMPLE, timeout=30)["Title"] == "Welcome to ulvekbot"
+
+
 def test_arguments_are_checked():
     with pytest.raises(ValueError, match="OCR"):
         ulvekbot.import_file(SAMPLE, ocr="eng")
