@@ -22,6 +22,7 @@
 #include "import/mime_type_helper.h"
 #include "import/route_table.h"
 #include "platform/formats.h"
+#include "service/json.h"
 
 namespace py = pybind11;
 
@@ -40,13 +41,21 @@ py::str textOf(TextView text) {
 // Dates as aware datetimes in UTC; microseconds are kept exactly, which a float timestamp
 // would not.
 py::object dateOf(Date date) {
-  static py::object epoch = [] {
+  // Kept for the life of the process: destroyed at exit, they would outlive the interpreter.
+  static const py::object* epoch = [] {
     py::module_ datetime = py::module_::import("datetime");
-    return datetime.attr("datetime")(1970, 1, 1,
-                                     py::arg("tzinfo") = datetime.attr("timezone").attr("utc"));
+    return new py::object(datetime.attr("datetime")(
+        1970, 1, 1, py::arg("tzinfo") = datetime.attr("timezone").attr("utc")));
   }();
-  static py::object timedelta = py::module_::import("datetime").attr("timedelta");
-  return epoch + timedelta(py::arg("microseconds") = date.microseconds);
+  static const py::object* timedelta =
+      new py::object(py::module_::import("datetime").attr("timedelta"));
+  try {
+    return *epoch + (*timedelta)(py::arg("microseconds") = date.microseconds);
+  } catch (const py::error_already_set& error) {
+    // Years before 1 and after 9999 have no datetime: they stay the command line's text.
+    if (!error.matches(PyExc_OverflowError)) throw;
+    return py::str(isoDateString(date));
+  }
 }
 
 py::object toPython(const PropertyValue& value) {
