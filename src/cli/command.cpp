@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "base/error.h"
+#include "import/item_import.h"
 #include "service/json.h"
 
 namespace ulvek::cli {
@@ -40,24 +41,6 @@ const Command* findCommand(std::string_view name) {
   return nullptr;
 }
 
-namespace {
-
-// The items of a line-feed-joined list; a value that is no string stays as it is.
-PropertyValue splitList(const PropertyValue& value) {
-  const TextString* joined = value.string();
-  if (!joined) return value;
-  PropertyArray items;
-  std::size_t start = 0;
-  while (start <= joined->size()) {
-    std::size_t end = std::min(joined->find(u'\n', start), joined->size());
-    items.emplace_back(joined->substr(start, end - start));
-    start = end + 1;
-  }
-  return PropertyValue(std::move(items));
-}
-
-}  // namespace
-
 // Written member by member: a long text goes to the stream without a copy of the result or a
 // whole JSON string beside it.
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
@@ -65,9 +48,7 @@ void printResult(std::ostream& out, const ImportResult& result, std::string_view
   out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path));
   forEachJsonMember(result, [&](std::string_view key, const PropertyValue& value) {
     out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':';
-    const bool joinedList = std::find(ImportKey::JoinedLists.begin(), ImportKey::JoinedLists.end(),
-                                      key) != ImportKey::JoinedLists.end();
-    if (joinedList) {
+    if (isJoinedList(key)) {
       writeJson(out, splitList(value));
     } else {
       writeJson(out, value);
