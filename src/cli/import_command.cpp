@@ -17,6 +17,7 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -61,6 +62,8 @@ struct Options {
   std::vector<std::string> excludes;
   bool followLinks = false;
   std::size_t jobs = usableCores();
+  std::optional<bool> ocr;  // --ocr, --no-ocr; nothing: the user defaults decide
+  std::string ocrLanguages;
 };
 
 // A package, or a folder that its name makes one document (an unpacked book): one item, as the
@@ -352,6 +355,7 @@ ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const Item& item
     if (const TextString* value = result.string(ImportKey::Text))
       text = cutText(toUtf8(*value), options_.maxText);
     PropertyDictionary extra = typeMembers(details.contentType);
+    if (details.textSource) extra["TextSource"] = PropertyValue::fromUtf8(*details.textSource);
     if (details.failure) {
       outcome.failure = details.failure;
       outcome.logged = true;
@@ -430,6 +434,12 @@ int ImportRun::run() {
     limits.time = std::chrono::milliseconds(static_cast<long long>(options_.timeout * 1000));
     MetaDataImporter::sharedImporter().setLimits(limits);
   }
+  if (options_.ocr || !options_.ocrLanguages.empty()) {
+    OCRSettings ocr = MetaDataImporter::sharedImporter().ocr();
+    if (options_.ocr) ocr.enabled = *options_.ocr;
+    if (!options_.ocrLanguages.empty()) ocr.languages = options_.ocrLanguages;
+    MetaDataImporter::sharedImporter().setOCR(ocr);
+  }
   for (const std::string& path : *paths) collect(path);
   if (skippedLinks_ > 0 && !options_.quiet) {
     std::string count = std::to_string(skippedLinks_) + (skippedLinks_ == 1 ? " link" : " links");
@@ -469,7 +479,8 @@ Examples:
   ulvekbot import --max-depth 1 --exclude '*.log' ~/Projects
   find ~/Mail -name '*.eml' -print0 | ulvekbot import -q -0 - > mail.jsonl
   ulvekbot import --text -o report.txt report.pdf
-  ulvekbot import --timeout=5 ~/Downloads | jq -r .Title)";
+  ulvekbot import --timeout=5 ~/Downloads | jq -r .Title
+  ulvekbot import --ocr-lang deu+eng --text scanned-letter.pdf)";
 
 CommandAction define(CLI::App& command) {
   auto options = std::make_shared<Options>();
@@ -517,6 +528,17 @@ CommandAction define(CLI::App& command) {
       ->type_name("GLOB")
       ->allow_extra_args(false);
   command.add_flag("-L,--follow", options->followLinks, "Follow links inside folders");
+  command.add_flag_callback(
+      "--ocr", [options] { options->ocr = true; },
+      "Read scanned pages and pictures of text with Tesseract (the default unless the user "
+      "default DisableOCR is set); such text is marked \"TextSource\": \"ocr\" or \"mixed\"");
+  command.add_flag_callback(
+      "--no-ocr", [options] { options->ocr = false; }, "Never read text by OCR");
+  command
+      .add_option("--ocr-lang", options->ocrLanguages,
+                  "Tesseract languages to read with, such as deu+eng (default: the user default "
+                  "OCRLanguages, else the locale's language where installed and English)")
+      ->type_name("LANGS");
   command
       .add_option("-j,--jobs", options->jobs,
                   "Import N files at a time (default: the number of cores); the output keeps "
