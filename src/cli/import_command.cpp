@@ -63,6 +63,7 @@ struct Options {
   bool followLinks = false;
   std::size_t jobs = usableCores();
   std::optional<bool> ocr;  // --ocr, --no-ocr; nothing: the user defaults decide
+  bool ocrFlag = false, noOcrFlag = false;
   std::string ocrLanguages;
 };
 
@@ -528,12 +529,11 @@ CommandAction define(CLI::App& command) {
       ->type_name("GLOB")
       ->allow_extra_args(false);
   command.add_flag("-L,--follow", options->followLinks, "Follow links inside folders");
-  command.add_flag_callback(
-      "--ocr", [options] { options->ocr = true; },
+  CLI::Option* ocrOn = command.add_flag(
+      "--ocr", options->ocrFlag,
       "Read scanned pages and pictures of text with Tesseract (the default unless the user "
       "default DisableOCR is set); such text is marked \"TextSource\": \"ocr\" or \"mixed\"");
-  command.add_flag_callback(
-      "--no-ocr", [options] { options->ocr = false; }, "Never read text by OCR");
+  CLI::Option* ocrOff = command.add_flag("--no-ocr", options->noOcrFlag, "Never read text by OCR");
   command
       .add_option("--ocr-lang", options->ocrLanguages,
                   "Tesseract languages to read with, such as deu+eng (default: the user default "
@@ -546,7 +546,12 @@ CommandAction define(CLI::App& command) {
       ->type_name("N")
       ->check(CLI::PositiveNumber);
   command.footer(std::string(kFooter));
-  return [options](CommandIO& io) { return ImportRun(*options, io).run(); };
+  // The last of --ocr and --no-ocr wins.
+  return [options, ocrOn, ocrOff, &command](CommandIO& io) {
+    for (CLI::Option* option : command.parse_order())
+      if (option == ocrOn || option == ocrOff) options->ocr = option == ocrOn;
+    return ImportRun(*options, io).run();
+  };
 }
 
 const CommandRegistration registration{
