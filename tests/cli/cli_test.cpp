@@ -225,6 +225,13 @@ TEST_F(CommandLineTest, ImportReadsScansByOCR) {
        "ocr",
        "(1 page, language eng)"},
       {"a text layer", {(data / "text-layer.pdf").string()}, "marigold", nullptr, nullptr},
+      // Each costs its own file only, quickly.
+      {"a picture declaring 100000 by 100000 pixels",
+       {(data / "hostile-huge.png").string()},
+       nullptr,
+       nullptr,
+       "too big to read"},
+      {"a cut TIFF", {(data / "hostile-truncated.tif").string()}, nullptr, nullptr, nullptr},
       {"a language not installed",
        {"--ocr-lang", "xyz", scan},
        nullptr,
