@@ -50,7 +50,7 @@ Run timedCommand(const std::string& command) {
 double daemonSeconds(const std::vector<std::string>& paths, int clients, bool inTurn) {
   auto importAll = [&] {
     auto client = ulvek::testing::ServiceClient::connect(nullptr);
-    if (!client) return false;
+    if (!client || !client->waitForService(std::chrono::seconds(10))) return false;
     for (const std::string& path : paths) (void)client->openFile(path, nullptr);
     return true;
   };

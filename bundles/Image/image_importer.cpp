@@ -1,6 +1,7 @@
 // Image.mdimporter: EXIF, IPTC and XMP of JPEG, PNG, TIFF, WebP, HEIF and raw camera files,
 // read with Exiv2, and a PNG file's own text chunks with libpng. XMP wins over IPTC, IPTC over
-// EXIF, EXIF over the PNG chunks. No text content.
+// EXIF, EXIF over the PNG chunks. Pictures of text (JPEG, PNG, every page of a TIFF, WebP, GIF,
+// BMP) answer the text Tesseract reads in them, when it is sure enough of it.
 
 #include <exiv2/exiv2.hpp>
 
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "importer_plugin.h"
+#include "ocr.h"
 #include "png_text.h"
 
 namespace {
@@ -139,7 +141,35 @@ std::optional<double> gpsCoordinate(const Exiv2::ExifData& exif, const char* key
   return degrees;
 }
 
-bool importImage(Attributes& out, const char*, const char* path) {
+// The kinds Leptonica decodes; raw camera files and HEIF hold photographs, not pages.
+bool readableForText(const std::string& contentType) {
+  for (const char* type : {"public.jpeg", "public.png", "public.tiff", "org.webmproject.webp",
+                           "com.compuserve.gif", "com.microsoft.bmp"})
+    if (contentType == type) return true;
+  return false;
+}
+
+// What is left of the host's time, less a share for sending the answer, and at most the OCR
+// budget.
+std::optional<ulvek::plugin::ocr::Clock::time_point> readingDeadline(
+    const Attributes& out, const ulvek::plugin::ocr::Settings& settings) {
+  using Clock = ulvek::plugin::ocr::Clock;
+  auto budget = settings.timeLimit;
+  if (auto left = out.timeLeft()) budget = std::min(budget, *left * 0.9);
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(budget);
+}
+
+void readText(Attributes& out, const std::string& contentType, const char* path) {
+  namespace ocr = ulvek::plugin::ocr;
+  ocr::Settings settings = ocr::settingsOf(out);
+  if (!settings.enabled || !readableForText(contentType)) return;
+  ocr::PictureText text = ocr::readPicture(path, settings, readingDeadline(out, settings));
+  if (text.text.empty()) return;
+  out.string("kMDItemTextContent", text.text);
+  out.string(ulvek::plugin::kTextSource, "ocr");
+}
+
+bool importImage(Attributes& out, const char* contentType, const char* path) {
   Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
   // HEIF, AVIF and CR3 are off until asked for.
   Exiv2::enableBMFF(true);
@@ -222,6 +252,7 @@ bool importImage(Attributes& out, const char*, const char* path) {
     bool belowSea = below != exif.end() && below->count() > 0 && below->toLong(0) == 1;
     out.number("kMDItemAltitude", belowSea ? -*altitude : *altitude);
   }
+  readText(out, contentType ? contentType : "", path);
   return true;
 }
 

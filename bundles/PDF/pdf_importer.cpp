@@ -1,11 +1,13 @@
 // PDF.mdimporter: PDF documents read with poppler, pages shared out to the cores and joined in
 // reading order (what was read when the host's time runs out), with the document information;
 // PostScript, EPS and Illustrator files are first turned into PDF by Ghostscript, run as a child
-// with a time limit into a temporary folder of the service's own.
+// with a time limit into a temporary folder of the service's own. Pages without text (scans) are
+// rendered in grey and read by Tesseract, within a time budget of their own.
 
 #include <fcntl.h>
 #include <poppler/cpp/poppler-document.h>
 #include <poppler/cpp/poppler-global.h>
+#include <poppler/cpp/poppler-page-renderer.h>
 #include <poppler/cpp/poppler-page.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -16,6 +18,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -25,6 +28,7 @@
 #include <vector>
 
 #include "importer_plugin.h"
+#include "ocr.h"
 #include "platform/open_beneath.h"
 #include "platform/sandbox.h"
 #include "poppler_text.h"
@@ -39,6 +43,15 @@ namespace fs = std::filesystem;
 
 // Ghostscript may take this long for one document; a PostScript loop must not hang the worker.
 constexpr std::chrono::seconds kGhostscriptLimit{20};
+// A page with fewer letters than this has no text layer worth keeping: a scan, perhaps with a
+// page number or the stray glyphs of a failed earlier OCR.
+constexpr std::size_t kFewestLetters = 8;
+// A rendered page is at most this big, whatever size the page claims.
+constexpr long long kMostPagePixels = 40'000'000;
+
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+namespace ocr = ulvek::plugin::ocr;
 
 // Document information as people read it: without the line ends some writers leave around it.
 std::string info(const poppler::ustring& text) {
@@ -166,6 +179,79 @@ class BundleDocument {
   std::string path_;
 };
 
+std::size_t letters(const std::string& text) {
+  return std::count_if(text.begin(), text.end(),
+                       [](char c) { return !std::isspace(static_cast<unsigned char>(c)); });
+}
+
+// A rendered page with nothing dark on it is blank: no reason to read it.
+bool isBlank(const poppler::image& image) {
+  const char* data = image.const_data();
+  for (int y = 0; y < image.height(); ++y) {
+    const auto* row = reinterpret_cast<const unsigned char*>(data + y * image.bytes_per_row());
+    for (int x = 0; x < image.width(); ++x)
+      if (row[x] < 128) return false;
+  }
+  return true;
+}
+
+// Tesseract's reading of one page rendered in grey at `dpi` (less for pages too big for it);
+// nothing for a blank page or one not read before `deadline`.
+std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engine, int dpi,
+                                         Clock::time_point deadline, bool& late) {
+  poppler::rectf box = page.page_rect(poppler::crop_box);
+  double pixels = box.width() / 72.0 * dpi * box.height() / 72.0 * dpi;
+  if (pixels > double(kMostPagePixels))
+    dpi = static_cast<int>(dpi * std::sqrt(kMostPagePixels / pixels));
+  if (dpi < 10) return std::nullopt;
+  poppler::page_renderer renderer;
+  renderer.set_image_format(poppler::image::format_gray8);
+  renderer.set_render_hint(poppler::page_renderer::antialiasing, true);
+  renderer.set_render_hint(poppler::page_renderer::text_antialiasing, true);
+  poppler::image image = renderer.render_page(&page, dpi, dpi);
+  if (!image.is_valid() || isBlank(image)) return std::nullopt;
+  ocr::Reading reading =
+      engine.read(reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
+                  image.height(), image.bytes_per_row(), dpi, deadline);
+  late = reading.timedOut;
+  if (late || reading.text.empty()) return std::nullopt;
+  return reading.text;
+}
+
+// The pages of `text` that have no text of their own, read by OCR in page order until
+// `deadline`; the pages after one not read in time are left out, as a stopped reading answers
+// a beginning of the text. Answers the pages recognised.
+int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
+                          const ocr::Settings& settings, Clock::time_point deadline,
+                          const std::string& path) {
+  ocr::Engine* engine = nullptr;
+  int recognized = 0, tried = 0;
+  for (std::size_t index = 0; index < text.pages.size(); ++index) {
+    if (letters(text.pages[index]) >= kFewestLetters) continue;
+    std::unique_ptr<poppler::page> page(document.create_page(static_cast<int>(index)));
+    if (!page) continue;
+    if (!engine)
+      engine = ocr::Engine::forLanguages(settings.languages.empty() ? ocr::defaultLanguages()
+                                                                    : settings.languages);
+    if (!engine) return 0;
+    bool late = false;
+    std::optional<std::string> read =
+        recognizePage(*page, *engine, settings.resolution, deadline, late);
+    if (late) {
+      std::fprintf(stderr, "OCR: time limit reached after %d pages of %s\n", tried, path.c_str());
+      text.pages.resize(index);
+      text.complete = false;
+      break;
+    }
+    ++tried;
+    if (!read) continue;
+    text.pages[index] = std::move(*read);
+    ++recognized;
+  }
+  if (tried > 0) ocr::logReading(path, tried, engine->languages());
+  return recognized;
+}
+
 bool readPDF(Attributes& out, const std::string& path) {
   std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
   if (!document) return false;
@@ -191,19 +277,38 @@ bool readPDF(Attributes& out, const std::string& path) {
     out.number("kMDItemPageHeight", box.height());
   }
   // What the host allows, less a share for sending the answer (at least 50 ms, which a busy
-  // machine may take to schedule the worker at all): a stopped reading still answers.
-  std::optional<std::chrono::steady_clock::time_point> deadline;
+  // machine may take to schedule the worker at all): a stopped reading still answers. The host
+  // adds OCR's budget to its time where OCR may run; the text layer keeps the rest.
+  const ocr::Settings settings = ocr::settingsOf(out);
+  const auto started = Clock::now();
+  std::optional<Clock::time_point> deadline, ocrDeadline;
   if (auto left = out.timeLeft()) {
-    using Seconds = std::chrono::duration<double>;
     Seconds reserve = std::clamp(*left * 0.15, Seconds(0.05), Seconds(1.0));
-    deadline = std::chrono::steady_clock::now() +
-               std::chrono::duration_cast<std::chrono::steady_clock::duration>(*left - reserve);
+    Seconds ocrShare = settings.enabled ? std::min(settings.timeLimit, *left * 0.5) : Seconds(0);
+    deadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve - ocrShare);
+    ocrDeadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve);
   }
   ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(
       *document, path, ulvek::plugin::pageThreads(), deadline);
   if (!text.complete)
     std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
                  document->pages(), path.c_str());
+  if (settings.enabled) {
+    Clock::time_point budget =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(settings.timeLimit);
+    if (ocrDeadline) budget = std::min(budget, *ocrDeadline);
+    if (int recognized = recognizeScannedPages(*document, text, settings, budget, path)) {
+      int withText = 0;
+      text.text.clear();
+      for (const std::string& page : text.pages) {
+        if (page.empty()) continue;
+        ++withText;
+        text.text += page;
+        text.text += '\n';
+      }
+      out.string(ulvek::plugin::kTextSource, recognized == withText ? "ocr" : "mixed");
+    }
+  }
   out.string("kMDItemTextContent", text.text);
   return true;
 }

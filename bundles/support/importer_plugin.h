@@ -49,6 +49,12 @@ class Attributes {
     if (seconds < 0) return std::nullopt;
     return std::chrono::duration<double>(seconds);
   }
+  // The host's setting `key` for this import, or nothing.
+  std::optional<std::string> setting(const char* key) const {
+    const char* value = ulvek_attributes_setting(attributes_, key);
+    if (!value) return std::nullopt;
+    return std::string(value);
+  }
 
  private:
   UlvekAttributes* attributes_;
@@ -67,6 +73,10 @@ inline std::optional<double> secondsSince1970(int year, int month, int day, int 
   auto days = sys_days(date).time_since_epoch().count();
   return double(days) * 86400.0 + hour * 3600.0 + minute * 60.0 + second - offsetSeconds;
 }
+
+// Where the text came from, when not from the document's own text: "ocr" where Tesseract read
+// all of it, "mixed" where it read some of the pages.
+inline constexpr const char* kTextSource = "ulvekbot:TextSource";
 
 using ImportFunction = bool (*)(Attributes& attributes, const char* contentType, const char* path);
 

@@ -118,7 +118,8 @@ inline unsigned pageThreads() {
 }
 
 struct PagedText {
-  std::string text;  // as documentText gives it, pages in order
+  std::string text;                // as documentText gives it, pages in order
+  std::vector<std::string> pages;  // the text of each page read, in order
   int pagesRead = 0;
   bool complete = true;  // every page was read before the deadline
 };
@@ -165,6 +166,7 @@ inline PagedText documentTextInParallel(
       break;
     }
     ++result.pagesRead;
+    result.pages.push_back(pages[index]);
     if (pages[index].empty()) continue;
     result.text += pages[index];
     result.text += '\n';

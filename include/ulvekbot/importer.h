@@ -52,7 +52,7 @@ static inline bool ulvek_uuid_equal(UlvekUUID a, UlvekUUID b) {
  * key replaces an earlier one.
  */
 typedef struct UlvekAttributesFunctions {
-  uint32_t version; /* 2; version 1 hosts have no seconds_left */
+  uint32_t version; /* 3; version 1 hosts have no seconds_left, version 2 no setting */
   void (*set_string)(void* attributes, const char* key, const char* utf8);
   void (*set_string_list)(void* attributes, const char* key, const char* const* items,
                           size_t count);
@@ -64,6 +64,9 @@ typedef struct UlvekAttributesFunctions {
   /* Version 2: seconds left before the host stops waiting for this import; negative when it
      sets no limit. An importer that reads in parts answers what it read before then. */
   double (*seconds_left)(void* attributes);
+  /* Version 3: the host's setting `key` for this import ("OCRLanguages", ...) as UTF-8, or NULL
+     when it gives none. The string lives as long as the import. */
+  const char* (*setting)(void* attributes, const char* key);
 } UlvekAttributesFunctions;
 
 typedef struct UlvekAttributes {
@@ -100,6 +103,12 @@ static inline void ulvek_attributes_set_data(UlvekAttributes* a, const char* key
 static inline double ulvek_attributes_seconds_left(UlvekAttributes* a) {
   if (a->functions->version < 2 || !a->functions->seconds_left) return -1;
   return a->functions->seconds_left(a);
+}
+
+/* NULL when the host gives no such setting or is older than version 3. */
+static inline const char* ulvek_attributes_setting(UlvekAttributes* a, const char* key) {
+  if (a->functions->version < 3 || !a->functions->setting) return NULL;
+  return a->functions->setting(a, key);
 }
 
 /*

@@ -29,7 +29,7 @@ _ulvekbot() {
     ;;
   import)
     case $prev in
-    --timeout | --time-limit | --max-text | --max-depth | --exclude | -j | --jobs) return ;;
+    --timeout | --time-limit | --max-text | --max-depth | --exclude | -j | --jobs | --ocr-lang) return ;;
     -o | --output | --files-from)
       _filedir
       return
@@ -37,7 +37,8 @@ _ulvekbot() {
     esac
     if [[ $cur == -* ]]; then
       COMPREPLY=($(compgen -W "--files-from -0 --null --text -o --output -q --quiet --max-text
-        --timeout --time-limit --no-recursive --max-depth --exclude -L --follow -j --jobs --help" -- "$cur"))
+        --timeout --time-limit --no-recursive --max-depth --exclude -L --follow -j --jobs --ocr
+        --no-ocr --ocr-lang --help" -- "$cur"))
       return
     fi
     ;;

@@ -13,6 +13,8 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -46,6 +48,9 @@ struct Options {
   bool noRecursive = false;
   WalkOptions walk;
   std::size_t jobs = usableCores();
+  std::optional<bool> ocr;  // --ocr, --no-ocr; nothing: the user defaults decide
+  bool ocrFlag = false, noOcrFlag = false;
+  std::string ocrLanguages;
 };
 
 // Paths one a line (or NUL-terminated); empty entries are left out.
@@ -228,6 +233,12 @@ int ImportRun::run() {
     limits.time = std::chrono::milliseconds(static_cast<long long>(options_.timeout * 1000));
     MetaDataImporter::sharedImporter().setLimits(limits);
   }
+  if (options_.ocr || !options_.ocrLanguages.empty()) {
+    OCRSettings ocr = MetaDataImporter::sharedImporter().ocr();
+    if (options_.ocr) ocr.enabled = *options_.ocr;
+    if (!options_.ocrLanguages.empty()) ocr.languages = options_.ocrLanguages;
+    MetaDataImporter::sharedImporter().setOCR(ocr);
+  }
   WalkOptions walkOptions = options_.walk;
   walkOptions.recursive = !options_.noRecursive;
   ItemWalk walk(std::move(walkOptions));
@@ -271,7 +282,8 @@ Examples:
   ulvekbot import --max-depth 1 --exclude '*.log' ~/Projects
   find ~/Mail -name '*.eml' -print0 | ulvekbot import -q -0 - > mail.jsonl
   ulvekbot import --text -o report.txt report.pdf
-  ulvekbot import --timeout=5 ~/Downloads | jq -r .Title)";
+  ulvekbot import --timeout=5 ~/Downloads | jq -r .Title
+  ulvekbot import --ocr-lang deu+eng --text scanned-letter.pdf)";
 
 CommandAction define(CLI::App& command) {
   auto options = std::make_shared<Options>();
@@ -319,6 +331,16 @@ CommandAction define(CLI::App& command) {
       ->type_name("GLOB")
       ->allow_extra_args(false);
   command.add_flag("-L,--follow", options->walk.followLinks, "Follow links inside folders");
+  CLI::Option* ocrOn = command.add_flag(
+      "--ocr", options->ocrFlag,
+      "Read scanned pages and pictures of text with Tesseract (the default unless the user "
+      "default DisableOCR is set); such text is marked \"TextSource\": \"ocr\" or \"mixed\"");
+  CLI::Option* ocrOff = command.add_flag("--no-ocr", options->noOcrFlag, "Never read text by OCR");
+  command
+      .add_option("--ocr-lang", options->ocrLanguages,
+                  "Tesseract languages to read with, such as deu+eng (default: the user default "
+                  "OCRLanguages, else the locale's language where installed and English)")
+      ->type_name("LANGS");
   command
       .add_option("-j,--jobs", options->jobs,
                   "Import N files at a time (default: the number of cores); the output keeps "
@@ -326,7 +348,12 @@ CommandAction define(CLI::App& command) {
       ->type_name("N")
       ->check(CLI::PositiveNumber);
   command.footer(std::string(kFooter));
-  return [options](CommandIO& io) { return ImportRun(*options, io).run(); };
+  // The last of --ocr and --no-ocr wins.
+  return [options, ocrOn, ocrOff, &command](CommandIO& io) {
+    for (CLI::Option* option : command.parse_order())
+      if (option == ocrOn || option == ocrOff) options->ocr = option == ocrOn;
+    return ImportRun(*options, io).run();
+  };
 }
 
 const CommandRegistration registration{

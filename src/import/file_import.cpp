@@ -82,6 +82,8 @@ class FileImport {
     if (details) {
       details->contentType = plan_.contentType;
       details->failure = failures.failure();
+      if (textSource_ && result_.string(ImportKey::Text))
+        details->textSource = toUtf8(*textSource_);
     }
     return std::move(result_);
   }
@@ -176,6 +178,7 @@ class FileImport {
   std::optional<TextString> read(Route route) {
     std::optional<ReaderOutput> output = readOutput(route);
     if (!output) return std::nullopt;
+    textSource_ = output->textSource;
     return MIMETypeHelper::copyReaderOutput(*output, result_);
   }
 
@@ -340,6 +343,7 @@ class FileImport {
   std::optional<PropertyDictionary> attributes_;
   std::optional<TextString> address_;
   std::optional<ReaderOutput> attributed_;
+  std::optional<TextString> textSource_;
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "base/deadline.h"
 #include "import/reader_time_limit.h"
+#include "importers/metadata_importer.h"
 #include "metadata/file_size.h"
 #include "platform/content_types.h"
 #include "platform/resource_fork.h"
@@ -107,12 +108,15 @@ ItemAnswer importItem(MIMETypeHelper& helper, const std::string& path, const Ite
     fs::path absolute = fs::absolute(path, error);
     ImportDetails details;
     ReadingDeadline deadline(readingLimitOfSeconds(options.timeLimit));
+    ScopedOCRChoice ocr(options.ocr);
     ImportResult result = helper.openFile(error ? path : absolute.string(), details);
     if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
       if (const std::uint64_t* value = size->unsignedInteger()) answer.bytes = *value;
     }
     const TextString* text = result.string(ImportKey::Text);
     answer.extra = typeMembers(details.contentType);
+    if (details.textSource)
+      answer.extra["TextSource"] = PropertyValue::fromUtf8(*details.textSource);
     if (details.failure) {
       answer.failure = details.failure;
       answer.logged = true;

@@ -22,6 +22,7 @@ struct ItemOptions {
   static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
   std::size_t maxText = kNoLimit;  // bytes of UTF-8 kept of the text
   double timeLimit = 0;            // seconds of in-process reading; 0: none
+  std::optional<bool> ocr;         // read scans by OCR or not; nothing: the settings decide
 };
 
 struct ItemAnswer {

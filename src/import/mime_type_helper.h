@@ -16,6 +16,7 @@ namespace ulvek {
 struct ImportDetails {
   std::optional<std::string> contentType;  // the type the import went by
   std::optional<Failure> failure;          // why the file was not read; nothing when it was
+  std::optional<std::string> textSource;   // "ocr" or "mixed" where the text was recognised
 };
 
 // The service's root object: the eight remote operations and the internal ones they share.

@@ -30,6 +30,7 @@ struct CollectedAttributes {
   UlvekAttributes header;
   PropertyDictionary values;
   std::optional<std::chrono::steady_clock::time_point> deadline;
+  std::map<std::string, std::string, std::less<>> settings;
 };
 
 PropertyDictionary& values(void* attributes) {
@@ -39,7 +40,7 @@ PropertyDictionary& values(void* attributes) {
 bool usable(const char* key) { return key && *key; }
 
 const UlvekAttributesFunctions kFunctions = {
-    2,
+    3,
     [](void* a, const char* key, const char* utf8) {
       if (usable(key) && utf8) values(a)[key] = PropertyValue(fromUtf8(utf8));
     },
@@ -73,6 +74,12 @@ const UlvekAttributesFunctions kFunctions = {
       if (!deadline) return -1;
       std::chrono::duration<double> left = *deadline - std::chrono::steady_clock::now();
       return std::max(0.0, left.count());
+    },
+    [](void* a, const char* key) -> const char* {
+      if (!usable(key)) return nullptr;
+      const auto& settings = static_cast<CollectedAttributes*>(a)->settings;
+      auto found = settings.find(std::string_view(key));
+      return found == settings.end() ? nullptr : found->second.c_str();
     },
 };
 
@@ -154,7 +161,12 @@ class Worker {
     bool wanted = !import || !import->boolean() || *import->boolean();
     std::string contentType = toUtf8(stringField(request, Field::ContentType).value_or(u""));
     std::string path = toUtf8(stringField(request, Field::Path).value_or(u""));
-    CollectedAttributes attributes{{&kFunctions}, {}, {}};
+    CollectedAttributes attributes{{&kFunctions}, {}, {}, {}};
+    if (const PropertyValue* settings = find(request, Field::Settings);
+        settings && settings->dictionary()) {
+      for (const auto& [key, value] : *settings->dictionary())
+        if (value.string()) attributes.settings[key] = toUtf8(*value.string());
+    }
     if (const PropertyValue* deadline = find(request, Field::Deadline);
         deadline && deadline->real())
       attributes.deadline = std::chrono::steady_clock::time_point(

@@ -38,7 +38,43 @@ unsigned long long defaultMemoryLimit() {
   return 2048;
 }
 
+std::optional<double> secondsOf(const PropertyValue& value) {
+  if (value.real()) return *value.real();
+  if (value.integer()) return double(*value.integer());
+  return std::nullopt;
+}
+
 }  // namespace
+
+OCRSettings OCRSettings::fromUserDefaults() {
+  OCRSettings settings;
+  settings.enabled = !userDefaultIsTrue("DisableOCR");
+  if (auto languages = userDefault("OCRLanguages"); languages && languages->string())
+    settings.languages = toUtf8(*languages->string());
+  if (auto dpi = userDefault("OCRResolution")) {
+    if (auto value = secondsOf(*dpi); value && *value >= 50 && *value <= 1200)
+      settings.resolution = static_cast<int>(*value);
+  }
+  if (auto limit = userDefault("OCRTimeLimit")) {
+    if (auto seconds = secondsOf(*limit); seconds && *seconds > 0)
+      settings.timeLimit = std::chrono::duration<double>(*seconds);
+  }
+  return settings;
+}
+
+PropertyDictionary OCRSettings::asSettings() const {
+  PropertyDictionary settings{
+      {"DisableOCR", PropertyValue::fromUtf8(enabled ? "0" : "1")},
+      {"OCRResolution", PropertyValue::fromUtf8(std::to_string(resolution))},
+      {"OCRTimeLimit", PropertyValue::fromUtf8(std::to_string(timeLimit.count()))}};
+  if (!languages.empty()) settings["OCRLanguages"] = PropertyValue::fromUtf8(languages);
+  return settings;
+}
+
+bool mayHoldScans(std::string_view contentType) {
+  return typeConformsTo(contentType, kUTTypePDF) || typeConformsTo(contentType, kUTTypeImage) ||
+         typeConformsTo(contentType, "com.adobe.postscript");
+}
 
 MetaDataImporter& MetaDataImporter::sharedImporter() {
   // Never destroyed (imports may run while statics go away), but its worker is stopped at exit
@@ -53,8 +89,29 @@ MetaDataImporter& MetaDataImporter::sharedImporter() {
 
 MetaDataImporter::MetaDataImporter()
     : workers_({defaultTimeLimit(), defaultMemoryLimit()}),
+      ocr_(OCRSettings::fromUserDefaults()),
       bundles_([this](const std::string& executable) { return preflight(executable); }) {}
 MetaDataImporter::~MetaDataImporter() = default;
+
+namespace {
+thread_local std::optional<bool> ocrChoice;
+}  // namespace
+
+ScopedOCRChoice::ScopedOCRChoice(std::optional<bool> enabled) : previous_(ocrChoice) {
+  if (enabled) ocrChoice = enabled;
+}
+
+ScopedOCRChoice::~ScopedOCRChoice() { ocrChoice = previous_; }
+
+void MetaDataImporter::setOCR(OCRSettings settings) {
+  std::lock_guard guard(ocrLock_);
+  ocr_ = std::move(settings);
+}
+
+OCRSettings MetaDataImporter::ocr() const {
+  std::lock_guard guard(ocrLock_);
+  return ocr_;
+}
 
 bool MetaDataImporter::preflight(const std::string& executable) {
   PropertyDictionary request{
@@ -104,6 +161,11 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
       {std::string(worker::Field::ContentType), PropertyValue::fromUtf8(contentType)},
       {std::string(worker::Field::Path), PropertyValue::fromUtf8(path)},
       {std::string(worker::Field::Import), PropertyValue(import)}};
+  OCRSettings ocr = this->ocr();
+  if (ocrChoice) ocr.enabled = *ocrChoice;
+  request[std::string(worker::Field::Settings)] = PropertyValue(ocr.asSettings());
+  if (import && ocr.enabled && mayHoldScans(contentType))
+    request[std::string(worker::Field::ExtraTime)] = PropertyValue(ocr.timeLimit.count());
   Result<PropertyDictionary> answer = workers_.call(request);
   if (!answer) {
     // A crash, hang or garbage costs this request only: as if the importer said nothing.

@@ -11,6 +11,37 @@
 
 namespace ulvek {
 
+// What the importers of scans and pictures (PDF, Image) are told of OCR, as settings of each
+// call. OCR has a time budget of its own, added to the call's time limit where it may run.
+struct OCRSettings {
+  bool enabled = true;
+  std::string languages;  // "deu+eng"; empty: the importer's choice, the locale's and English
+  int resolution = 300;   // dots per inch of a rendered page
+  std::chrono::duration<double> timeLimit{60};
+
+  // From the user defaults DisableOCR, OCRLanguages, OCRResolution and OCRTimeLimit (seconds).
+  static OCRSettings fromUserDefaults();
+  // As the importers get them: strings by their user defaults' names.
+  PropertyDictionary asSettings() const;
+  bool operator==(const OCRSettings&) const = default;
+};
+
+// While it lives, importer calls on this thread read scans by OCR or not, whatever the settings
+// say: for hosts that choose per file (the Python module's ocr=). Nothing keeps the settings'.
+class ScopedOCRChoice {
+ public:
+  explicit ScopedOCRChoice(std::optional<bool> enabled);
+  ~ScopedOCRChoice();
+  ScopedOCRChoice(const ScopedOCRChoice&) = delete;
+  ScopedOCRChoice& operator=(const ScopedOCRChoice&) = delete;
+
+ private:
+  std::optional<bool> previous_;
+};
+
+// Whether files of `contentType` (lower case) may be read by OCR: PDF, PostScript and pictures.
+bool mayHoldScans(std::string_view contentType);
+
 // The importer host: it finds the bundle that reads a file, calls its importer in the worker
 // process and corrects what a few importers answer. Which bundles there are and what each reads
 // is the registry's (bundles()). Imports may run on several threads at once: each call has a
@@ -41,6 +72,9 @@ class MetaDataImporter {
   void setLimits(WorkerProcess::Limits limits) { workers_.setLimits(limits); }
   WorkerProcess::Limits limits() const { return workers_.limits(); }
   WorkerPool& workers() { return workers_; }
+  // Apply to the calls that start from now on.
+  void setOCR(OCRSettings settings);
+  OCRSettings ocr() const;
 
  private:
   // The importers of a file by its content type (answered in `contentType`, lower case) and
@@ -52,6 +86,8 @@ class MetaDataImporter {
   void unregister(const std::string& bundle);
 
   WorkerPool workers_;
+  mutable std::mutex ocrLock_;
+  OCRSettings ocr_;
   // Guards bundles_ during imports; the preflight it runs calls workers_, which has a lock of its
   // own.
   std::mutex registryLock_;

@@ -297,6 +297,10 @@ Result<PropertyDictionary> WorkerProcess::call(const PropertyDictionary& request
     if (Status started = start(); !started) return started.error();
   }
   auto deadline = std::chrono::steady_clock::now() + limits_.time;
+  if (const PropertyValue* extra = find(request, worker::Field::ExtraTime);
+      extra && extra->real() && *extra->real() > 0)
+    deadline += std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(*extra->real()));
   // A dead reader turns writes into SIGPIPE; the service must not die of that. The signal is held
   // back in this thread only, as other threads may call workers of their own meanwhile, and
   // dropped when the write raised it.

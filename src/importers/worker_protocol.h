@@ -27,6 +27,10 @@ inline constexpr std::string_view Path = "path";
 inline constexpr std::string_view Import = "import";  // false: only create and ask
 // When the host stops waiting: seconds of the system's monotonic clock, which both sides share.
 inline constexpr std::string_view Deadline = "deadline";
+// Seconds the host waits beyond its time limit for this call (OCR's budget), and the settings the
+// importer may ask for (a dictionary of strings).
+inline constexpr std::string_view ExtraTime = "extraTime";
+inline constexpr std::string_view Settings = "settings";
 inline constexpr std::string_view Outcome = "outcome";
 inline constexpr std::string_view Attributes = "attributes";
 inline constexpr std::string_view Read = "read";  // what the importer's import answered

@@ -148,13 +148,15 @@ py::tuple onPath(const std::filesystem::path& path, Operation operation) {
 }
 
 // (dict, None) for an item read, (dict with "Error", error dict) for one that failed.
-py::tuple importItemOf(const std::filesystem::path& path, double timeLimit) {
+py::tuple importItemOf(const std::filesystem::path& path, double timeLimit,
+                       std::optional<bool> ocr) {
   ItemAnswer answer;
   {
     py::gil_scoped_release unlocked;
     MIMETypeHelper helper;
     ItemOptions options;
     options.timeLimit = timeLimit;
+    options.ocr = ocr;
     answer = importItem(helper, path.string(), options);
   }
   py::object failure = answer.failure ? py::object(failureDict(*answer.failure)) : py::none();
@@ -244,6 +246,7 @@ PYBIND11_MODULE(_ulvekbot, module) {
   module.doc() = "The ulvekbot library's imports; use the ulvekbot package, which wraps them.";
   // Each answers (value, None), or (partial value or None, {"kind", "message"}) on failure.
   module.def("import_item", &importItemOf, py::arg("path"), py::arg("time_limit") = 0.0,
+             py::arg("ocr") = py::none(),
              "(result, error) of one file, as a line of `ulvekbot import`.");
   module.def("walk", &walkItems, py::arg("paths"), py::arg("follow_links") = false,
              "[(path, error)] of the files below the paths, as `ulvekbot import` walks them.");

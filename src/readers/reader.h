@@ -29,6 +29,9 @@ using TextList = std::vector<TextString>;
 struct ReaderOutput {
   Convention convention = Convention::Spotlight;
   std::optional<TextString> text;  // in reading order
+  // Where the text came from when not from the document's own text: "ocr" (recognised in
+  // pictures of its pages), "mixed" (some pages recognised).
+  std::optional<TextString> textSource;
 
   std::optional<TextString> title;
   std::optional<TextString> subject;

@@ -21,6 +21,8 @@ constexpr std::pair<std::string_view, StringProperty> kStrings[] = {
     {"kMDItemComposer", &ReaderOutput::composer},
     {"kMDItemURL", &ReaderOutput::url},
     {"kMDItemTextContent", &ReaderOutput::text},
+    // The bundled importers say where a text was recognised.
+    {"ulvekbot:TextSource", &ReaderOutput::textSource},
 };
 
 constexpr std::pair<std::string_view, ListProperty> kLists[] = {
@@ -72,6 +74,7 @@ ReaderOutput pdfDocumentOutput(const PropertyDictionary& attributes) {
   ReaderOutput spotlight = spotlightOutput(attributes);
   ReaderOutput output{.convention = Convention::PDFDocument,
                       .text = std::move(spotlight.text),
+                      .textSource = std::move(spotlight.textSource),
                       .title = std::move(spotlight.title),
                       .subject = std::move(spotlight.description),
                       .keywords = std::move(spotlight.keywords),

@@ -31,6 +31,9 @@ constexpr unsigned long long kLifetimeCpuSeconds = 3600;
 int main(int argc, char** argv) {
   // The worker belongs to its host: it ends when the host does.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // Tesseract's OpenMP threads fight each other and the other workers for the cores; pages are
+  // shared out to workers instead. Read once, when the first plug-in loads OpenMP.
+  ::setenv("OMP_THREAD_LIMIT", "1", 1);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   // The sanitizers reserve terabytes of address space: a limit on it would stop every run.
   constexpr bool kLimitAddressSpace = false;

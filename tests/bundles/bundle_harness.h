@@ -26,6 +26,7 @@ struct CollectingAttributes {
   UlvekAttributes header;
   BundleAttributes values;
   double secondsLeft = -1;  // what the host says of its time limit; negative: none
+  std::map<std::string, std::string> settings;
 };
 
 inline CollectingAttributes& collector(void* attributes) {
@@ -33,7 +34,7 @@ inline CollectingAttributes& collector(void* attributes) {
 }
 
 inline const UlvekAttributesFunctions kCollectingFunctions = {
-    2,
+    3,
     [](void* a, const char* key, const char* utf8) {
       collector(a).values[key] = std::string(utf8);
     },
@@ -48,6 +49,10 @@ inline const UlvekAttributesFunctions kCollectingFunctions = {
       collector(a).values[key] = std::int64_t(length);
     },
     [](void* a) { return collector(a).secondsLeft; },
+    [](void* a, const char* key) -> const char* {
+      auto found = collector(a).settings.find(key);
+      return found == collector(a).settings.end() ? nullptr : found->second.c_str();
+    },
 };
 
 class Bundle {
@@ -69,6 +74,8 @@ class Bundle {
 
   // The time the host says it waits for each import; negative (the default): no limit.
   void setSecondsLeft(double seconds) { secondsLeft_ = seconds; }
+  // A setting the host gives every import ("DisableOCR", "OCRLanguages", ...).
+  void setSetting(const std::string& key, const std::string& value) { settings_[key] = value; }
 
   // With `log`, what the importer writes to standard error during the call (the host's log).
   BundleAttributes import(const std::string& path, const std::string& contentType = "",
@@ -91,7 +98,7 @@ class Bundle {
 
  private:
   BundleAttributes importQuietly(const std::string& path, const std::string& contentType) {
-    CollectingAttributes attributes{{&kCollectingFunctions}, {}, secondsLeft_};
+    CollectingAttributes attributes{{&kCollectingFunctions}, {}, secondsLeft_, settings_};
     if (!factory_) return {};
     void* instance = factory_(nullptr, ULVEK_IMPORTER_TYPE_ID);
     if (!instance) return {};
@@ -110,6 +117,7 @@ class Bundle {
   void* handle_ = nullptr;
   UlvekImporterFactory factory_ = nullptr;
   double secondsLeft_ = -1;
+  std::map<std::string, std::string> settings_;
 };
 
 inline std::string stringOf(const BundleAttributes& values, const std::string& key) {

@@ -201,6 +201,64 @@ TEST_F(CommandLineTest, ImportTimeLimitCutsASlowFile) {
   }
 }
 
+// Scans are read in the sandboxed worker, with a time budget of their own beyond --timeout.
+TEST_F(CommandLineTest, ImportReadsScansByOCR) {
+  const fs::path data = testing::dataPath() / "ocr";
+  const std::string scan = (data / "scan-150dpi.pdf").string();
+  struct OCRRow {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* word;    // in the text; null: no text
+    const char* source;  // TextSource; null: none
+    const char* logged;  // in standard error; null: no OCR line
+  };
+  const std::vector<OCRRow> rows = {
+      {"a scan, past the importer's time limit",
+       {"--timeout", "1", "--ocr-lang", "eng", scan},
+       "lighthouse",
+       "ocr",
+       "OCR: "},
+      {"--no-ocr", {"--no-ocr", scan}, nullptr, nullptr, nullptr},
+      {"--ocr after --no-ocr",
+       {"--no-ocr", "--ocr", "--ocr-lang=eng", scan},
+       "lighthouse",
+       "ocr",
+       "(1 page, language eng)"},
+      {"a text layer", {(data / "text-layer.pdf").string()}, "marigold", nullptr, nullptr},
+      // Each costs its own file only, quickly.
+      {"a picture declaring 100000 by 100000 pixels",
+       {(data / "hostile-huge.png").string()},
+       nullptr,
+       nullptr,
+       "too big to read"},
+      {"a cut TIFF", {(data / "hostile-truncated.tif").string()}, nullptr, nullptr, nullptr},
+      {"a language not installed",
+       {"--ocr-lang", "xyz", scan},
+       nullptr,
+       nullptr,
+       "OCR: no model for xyz"},
+  };
+  for (const OCRRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<std::string> arguments = {"import", "-j1"};
+    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+    testing::ProgramOutput output = run(arguments);
+    EXPECT_EQ(output.status, 0) << output.err;
+    nlohmann::json item = nlohmann::json::parse(output.out);
+    std::string text = item.value("Text", "");
+    std::transform(text.begin(), text.end(), text.begin(), ::tolower);
+    if (row.word)
+      EXPECT_NE(text.find(row.word), std::string::npos) << text;
+    else
+      EXPECT_FALSE(item.contains("Text")) << text;
+    EXPECT_EQ(item.value("TextSource", ""), row.source ? row.source : "");
+    if (row.logged)
+      EXPECT_NE(output.err.find(row.logged), std::string::npos) << output.err;
+    else
+      EXPECT_EQ(output.err.find("OCR"), std::string::npos) << output.err;
+  }
+}
+
 TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
   testing::ProgramOutput output = run({"import", "tree"});
   EXPECT_EQ(output.status, 0) << output.err;
@@ -556,9 +614,10 @@ TEST_F(CommandLineTest, ImportOnSeveralThreadsPrintsWhatOneThreadPrints) {
   for (const JobsRow& row : rows) {
     SCOPED_TRACE(row.name);
     std::vector<std::string> arguments = row.arguments;
-    // A generous limit, so that no importer call times out on one run and not on the other.
-    arguments.insert(arguments.begin(),
-                     {"import", "--timeout=120", "--exclude=*.ps", "--exclude=*.eps", "-j", "1"});
+    // A generous limit, so that no importer call times out on one run and not on the other;
+    // OCR, tested on its own, would only make the runs long.
+    arguments.insert(arguments.begin(), {"import", "--timeout=120", "--exclude=*.ps",
+                                         "--exclude=*.eps", "-j", "1", "--no-ocr"});
     testing::ProgramOutput one = run(arguments);
     arguments[5] = "4";
     testing::ProgramOutput four = run(arguments);

@@ -178,8 +178,19 @@ def test_timeout_bounds_the_readers_as_the_time_limit_does():
     assert ulvekbot.import_file(SAMPLE, timeout=30)["Title"] == "Welcome to ulvekbot"
 
 
+# The tests' user defaults turn OCR off; ocr= overrides them for one call, as the flags do.
+@pytest.mark.parametrize("ocr, flags", [(None, []), (False, ["--no-ocr"]), (True, ["--ocr"])])
+def test_ocr_is_chosen_per_call(ocr, flags):
+    page = os.path.join(DATA, "ocr", "page.png")
+    (line,) = cli_lines("import", *flags, page)
+    line.pop("path")
+    assert comparable(ulvekbot.import_file(page, ocr=ocr)) == line
+    assert ("Text" in line) == (ocr is True)
+    assert line.get("TextSource") == ("ocr" if ocr else None)
+
+
 def test_arguments_are_checked():
-    with pytest.raises(ValueError, match="OCR"):
+    with pytest.raises(TypeError, match="ocr"):
         ulvekbot.import_file(SAMPLE, ocr="eng")
     with pytest.raises(ValueError, match="seconds"):
         ulvekbot.import_file(SAMPLE, timeout=0)

@@ -69,9 +69,10 @@ def _seconds(timeout):
     return float(timeout)
 
 
-def _no_ocr(ocr):
-    if ocr is not None:
-        raise ValueError("ocr: this build of ulvekbot has no OCR; pass ocr=None")
+def _ocr(ocr):
+    if ocr is not None and not isinstance(ocr, bool):
+        raise TypeError("ocr takes True, False or None (the user defaults decide)")
+    return ocr
 
 
 def import_file(path, *, ocr=None, timeout=None):
@@ -79,7 +80,8 @@ def import_file(path, *, ocr=None, timeout=None):
 
     Args:
         path: a str, bytes or os.PathLike naming the file.
-        ocr: None (reserved for OCR of scanned documents; this build has none).
+        ocr: True or False to read scanned pages and pictures of text with Tesseract or not
+            (``--ocr``/``--no-ocr``); None lets the user defaults decide (DisableOCR).
         timeout: seconds the in-process readers may read the file (``--time-limit``); None
             for no limit. Past it the file raises Error("timed-out") whose ``result`` holds
             the text read so far.
@@ -93,8 +95,7 @@ def import_file(path, *, ocr=None, timeout=None):
         Error: the file could not be read (``kind`` says why; ``result`` holds the partial
             result with its "Error" entry).
     """
-    _no_ocr(ocr)
-    return _answer(path, _ulvekbot.import_item(path, _seconds(timeout)))
+    return _answer(path, _ulvekbot.import_item(path, _seconds(timeout), _ocr(ocr)))
 
 
 def import_data(data, url=None, mime_type=None):
@@ -178,14 +179,14 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
     Args:
         path_or_paths: a path, or an iterable of paths (str, bytes or os.PathLike).
         jobs: how many files to read at a time, on threads (None: one a core).
-        ocr: None (reserved for OCR; this build has none).
+        ocr: True, False or None, as for ``import_file``.
         timeout: seconds the in-process readers may read one file; None for no limit.
         follow_links: follow links inside folders.
 
     Yields:
         tuple[str, dict]: the file's path (as named, or as found in a folder) and its result.
     """
-    _no_ocr(ocr)
+    ocr = _ocr(ocr)
     seconds = _seconds(timeout)
     items = _ulvekbot.walk(_paths(path_or_paths), follow_links)
     jobs = _ulvekbot.usable_cores() if jobs is None else int(jobs)
@@ -196,7 +197,7 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
         path, error = item
         if error is not None:
             return {"Error": error}
-        return _ulvekbot.import_item(path, seconds)[0]
+        return _ulvekbot.import_item(path, seconds, ocr)[0]
 
     if jobs == 1:
         for item in items:

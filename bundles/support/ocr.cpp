@@ -1,0 +1,270 @@
+#include "ocr.h"
+
+#include <leptonica/allheaders.h>
+#include <tesseract/baseapi.h>
+#include <tesseract/ocrclass.h>
+#include <unicode/locid.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+
+namespace ulvek::plugin::ocr {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Where Debian's tesseract-ocr-* packages put the models.
+constexpr const char* kDebianModels = "/usr/share/tesseract-ocr/5/tessdata";
+// Tesseract's own folder of models that are no language.
+constexpr const char* kOrientationModel = "osd";
+
+std::optional<double> number(const std::optional<std::string>& text) {
+  if (!text || text->empty()) return std::nullopt;
+  char* end = nullptr;
+  double value = std::strtod(text->c_str(), &end);
+  if (*end || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+bool yes(const std::optional<std::string>& text) {
+  return text && (*text == "1" || *text == "true" || *text == "YES" || *text == "yes");
+}
+
+std::string trimmed(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ' || text.back() == '\f'))
+    text.pop_back();
+  return text;
+}
+
+int countWords(const std::string& text) {
+  std::istringstream in(text);
+  int count = 0;
+  for (std::string word; in >> word;) ++count;
+  return count;
+}
+
+struct PixDeleter {
+  void operator()(Pix* pix) const { pixDestroy(&pix); }
+};
+using PixPointer = std::unique_ptr<Pix, PixDeleter>;
+
+}  // namespace
+
+Settings settingsOf(const Attributes& attributes) {
+  Settings settings;
+  settings.enabled = !yes(attributes.setting("DisableOCR"));
+  if (auto languages = attributes.setting("OCRLanguages")) settings.languages = *languages;
+  if (auto dpi = number(attributes.setting("OCRResolution")); dpi && *dpi >= 50 && *dpi <= 1200)
+    settings.resolution = static_cast<int>(*dpi);
+  if (auto seconds = number(attributes.setting("OCRTimeLimit")); seconds && *seconds > 0)
+    settings.timeLimit = std::chrono::duration<double>(*seconds);
+  return settings;
+}
+
+std::string modelFolder() {
+  if (const char* prefix = std::getenv("TESSDATA_PREFIX"); prefix && *prefix) return prefix;
+  return kDebianModels;
+}
+
+std::vector<std::string> installedLanguages(const std::string& folder) {
+  std::vector<std::string> languages;
+  std::error_code error;
+  for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator();
+       it.increment(error)) {
+    if (it->path().extension() != ".traineddata") continue;
+    std::string name = it->path().stem().string();
+    if (name != kOrientationModel && name != "equ") languages.push_back(name);
+  }
+  std::sort(languages.begin(), languages.end());
+  return languages;
+}
+
+std::string languagesForLocale(const std::string& locale,
+                               const std::vector<std::string>& installed) {
+  std::string language = locale.substr(0, locale.find_first_of("_.@"));
+  if (language.empty() || language == "C" || language == "POSIX") return "eng";
+  // Tesseract names its models by the three-letter codes ICU knows ("deu", "fra").
+  std::string code = icu::Locale(language.c_str()).getISO3Language();
+  if (code.empty() || code == "eng") return "eng";
+  if (std::find(installed.begin(), installed.end(), code) == installed.end()) return "eng";
+  return code + "+eng";
+}
+
+std::string defaultLanguages() {
+  std::string locale;
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    if (const char* value = std::getenv(name); value && *value) {
+      locale = value;
+      break;
+    }
+  }
+  return languagesForLocale(locale, installedLanguages(modelFolder()));
+}
+
+struct Engine::Api {
+  tesseract::TessBaseAPI tesseract;
+};
+
+Engine* Engine::forLanguages(const std::string& languages) {
+  static std::unique_ptr<Engine> engine;
+  static std::string failed;
+  if (engine && engine->languages_ == languages) return engine.get();
+  if (failed == languages) return nullptr;
+  engine.reset(new Engine());
+  engine->api_ = new Api();
+  tesseract::TessBaseAPI& api = engine->api_->tesseract;
+  // Tesseract's complaints about single pages are no news to the host's log.
+  api.SetVariable("debug_file", "/dev/null");
+  if (api.Init(nullptr, languages.c_str(), tesseract::OEM_LSTM_ONLY) != 0) {
+    std::fprintf(stderr, "OCR: no model for %s in %s\n", languages.c_str(), modelFolder().c_str());
+    engine.reset();
+    failed = languages;
+    return nullptr;
+  }
+  api.SetVariable("debug_file", "/dev/null");
+  // Orientation detection needs its own model; without it pages are read as they stand.
+  bool orientation = fs::exists(modelFolder() + "/" + kOrientationModel + ".traineddata");
+  api.SetPageSegMode(orientation ? tesseract::PSM_AUTO_OSD : tesseract::PSM_AUTO);
+  engine->languages_ = languages;
+  return engine.get();
+}
+
+Engine::~Engine() {
+  if (api_) api_->tesseract.End();
+  delete api_;
+}
+
+Reading Engine::read(const unsigned char* pixels, int width, int height, int stride, int dpi,
+                     std::optional<Clock::time_point> deadline) {
+  api_->tesseract.SetImage(pixels, width, height, 1, stride);
+  api_->tesseract.SetSourceResolution(dpi);
+  return recognize(deadline);
+}
+
+Reading Engine::read(Pix* picture, std::optional<Clock::time_point> deadline) {
+  api_->tesseract.SetImage(picture);
+  // Pictures often say nothing of their resolution; a page photographed or scanned whole is
+  // about 300 dpi.
+  int dpi = pixGetXRes(picture);
+  api_->tesseract.SetSourceResolution(dpi >= 70 && dpi <= 1200 ? dpi : 300);
+  return recognize(deadline);
+}
+
+Reading Engine::recognize(std::optional<Clock::time_point> deadline) {
+  tesseract::TessBaseAPI& api = api_->tesseract;
+  Reading reading;
+  tesseract::ETEXT_DESC monitor;
+  if (deadline) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now());
+    if (left.count() <= 0) {
+      reading.timedOut = true;
+      api.Clear();
+      return reading;
+    }
+    monitor.set_deadline_msecs(static_cast<int>(std::min<long long>(left.count(), 1 << 30)));
+  }
+  if (api.Recognize(&monitor) != 0 || (deadline && Clock::now() >= *deadline)) {
+    reading.timedOut = deadline && Clock::now() >= *deadline;
+    api.Clear();
+    return reading;
+  }
+  std::unique_ptr<char[]> text(api.GetUTF8Text());
+  if (text) reading.text = trimmed(text.get());
+  reading.words = countWords(reading.text);
+  reading.confidence = api.MeanTextConf();
+  api.Clear();
+  return reading;
+}
+
+namespace {
+
+bool isTiff(int format) {
+  return format == IFF_TIFF || format == IFF_TIFF_G4 || format == IFF_TIFF_LZW ||
+         format == IFF_TIFF_ZIP || format == IFF_TIFF_PACKBITS || format == IFF_TIFF_RLE ||
+         format == IFF_TIFF_G3 || format == IFF_TIFF_JPEG;
+}
+
+// The declared size of a picture file's page, before any of it is decoded.
+bool readSize(const std::string& path, int format, int page, l_int32& width, l_int32& height) {
+  l_int32 bits = 0, samples = 0;
+  if (!isTiff(format))
+    return pixReadHeader(path.c_str(), nullptr, &width, &height, &bits, &samples, nullptr) == 0;
+  return readHeaderTiff(path.c_str(), page, &width, &height, &bits, &samples, nullptr, nullptr,
+                        nullptr) == 0;
+}
+
+// A page of a picture file, decoded when its declared size is sane and scaled down to what is
+// worth reading.
+PixPointer decodePage(const std::string& path, int format, int page) {
+  l_int32 width = 0, height = 0;
+  if (!readSize(path, format, page, width, height) || width <= 0 || height <= 0) return nullptr;
+  if (static_cast<long long>(width) * height > kMostPixels) {
+    std::fprintf(stderr, "OCR: %s: %d x %d pixels is too big to read\n", path.c_str(), width,
+                 height);
+    return nullptr;
+  }
+  PixPointer pix(isTiff(format) ? pixReadTiff(path.c_str(), page) : pixRead(path.c_str()));
+  if (!pix) return nullptr;
+  long long pixels = static_cast<long long>(pixGetWidth(pix.get())) * pixGetHeight(pix.get());
+  if (pixels > kReadPixels) {
+    float scale = static_cast<float>(std::sqrt(double(kReadPixels) / double(pixels)));
+    PixPointer grey(pixConvertTo8(pix.get(), 0));
+    if (!grey) return nullptr;
+    pix.reset(pixScaleGrayLI(grey.get(), scale, scale));
+  }
+  return pix;
+}
+
+}  // namespace
+
+PictureText readPicture(const std::string& path, const Settings& settings,
+                        std::optional<Clock::time_point> deadline) {
+  PictureText result;
+  // Leptonica's own complaints name no file; the host hears ours instead.
+  setMsgSeverity(L_SEVERITY_NONE);
+  l_int32 format = IFF_UNKNOWN;
+  if (findFileFormat(path.c_str(), &format) != 0 || format == IFF_UNKNOWN) return result;
+  int pages = 1;
+  if (isTiff(format)) {
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file) return result;
+    l_int32 count = 0;
+    if (tiffGetCount(file, &count) != 0) count = 0;
+    std::fclose(file);
+    pages = count;
+  }
+  Engine* engine = nullptr;
+  for (int page = 0; page < pages; ++page) {
+    PixPointer pix = decodePage(path, format, page);
+    if (!pix) break;
+    result.decoded = true;
+    if (!engine)
+      engine = Engine::forLanguages(settings.languages.empty() ? defaultLanguages()
+                                                               : settings.languages);
+    if (!engine) break;
+    Reading reading = engine->read(pix.get(), deadline);
+    if (reading.timedOut) {
+      std::fprintf(stderr, "OCR: time limit reached after %d of %d pages of %s\n", page, pages,
+                   path.c_str());
+      break;
+    }
+    ++result.pages;
+    if (reading.words < kMinimumWords || reading.confidence < kMinimumConfidence) continue;
+    result.text += reading.text;
+    result.text += '\n';
+  }
+  if (engine && result.pages > 0) logReading(path, result.pages, engine->languages());
+  return result;
+}
+
+void logReading(const std::string& path, int pages, const std::string& languages) {
+  std::fprintf(stderr, "OCR: %s (%d %s, language %s)\n", path.c_str(), pages,
+               pages == 1 ? "page" : "pages", languages.c_str());
+}
+
+}  // namespace ulvek::plugin::ocr

@@ -1,0 +1,100 @@
+#pragma once
+
+// Text of pictures of text, read with Tesseract, for the importers of scans (PDF) and pictures
+// (Image). One engine per process: a worker loads a language's model once and reuses it for
+// every page and file it is given; parallelism comes from several workers, never from
+// Tesseract's own threads.
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "importer_plugin.h"
+
+struct Pix;
+
+namespace ulvek::plugin::ocr {
+
+using Clock = std::chrono::steady_clock;
+
+// What the host asks of OCR for one import.
+struct Settings {
+  bool enabled = true;
+  std::string languages;  // "deu+eng"; empty: defaultLanguages()
+  int resolution = 300;   // dots per inch of a rendered PDF page
+  std::chrono::duration<double> timeLimit{60};
+};
+
+// From the host's settings (DisableOCR, OCRLanguages, OCRResolution, OCRTimeLimit); what it
+// leaves out keeps its default.
+Settings settingsOf(const Attributes& attributes);
+
+// The folder Tesseract reads its models from: $TESSDATA_PREFIX, else Debian's.
+std::string modelFolder();
+// The languages with a model in `folder` ("eng", "deu", ...), sorted; "osd" is not one.
+std::vector<std::string> installedLanguages(const std::string& folder);
+// The installed language of `locale` ("de_DE.UTF-8") and English, "deu+eng"; "eng" when the
+// locale's language has no model or is English.
+std::string languagesForLocale(const std::string& locale,
+                               const std::vector<std::string>& installed);
+// languagesForLocale of this process's locale (LC_ALL, LC_MESSAGES, LANG) and installed models.
+std::string defaultLanguages();
+
+struct Reading {
+  std::string text;       // without trailing line ends
+  int words = 0;          // words Tesseract found
+  double confidence = 0;  // their mean confidence, 0 to 100
+  bool timedOut = false;  // stopped at the deadline; the text is then empty
+};
+
+// The process's engine. Not for two threads at once.
+class Engine {
+ public:
+  // The engine with the models of `languages` loaded (loaded on first use, or again when the
+  // languages change); nothing when a model is missing, with one line on standard error.
+  static Engine* forLanguages(const std::string& languages);
+
+  // Text of a greyscale picture (one byte a pixel, rows `stride` bytes apart) scanned at `dpi`,
+  // its orientation detected first; reading stops at `deadline`.
+  Reading read(const unsigned char* pixels, int width, int height, int stride, int dpi,
+               std::optional<Clock::time_point> deadline);
+  // The same for a picture Leptonica decoded, of any depth.
+  Reading read(Pix* picture, std::optional<Clock::time_point> deadline);
+
+  const std::string& languages() const { return languages_; }
+  ~Engine();
+
+ private:
+  Engine() = default;
+  Reading recognize(std::optional<Clock::time_point> deadline);
+
+  struct Api;
+  Api* api_ = nullptr;
+  std::string languages_;
+};
+
+// Pictures bigger than this are not decoded: a declared size that no scan has is a decompression
+// bomb more likely than a page.
+inline constexpr long long kMostPixels = 100'000'000;
+// Pictures are read at most this big; larger ones are scaled down first (a phone's 50 megapixel
+// photo of a page reads as well, in a fraction of the time).
+inline constexpr long long kReadPixels = 24'000'000;
+
+// A picture file's text: every page of a TIFF, the one picture of a PNG, JPEG, WebP, GIF or BMP.
+// Pages whose words are fewer than `minimumWords` or whose mean confidence is below
+// `minimumConfidence` give nothing: photos of landscapes give no junk.
+struct PictureText {
+  std::string text;  // pages in order, each ending in a line feed
+  int pages = 0;     // pages read
+  bool decoded = false;
+};
+inline constexpr int kMinimumWords = 3;
+inline constexpr double kMinimumConfidence = 60;
+PictureText readPicture(const std::string& path, const Settings& settings,
+                        std::optional<Clock::time_point> deadline);
+
+// "OCR: PATH (N pages, language L)" on standard error, which the host logs.
+void logReading(const std::string& path, int pages, const std::string& languages);
+
+}  // namespace ulvek::plugin::ocr

@@ -1,0 +1,251 @@
+#!/usr/bin/env python3
+# Writes the OCR fixtures beside this script: python3 tests/data/ocr/make_fixtures.py
+#
+# Pages of our own text are written as PostScript and rendered by Ghostscript (Debian's
+# ghostscript) into what a scanner or a phone gives: image-only PDF files at 300, 200 and
+# 150 dpi, a PNG, a JPEG, a two-page TIFF, pages turned by 90 and 180 degrees and one skewed by
+# two. A PDF with a page of real text and a page of scan, a picture without text and two hostile
+# images are written byte by byte here. NAME.txt beside each holds the words it shows, pages in
+# order (empty for the picture without text). Every run writes the same bytes.
+
+import hashlib
+import pathlib
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import zlib
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+# Each page is a list of lines, set in Times-Roman 12 on a page of 6 by 5 inches.
+PAGES = [
+    [
+        "Harbour Office, Quay Street 14",
+        "Invoice 2041 for the winter mooring of the ketch Marigold.",
+        "Berth rent from November to March, five months at the",
+        "seasonal rate, with electricity and fresh water included.",
+        "The slipway was booked twice for hull cleaning and paint.",
+        "Please pay the total of 1,240 crowns within thirty days",
+        "to the account of the harbour office named below.",
+        "Questions about this invoice go to the harbour master,",
+        "who answers letters on Mondays and Thursdays.",
+    ],
+    [
+        "Minutes of the lighthouse committee, spring meeting",
+        "Present were the keeper, the treasurer and four members.",
+        "The lamp was overhauled in February and the lens polished.",
+        "A new fog signal will be ordered once the grant arrives.",
+        "The treasurer reported that the roof repairs cost less",
+        "than expected, leaving money for the garden and the path.",
+        "Visitors may climb the tower on Sundays from May onward.",
+        "The next meeting is planned for the first week of June.",
+    ],
+    [
+        "Ferry timetable notice for the northern islands",
+        "From the first of April the morning crossing leaves at",
+        "seven fifteen instead of seven, to meet the early train.",
+        "Bicycles travel free of charge on every crossing, while",
+        "cars must be booked at least one day before departure.",
+        "In stormy weather the captain may cancel any crossing;",
+        "notices are posted at the pier and on the radio.",
+        "Tickets are sold aboard and at the kiosk by the quay.",
+    ],
+]
+
+WIDTH, HEIGHT = 432, 360  # points
+MARGIN, LEADING, SIZE = 36, 16, 12
+
+
+def ps_string(text):
+    return "(" + text.replace("\\", "\\\\").replace("(", "\\(").replace(")", "\\)") + ")"
+
+
+def page_body(lines):
+    body = [f"/Times-Roman findfont {SIZE} scalefont setfont", "0 setgray"]
+    y = HEIGHT - MARGIN - SIZE
+    for line in lines:
+        body.append(f"{MARGIN} {y} moveto {ps_string(line)} show")
+        y -= LEADING
+    return "\n".join(body)
+
+
+def postscript(pages, turn=0):
+    """A document of `pages` (lists of lines), each turned by `turn` degrees on its sheet."""
+    out = ["%!PS-Adobe-3.0"]
+    for lines in pages:
+        if turn == 90:
+            sheet, place = (HEIGHT, WIDTH), f"{HEIGHT} 0 translate 90 rotate"
+        elif turn == 180:
+            sheet, place = (WIDTH, HEIGHT), f"{WIDTH} {HEIGHT} translate 180 rotate"
+        elif turn:
+            sheet = (WIDTH, HEIGHT)
+            place = (f"{WIDTH / 2} {HEIGHT / 2} translate {turn} rotate "
+                     f"{-WIDTH / 2} {-HEIGHT / 2} translate")
+        else:
+            sheet, place = (WIDTH, HEIGHT), ""
+        out.append(f"<< /PageSize [{sheet[0]} {sheet[1]}] >> setpagedevice")
+        out.append("gsave 1 setgray clippath fill grestore")
+        out.append(f"gsave {place}\n{page_body(lines)}\ngrestore showpage")
+    return "\n".join(out) + "\n"
+
+
+def ghostscript(source, device, dpi, output, *options):
+    with tempfile.NamedTemporaryFile("w", suffix=".ps") as ps:
+        ps.write(source)
+        ps.flush()
+        subprocess.run(["gs", "-q", "-dSAFER", "-dBATCH", "-dNOPAUSE", f"-sDEVICE={device}",
+                        f"-r{dpi}", *options, f"-sOutputFile={output}", ps.name], check=True)
+
+
+def settle(path):
+    """Ghostscript stamps the time into what it writes: a fixed one of the same length keeps the
+    byte offsets and makes every run write the same file."""
+    data = path.read_bytes()
+    data = re.sub(rb"\(D:\d{14}", b"(D:20240101000000", data)
+    identifier = hashlib.md5(path.name.encode()).hexdigest().upper().encode()
+    data = re.sub(rb"/ID ?\[<[0-9A-F]{32}> ?<[0-9A-F]{32}>\]",
+                  lambda m: m[0][:m[0].index(b"<")] + b"<" + identifier + b">" +
+                  m[0][m[0].index(b">") + 1:m[0].rindex(b"<")] + b"<" + identifier + b">]", data)
+    data = re.sub(rb"\d{4}:\d\d:\d\d \d\d:\d\d:\d\d", b"2024:01:01 00:00:00", data)
+    path.write_bytes(data)
+
+
+def words_file(name, pages):
+    (HERE / (name + ".txt")).write_text("\f".join("\n".join(lines) + "\n" for lines in pages))
+
+
+# --- PDF written object by object, for the page of text beside a page of scan.
+
+def pdf(objects):
+    """A PDF of `objects` (bodies of objects 1..n, object 1 the catalog)."""
+    out = bytearray(b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
+    offsets = []
+    for number, body in enumerate(objects, 1):
+        offsets.append(len(out))
+        out += f"{number} 0 obj\n".encode() + body + b"\nendobj\n"
+    start = len(out)
+    out += f"xref\n0 {len(objects) + 1}\n0000000000 65535 f \n".encode()
+    for offset in offsets:
+        out += f"{offset:010d} 00000 n \n".encode()
+    out += (f"trailer\n<< /Size {len(objects) + 1} /Root 1 0 R >>\nstartxref\n{start}\n%%EOF\n"
+            .encode())
+    return bytes(out)
+
+
+def stream(dictionary, data):
+    return (b"<< " + dictionary + f" /Length {len(data)} >>\nstream\n".encode() + data +
+            b"\nendstream")
+
+
+def read_pgm(path):
+    data = path.read_bytes()
+    fields, position = [], 0
+    while len(fields) < 4:
+        while data[position:position + 1].isspace() or data[position:position + 1] == b"#":
+            if data[position:position + 1] == b"#":
+                position = data.index(b"\n", position)
+            position += 1
+        end = position
+        while not data[end:end + 1].isspace():
+            end += 1
+        fields.append(data[position:end])
+        position = end
+    width, height = int(fields[1]), int(fields[2])
+    return width, height, data[position + 1:position + 1 + width * height]
+
+
+def mixed_pdf(text_lines, scanned_lines, dpi):
+    """Page 1 has a text layer, page 2 is a greyscale picture of a page."""
+    with tempfile.TemporaryDirectory() as folder:
+        raster = pathlib.Path(folder) / "page.pgm"
+        ghostscript(postscript([scanned_lines]), "pgmraw", dpi, raster)
+        width, height, pixels = read_pgm(raster)
+    text = [b"BT /F1 12 Tf 16 TL", f"{MARGIN} {HEIGHT - MARGIN - SIZE} Td".encode()]
+    for line in text_lines:
+        text.append(ps_string(line).encode() + b" Tj T*")
+    text.append(b"ET")
+    picture = f"q {WIDTH} 0 0 {HEIGHT} 0 0 cm /Im1 Do Q".encode()
+    box = f"/MediaBox [0 0 {WIDTH} {HEIGHT}]".encode()
+    return pdf([
+        b"<< /Type /Catalog /Pages 2 0 R >>",
+        b"<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>",
+        b"<< /Type /Page /Parent 2 0 R " + box +
+        b" /Resources << /Font << /F1 5 0 R >> >> /Contents 6 0 R >>",
+        b"<< /Type /Page /Parent 2 0 R " + box +
+        b" /Resources << /XObject << /Im1 7 0 R >> >> /Contents 8 0 R >>",
+        b"<< /Type /Font /Subtype /Type1 /BaseFont /Times-Roman /Encoding /WinAnsiEncoding >>",
+        stream(b"", b"\n".join(text)),
+        stream(f"/Type /XObject /Subtype /Image /Width {width} /Height {height} "
+               "/ColorSpace /DeviceGray /BitsPerComponent 8 /Filter /FlateDecode".encode(),
+               zlib.compress(pixels, 9)),
+        stream(b"", picture),
+    ])
+
+
+# --- PNG written here: the picture without text and a hostile one.
+
+def png(width, height, rows, colour_type=0):
+    def chunk(kind, data):
+        body = kind + data
+        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
+
+    header = struct.pack(">IIBBBBB", width, height, 8, colour_type, 0, 0, 0)
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) +
+            chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
+
+
+def photo(width=480, height=320):
+    """A sky, a hill and grain: a picture with no text in it."""
+    seed = 12345
+    rows = bytearray()
+    for y in range(height):
+        rows.append(0)
+        for x in range(width):
+            seed = (seed * 1103515245 + 12345) & 0x7FFFFFFF
+            grain = (seed >> 16) % 41 - 20
+            hill = height * 0.6 + 40 * ((x - width / 2) / width) ** 2 * 4
+            base = 200 - y // 3 if y < hill else 90 + (x * 7 + y * 3) % 23
+            rows.append(max(0, min(255, base + grain)))
+    return png(width, height, bytes(rows))
+
+
+def main():
+    if len(sys.argv) > 1:
+        sys.exit("usage: make_fixtures.py")
+    one, two, three = PAGES
+    scans = [
+        # name, pages, device, dpi, turn
+        ("scan-300dpi.pdf", [one], "pdfimage8", 300, 0),
+        ("scan-200dpi.pdf", [one, two], "pdfimage8", 200, 0),
+        ("scan-150dpi.pdf", [two], "pdfimage8", 150, 0),
+        ("turned-90.pdf", [three], "pdfimage8", 200, 90),
+        ("turned-180.pdf", [one], "pdfimage8", 200, 180),
+        ("skewed.png", [two], "pnggray", 200, 2),
+        ("page.png", [three], "pnggray", 200, 0),
+        ("page.jpg", [one], "jpeggray", 200, 0),
+        ("two-pages.tif", [two, three], "tiffgray", 200, 0),
+    ]
+    for name, pages, device, dpi, turn in scans:
+        options = ["-sCompression=lzw"] if device == "tiffgray" else []
+        ghostscript(postscript(pages, turn), device, dpi, HERE / name, *options)
+        settle(HERE / name)
+        words_file(name, pages)
+    # A document with real text: it must never be read by OCR.
+    ghostscript(postscript([one, two]), "pdfwrite", 72, HERE / "text-layer.pdf",
+                "-dOmitInfoDate", "-dOmitID", "-dOmitXMP")
+    settle(HERE / "text-layer.pdf")
+    words_file("text-layer.pdf", [one, two])
+    (HERE / "mixed.pdf").write_bytes(mixed_pdf(three, one, 200))
+    words_file("mixed.pdf", [three, one])
+    (HERE / "photo.png").write_bytes(photo())
+    words_file("photo.png", [])
+    # Hostile: a PNG that declares 100000 by 100000 pixels, and a TIFF cut in half.
+    (HERE / "hostile-huge.png").write_bytes(png(100000, 100000, b"\0" * 64))
+    tiff = (HERE / "two-pages.tif").read_bytes()
+    (HERE / "hostile-truncated.tif").write_bytes(tiff[:len(tiff) // 2])
+
+
+if __name__ == "__main__":
+    main()
