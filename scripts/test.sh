@@ -66,8 +66,13 @@ ULVEKBOT_IMPORTER_PATH=$examples build/src/ulvekbot import "$examples/sample.wor
   grep -qF '"Author":["Word Count Example"]'
 rm -rf "$examples"
 
-# What cmake --install puts down works by itself: importers, the client example, activation.
+# What cmake --install puts down works by itself: importers, the public headers, the example
+# clients, activation.
 scripts/check-install.sh build
+# The client library keeps the ABI of its last release (packaging/abi/), where one was recorded.
+if compgen -G 'packaging/abi/*.dump.gz' >/dev/null; then
+  scripts/check-abi.sh build
+fi
 
 scripts/setup.sh build-sanitize -DULVEK_SANITIZE=ON -DULVEK_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
 (cd build-sanitize &&
