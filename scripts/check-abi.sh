@@ -39,7 +39,8 @@ fi
 
 gunzip <"$baseline" >"$work/baseline.dump"
 if ! abi-compliance-checker -l ulvekbot-client -old "$work/baseline.dump" \
-  -new "$work/current.dump" -report-path "$work/report.html" -quiet >"$work/checker.log" 2>&1; then
+  -new "$work/current.dump" -report-path "$work/report.html" -log-path "$work/run.log" -quiet \
+  >"$work/checker.log" 2>&1; then
   # The report's text, without its markup, says what broke.
   sed -e 's/<[^>]*>/ /g' "$work/report.html" | tr -s ' \n' | grep -iE 'problem|removed|changed' |
     head -40 >&2 || true

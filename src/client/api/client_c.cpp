@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 struct ulvekbot_client {
@@ -97,6 +98,15 @@ ulvekbot_status ask(ulvekbot_client* client, Question question, const char* path
     return ULVEKBOT_OK;
   });
 }
+
+// ulvekbot_result_kind counts on the variant's order.
+static_assert(std::is_same_v<std::variant_alternative_t<ULVEKBOT_VALUE_STRING - 1, ulvekbot::Value>,
+                             std::string>);
+static_assert(std::is_same_v<std::variant_alternative_t<ULVEKBOT_VALUE_DATE - 1, ulvekbot::Value>,
+                             ulvekbot::Date>);
+static_assert(
+    std::is_same_v<std::variant_alternative_t<ULVEKBOT_VALUE_STRING_LIST - 1, ulvekbot::Value>,
+                   ulvekbot::StringList>);
 
 template <typename T>
 const T* valueOf(const ulvekbot_result* result, const char* key) {
