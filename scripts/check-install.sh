@@ -29,6 +29,15 @@ grep -q '"Title":"Harbour Survey – Spring Round"' <<<"$imported" ||
 imported=$("$prefix/bin/ulvekbot" import tests/data/wordprocessor/doc/ledger.doc 2>&1)
 grep -q '"Title":"Seed Exchange Ledger' <<<"$imported" ||
   fail "installed ulvekbot reads no Word document: $imported"
+# The Python module, where built, reads through the installed worker, importers and module.
+python=$(find "$prefix" -path '*-packages/ulvekbot/__init__.py' -printf '%h\n' | head -1)
+if [[ -n $python ]]; then
+  imported=$(PYTHONPATH=$(dirname "$python") /usr/bin/python3 -c 'import sys, ulvekbot
+print(ulvekbot.import_file(sys.argv[1])["Title"], ulvekbot.import_file(sys.argv[2])["Title"])' \
+    tests/data/pdf/survey.pdf tests/data/wordprocessor/doc/ledger.doc 2>&1)
+  grep -q 'Harbour Survey – Spring Round Seed Exchange Ledger' <<<"$imported" ||
+    fail "installed Python module reads: $imported"
+fi
 
 # The public headers stand alone: they include only the system's headers and each other, and
 # compile with the installed include folder alone.

@@ -12,6 +12,7 @@ packages=(
   libpoppler-cpp-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
   libseccomp-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
   scdoc
+  pybind11-dev python3-dev
 )
 # What the tests, benchmarks and fuzzers need besides: their frameworks, and the tools a user
 # would otherwise run, which they compare with; the client library's ABI checker.
@@ -20,6 +21,7 @@ test_packages=(
   nlohmann-json3-dev uchardet attr dpkg-dev libglib2.0-bin time
   html2text w3m poppler-utils libetonyek-tools libmwaw-tools libwpd-tools libimage-exiftool-perl
   antiword catdoc tracker-extract docx2txt odt2txt unrtf pandoc
+  python3-pytest python3-distributed
   abi-dumper abi-compliance-checker
 )
 # A build without tests (-DULVEK_TESTS=OFF) installs only what building and running need.

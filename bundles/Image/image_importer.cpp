@@ -1,16 +1,19 @@
 // Image.mdimporter: EXIF, IPTC and XMP of JPEG, PNG, TIFF, WebP, HEIF and raw camera files,
-// read with Exiv2. XMP wins over IPTC, IPTC over EXIF. No text content.
+// read with Exiv2, and a PNG file's own text chunks with libpng. XMP wins over IPTC, IPTC over
+// EXIF, EXIF over the PNG chunks. No text content.
 
 #include <exiv2/exiv2.hpp>
 
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "importer_plugin.h"
+#include "png_text.h"
 
 namespace {
 
@@ -58,7 +61,8 @@ std::vector<std::string> iptcList(const Exiv2::IptcData& iptc, const char* key) 
 std::optional<std::string> exifText(const Exiv2::ExifData& exif, const char* key) {
   auto found = exif.findKey(Exiv2::ExifKey(key));
   if (found == exif.end()) return std::nullopt;
-  std::string text = found->toString();
+  // Windows' XP tags are UCS-2 in bytes, which only their printed form decodes.
+  std::string text = found->tagName().starts_with("XP") ? found->print(&exif) : found->toString();
   // EXIF strings are fixed-size and padded with blanks or NULs.
   while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
   if (text.empty()) return std::nullopt;
@@ -71,6 +75,24 @@ std::optional<double> exifNumber(const Exiv2::ExifData& exif, const char* key) {
   Exiv2::Rational value = found->toRational(0);
   if (value.second == 0) return std::nullopt;
   return double(value.first) / double(value.second);
+}
+
+// EXIF's user comment, without its character-set prefix.
+std::optional<std::string> exifUserComment(const Exiv2::ExifData& exif) {
+  auto found = exif.findKey(Exiv2::ExifKey("Exif.Photo.UserComment"));
+  if (found == exif.end()) return std::nullopt;
+  const auto* comment = dynamic_cast<const Exiv2::CommentValue*>(&found->value());
+  std::string text = comment ? comment->comment() : found->toString();
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+std::optional<std::string> chunk(const std::map<std::string, std::string>& chunks,
+                                 const char* keyword) {
+  auto found = chunks.find(keyword);
+  if (found == chunks.end()) return std::nullopt;
+  return found->second;
 }
 
 template <typename... Candidates>
@@ -127,27 +149,32 @@ bool importImage(Attributes& out, const char*, const char* path) {
   const Exiv2::ExifData& exif = image->exifData();
   const Exiv2::IptcData& iptc = image->iptcData();
   const Exiv2::XmpData& xmp = image->xmpData();
+  const std::map<std::string, std::string> png = ulvek::image::pngTextChunks(path);
 
   if (auto title =
           first(xmpText(xmp, "Xmp.dc.title"), iptcText(iptc, "Iptc.Application2.ObjectName"),
-                exifText(exif, "Exif.Image.XPTitle")))
+                exifText(exif, "Exif.Image.XPTitle"), chunk(png, "Title")))
     out.string("kMDItemTitle", *title);
+  // The user comment is the photographer's own caption where no other is given.
   if (auto description =
           first(xmpText(xmp, "Xmp.dc.description"), iptcText(iptc, "Iptc.Application2.Caption"),
-                exifText(exif, "Exif.Image.ImageDescription")))
+                exifText(exif, "Exif.Image.ImageDescription"), chunk(png, "Description"),
+                exifUserComment(exif)))
     out.string("kMDItemDescription", *description);
+  if (auto comment = chunk(png, "Comment")) out.string("kMDItemComment", *comment);
   std::vector<std::string> keywords = xmpList(xmp, "Xmp.dc.subject");
   if (keywords.empty()) keywords = iptcList(iptc, "Iptc.Application2.Keywords");
   out.strings("kMDItemKeywords", keywords);
   std::vector<std::string> authors = xmpList(xmp, "Xmp.dc.creator");
   if (authors.empty()) authors = iptcList(iptc, "Iptc.Application2.Byline");
   if (authors.empty()) {
-    if (auto artist = exifText(exif, "Exif.Image.Artist")) authors.push_back(*artist);
+    if (auto artist = first(exifText(exif, "Exif.Image.Artist"), chunk(png, "Author")))
+      authors.push_back(*artist);
   }
   out.strings("kMDItemAuthors", authors);
   if (auto copyright =
           first(xmpText(xmp, "Xmp.dc.rights"), iptcText(iptc, "Iptc.Application2.Copyright"),
-                exifText(exif, "Exif.Image.Copyright")))
+                exifText(exif, "Exif.Image.Copyright"), chunk(png, "Copyright")))
     out.string("kMDItemCopyright", *copyright);
 
   std::optional<double> created;
@@ -158,6 +185,9 @@ bool importImage(Attributes& out, const char*, const char* path) {
             first(xmpText(xmp, "Xmp.exif.DateTimeOriginal"),
                   xmpText(xmp, "Xmp.photoshop.DateCreated"), xmpText(xmp, "Xmp.xmp.CreateDate")))
       created = parseDate(*date, std::nullopt);
+  }
+  if (!created) {
+    if (auto date = chunk(png, "Creation Time")) created = parseDate(*date, std::nullopt);
   }
   if (created) out.date("kMDItemContentCreationDate", *created);
   if (auto date = exifText(exif, "Exif.Image.DateTime")) {

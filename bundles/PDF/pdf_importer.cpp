@@ -8,7 +8,6 @@
 #include <poppler/cpp/poppler-global.h>
 #include <poppler/cpp/poppler-page.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -27,6 +26,7 @@
 
 #include "importer_plugin.h"
 #include "platform/open_beneath.h"
+#include "platform/sandbox.h"
 #include "poppler_text.h"
 
 extern char** environ;
@@ -94,14 +94,24 @@ bool convertWithGhostscript(const std::string& path, const std::string& output) 
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  int spawned = posix_spawnp(&pid, "gs", &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return false;
+  const std::string program = ulvek::sandbox::findProgram("gs");
+  if (program.empty()) return false;
+  // Forked rather than spawned, to die with the worker: a worker killed along with the service
+  // has nobody left to end its process group. Only async-signal-safe calls before exec.
+  const pid_t worker = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) return false;
+  if (pid == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != worker) ::_exit(127);
+    const int input = ::open("/dev/null", O_RDONLY);
+    const int output = ::open("/dev/null", O_WRONLY);
+    if (input < 0 || output < 0 || ::dup2(input, STDIN_FILENO) < 0 ||
+        ::dup2(output, STDOUT_FILENO) < 0)
+      ::_exit(127);
+    ::execve(program.c_str(), argv.data(), environ);
+    ::_exit(127);
+  }
   auto deadline = std::chrono::steady_clock::now() + kGhostscriptLimit;
   int status = 0;
   while (::waitpid(pid, &status, WNOHANG) == 0) {

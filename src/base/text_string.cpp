@@ -85,4 +85,12 @@ TextView utf8Prefix(TextView text, std::size_t bytes) {
   return text.substr(0, units);
 }
 
+namespace {
+thread_local std::size_t textLimit = kMaxTextUtf8Bytes;
+}  // namespace
+
+std::size_t textLimitUtf8Bytes() { return textLimit; }
+
+void setTextLimitUtf8Bytes(std::size_t bytes) { textLimit = bytes; }
+
 }  // namespace ulvek

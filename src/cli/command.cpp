@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "base/error.h"
+#include "import/item_import.h"
 #include "service/json.h"
 
 namespace ulvek::cli {
@@ -40,38 +41,19 @@ const Command* findCommand(std::string_view name) {
   return nullptr;
 }
 
-namespace {
-
-// The items of a line-feed-joined list; a value that is no string stays as it is.
-PropertyValue splitList(const PropertyValue& value) {
-  const TextString* joined = value.string();
-  if (!joined) return value;
-  PropertyArray items;
-  std::size_t start = 0;
-  while (start <= joined->size()) {
-    std::size_t end = std::min(joined->find(u'\n', start), joined->size());
-    items.emplace_back(joined->substr(start, end - start));
-    start = end + 1;
-  }
-  return PropertyValue(std::move(items));
-}
-
-}  // namespace
-
-ImportResult withListsAsArrays(const ImportResult& result) {
-  PropertyDictionary values = result.values();
-  for (std::string_view key : ImportKey::JoinedLists) {
-    auto found = values.find(key);
-    if (found != values.end()) found->second = splitList(found->second);
-  }
-  return ImportResult::fromValues(std::move(values));
-}
-
+// Written member by member: a long text goes to the stream without a copy of the result or a
+// whole JSON string beside it.
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra) {
-  std::string json = toJson(withListsAsArrays(result));
   out << "{\"path\":" << toJson(PropertyValue::fromUtf8(path));
-  if (json.size() > 2) out << ',' << std::string_view(json).substr(1, json.size() - 2);
+  forEachJsonMember(result, [&](std::string_view key, const PropertyValue& value) {
+    out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':';
+    if (isJoinedList(key)) {
+      writeJson(out, splitList(value));
+    } else {
+      writeJson(out, value);
+    }
+  });
   for (const auto& [key, value] : extra)
     out << ',' << toJson(PropertyValue::fromUtf8(key)) << ':' << toJson(value);
   out << "}\n";

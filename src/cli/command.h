@@ -60,13 +60,11 @@ std::vector<Command> registeredCommands();
 // Null when no command of that name is registered.
 const Command* findCommand(std::string_view name);
 
-// The result with each line-feed-joined list (tags, authors, addresses, phone numbers) as an
-// array of its items, as JSON readers want them; the service keeps answering joined strings.
-ImportResult withListsAsArrays(const ImportResult& result);
-
 // Writes one result as a single-line JSON object followed by a line feed. The object's first
 // member, "path", names the item (as given, or as found in a folder walk) so that lines can be
-// told apart; the result's own keys follow, lists as arrays, then `extra` members (sorted).
+// told apart; the result's own keys follow, each line-feed-joined list (tags, authors, addresses,
+// phone numbers) as an array of its items, then `extra` members (sorted). The service keeps
+// answering joined strings.
 void printResult(std::ostream& out, const ImportResult& result, std::string_view path,
                  const PropertyDictionary& extra = {});
 

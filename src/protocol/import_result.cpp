@@ -44,8 +44,6 @@ ImportResult ImportResult::fromValues(PropertyDictionary values) {
 
 namespace {
 
-thread_local std::size_t textLimit = kMaxTextUtf8Bytes;
-
 // Cuts one value to at most `budget` bytes (counted as UTF-8 for text) and says how many it keeps.
 class ValueLimit {
  public:
@@ -107,6 +105,7 @@ void ImportResult::limitSizes(std::string_view origin) {
   std::size_t metadataLeft = kMaxMetadataBytes;
   for (auto it = values_.begin(); it != values_.end();) {
     const bool isText = it->first == ImportKey::Text;
+    const std::size_t textLimit = textLimitUtf8Bytes();
     ValueLimit limit(isText ? textLimit : metadataLeft);
     limit.apply(it->second, isText ? textLimit : kMaxValueBytes);
     if (limit.cut()) logCut(it->first);
@@ -124,9 +123,11 @@ void ImportResult::limitSizes(std::string_view origin) {
   }
 }
 
-ScopedTextLimit::ScopedTextLimit(std::size_t bytes) : previous_(textLimit) { textLimit = bytes; }
+ScopedTextLimit::ScopedTextLimit(std::size_t bytes) : previous_(textLimitUtf8Bytes()) {
+  setTextLimitUtf8Bytes(bytes);
+}
 
-ScopedTextLimit::~ScopedTextLimit() { textLimit = previous_; }
+ScopedTextLimit::~ScopedTextLimit() { setTextLimitUtf8Bytes(previous_); }
 
 std::optional<TextString> joinedStrings(const PropertyValue& list, TextView separator) {
   const PropertyArray* array = list.array();

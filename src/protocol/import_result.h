@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "base/property_value.h"
+#include "base/text_limits.h"
 
 namespace ulvek {
 
@@ -78,7 +79,7 @@ class ImportResult {
   // Whether limitSizes cut the text. Travels with the result only where an interface says so.
   bool textTruncated() const { return textTruncated_; }
 
-  static constexpr std::size_t kMaxValueBytes = 1024 * 1024;
+  static constexpr std::size_t kMaxValueBytes = kMaxValueUtf8Bytes;
   static constexpr std::size_t kMaxListCount = 4096;
   static constexpr std::size_t kMaxMetadataBytes = 16 * 1024 * 1024;
 

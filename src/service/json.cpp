@@ -63,19 +63,25 @@ void appendEscaped(std::string& out, std::string_view utf8) {
   out += '"';
 }
 
-// Converted a slice at a time: a whole UTF-8 copy of a long text beside the answer doubled the
-// memory a large document's import peaks at.
-void appendText(std::string& out, TextView text) {
+// Calls `slice` with each escaped slice of the text. Converted a slice at a time: a whole UTF-8
+// copy of a long text beside the answer doubled the memory a large document's import peaks at.
+template <typename Slice>
+void forEachEscapedSlice(TextView text, std::string& scratch, Slice&& slice) {
   constexpr std::size_t kSlice = 1 << 16;
-  out.reserve(out.size() + text.size() + 2);
-  out += '"';
   for (std::size_t at = 0; at < text.size();) {
     std::size_t end = std::min(text.size(), at + kSlice);
     // A surrogate pair stays in one slice.
     if (end < text.size() && text[end - 1] >= 0xD800 && text[end - 1] <= 0xDBFF) --end;
-    appendEscapedCharacters(out, toUtf8(text.substr(at, end - at)));
+    appendEscapedCharacters(scratch, toUtf8(text.substr(at, end - at)));
+    slice(scratch);
     at = end;
   }
+}
+
+void appendText(std::string& out, TextView text) {
+  out.reserve(out.size() + text.size() + 2);
+  out += '"';
+  forEachEscapedSlice(text, out, [](std::string&) {});
   out += '"';
 }
 
@@ -205,26 +211,45 @@ std::string toJson(const PropertyValue& value) {
 }
 
 std::string toJson(const ImportResult& result) {
-  const PropertyDictionary& values = result.values();
   std::string out = "{";
   bool first = true;
-  auto appendMember = [&](std::string_view key, const PropertyValue& value) {
+  forEachJsonMember(result, [&](std::string_view key, const PropertyValue& value) {
     if (!first) out += ',';
     first = false;
     appendKey(out, key);
     out += ':';
     appendValue(out, value);
-  };
+  });
+  out += '}';
+  return out;
+}
+
+void forEachJsonMember(const ImportResult& result,
+                       const std::function<void(std::string_view, const PropertyValue&)>& member) {
+  const PropertyDictionary& values = result.values();
   for (std::string_view key : ImportKey::All) {
-    if (const PropertyValue* value = find(values, key)) appendMember(key, *value);
+    if (const PropertyValue* value = find(values, key)) member(key, *value);
   }
   for (const auto& [key, value] : values) {
     bool known = false;
     for (std::string_view fixed : ImportKey::All) known = known || fixed == key;
-    if (!known) appendMember(key, value);
+    if (!known) member(key, value);
   }
-  out += '}';
-  return out;
+}
+
+void writeJson(std::ostream& out, const PropertyValue& value) {
+  const TextString* text = value.string();
+  if (!text) {
+    out << toJson(value);
+    return;
+  }
+  std::string slice;
+  out << '"';
+  forEachEscapedSlice(*text, slice, [&](std::string& escaped) {
+    out << escaped;
+    escaped.clear();
+  });
+  out << '"';
 }
 
 }  // namespace ulvek

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <ostream>
 #include <string>
+#include <string_view>
 
 #include "base/property_value.h"
 #include "protocol/import_result.h"
@@ -15,6 +18,14 @@ std::string toJson(const PropertyValue& value);
 
 // The result's keys in the order of ImportKey::All, any other key after them in sorted order.
 std::string toJson(const ImportResult& result);
+
+// Calls `member` for each value of the result, in the order toJson writes them.
+void forEachJsonMember(const ImportResult& result,
+                       const std::function<void(std::string_view, const PropertyValue&)>& member);
+
+// toJson(value) written to a stream; a string goes a slice at a time, so a long text is never
+// held a second time as one JSON string.
+void writeJson(std::ostream& out, const PropertyValue& value);
 
 // The date text used above; years beyond four digits carry a sign.
 std::string isoDateString(Date date);

@@ -1,5 +1,6 @@
 #include "text/html_meta.h"
 
+#include "base/text_limits.h"
 #include "text/character_tables.h"
 #include "text/entity_conversion.h"
 #include "text/html_to_text.h"
@@ -9,6 +10,11 @@
 namespace ulvek {
 
 namespace {
+
+// A title or meta value is cut to kMaxValueUtf8Bytes in the result. Reading a few times that
+// many units leaves room for references that shrink when converted, while a 100 MB title costs
+// no more than this.
+constexpr std::size_t kMaxRawValueUnits = 4 * kMaxValueUtf8Bytes;
 
 // Meta values cleaned for the import result: references converted, markup turned into text.
 TextString cleanedMetaValue(TextView raw) {
@@ -32,10 +38,11 @@ HtmlMetaAttributes metaAttributes(const MarkupSource& html, bool cleanValues) {
     std::optional<TextString> content =
         contentAttributeOfTagCharacters(item.units, item.tagRange());
     if (!content) return false;
+    if (content->size() > kMaxRawValueUnits) content->resize(kMaxRawValueUnits);
     TextString value = cleanValues ? cleanedMetaValue(*content) : std::move(*content);
     applyConversionTable(*key, lowerCharsTable());
     auto [entry, inserted] = attributes.try_emplace(std::move(*key), value);
-    if (!inserted) {
+    if (!inserted && entry->second.size() < kMaxRawValueUnits) {
       entry->second.push_back(u' ');
       entry->second.append(value);
     }
@@ -53,7 +60,7 @@ TextString htmlTitle(const MarkupSource& html) {
     if (!item.hasName()) return false;
     if (item.nameIs("body")) return true;
     if (!item.nameIs("title") || !isTagClosed(item.tag())) return false;
-    title = item.textRun();
+    title = item.textRun().substr(0, kMaxRawValueUnits);
     return true;
   };
   html.scan(handler);

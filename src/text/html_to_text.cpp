@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "base/text_limits.h"
 #include "text/character_tables.h"
 #include "text/entity_conversion.h"
 #include "text/markup_scanner.h"
@@ -306,9 +307,16 @@ class Html2TextConverter : public MarkupTagHandler {
 
   // ---- Runs ----
 
-  // The writable units of the text run before the item.
-  char16_t* textRunUnits(const MarkupItem& item) {
-    const std::size_t length = item.tagLocation - item.textLocation;
+  // Units the output may still take. Text past the result's cap is cut anyway, so a huge run is
+  // read only a little past it: enough that trimming cannot hide the cut from the result's own
+  // cap, which logs it.
+  std::size_t room() const {
+    const std::size_t limit = textLimitUtf8Bytes() + 64 * 1024;
+    return context_.output.size() < limit ? limit - context_.output.size() : 0;
+  }
+
+  // The writable units of the text run before the item, at most `length` of them.
+  char16_t* textRunUnits(const MarkupItem& item, std::size_t length) {
     if (item.mutableUnits) return item.mutableUnits + item.textLocation;
     return scratchCopy(item.units + item.textLocation, length);
   }
@@ -528,7 +536,7 @@ class Html2TextConverter : public MarkupTagHandler {
 
   // The text run in front of an item inside the body.
   void handleTextRun(const MarkupItem& item, const TagRule& rule) {
-    const std::size_t length = item.tagLocation - item.textLocation;
+    const std::size_t length = std::min(item.tagLocation - item.textLocation, room());
     if (length == 0) return;
     if (context_.removeJunk && rule.element == Element::Title) return;
     if (context_.inHiddenDiv || context_.inHiddenSpan || context_.inOption) return;
@@ -537,10 +545,12 @@ class Html2TextConverter : public MarkupTagHandler {
         (context_.removeJunk && context_.junkFont) ||
         (context_.googleTags && (!(context_.googleState & kGoogleIndex) || context_.feedDate));
     if (!invisible) {
-      appendTextRun(textRunUnits(item), length);
+      appendTextRun(textRunUnits(item, length), length);
       return;
     }
-    if (context_.junkFont && !context_.removedJunk) measureDroppedRun(textRunUnits(item), length);
+    if (context_.junkFont && !context_.removedJunk) {
+      measureDroppedRun(textRunUnits(item, length), length);
+    }
   }
 
   void writeBlockBreak(BlockBreak blockBreak) {
@@ -800,9 +810,9 @@ class Html2TextConverter : public MarkupTagHandler {
 
   // Body text runs, each after one space; no element rules.
   void handleSimplifiedItem(const MarkupItem& item) {
-    const std::size_t length = item.tagLocation - item.textLocation;
+    const std::size_t length = std::min(item.tagLocation - item.textLocation, room());
     if (context_.bodyDepth > 0 && length > 0) {
-      char16_t* run = textRunUnits(item);
+      char16_t* run = textRunUnits(item, length);
       std::size_t converted = length;
       if (length >= 4) {
         converted = ConvertEntitiesToCharacters(run, length, context_.standardEntities, false,

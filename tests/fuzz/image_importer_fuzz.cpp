@@ -1,6 +1,7 @@
 // Image.mdimporter's own code: choosing among XMP, IPTC and EXIF, dates with their offsets, GPS
-// coordinates and altitude. The first byte picks the file's kind.
+// coordinates and altitude, PNG text chunks. The first byte picks the file's kind.
 #include "../../bundles/Image/image_importer.cpp"
+#include "../../bundles/Image/png_text.cpp"
 #include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 

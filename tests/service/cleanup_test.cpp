@@ -10,6 +10,7 @@
 #include <sstream>
 #include <thread>
 
+#include "platform/sandbox.h"
 #include "platform/temporary_items.h"
 #include "service_fixture.h"
 #include "test_support.h"
@@ -59,6 +60,12 @@ std::vector<pid_t> childrenOf(pid_t parent) {
       children.push_back(std::stoi(name));
   }
   return children;
+}
+
+// Whether a process still runs (a zombie nobody reaps does not).
+bool running(pid_t pid) {
+  std::optional<std::string> state = sandbox::processStatusField(pid, "State");
+  return state && !state->starts_with("Z");
 }
 
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
@@ -147,6 +154,32 @@ TEST_F(CleanupTest, AKilledDaemonsFolderGoesWithTheNextStart) {
   EXPECT_TRUE(client_->terminate(&error_));
   EXPECT_EQ(second.waitForExit(10s), 0);
   EXPECT_EQ(temporaryEntries(), std::vector<std::string>());
+}
+
+TEST_F(CleanupTest, AKilledDaemonTakesItsWorkerAndGhostscriptAlong) {
+  testing::PrivateBus bus;
+  ChildProcess daemon = startDaemon();
+  folder_.write("loop.ps", "%!PS\n{ } loop\n");
+  const std::string loop = (folder_.path() / "loop.ps").string();
+  std::thread importing([&] {
+    auto proxy = thread_connections::rootProxyForConnectionWithRegisteredName("ulvekbotd64", 15,
+                                                                              dbus::kInterfaceName);
+    if (proxy) (void)proxy->openFile(loop);
+  });
+  std::vector<pid_t> workers;
+  std::vector<pid_t> converters;
+  EXPECT_TRUE(waitUntil(
+      [&] {
+        workers = childrenOf(daemon.pid());
+        converters = workers.size() == 1 ? childrenOf(workers[0]) : std::vector<pid_t>();
+        return !converters.empty();
+      },
+      10s));
+  ::kill(daemon.pid(), SIGKILL);
+  EXPECT_EQ(daemon.waitForExit(5s), 128 + SIGKILL);
+  importing.join();
+  for (pid_t pid : workers) EXPECT_TRUE(waitUntil([&] { return !running(pid); }, 2s));
+  for (pid_t pid : converters) EXPECT_TRUE(waitUntil([&] { return !running(pid); }, 2s));
 }
 
 TEST_F(CleanupTest, AKilledWorkersFolderGoesWhenTheNextWorkerStarts) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <sstream>
 
 namespace ulvek {
 namespace {
@@ -37,7 +38,25 @@ TEST(JsonTest, ValuesAsJson) {
        PropertyDictionary{{std::string("k\xFF", 2), 1}, {"a\"b\n", u"v"}},
        "{\"a\\\"b\\n\":\"v\",\"k\xEF\xBF\xBD\":1}"},
   };
-  for (const Row& row : rows) EXPECT_EQ(toJson(row.value), row.json) << row.name;
+  for (const Row& row : rows) {
+    EXPECT_EQ(toJson(row.value), row.json) << row.name;
+    std::ostringstream streamed;
+    writeJson(streamed, row.value);
+    EXPECT_EQ(streamed.str(), row.json) << row.name;
+  }
+}
+
+// A text longer than one conversion slice, with a surrogate pair and an escape on the seam.
+TEST(JsonTest, LongTextStreamsAsOneString) {
+  TextString text(65535, u'a');
+  text += u"\U0001F600\n";
+  text += TextString(70000, u'b');
+  std::string expected =
+      "\"" + std::string(65535, 'a') + "\xF0\x9F\x98\x80\\n" + std::string(70000, 'b') + "\"";
+  EXPECT_EQ(toJson(PropertyValue(text)), expected);
+  std::ostringstream streamed;
+  writeJson(streamed, PropertyValue(text));
+  EXPECT_EQ(streamed.str(), expected);
 }
 
 TEST(JsonTest, DatesAsIsoUtcWithMicroseconds) {

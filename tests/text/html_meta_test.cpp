@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text_limits.h"
+
 #include <string>
 #include <tuple>
 #include <vector>
@@ -45,6 +47,20 @@ TEST(HtmlMeta, KeysValuesAndCleaning) {
     EXPECT_EQ(htmlMetaAttributesByConvertingEntitiesToCharacters(html), expected) << toUtf8(html);
   EXPECT_EQ(htmlMetaAttributes(u"<meta name=D content=\"a &amp;  b\"><meta name=d content=\"c\">"),
             (HtmlMetaAttributes{{u"d", u"a &amp;  b c"}}));
+}
+
+// A huge title or meta value costs a bounded copy: the result keeps 1 MiB of it anyway.
+TEST(HtmlTitle, HugeValuesAreReadOnlyInPart) {
+  const TextString huge(5 * kMaxValueUtf8Bytes, u't');
+  const TextString page = u"<title>" + huge + u"</title><meta name=d content=\"" + huge +
+                          u"\"><meta name=d content=\"" + huge + u"\">";
+  const std::size_t cap = 4 * kMaxValueUtf8Bytes;
+  EXPECT_EQ(htmlTitle(page).size(), cap);
+  EXPECT_EQ(normalizedHtmlTitle(page).size(), cap);
+  const HtmlMetaAttributes meta = htmlMetaAttributesByConvertingEntitiesToCharacters(page);
+  ASSERT_EQ(meta.count(u"d"), 1u);
+  EXPECT_LE(meta.at(u"d").size(), cap);
+  EXPECT_GT(meta.at(u"d").size(), kMaxValueUtf8Bytes);
 }
 
 TEST(CountLT, BalancedOnlyWhenEqualAndNotZero) {

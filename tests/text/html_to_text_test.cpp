@@ -6,6 +6,7 @@
 #include <tuple>
 #include <vector>
 
+#include "base/text_limits.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -176,6 +177,19 @@ TEST(HtmlToText, HostileAndHugeInput) {
   for (std::size_t at = 0; at < text.size(); at += expected.size() * 99991)
     ASSERT_EQ(TextView(text).substr(at, expected.size()), expected) << at;
   EXPECT_EQ(TextView(text).substr(text.size() - expected.size()), expected);
+}
+
+// Text far past the thread's cap is never built: the result would cut it anyway.
+TEST(HtmlToText, StopsALittlePastTheTextCap) {
+  const std::size_t previous = textLimitUtf8Bytes();
+  setTextLimitUtf8Bytes(1000);
+  const TextString html = u"<body><p>" + TextString(1 << 20, u'x') + u"</p><p>y</p></body>";
+  for (Form form : {kWhole, kImport, kReformat, kSimplified}) {
+    const std::size_t size = convert(form, html).size();
+    EXPECT_GT(size, 1000u);
+    EXPECT_LT(size, 100'000u);
+  }
+  setTextLimitUtf8Bytes(previous);
 }
 
 }  // namespace

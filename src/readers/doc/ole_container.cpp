@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,6 +14,9 @@ namespace {
 // build tree, BUILD/src/ and BUILD/tests/), then of the prefix it was built for.
 std::vector<std::string> moduleCandidates() {
   std::vector<std::string> candidates;
+  // Named by a host that is not one of the programs, such as the Python module.
+  if (const char* named = std::getenv("ULVEKBOT_OLE_MODULE"); named && *named)
+    candidates.emplace_back(named);
   std::error_code error;
   std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error)

@@ -1,0 +1,199 @@
+#!/usr/bin/env python3
+"""Imports a whole archive on a Dask cluster with ulvekbot.
+
+    python3 examples/dask/import_archive.py INPUT --out DIR [--scheduler ADDRESS | --local-workers N]
+
+INPUT is a folder (walked as `ulvekbot import` walks it) or a file listing paths, one a line
+(folders in it are walked too); the paths must be reachable from every worker (shared storage).
+The paths are split into the partitions of a Dask bag; each worker imports a partition with
+ulvekbot.import_tree and writes its JSON lines, the lines of `ulvekbot import`, to
+DIR/part-RUN-ID.jsonl as they come. A summary (files, bytes, failures by kind, files per
+second) is printed and written to DIR/summary-RUN.json. A rerun skips every path that already
+has a line in DIR, so an interrupted run resumes where it stopped.
+
+import_partition() is a plain function of a list of paths; any engine that can run a Python
+function per partition (Spark's mapPartitions, Ray tasks, a batch scheduler) can run it alike.
+"""
+
+import argparse
+import base64
+import collections
+import datetime
+import hashlib
+import json
+import math
+import os
+import sys
+import time
+
+
+def json_value(value):
+    """The JSON form of the values ulvekbot answers that json does not know, as the command
+    line writes them: dates ISO 8601 UTC with six fractional digits, data base64."""
+    if isinstance(value, datetime.datetime):
+        return value.astimezone(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%S.%fZ")
+    if isinstance(value, (bytes, bytearray)):
+        return base64.b64encode(value).decode("ascii")
+    raise TypeError(f"not JSON: {type(value).__name__}")
+
+
+def json_line(path, result):
+    """One line of `ulvekbot import`: "path" first, then the result's keys."""
+    record = {"path": path, **result}
+    return json.dumps(record, ensure_ascii=False, separators=(",", ":"), default=json_value) + "\n"
+
+
+def import_partition(paths, out_dir, run):
+    """Imports the paths on this worker, writes their lines to a file of their own in out_dir
+    and answers one summary of them."""
+    import ulvekbot  # on the worker
+
+    paths = list(paths)
+    summary = {"files": 0, "bytes": 0, "failures": {}}
+    if not paths:
+        return [summary]
+    # Partitions are disjoint, so their first paths name them apart.
+    name = hashlib.sha1(paths[0].encode("utf-8", "surrogateescape")).hexdigest()[:16]
+    failures = collections.Counter()
+    with open(os.path.join(out_dir, f"part-{run}-{name}.jsonl"), "w", encoding="utf-8",
+              errors="surrogateescape") as out:
+        # One file at a time: Dask runs as many partitions at once as the workers have threads.
+        for path, result in ulvekbot.import_tree(paths, jobs=1):
+            out.write(json_line(path, result))
+            # A line written is a file done, should the run stop here.
+            out.flush()
+            summary["files"] += 1
+            size = result.get("FileSize")
+            if isinstance(size, int):
+                summary["bytes"] += size
+            if "Error" in result:
+                failures[result["Error"]["kind"]] += 1
+    summary["failures"] = dict(failures)
+    return [summary]
+
+
+def done_paths(out_dir):
+    """The paths that already have a complete line in out_dir."""
+    done = set()
+    for name in os.listdir(out_dir):
+        if not (name.startswith("part-") and name.endswith(".jsonl")):
+            continue
+        with open(os.path.join(out_dir, name), encoding="utf-8", errors="surrogateescape") as lines:
+            for line in lines:
+                if not line.endswith("\n"):
+                    continue  # cut short when a run stopped
+                try:
+                    done.add(json.loads(line)["path"])
+                except (ValueError, KeyError):
+                    continue
+    return done
+
+
+def listed_paths(input_path):
+    """The files to import: a folder's as ulvekbot walks it, or those a list names."""
+    import ulvekbot
+
+    if os.path.isdir(input_path):
+        return ulvekbot.walk(input_path)
+    with open(input_path, encoding="utf-8", errors="surrogateescape") as listing:
+        named = [line.rstrip("\n") for line in listing if line.strip()]
+    return ulvekbot.walk(named)
+
+
+def merge(summaries):
+    total = {"files": 0, "bytes": 0, "failures": collections.Counter()}
+    for summary in summaries:
+        total["files"] += summary["files"]
+        total["bytes"] += summary["bytes"]
+        total["failures"].update(summary["failures"])
+    total["failures"] = dict(sorted(total["failures"].items()))
+    return total
+
+
+def partitions_for(count, threads, size):
+    if size:
+        return max(1, math.ceil(count / size))
+    # A few partitions a thread, so that a slow one does not leave the others idle at the end.
+    return max(1, min(count, 4 * threads))
+
+
+def run(args):
+    import dask.bag
+    from distributed import Client, LocalCluster
+
+    os.makedirs(args.out, exist_ok=True)
+    started = time.monotonic()
+    paths = listed_paths(args.input)
+    done = done_paths(args.out)
+    todo = [path for path in paths if path not in done]
+    runid = datetime.datetime.now(datetime.timezone.utc).strftime("%Y%m%dT%H%M%S%f")
+
+    cluster = None
+    if args.scheduler:
+        client = Client(args.scheduler)
+    else:
+        cluster = LocalCluster(n_workers=args.local_workers, threads_per_worker=1,
+                               processes=True, dashboard_address=None)
+        client = Client(cluster)
+    try:
+        threads = sum(client.nthreads().values()) or 1
+        summaries = []
+        importing = time.monotonic()
+        if todo:
+            bag = dask.bag.from_sequence(
+                todo, npartitions=partitions_for(len(todo), threads, args.partition_size))
+            summaries = bag.map_partitions(import_partition, os.path.abspath(args.out),
+                                           runid).compute()
+        importing = time.monotonic() - importing
+    finally:
+        client.close()
+        if cluster is not None:
+            cluster.close()
+
+    seconds = time.monotonic() - started
+    summary = merge(summaries)
+    summary.update({
+        "skipped": len(paths) - len(todo),
+        "seconds": round(seconds, 3),
+        # Without starting the cluster and listing the files.
+        "import_seconds": round(importing, 3),
+        "files_per_second": round(summary["files"] / importing, 1) if importing > 0 else None,
+        "workers_threads": threads,
+    })
+    with open(os.path.join(args.out, f"summary-{runid}.json"), "w", encoding="utf-8") as out:
+        json.dump(summary, out, indent=1)
+        out.write("\n")
+    failed = sum(summary["failures"].values())
+    kinds = ", ".join(f"{kind} {count}" for kind, count in summary["failures"].items())
+    print(f"{summary['files']} files, {summary['bytes']} bytes, {seconds:.3f} s "
+          f"({importing:.3f} s importing, {summary['files_per_second']} files/s on {threads} "
+          f"worker threads); "
+          f"{failed} failed{' (' + kinds + ')' if kinds else ''}; "
+          f"{summary['skipped']} skipped as done")
+    return summary
+
+
+def main(argv=None):
+    parser = argparse.ArgumentParser(
+        description="Imports a folder or a list of files on a Dask cluster with ulvekbot.")
+    parser.add_argument("input", metavar="INPUT",
+                        help="a folder, or a file listing paths one a line (on shared storage)")
+    parser.add_argument("--out", required=True, metavar="DIR",
+                        help="where the JSON lines and the summary go; paths with a line there "
+                        "already are skipped")
+    where = parser.add_mutually_exclusive_group()
+    where.add_argument("--scheduler", metavar="ADDRESS",
+                       help="a running scheduler, e.g. tcp://10.0.0.5:8786")
+    where.add_argument("--local-workers", type=int, default=os.cpu_count() or 1, metavar="N",
+                       help="start a local cluster of N worker processes (default: one a core)")
+    parser.add_argument("--partition-size", type=int, default=0, metavar="FILES",
+                        help="files a partition (default: four partitions a worker thread)")
+    args = parser.parse_args(argv)
+    if args.local_workers < 1:
+        parser.error("--local-workers takes a number above 0")
+    run(args)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

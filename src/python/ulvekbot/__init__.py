@@ -1,0 +1,216 @@
+"""Documents to plain text and metadata, in-process, as ``ulvekbot import`` reads them.
+
+Every function answers what the command line prints, as Python values: each result is a dict
+of the JSON line's keys ("Title", "Text", "Author", "ContentCreationDate", …, then
+"ContentType" and "MIMEType") without its "path"; lists are ``list[str]``, dates
+``datetime.datetime`` in UTC, data ``bytes``. Files are read with the GIL released, so threads
+import in parallel; importer plug-ins run in a sandboxed worker process, so a plug-in that
+crashes costs one file, never the interpreter.
+"""
+
+import collections
+import concurrent.futures
+import os
+
+from . import _location
+from . import _ulvekbot
+
+__all__ = [
+    "Error",
+    "attributes",
+    "classify",
+    "formats",
+    "import_data",
+    "import_directory",
+    "import_file",
+    "import_tree",
+    "is_plain_file",
+    "supports_file",
+    "walk",
+]
+
+
+class Error(Exception):
+    """A file that could not be read, as ``ulvekbot import`` reports it.
+
+    Attributes:
+        kind: why, as the command line's ``Error.kind`` says it: "not-found", "permission",
+            "damaged", "encrypted", "importer-crashed", "importer-timeout", "too-large",
+            "timed-out" or "unsupported".
+        message: the failure's message.
+        path: the file, as given.
+        result: what was read nonetheless (a "timed-out" file's text so far), else None.
+    """
+
+    def __init__(self, kind, message, path=None, result=None):
+        super().__init__(f"{path}: {kind}: {message}" if path is not None else f"{kind}: {message}")
+        self.kind = kind
+        self.message = message
+        self.path = path
+        self.result = result
+
+    # Raised in a Dask or multiprocessing worker, it is pickled back whole.
+    def __reduce__(self):
+        return (Error, (self.kind, self.message, self.path, self.result))
+
+
+def _answer(path, answer):
+    result, error = answer
+    if error is not None:
+        raise Error(error["kind"], error["message"], os.fsdecode(path), result)
+    return result
+
+
+def _seconds(timeout):
+    if timeout is None:
+        return 0.0
+    if timeout <= 0:
+        raise ValueError("timeout takes a number of seconds above 0, or None for no limit")
+    return float(timeout)
+
+
+def _no_ocr(ocr):
+    if ocr is not None:
+        raise ValueError("ocr: this build of ulvekbot has no OCR; pass ocr=None")
+
+
+def import_file(path, *, ocr=None, timeout=None):
+    """Imports one file (or package) and answers its result, as ``ulvekbot import PATH``.
+
+    Args:
+        path: a str, bytes or os.PathLike naming the file.
+        ocr: None (reserved for OCR of scanned documents; this build has none).
+        timeout: seconds the in-process readers may read the file (``--time-limit``); None
+            for no limit. Past it the file raises Error("timed-out") whose ``result`` holds
+            the text read so far.
+
+    Returns:
+        dict: the result, e.g. {"Title": "Report", "Text": "…", "Author": ["Ann"],
+        "FileSize": 1234, "ContentType": "org.openxmlformats.wordprocessingml.document",
+        "MIMEType": "application/vnd.openxmlformats-officedocument.wordprocessingml.document"}.
+
+    Raises:
+        Error: the file could not be read (``kind`` says why; ``result`` holds the partial
+            result with its "Error" entry).
+    """
+    _no_ocr(ocr)
+    return _answer(path, _ulvekbot.import_item(path, _seconds(timeout)))
+
+
+def import_data(data, url=None, mime_type=None):
+    """Imports a block of downloaded data, as the service's importData does.
+
+    Args:
+        data: the bytes.
+        url: the address they came from, if known (its extension helps to type them).
+        mime_type: their MIME type, if known ("text/html", …).
+
+    Returns:
+        dict: the result.
+    """
+    return _answer("<data>", _ulvekbot.import_data(bytes(data), url, mime_type))
+
+
+def import_directory(path):
+    """Answers a folder's title, comment, where-from address and tags (``ulvekbot directory``)."""
+    return _answer(path, _ulvekbot.import_directory(path))
+
+
+def attributes(path):
+    """Answers an item's stored comment, where-from address and tags (``ulvekbot attributes``)."""
+    return _answer(path, _ulvekbot.attributes(path))
+
+
+def classify(path):
+    """Says why a file is read the way it is, and by which reader (``ulvekbot classify --json``).
+
+    Returns:
+        dict: "path", "extension", "typeCode", "contentType", "size", "step", "test",
+        "class", "packageSkipped", "typeDecided", "reader", "decision" (and
+        "contentTypeRoute" where no file test answered).
+    """
+    return _answer(path, _ulvekbot.classify(path))
+
+
+def supports_file(path):
+    """True when a reader or an importer plug-in reads the file."""
+    return _ulvekbot.supports_file(path)
+
+
+def is_plain_file(path):
+    """True when the file is read as plain text."""
+    return _ulvekbot.is_plain_file(path)
+
+
+def formats():
+    """Every kind of file known (``ulvekbot formats --json``): a list of dicts with
+    "identifier", "name", "extensions", "mimeTypes", "typeCodes", "conformsTo", "signatures",
+    "kind" and "reader"."""
+    return _ulvekbot.formats()
+
+
+def _paths(path_or_paths):
+    if isinstance(path_or_paths, (str, bytes, os.PathLike)):
+        path_or_paths = [path_or_paths]
+    return [os.fsencode(path) for path in path_or_paths]
+
+
+def walk(path_or_paths, *, follow_links=False):
+    """The files ``import_tree`` reads for these paths, in its order: folders walked in name
+    order, packages and unpacked books as one item, AppleDouble companions left out, links in
+    folders followed only with ``follow_links``. Paths that are missing or cannot be listed
+    stay in the list, so that importing them reports why.
+
+    Returns:
+        list[str]: the paths, each of which ``import_tree`` reads as one item.
+    """
+    return [path for path, _ in _ulvekbot.walk(_paths(path_or_paths), follow_links)]
+
+
+def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_links=False):
+    """Imports files and folders (walked as ``ulvekbot import`` walks them), yielding
+    ``(path, result)`` for each file as it finishes, in the order of ``jobs=1``.
+
+    Folders are walked in name order; packages and unpacked books are one item; links inside
+    folders are followed only with ``follow_links``. A file that fails is not raised: its
+    result carries {"Error": {"kind": …, "message": …}}, as its JSON line does.
+
+    Args:
+        path_or_paths: a path, or an iterable of paths (str, bytes or os.PathLike).
+        jobs: how many files to read at a time, on threads (None: one a core).
+        ocr: None (reserved for OCR; this build has none).
+        timeout: seconds the in-process readers may read one file; None for no limit.
+        follow_links: follow links inside folders.
+
+    Yields:
+        tuple[str, dict]: the file's path (as named, or as found in a folder) and its result.
+    """
+    _no_ocr(ocr)
+    seconds = _seconds(timeout)
+    items = _ulvekbot.walk(_paths(path_or_paths), follow_links)
+    jobs = _ulvekbot.usable_cores() if jobs is None else int(jobs)
+    if jobs < 1:
+        raise ValueError("jobs takes a number above 0, or None for one a core")
+
+    def one(item):
+        path, error = item
+        if error is not None:
+            return {"Error": error}
+        return _ulvekbot.import_item(path, seconds)[0]
+
+    if jobs == 1:
+        for item in items:
+            yield item[0], one(item)
+        return
+    # A few answers per thread wait for an earlier one, so a long list never lies in memory.
+    window = 4 * jobs
+    with concurrent.futures.ThreadPoolExecutor(jobs, thread_name_prefix="ulvekbot") as pool:
+        pending = collections.deque()
+        for item in items:
+            if len(pending) >= window:
+                path, future = pending.popleft()
+                yield path, future.result()
+            pending.append((item[0], pool.submit(one, item)))
+        while pending:
+            path, future = pending.popleft()
+            yield path, future.result()
