@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix and checks that what was installed works on its own:
-# the CLI finds its bundled importers and its OLE2 module, the example client builds against the installed library
-# and drives the installed daemon, and the bus starts the daemon on demand from the installed
+# the CLI finds its bundled importers and its OLE2 module, the public headers stand alone, the
+# C++, C and Python example clients build against the installed library alone and drive the
+# installed daemon, and the bus starts the daemon on demand from the installed
 # service file.
 #   scripts/check-install.sh [BUILD_DIR]
 set -euo pipefail
@@ -38,11 +39,45 @@ print(ulvekbot.import_file(sys.argv[1])["Title"], ulvekbot.import_file(sys.argv[
     fail "installed Python module reads: $imported"
 fi
 
-# The example client, built against the installed pkg-config data, launches the installed daemon.
-PKG_CONFIG_PATH=$prefix/lib/pkgconfig examples/client/build.sh "$prefix/example" >/dev/null
-titles=$(dbus-run-session -- "$prefix/example/import-titles" --helper "$prefix/bin/ulvekbotd64" \
+# The public headers stand alone: they include only the system's headers and each other, and
+# compile with the installed include folder alone.
+libdir=$prefix/$(sed -n 's/^CMAKE_INSTALL_LIBDIR:PATH=//p' "$build/CMakeCache.txt")
+for header in "$prefix"/include/ulvekbot/*.h; do
+  ! grep -n '^ *# *include *"' "$header" || fail "$header includes a private header"
+  { grep -o '^ *# *include *<ulvekbot/[^>]*>' "$header" || true; } | sed 's/.*<ulvekbot\/\(.*\)>/\1/' |
+    while read -r included; do
+      [[ -e $prefix/include/ulvekbot/$included ]] || fail "$header includes $included, not installed"
+    done
+  echo "#include <ulvekbot/$(basename "$header")>" |
+    c++ -std=c++20 -fsyntax-only -I"$prefix/include" -x c++ - ||
+    fail "$header does not compile by itself"
+done
+echo '#include <ulvekbot/client_c.h>' | cc -std=c99 -fsyntax-only -I"$prefix/include" -x c - ||
+  fail "client_c.h is not C"
+# The pkg-config data needs no other package's (no internal dependency leaks).
+pc_only="$libdir/pkgconfig:$prefix/share/pkgconfig"
+PKG_CONFIG_LIBDIR=$pc_only pkg-config --cflags --libs ulvekbot-client ulvekbot-importer >/dev/null ||
+  fail "pkg-config data needs packages it does not name"
+# The library exports its API and nothing else.
+exported=$(nm -D --defined-only "$libdir/libulvekbot-client.so" | c++filt |
+  grep -v -e ' ulvekbot_' -e ' ulvekbot::' -e ' ULVEKBOT_CLIENT_' || true)
+[[ -z $exported ]] || fail "libulvekbot-client exports more than its API: $exported"
+
+# The examples, built against the installed pkg-config data alone, drive the installed daemon:
+# the C++ one prints titles, the C one a PDF's title and text length, the Python one (ctypes over
+# the C API) a title.
+PKG_CONFIG_LIBDIR=$pc_only examples/client/build.sh "$prefix/example" >/dev/null
+daemon=$prefix/bin/ulvekbotd64
+titles=$(dbus-run-session -- "$prefix/example/import-titles" --helper "$daemon" \
   samples/welcome.html 2>&1) || true
-grep -q 'welcome.html: Welcome to ulvekbot' <<<"$titles" || fail "example client printed: $titles"
+grep -q 'welcome.html: Welcome to ulvekbot' <<<"$titles" || fail "C++ example printed: $titles"
+pdf=$(dbus-run-session -- "$prefix/example/import-pdf" --helper "$daemon" \
+  tests/data/pdf/survey.pdf 2>&1) || true
+grep -q '^Title: Harbour Survey – Spring Round$' <<<"$pdf" && grep -Eq '^Text: [1-9][0-9]* bytes$' <<<"$pdf" ||
+  fail "C example printed: $pdf"
+python=$(ULVEKBOT_CLIENT_LIBRARY=$libdir/libulvekbot-client.so.0 dbus-run-session -- \
+  python3 examples/client/import_title.py samples/welcome.html "$daemon" 2>&1) || true
+grep -q 'welcome.html: Welcome to ulvekbot' <<<"$python" || fail "Python example printed: $python"
 
 # D-Bus activation: a session bus that knows the installed service file starts the daemon on the
 # first call. The file names the configured prefix; point it at this one.
@@ -70,4 +105,4 @@ dbus-run-session --config-file "$prefix/session.conf" -- sh -c '
   busctl --user call com.ulvek_technologies.ulvekbotd64 /com/ulvek_technologies/ulvekbotd64 \
     com.ulvek_technologies.UlvekBotHelper Terminate --expect-reply=false' >/dev/null 2>&1 ||
   fail "the bus did not start the daemon on demand"
-echo "check-install: installed tree, example client and activation work"
+echo "check-install: installed tree, headers, example clients and activation work"

@@ -16,13 +16,14 @@ packages=(
   pybind11-dev python3-dev
 )
 # What the tests, benchmarks and fuzzers need besides: their frameworks, and the tools a user
-# would otherwise run, which they compare with.
+# would otherwise run, which they compare with; the client library's ABI checker.
 test_packages=(
   clang clang-format libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev uchardet attr dpkg-dev libglib2.0-bin time
   html2text w3m poppler-utils libetonyek-tools libmwaw-tools libwpd-tools libimage-exiftool-perl
   antiword catdoc tracker-extract docx2txt odt2txt unrtf pandoc ocrmypdf tesseract-ocr
   python3-pytest python3-distributed
+  abi-dumper abi-compliance-checker
 )
 # A build without tests (-DULVEK_TESTS=OFF) installs only what building and running need.
 if [[ " $* " != *" -DULVEK_TESTS=OFF "* ]]; then

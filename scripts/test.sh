@@ -66,8 +66,13 @@ ULVEKBOT_IMPORTER_PATH=$examples build/src/ulvekbot import "$examples/sample.wor
   grep -qF '"Author":["Word Count Example"]'
 rm -rf "$examples"
 
-# What cmake --install puts down works by itself: importers, the client example, activation.
+# What cmake --install puts down works by itself: importers, the public headers, the example
+# clients, activation.
 scripts/check-install.sh build
+# The client library keeps the ABI of its last release (packaging/abi/), where one was recorded.
+if compgen -G 'packaging/abi/*.dump.gz' >/dev/null; then
+  scripts/check-abi.sh build
+fi
 
 # The OCR bundle tests (label ocr) spend their time in Tesseract, which is not instrumented; the
 # command line's OCR test, hostile pictures included, still runs sanitized.

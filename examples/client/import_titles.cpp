@@ -1,9 +1,9 @@
-// Launches the ulvekbotd64 helper with the client library, imports the files named on the
-// command line through it and prints each one's title, then stops the helper.
+// Imports the files named on the command line through the ulvekbotd64 service and prints each
+// one's title; a daemon it had to start is stopped at the end.
 //
 //   import-titles [--helper PATH] FILE...
 //
-// The helper is $ULVEKBOT_HELPER, else /usr/bin/ulvekbotd64.
+// The helper is $ULVEKBOT_HELPER, else the installed daemon (which the bus may start).
 #include <ulvekbot/client.h>
 
 #include <cstdlib>
@@ -14,10 +14,11 @@
 
 int main(int argc, char** argv) {
   std::vector<std::string> files(argv + 1, argv + argc);
-  const char* fromEnvironment = std::getenv("ULVEKBOT_HELPER");
-  std::string helper = fromEnvironment ? fromEnvironment : "/usr/bin/ulvekbotd64";
+  ulvekbot::ClientOptions options;
+  if (const char* fromEnvironment = std::getenv("ULVEKBOT_HELPER"))
+    options.helperPath = fromEnvironment;
   if (files.size() >= 2 && files[0] == "--helper") {
-    helper = files[1];
+    options.helperPath = files[1];
     files.erase(files.begin(), files.begin() + 2);
   }
   if (files.empty()) {
@@ -25,28 +26,18 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  auto task = ulvek::HelperTask::initWithPath(helper, ulvek::kUlvekBotHelperName,
-                                              ulvek::kUlvekBotHelperProtocol, 15.0,
-                                              ulvek::kQualityOfServiceUtility);
-  if (!task) return 1;
+  ulvekbot::Client client(options);
   int status = 0;
   for (const std::string& file : files) {
-    // The helper may have gone between files; proxy() starts it again if it must.
-    std::optional<ulvek::HelperProxy> proxy = task->proxy();
-    if (!proxy) {
-      std::cerr << "import-titles: cannot reach " << helper << '\n';
-      return 1;
-    }
-    ulvek::Result<ulvek::ImportResult> result =
-        proxy->openFile(std::filesystem::absolute(file).string());
-    if (!result.ok()) {
-      std::cerr << file << ": " << result.error().localizedDescription << '\n';
+    // The daemon runs elsewhere: it needs absolute paths.
+    auto result = client.importFile(std::filesystem::absolute(file).string());
+    if (!result) {
+      std::cerr << file << ": " << result.error().message << '\n';
       status = 1;
       continue;
     }
-    const ulvek::TextString* title = result->string(ulvek::ImportKey::Title);
-    std::cout << file << ": " << (title ? ulvek::toUtf8(*title) : "(no title)") << '\n';
+    const std::string* title = result->string("Title");
+    std::cout << file << ": " << (title ? *title : "(no title)") << '\n';
   }
-  task->terminate();
   return status;
 }
