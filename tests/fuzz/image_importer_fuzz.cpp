@@ -2,6 +2,7 @@
 // coordinates and altitude, PNG text chunks. The first byte picks the file's kind.
 #include "../../bundles/Image/image_importer.cpp"
 #include "../../bundles/Image/png_text.cpp"
+#include "../../bundles/support/ocr.cpp"
 #include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 
