@@ -85,15 +85,6 @@ PropertyValue splitList(const PropertyValue& value) {
   return PropertyValue(std::move(items));
 }
 
-ImportResult withListsAsArrays(const ImportResult& result) {
-  PropertyDictionary values = result.values();
-  for (std::string_view key : ImportKey::JoinedLists) {
-    auto found = values.find(key);
-    if (found != values.end()) found->second = splitList(found->second);
-  }
-  return ImportResult::fromValues(std::move(values));
-}
-
 ItemAnswer failedItem(const Failure& failure) {
   ItemAnswer answer;
   answer.failure = failure;

@@ -53,10 +53,6 @@ bool isJoinedList(std::string_view key);
 // The items of a line-feed-joined list; a value that is no string stays as it is.
 PropertyValue splitList(const PropertyValue& value);
 
-// The result with each line-feed-joined list (tags, authors, addresses, phone numbers) as an
-// array of its items; the service keeps answering joined strings.
-ImportResult withListsAsArrays(const ImportResult& result);
-
 // Which items a walk over files and folders imports, in the order they are imported.
 struct WalkOptions {
   bool recursive = true;

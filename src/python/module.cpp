@@ -91,16 +91,12 @@ py::object toPython(const PropertyValue& value) {
 }
 
 // The result's keys in the order the JSON lines have them, lists as arrays, then `extra`.
+// Member by member, so a long text is converted once and never copied first.
 py::dict toPython(const ImportResult& result, const PropertyDictionary& extra = {}) {
-  PropertyDictionary values = withListsAsArrays(result).values();
   py::dict dict;
-  for (std::string_view key : ImportKey::All) {
-    auto found = values.find(key);
-    if (found == values.end()) continue;
-    dict[py::str(std::string(key))] = toPython(found->second);
-    values.erase(found);
-  }
-  for (const auto& [key, value] : values) dict[py::str(key)] = toPython(value);
+  forEachJsonMember(result, [&](std::string_view key, const PropertyValue& value) {
+    dict[py::str(std::string(key))] = toPython(isJoinedList(key) ? splitList(value) : value);
+  });
   for (const auto& [key, value] : extra) dict[py::str(key)] = toPython(value);
   return dict;
 }
