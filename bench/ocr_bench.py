@@ -14,7 +14,7 @@ with tests/data/ocr/make_fixtures.py's pages. Needs ocrmypdf, tesseract-ocr and 
 import argparse
 import collections
 import concurrent.futures
-import importlib.util
+import importlib
 import json
 import os
 import pathlib
@@ -28,11 +28,12 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
 def fixtures():
-    spec = importlib.util.spec_from_file_location(
-        "make_fixtures", ROOT / "tests/data/ocr/make_fixtures.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
+    """The fixture script of the OCR tests, as a module: its pages and their words."""
+    sys.path.insert(0, str(ROOT / "tests/data/ocr"))
+    try:
+        return importlib.import_module("make_fixtures")
+    finally:
+        sys.path.pop(0)
 
 
 def word_bag(text):
