@@ -14,14 +14,7 @@ if grep -rqs --include=CMakeLists.txt 'COMPONENT python' src python; then
 else
   profiles=(--build-profiles=pkg.ulvekbot.nopython)
 fi
-missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
-    missing+=("$package")
-done
-if ((${#missing[@]})); then
-  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}"
-fi
+scripts/install-packages.sh "${packages[@]}"
 
 out=build-deb
 # Always the same folder, so a rebuild finds its objects in the compiler cache.
