@@ -170,20 +170,26 @@ Expected<ImportResult> Client::importData(const Bytes& data, std::string_view ur
       proxy.value().openData(ulvek::Data(data.begin(), data.end()), text(url), text(mimeType)));
 }
 
-Expected<bool> Client::supportsFile(std::string_view path) {
-  Expected<ulvek::HelperProxy> proxy = impl_->proxy();
+namespace {
+
+// A yes-or-no question the daemon answers about a path.
+Expected<bool> answered(Expected<ulvek::HelperProxy> proxy,
+                        ulvek::Result<bool> (ulvek::HelperProxy::*question)(const std::string&),
+                        std::string_view path) {
   if (!proxy) return proxy.error();
-  ulvek::Result<bool> answer = proxy.value().supportsFile(std::string(path));
+  ulvek::Result<bool> answer = (proxy.value().*question)(std::string(path));
   if (!answer) return publicError(answer.error());
   return *answer;
 }
 
+}  // namespace
+
+Expected<bool> Client::supportsFile(std::string_view path) {
+  return answered(impl_->proxy(), &ulvek::HelperProxy::supportsFile, path);
+}
+
 Expected<bool> Client::isPlainFile(std::string_view path) {
-  Expected<ulvek::HelperProxy> proxy = impl_->proxy();
-  if (!proxy) return proxy.error();
-  ulvek::Result<bool> answer = proxy.value().isPlainFile(std::string(path));
-  if (!answer) return publicError(answer.error());
-  return *answer;
+  return answered(impl_->proxy(), &ulvek::HelperProxy::isPlainFile, path);
 }
 
 Expected<> Client::terminate() {
