@@ -179,7 +179,10 @@ bool importImage(Attributes& out, const char* contentType, const char* path) {
   const Exiv2::ExifData& exif = image->exifData();
   const Exiv2::IptcData& iptc = image->iptcData();
   const Exiv2::XmpData& xmp = image->xmpData();
-  const std::map<std::string, std::string> png = ulvek::image::pngTextChunks(path);
+  // Only a PNG file is opened a second time, for the chunks Exiv2 leaves unread.
+  const std::map<std::string, std::string> png = image->imageType() == Exiv2::ImageType::png
+                                                     ? ulvek::image::pngTextChunks(path)
+                                                     : std::map<std::string, std::string>();
 
   if (auto title =
           first(xmpText(xmp, "Xmp.dc.title"), iptcText(iptc, "Iptc.Application2.ObjectName"),
