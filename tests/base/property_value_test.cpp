@@ -37,16 +37,5 @@ TEST(TextString, IllFormedInputIsReplacedOrRefused) {
   EXPECT_EQ(toUtf8(TextString(1, char16_t(0xD800))), "\xEF\xBF\xBD");
 }
 
-TEST(PropertyValue, KindsAndAccessors) {
-  EXPECT_TRUE(PropertyValue(u"x").isString());
-  EXPECT_EQ(PropertyValue(true).kind(), PropertyValue::Kind::Boolean);
-  EXPECT_EQ(PropertyValue(std::uint64_t{1} << 63).unsignedInteger()[0], std::uint64_t{1} << 63);
-  EXPECT_EQ(PropertyValue(3).integer()[0], 3);
-  EXPECT_EQ(PropertyValue(PropertyArray{}).className(), "Array");
-  EXPECT_EQ(PropertyValue(u"x").array(), nullptr);
-  PropertyDictionary nested{{"a", PropertyValue(PropertyArray{PropertyValue(u"b")})}};
-  EXPECT_EQ(PropertyValue(nested), PropertyValue(nested));
-}
-
 }  // namespace
 }  // namespace ulvek

@@ -64,22 +64,6 @@ TEST(RouteTable, DispatcherOrder) {
   }
 }
 
-// Every class takes a route, and a route a reader serves is named for log lines.
-TEST(RouteTable, ClassesTakeTheirRoutes) {
-  const std::pair<FileClass, Route> rows[] = {
-      {FileClass::None, Route::Undecided},       {FileClass::Email, Route::Importer},
-      {FileClass::Image, Route::Importer},       {FileClass::Chat, Route::Importer},
-      {FileClass::AppleScript, Route::Importer}, {FileClass::Sheet, Route::PlainText},
-      {FileClass::Form, Route::AddressCard},     {FileClass::PDF, Route::PDF},
-  };
-  for (const auto& [fileClass, route] : rows) {
-    EXPECT_EQ(fileClassInfo(fileClass).route, route) << fileClassName(fileClass);
-  }
-  EXPECT_EQ(routeInfo(Route::AttributedDocument).name, "attributed document");
-  EXPECT_FALSE(routeInfo(Route::HTML).hasReader);
-  EXPECT_TRUE(routeInfo(Route::Importer).hasReader);
-}
-
 // Where no name test answers, or a text name hides a document of another kind, the content's
 // type picks the reader; a name that its reader reads keeps deciding.
 TEST(RouteTable, ContentBeforeAMissingOrLyingName) {
