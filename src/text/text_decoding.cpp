@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <uchardet/uchardet.h>
 #include <unicode/ucsdet.h>
+#include <unicode/utf8.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -134,6 +135,57 @@ std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   for (const DetectorName& entry : kWideDetectorNames)
     if (entry.name == name) return stringEncodingFromCFEncoding(entry.encoding);
   return std::nullopt;
+}
+
+// UTF-8 with a few stray single-byte characters, as when lines from a Latin-1 source were
+// pasted into a UTF-8 file. A detector calls the whole file some 8-bit encoding and garbles
+// every real multi-byte character; decoding it as UTF-8 and reading each bad byte as
+// Windows-1252 keeps both kinds of words. Nothing when the bytes are valid UTF-8, or when bad
+// bytes outnumber good multi-byte characters (then the file is 8-bit text).
+std::optional<TextString> decodeMixedUTF8(Bytes bytes) {
+  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max()))
+    return std::nullopt;
+  const auto* data = reinterpret_cast<const char*>(bytes.data());
+  const auto length = static_cast<int32_t>(bytes.size());
+  std::size_t multiByte = 0;
+  std::size_t bad = 0;
+  for (int32_t i = 0; i < length;) {
+    if (static_cast<std::uint8_t>(data[i]) < 0x80) {
+      ++i;
+      continue;
+    }
+    UChar32 c;
+    U8_NEXT(data, i, length, c);
+    ++(c < 0 ? bad : multiByte);
+  }
+  if (bad == 0 || multiByte < bad) return std::nullopt;
+
+  TextString text;
+  text.reserve(bytes.size());
+  for (int32_t i = 0; i < length;) {
+    const int32_t start = i;
+    UChar32 c;
+    U8_NEXT(data, i, length, c);
+    if (c >= 0) {
+      if (c > 0xFFFF) {
+        text.push_back(static_cast<char16_t>(U16_LEAD(c)));
+        text.push_back(static_cast<char16_t>(U16_TRAIL(c)));
+      } else {
+        text.push_back(static_cast<char16_t>(c));
+      }
+      continue;
+    }
+    // A sequence cut short, within the text or at its end, is a character lost.
+    const auto first = static_cast<std::uint8_t>(data[start]);
+    const bool cut = i - start > 1 || (i == length && first >= 0xC2 && first <= 0xF4);
+    std::optional<TextString> single;
+    if (!cut) single = decodeBytes(bytes.subspan(start, 1), kWindowsCP1252StringEncoding);
+    if (single && !single->empty())
+      text += *single;
+    else
+      text.push_back(u'\uFFFD');
+  }
+  return text;
 }
 
 // ---- Markup decoding --------------------------------------------------------------------------
@@ -577,19 +629,23 @@ std::optional<DetectedText> decodeDetectingEncoding(std::span<const std::uint8_t
     if (std::optional<TextString> text = decodeBytes(bytes, kUTF8StringEncoding))
       return DetectedText{std::move(*text), kUTF8StringEncoding};
   }
+  // A file cut inside a character, or with a stray bad byte, is still in the encoding the
+  // detector saw: mark the bad bytes rather than lose the whole text.
+  auto decodeAs = [&](StringEncoding encoding) -> std::optional<DetectedText> {
+    if (std::optional<TextString> text = decodeBytes(bytes, encoding))
+      return DetectedText{std::move(*text), encoding};
+    TextString marked = convertBytes(bytes, cfEncodingFromStringEncoding(encoding));
+    if (!marked.empty()) return DetectedText{std::move(marked), encoding};
+    return std::nullopt;
+  };
   // uchardet does not look for UTF-16 or UTF-32 without a byte-order mark and may call such
   // text a multi-byte Asian encoding, so the wide forms are ruled out first. ICU's test needs
   // NUL bytes in the right places, which 8-bit text does not have.
-  for (auto detect : {wideUnicodeEncoding, uchardetEncoding}) {
-    std::optional<StringEncoding> encoding = detect(bytes);
-    if (!encoding) continue;
-    if (std::optional<TextString> text = decodeBytes(bytes, *encoding))
-      return DetectedText{std::move(*text), *encoding};
-    // A file cut inside a character, or with a stray bad byte, is still in the encoding the
-    // detector saw: mark the bad bytes rather than lose the whole text.
-    TextString marked = convertBytes(bytes, cfEncodingFromStringEncoding(*encoding));
-    if (!marked.empty()) return DetectedText{std::move(marked), *encoding};
-  }
+  if (std::optional<StringEncoding> wide = wideUnicodeEncoding(bytes))
+    if (std::optional<DetectedText> text = decodeAs(*wide)) return text;
+  if (std::optional<TextString> mixed = decodeMixedUTF8(bytes))
+    return DetectedText{std::move(*mixed), kUTF8StringEncoding};
+  if (std::optional<StringEncoding> guessed = uchardetEncoding(bytes)) return decodeAs(*guessed);
   return std::nullopt;
 }
 

@@ -376,7 +376,7 @@ namespace {
 
 // Valid UTF-8 with non-ASCII characters, or a UTF-8 mark, is UTF-8 before any detector guesses:
 // short texts such as "café" were read as Latin 2.
-TEST(TextDecodingUtf8First, ValidUtf8AndMarksDecide) {
+TEST(TextDecodingUtf8First, ValidOrMostlyValidUtf8AndMarksDecide) {
   struct Row {
     const char* name;
     std::string bytes;
@@ -389,6 +389,12 @@ TEST(TextDecodingUtf8First, ValidUtf8AndMarksDecide) {
       {"four-byte character", "x \xF0\x9F\x98\x80", u"x \U0001F600", kUTF8StringEncoding},
       {"overlong form is no UTF-8", "caf\xC0\xA9 and more text here", u"", 0},
       {"surrogate is no UTF-8", "a\xED\xA0\x80 b", u"", 0},
+      // Stray single-byte characters among real UTF-8 ones are read as Windows-1252.
+      {"Latin-1 words in UTF-8", "Z\xFCrich gr\xC3\xBCn\tbl\xE5 caf\xC3\xA9",
+       u"Z\u00fcrich gr\u00fcn\tbl\u00e5 caf\u00e9", kUTF8StringEncoding},
+      {"Windows-1252 euro in UTF-8", "\x80 5 na\xC3\xAFve", u"\u20ac 5 na\u00efve",
+       kUTF8StringEncoding},
+      {"mostly Latin-1 stays 8-bit", "caf\xE9 cr\xE8me na\xC3\xAFve", u"", 0},
   };
   for (const Row& row : rows) {
     auto bytes =
