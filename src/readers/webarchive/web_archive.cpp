@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/property_list.h"
 #include "metadata/file_types.h"
+#include "readers/xml/feed_text.h"
 #include "text/character_tables.h"
 #include "text/encodings.h"
 #include "text/html_to_text.h"
@@ -122,6 +123,12 @@ bool isMarkupMIMEType(TextView mimeType) {
   return false;
 }
 
+bool isFeedMIMEType(TextView mimeType) {
+  return containsIgnoringAsciiCase(mimeType, u"rss") ||
+         containsIgnoringAsciiCase(mimeType, u"atom") ||
+         containsIgnoringAsciiCase(mimeType, u"rdf") || containsIgnoringAsciiCase(mimeType, u"xml");
+}
+
 std::optional<TextString> WebResource::documentSource() const {
   if (!isMarkupMIMEType(MIMEType)) return std::nullopt;
   if (data.size() > kMaxWebResourceMarkup) {
@@ -170,8 +177,13 @@ void WebArchive::appendSearchableTextTo(TextString& text) const {
     const WebArchive* archive = pending.back();
     pending.pop_back();
     if (auto source = archive->documentSource()) {
+      // A saved feed's items are XML elements and their bodies escaped HTML, which the page
+      // conversion would run together or show as tags.
+      std::optional<TextString> feed;
+      if (isFeedMIMEType(archive->mainResource->MIMEType)) feed = feedText(*source);
       TextString page =
-          stringByConvertingHtml2PlainTextNonUmlauted(*source, false, true, true, false);
+          feed ? std::move(*feed)
+               : stringByConvertingHtml2PlainTextNonUmlauted(*source, false, true, true, false);
       if (!page.empty()) text += u"\n\n" + page;
     }
     for (auto frame = archive->subframeArchives.rbegin(); frame != archive->subframeArchives.rend();

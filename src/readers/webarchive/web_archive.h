@@ -24,6 +24,9 @@ inline constexpr std::size_t kMaxWebResourceMarkup = 32 * 1024 * 1024;
 // Whether a MIME type names markup: "text/…", or "application/…" naming htm, sgml, xml, rsd or
 // atom (any case), or rdf or rss (lower case).
 bool isMarkupMIMEType(TextView mimeType);
+// Whether a main resource of this type may be a feed (RSS, Atom, RDF or plain XML), read as one
+// when its root element says so.
+bool isFeedMIMEType(TextView mimeType);
 
 struct WebResource {
   Data data;

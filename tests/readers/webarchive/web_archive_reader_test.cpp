@@ -64,6 +64,14 @@ TEST(WebArchive, MarkupMIMETypes) {
   for (const auto& [mime, markup] : rows) EXPECT_EQ(isMarkupMIMEType(mime), markup) << toUtf8(mime);
 }
 
+constexpr std::string_view kRss =
+    "<?xml version='1.0' encoding='UTF-8'?><rss version='2.0'><channel><title>Harbour</title>"
+    "<link>https://example.org/</link><description>Notes</description><image><title>Logo"
+    "</title></image><item><title>Ferry</title><link>https://example.org/f</link><description>"
+    "&lt;p&gt;The &lt;b&gt;morning ferry&lt;/b&gt; leaves.&lt;/p&gt;</description></item><item>"
+    "<title>Lighthouse</title><description><![CDATA[<p>Red stripes.</p>]]></description>"
+    "</item></channel></rss>";
+
 TEST(WebArchive, SearchableTextOfPagesAndFrames) {
   struct Row {
     std::string name;
@@ -91,6 +99,35 @@ TEST(WebArchive, SearchableTextOfPagesAndFrames) {
        u"\n\nGrüße", true},
       {"subresources do not count",
        archive(resource(page("Main")), {}, {resource("body{}", u"text/css")}), u"\n\nMain", true},
+      // Feeds: titles and bodies on lines of their own, bodies' HTML as text.
+      {"rss 2.0", archive(resource(kRss, u"application/rss+xml")),
+       u"\n\nHarbour\nNotes\nFerry\nThe morning ferry leaves.\nLighthouse\nRed stripes.", true},
+      {"rss cut short", archive(resource(std::string(kRss).substr(0, 330), u"text/xml")),
+       u"\n\nHarbour\nNotes\nFerry\nThe morning ferry leaves.", true},
+      {"atom, xhtml and escaped content",
+       archive(resource("<feed xmlns='http://www.w3.org/2005/Atom'><title>Log</title>"
+                        "<entry><title>One</title><summary>Short</summary>"
+                        "<content type='html'>&lt;p&gt;Long&lt;/p&gt;</content></entry>"
+                        "<entry><title>Two</title><content type='xhtml'><div><p>Deep</p></div>"
+                        "</content></entry></feed>",
+                        u"application/atom+xml")),
+       u"\n\nLog\nOne\nShort\nTwo\nDeep", true},
+      {"rss 1.0",
+       archive(resource("<rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'>"
+                        "<channel><title>Old</title></channel>"
+                        "<item><title>Item</title><description>Body</description></item>"
+                        "</rdf:RDF>",
+                        u"application/rdf+xml")),
+       u"\n\nOld\nItem\nBody", true},
+      {"latin-1 declaration in a decoded feed",
+       archive(resource("<?xml version='1.0' encoding='ISO-8859-1'?><rss><channel>"
+                        "<title>Gr\xFC\xDF"
+                        "e</title></channel></rss>",
+                        u"application/rss+xml", u"https://example.org/", u"ISO-8859-1")),
+       u"\n\nGrüße", true},
+      {"xml that is no feed is a page",
+       archive(resource("<note><to>Tove</to><body>Hello</body></note>", u"text/xml")), u"\n\nHello",
+       true},
   };
   for (const Row& row : rows) {
     std::optional<WebArchive> web = decode(row.list);
