@@ -66,8 +66,8 @@ void collect(InternetAddressList* list, People& people, int depth = 0) {
 }
 
 struct Body {
-  std::vector<std::string> plain;
-  std::vector<std::string> html;
+  // Each inline text part in message order, HTML as text.
+  std::vector<std::string> texts;
   std::vector<std::string> attachments;
   std::size_t readAttachments = 0;
 };
@@ -75,6 +75,10 @@ struct Body {
 bool isAttachment(GMimeObject* part) {
   GMimeContentDisposition* disposition = g_mime_object_get_content_disposition(part);
   return disposition && g_mime_content_disposition_is_attachment(disposition);
+}
+
+bool isBlank(const std::string& text) {
+  return text.find_first_not_of(" \t\r\n") == std::string::npos;
 }
 
 std::string textOf(GMimeTextPart* part) {
@@ -137,7 +141,7 @@ std::string attachmentText(GMimePart* part) {
   return ulvek::toUtf8(*output->text);
 }
 
-// Walks the tree without recursion: the first plain and the first HTML body, attachment names.
+// Walks the tree without recursion: inline text parts in order, attachment names and texts.
 void walk(GMimeObject* root, Body& body) {
   std::vector<std::pair<GMimeObject*, int>> pending{{root, 0}};
   while (!pending.empty()) {
@@ -147,13 +151,15 @@ void walk(GMimeObject* root, Body& body) {
     if (GMIME_IS_MULTIPART(object)) {
       GMimeMultipart* multipart = GMIME_MULTIPART(object);
       int count = g_mime_multipart_get_count(multipart);
-      // Alternatives say one thing several ways: the plain one, else the last (richest).
+      // Alternatives say one thing several ways: the plain one, else the last (richest). A
+      // blank plain part stands for nothing.
       GMimeContentType* type = g_mime_object_get_content_type(object);
       if (g_mime_content_type_is_type(type, "multipart", "alternative") && count > 0) {
         GMimeObject* chosen = g_mime_multipart_get_part(multipart, count - 1);
         for (int i = 0; i < count; ++i) {
           GMimeObject* child = g_mime_multipart_get_part(multipart, i);
-          if (g_mime_content_type_is_type(g_mime_object_get_content_type(child), "text", "plain")) {
+          if (g_mime_content_type_is_type(g_mime_object_get_content_type(child), "text", "plain") &&
+              GMIME_IS_TEXT_PART(child) && !isBlank(textOf(GMIME_TEXT_PART(child)))) {
             chosen = child;
             break;
           }
@@ -186,9 +192,9 @@ void walk(GMimeObject* root, Body& body) {
     if (GMIME_IS_TEXT_PART(object)) {
       GMimeContentType* type = g_mime_object_get_content_type(object);
       if (g_mime_content_type_is_type(type, "text", "plain"))
-        body.plain.push_back(textOf(GMIME_TEXT_PART(object)));
+        body.texts.push_back(textOf(GMIME_TEXT_PART(object)));
       else if (g_mime_content_type_is_type(type, "text", "html"))
-        body.html.push_back(textOf(GMIME_TEXT_PART(object)));
+        body.texts.push_back(htmlToText(textOf(GMIME_TEXT_PART(object))));
       continue;
     }
     if (const char* name = g_mime_part_get_filename(part)) body.attachments.push_back(name);
@@ -291,17 +297,15 @@ bool importMail(Attributes& out, const char*, const char* path) {
   Body body;
   walk(g_mime_message_get_mime_part(message.get()), body);
   ulvek::plugin::PopplerMessages::finish(true);
-  // The plain parts in order (a forwarded message's too); HTML only where there is no plain.
+  // The inline parts in order (a forwarded message's too): an HTML body nested in related parts
+  // counts as much as a plain footer a mailing list added beside it.
   std::string text;
   auto append = [&text](const std::string& part) {
-    if (part.empty()) return;
+    if (isBlank(part)) return;
     if (!text.empty()) text += '\n';
     text += part;
   };
-  for (const std::string& part : body.plain) append(part);
-  if (text.empty()) {
-    for (const std::string& part : body.html) append(htmlToText(part));
-  }
+  for (const std::string& part : body.texts) append(part);
   for (const std::string& name : body.attachments) append(name);
   out.string("kMDItemTextContent", text);
   return true;

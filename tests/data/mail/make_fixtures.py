@@ -289,6 +289,52 @@ write("attachments.eml", crlf(message).encode("ascii"), {
         "map.png"]),
 })
 
+# 8: the body only as HTML in a related part (with its picture) inside an alternative whose plain
+# part is blank, and a plain footer a mailing list added beside it: both are the text.
+RELATED_FOOTER = "You receive this because you rent a plot. Unsubscribe at the shed.\n"
+message = """From: Newsletter <news@allotment.example>
+To: members@allotment.example
+Subject: Autumn newsletter
+Date: Sat, 02 Oct 2021 08:00:00 +0000
+MIME-Version: 1.0
+Content-Type: multipart/mixed; boundary="mixed-2"
+
+--mixed-2
+Content-Type: multipart/alternative; boundary="alt-2"
+
+--alt-2
+Content-Type: text/plain; charset=us-ascii
+
+\x20
+--alt-2
+Content-Type: multipart/related; boundary="rel-2"
+
+--rel-2
+Content-Type: text/html; charset=us-ascii
+
+<html><body><h2>Autumn newsletter</h2><p>The apple press is free to borrow in October.</p>
+<p><img src="cid:logo"> Leaf mould bags are by the gate.</p></body></html>
+--rel-2
+Content-Type: image/png
+Content-ID: <logo>
+Content-Transfer-Encoding: base64
+
+""" + b64_lines(png_1x1()) + """--rel-2--
+--alt-2--
+--mixed-2
+Content-Type: text/plain; charset=us-ascii
+Content-Disposition: inline
+
+""" + RELATED_FOOTER + "--mixed-2--\n"
+write("related.eml", crlf(message).encode("ascii"), {
+    "kMDItemTitle": "Autumn newsletter",
+    "kMDItemAuthors": ["Newsletter"],
+    "kMDItemRecipientEmailAddresses": ["members@allotment.example"],
+    "kMDItemContentCreationDate": 1633161600,
+    "kMDItemTextContent": "Autumn newsletter\nThe apple press is free to borrow in October.\n"
+                          "Leaf mould bags are by the gate.\n" + RELATED_FOOTER,
+})
+
 # 7: Apple Mail's .emlx: the byte count, the message, then a property list that is not text.
 EMLX_BODY = "Your order of 40 onion sets and 2 kg of seed potatoes is on its way.\n"
 EMLX_MESSAGE = crlf("""From: Garden Supplies <orders@supplies.example>
