@@ -43,11 +43,12 @@ TEST(ImageImporter, FixturesGiveTheirAttributes) {
   std::vector<fs::path> images;
   for (const auto& entry : fs::directory_iterator(testing::dataPath() / "image")) {
     std::string extension = entry.path().extension().string();
-    if (extension == ".jpg" || extension == ".png" || extension == ".tif" || extension == ".heic")
+    if (extension == ".jpg" || extension == ".png" || extension == ".tif" || extension == ".heic" ||
+        extension == ".avif")
       images.push_back(entry.path());
   }
   std::sort(images.begin(), images.end());
-  ASSERT_GE(images.size(), 5u);
+  ASSERT_GE(images.size(), 8u);
   for (const fs::path& image : images) {
     SCOPED_TRACE(image.filename().string());
     testing::expectAttributes(

@@ -139,13 +139,14 @@ def full_box(kind, version_flags, *parts):
     return box(kind, struct.pack(">I", version_flags), *parts)
 
 
-def heif(width, height):
+def heif(width, height, avif=False):
     picture = bytes(16)
     exif = b"\0\0\0\0II*\0" + struct.pack("<IHI", 8, 0, 0)  # an empty IFD0 for exiftool to fill
 
     def layout(picture_offset):
         item_info = full_box(b"iinf", 0, struct.pack(">H", 2),
-                             full_box(b"infe", 2 << 24, struct.pack(">HH", 1, 0), b"hvc1\0"),
+                             full_box(b"infe", 2 << 24, struct.pack(">HH", 1, 0),
+                                      b"av01\0" if avif else b"hvc1\0"),
                              full_box(b"infe", 2 << 24, struct.pack(">HH", 2, 0), b"Exif\0"))
         locations = full_box(b"iloc", 0, b"\x44\x00", struct.pack(">H", 2),
                              struct.pack(">HHHII", 1, 0, 1, picture_offset, len(picture)),
@@ -154,14 +155,18 @@ def heif(width, height):
         # HEVC Main, level 3, 4:2:0, 8 bits, no parameter sets.
         hevc = box(b"hvcC", bytes([1, 1, 0x60, 0, 0, 0, 0x90, 0, 0, 0, 0, 0, 90, 0xF0, 0, 0xFC,
                                    0xFD, 0xF8, 0xF8, 0, 0, 0x0F, 0]))
+        # AV1 Main profile, level 2.0, 8 bits, 4:2:0, no configuration OBUs.
+        av1 = box(b"av1C", bytes([0x81, 0x00, 0x0C, 0x00]))
         properties = box(b"iprp",
-                         box(b"ipco", hevc, full_box(b"ispe", 0, struct.pack(">II", width, height))),
+                         box(b"ipco", av1 if avif else hevc,
+                             full_box(b"ispe", 0, struct.pack(">II", width, height))),
                          full_box(b"ipma", 0, struct.pack(">IHB", 1, 1, 2), b"\x81\x02"))
         meta = full_box(b"meta", 0, full_box(b"hdlr", 0, bytes(4), b"pict", bytes(12), b"\0"),
                         full_box(b"pitm", 0, struct.pack(">H", 1)), item_info,
                         full_box(b"iref", 0, box(b"cdsc", struct.pack(">HHH", 2, 1, 1))),
                         locations, properties)
-        return box(b"ftyp", b"heic", struct.pack(">I", 0), b"mif1heic") + meta
+        brand = b"avif" if avif else b"heic"
+        return box(b"ftyp", brand, struct.pack(">I", 0), b"mif1" + brand) + meta
 
     head = layout(0)
     head = layout(len(head) + 8)
@@ -331,4 +336,22 @@ write("sandbar.heic", heif(64, 48), [
     "kMDItemPixelHeight": 48,
     "kMDItemLatitude": 53.5547,
     "kMDItemLongitude": -9.2901,
+})
+
+# AVIF, the same container with an AV1 item: a description, keywords and a place south and west.
+write("coast.avif", heif(32, 24, avif=True), [
+    "-XMP-dc:Title=Coast road", "-XMP-dc:Description=Fog over the coast road at noon",
+    "-XMP-dc:Creator=Rosa Ibarra", "-XMP-dc:Subject=fog", "-XMP-dc:Subject=road",
+    "-EXIF:DateTimeOriginal=2024:02:03 12:05:00", "-EXIF:OffsetTimeOriginal=-03:00",
+    "-GPSLatitude=34.6037", "-GPSLatitudeRef=S", "-GPSLongitude=58.3816", "-GPSLongitudeRef=W",
+], {
+    "kMDItemTitle": "Coast road",
+    "kMDItemDescription": "Fog over the coast road at noon",
+    "kMDItemAuthors": ["Rosa Ibarra"],
+    "kMDItemKeywords": ["fog", "road"],
+    "kMDItemContentCreationDate": 1706972700,
+    "kMDItemPixelWidth": 32,
+    "kMDItemPixelHeight": 24,
+    "kMDItemLatitude": -34.6037,
+    "kMDItemLongitude": -58.3816,
 })
