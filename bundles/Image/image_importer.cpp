@@ -1,7 +1,9 @@
 // Image.mdimporter: EXIF, IPTC and XMP of JPEG, PNG, TIFF, WebP, HEIF and raw camera files,
-// read with Exiv2, and a PNG file's own text chunks with libpng. XMP wins over IPTC, IPTC over
-// EXIF, EXIF over the PNG chunks. Pictures of text (JPEG, PNG, every page of a TIFF, WebP, GIF,
-// BMP) answer the text Tesseract reads in them, when it is sure enough of it.
+// read with Exiv2, and a PNG file's own text chunks with libpng. Where they disagree, the
+// Metadata Working Group's rules decide: EXIF first for the fields it has, then XMP, unless the
+// IPTC digest shows the IPTC was changed after it; the PNG chunks last. Pictures of text (JPEG,
+// PNG, every page of a TIFF, WebP, GIF, BMP) answer the text Tesseract reads in them, when it is
+// sure enough of it.
 
 #include <exiv2/exiv2.hpp>
 
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "importer_plugin.h"
+#include "iptc_digest.h"
 #include "ocr.h"
 #include "png_text.h"
 
@@ -60,6 +63,14 @@ std::vector<std::string> iptcList(const Exiv2::IptcData& iptc, const char* key) 
   return items;
 }
 
+// IPTC's creation date and time ("2021-06-01", "10:00:00+02:00") as one date.
+std::optional<std::string> iptcDateTime(const Exiv2::IptcData& iptc) {
+  std::optional<std::string> date = iptcText(iptc, "Iptc.Application2.DateCreated");
+  if (!date) return std::nullopt;
+  std::optional<std::string> time = iptcText(iptc, "Iptc.Application2.TimeCreated");
+  return time ? *date + "T" + *time : *date;
+}
+
 std::optional<std::string> exifText(const Exiv2::ExifData& exif, const char* key) {
   auto found = exif.findKey(Exiv2::ExifKey(key));
   if (found == exif.end()) return std::nullopt;
@@ -102,6 +113,41 @@ std::optional<std::string> first(Candidates... candidates) {
   std::optional<std::string> found;
   ((found ? void() : void(found = candidates)), ...);
   return found;
+}
+
+using ulvek::image::IptcState;
+
+// XMP speaks for a field IPTC also holds, unless the IPTC changed after it. IPTC keeps only so
+// many characters; a cut IPTC value that begins the XMP one gives way to the whole.
+std::optional<std::string> reconciled(IptcState state, std::optional<std::string> xmp,
+                                      std::optional<std::string> iptc, std::size_t iptcLimit) {
+  if (xmp && state != IptcState::ChangedAfterXmp) return xmp;
+  if (!iptc) return xmp;
+  if (xmp && iptc->size() == iptcLimit && xmp->size() > iptcLimit && xmp->starts_with(*iptc))
+    return xmp;
+  return iptc;
+}
+
+std::vector<std::string> reconciled(IptcState state, std::vector<std::string> xmp,
+                                    std::vector<std::string> iptc) {
+  if (!xmp.empty() && state != IptcState::ChangedAfterXmp) return xmp;
+  return iptc.empty() ? xmp : iptc;
+}
+
+// EXIF's Artist holds several names as "A; B".
+std::vector<std::string> artists(const std::string& artist) {
+  std::vector<std::string> names;
+  std::size_t at = 0;
+  while (at <= artist.size()) {
+    std::size_t end = artist.find(';', at);
+    if (end == std::string::npos) end = artist.size();
+    std::string name = artist.substr(at, end - at);
+    name.erase(0, name.find_first_not_of(' '));
+    name.erase(name.find_last_not_of(' ') + 1);
+    if (!name.empty()) names.push_back(name);
+    at = end + 1;
+  }
+  return names;
 }
 
 // "2003:12:14 12:01:44" (EXIF) or "2003-12-14T12:01:44+01:00" (XMP), with an optional offset.
@@ -184,30 +230,35 @@ bool importImage(Attributes& out, const char* contentType, const char* path) {
                                                      ? ulvek::image::pngTextChunks(path)
                                                      : std::map<std::string, std::string>();
 
-  if (auto title =
-          first(xmpText(xmp, "Xmp.dc.title"), iptcText(iptc, "Iptc.Application2.ObjectName"),
-                exifText(exif, "Exif.Image.XPTitle"), chunk(png, "Title")))
+  const IptcState iptcNow = ulvek::image::iptcState(path, *image);
+
+  // The title is no field of the guidelines: XMP, then IPTC, as the other fields read.
+  if (auto title = first(reconciled(iptcNow, xmpText(xmp, "Xmp.dc.title"),
+                                    iptcText(iptc, "Iptc.Application2.ObjectName"), 64),
+                         exifText(exif, "Exif.Image.XPTitle"), chunk(png, "Title")))
     out.string("kMDItemTitle", *title);
   // The user comment is the photographer's own caption where no other is given.
-  if (auto description =
-          first(xmpText(xmp, "Xmp.dc.description"), iptcText(iptc, "Iptc.Application2.Caption"),
-                exifText(exif, "Exif.Image.ImageDescription"), chunk(png, "Description"),
-                exifUserComment(exif)))
+  if (auto description = first(exifText(exif, "Exif.Image.ImageDescription"),
+                               reconciled(iptcNow, xmpText(xmp, "Xmp.dc.description"),
+                                          iptcText(iptc, "Iptc.Application2.Caption"), 2000),
+                               chunk(png, "Description"), exifUserComment(exif)))
     out.string("kMDItemDescription", *description);
   if (auto comment = chunk(png, "Comment")) out.string("kMDItemComment", *comment);
-  std::vector<std::string> keywords = xmpList(xmp, "Xmp.dc.subject");
-  if (keywords.empty()) keywords = iptcList(iptc, "Iptc.Application2.Keywords");
-  out.strings("kMDItemKeywords", keywords);
-  std::vector<std::string> authors = xmpList(xmp, "Xmp.dc.creator");
-  if (authors.empty()) authors = iptcList(iptc, "Iptc.Application2.Byline");
+  out.strings("kMDItemKeywords", reconciled(iptcNow, xmpList(xmp, "Xmp.dc.subject"),
+                                            iptcList(iptc, "Iptc.Application2.Keywords")));
+  std::vector<std::string> authors;
+  if (auto artist = exifText(exif, "Exif.Image.Artist")) authors = artists(*artist);
+  if (authors.empty())
+    authors = reconciled(iptcNow, xmpList(xmp, "Xmp.dc.creator"),
+                         iptcList(iptc, "Iptc.Application2.Byline"));
   if (authors.empty()) {
-    if (auto artist = first(exifText(exif, "Exif.Image.Artist"), chunk(png, "Author")))
-      authors.push_back(*artist);
+    if (auto author = chunk(png, "Author")) authors.push_back(*author);
   }
   out.strings("kMDItemAuthors", authors);
-  if (auto copyright =
-          first(xmpText(xmp, "Xmp.dc.rights"), iptcText(iptc, "Iptc.Application2.Copyright"),
-                exifText(exif, "Exif.Image.Copyright"), chunk(png, "Copyright")))
+  if (auto copyright = first(exifText(exif, "Exif.Image.Copyright"),
+                             reconciled(iptcNow, xmpText(xmp, "Xmp.dc.rights"),
+                                        iptcText(iptc, "Iptc.Application2.Copyright"), 128),
+                             chunk(png, "Copyright")))
     out.string("kMDItemCopyright", *copyright);
 
   std::optional<double> created;
@@ -215,18 +266,22 @@ bool importImage(Attributes& out, const char* contentType, const char* path) {
     created = parseDate(*date, exifText(exif, "Exif.Photo.OffsetTimeOriginal"));
   if (!created) {
     if (auto date =
-            first(xmpText(xmp, "Xmp.exif.DateTimeOriginal"),
-                  xmpText(xmp, "Xmp.photoshop.DateCreated"), xmpText(xmp, "Xmp.xmp.CreateDate")))
+            reconciled(iptcNow, xmpText(xmp, "Xmp.photoshop.DateCreated"), iptcDateTime(iptc), 0))
       created = parseDate(*date, std::nullopt);
   }
   if (!created) {
-    if (auto date = chunk(png, "Creation Time")) created = parseDate(*date, std::nullopt);
+    if (auto date = first(xmpText(xmp, "Xmp.exif.DateTimeOriginal"),
+                          xmpText(xmp, "Xmp.xmp.CreateDate"), chunk(png, "Creation Time")))
+      created = parseDate(*date, std::nullopt);
   }
   if (created) out.date("kMDItemContentCreationDate", *created);
-  if (auto date = exifText(exif, "Exif.Image.DateTime")) {
-    if (auto modified = parseDate(*date, exifText(exif, "Exif.Photo.OffsetTime")))
-      out.date("kMDItemContentModificationDate", *modified);
+  std::optional<double> modified;
+  if (auto date = exifText(exif, "Exif.Image.DateTime"))
+    modified = parseDate(*date, exifText(exif, "Exif.Photo.OffsetTime"));
+  if (!modified && iptcNow != IptcState::ChangedAfterXmp) {
+    if (auto date = xmpText(xmp, "Xmp.xmp.ModifyDate")) modified = parseDate(*date, std::nullopt);
   }
+  if (modified) out.date("kMDItemContentModificationDate", *modified);
 
   if (image->pixelWidth() > 0) out.integer("kMDItemPixelWidth", image->pixelWidth());
   if (image->pixelHeight() > 0) out.integer("kMDItemPixelHeight", image->pixelHeight());

@@ -1,6 +1,8 @@
-// Image.mdimporter's own code: choosing among XMP, IPTC and EXIF, dates with their offsets, GPS
-// coordinates and altitude, PNG text chunks. The first byte picks the file's kind.
+// Image.mdimporter's own code: choosing among XMP, IPTC and EXIF, the IPTC digest in Photoshop
+// resources, dates with their offsets, GPS coordinates and altitude, PNG text chunks. The first
+// byte picks the file's kind.
 #include "../../bundles/Image/image_importer.cpp"
+#include "../../bundles/Image/iptc_digest.cpp"
 #include "../../bundles/Image/png_text.cpp"
 #include "../../bundles/support/ocr.cpp"
 #include "fuzz_support.h"

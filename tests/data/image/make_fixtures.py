@@ -186,8 +186,10 @@ def write(name, data, arguments, expected):
         json.dumps(expected, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
 
 
-# A JPEG with the same fields in XMP, IPTC and EXIF, each with its own value: XMP wins, then
-# IPTC; and the camera's values, a place north and east, above the sea.
+# A JPEG with the same fields in XMP, IPTC and EXIF, each with its own value and no IPTC digest
+# (so the XMP speaks for the IPTC): EXIF wins for the fields it has (description, artists as
+# "A; B", copyright), XMP for the others; and the camera's values, a place north and east, above
+# the sea.
 write("harbour.jpg", jpeg(48, 32, lambda x, y: 40 + 25 * x + 20 * y), [
     "-XMP-dc:Title=Fishing boats at dawn",
     "-IPTC:ObjectName=Boats (IPTC)",
@@ -198,7 +200,7 @@ write("harbour.jpg", jpeg(48, 32, lambda x, y: 40 + 25 * x + 20 * y), [
     "-XMP-dc:Subject=Hafen", "-XMP-dc:Subject=Boote", "-XMP-dc:Subject=Morgenröte",
     "-IPTC:Keywords=IPTC keyword",
     "-XMP-dc:Creator=Jørgen Ødegård", "-XMP-dc:Creator=Ana Núñez",
-    "-IPTC:By-line=By-line (IPTC)", "-EXIF:Artist=Artist (EXIF)",
+    "-IPTC:By-line=By-line (IPTC)", "-EXIF:Artist=Artist One; Artist Two",
     "-XMP-dc:Rights=© 2022 Jørgen Ødegård", "-EXIF:Copyright=Copyright (EXIF)",
     "-EXIF:DateTimeOriginal=2022:04:09 06:12:30", "-EXIF:OffsetTimeOriginal=+02:00",
     "-EXIF:ModifyDate=2022:04:10 10:00:00", "-EXIF:OffsetTime=-03:30",
@@ -210,10 +212,10 @@ write("harbour.jpg", jpeg(48, 32, lambda x, y: 40 + 25 * x + 20 * y), [
     "-GPSAltitude=12.5", "-GPSAltitudeRef#=0",
 ], {
     "kMDItemTitle": "Fishing boats at dawn",
-    "kMDItemDescription": "Three boats tied up at the old quay.",
+    "kMDItemDescription": "Description (EXIF)",
     "kMDItemKeywords": ["Hafen", "Boote", "Morgenröte"],
-    "kMDItemAuthors": ["Jørgen Ødegård", "Ana Núñez"],
-    "kMDItemCopyright": "© 2022 Jørgen Ødegård",
+    "kMDItemAuthors": ["Artist One", "Artist Two"],
+    "kMDItemCopyright": "Copyright (EXIF)",
     "kMDItemContentCreationDate": 1649477550,
     "kMDItemContentModificationDate": 1649597400,
     "kMDItemPixelWidth": 48,
@@ -230,6 +232,49 @@ write("harbour.jpg", jpeg(48, 32, lambda x, y: 40 + 25 * x + 20 * y), [
     "kMDItemAltitude": 12.5,
 })
 
+# XMP and IPTC that disagree, without EXIF: a digest of the IPTC as it is says the XMP was
+# written with it and speaks for both; a stale digest says a program that knows only IPTC changed
+# it since, and then the IPTC is the newer word.
+QUAY = [
+    "-XMP-dc:Title=Quay in the rain", "-IPTC:ObjectName=Quay (IPTC)",
+    "-XMP-dc:Description=Rain on the cobbles of the quay.",
+    "-IPTC:Caption-Abstract=Caption (IPTC)",
+    "-XMP-dc:Subject=rain", "-XMP-dc:Subject=quay", "-IPTC:Keywords=IPTC keyword",
+    "-XMP-dc:Creator=Lena Berg", "-IPTC:By-line=By-line (IPTC)",
+    "-XMP-photoshop:DateCreated=2020-11-02T14:00:00Z",
+    "-IPTC:DateCreated=2021:01:05", "-IPTC:TimeCreated=09:30:00+00:00",
+]
+write("quay.jpg", jpeg(16, 16, lambda x, y: 90 + 4 * x + 2 * y),
+      QUAY + ["-Photoshop:IPTCDigest=new"], {
+    "kMDItemTitle": "Quay in the rain",
+    "kMDItemDescription": "Rain on the cobbles of the quay.",
+    "kMDItemKeywords": ["rain", "quay"],
+    "kMDItemAuthors": ["Lena Berg"],
+    "kMDItemContentCreationDate": 1604325600,
+})
+write("quay-edited.jpg", jpeg(16, 16, lambda x, y: 90 + 4 * x + 2 * y),
+      QUAY + ["-Photoshop:IPTCDigest=0123456789abcdef0123456789abcdef"], {
+    "kMDItemTitle": "Quay (IPTC)",
+    "kMDItemDescription": "Caption (IPTC)",
+    "kMDItemKeywords": ["IPTC keyword"],
+    "kMDItemAuthors": ["By-line (IPTC)"],
+    "kMDItemContentCreationDate": 1609839000,
+})
+
+# The same in a TIFF, whose IPTC has a tag of its own and whose digest is a Photoshop resource.
+write("quay-edited.tif", tiff(16, 8, lambda x, y: (x * 16 + y * 8) % 256),
+      QUAY + ["-Photoshop:IPTCDigest=0123456789abcdef0123456789abcdef"], {
+    "kMDItemTitle": "Quay (IPTC)",
+    "kMDItemDescription": "Caption (IPTC)",
+    "kMDItemAuthors": ["By-line (IPTC)"],
+})
+write("quay.tif", tiff(16, 8, lambda x, y: (x * 16 + y * 8) % 256),
+      QUAY + ["-Photoshop:IPTCDigest=new"], {
+    "kMDItemTitle": "Quay in the rain",
+    "kMDItemDescription": "Rain on the cobbles of the quay.",
+    "kMDItemAuthors": ["Lena Berg"],
+})
+
 # IPTC without XMP (UTF-8 by its coded character set), EXIF's date without an offset (read as
 # UTC), and a place south and west, below the sea.
 write("market.jpg", jpeg(24, 16, lambda x, y: 200 - 60 * x - 50 * y), [
@@ -237,7 +282,6 @@ write("market.jpg", jpeg(24, 16, lambda x, y: 200 - 60 * x - 50 * y), [
     "-IPTC:Caption-Abstract=Vegetables sold from wooden crates.",
     "-IPTC:Keywords=Markt", "-IPTC:Keywords=Łódź", "-IPTC:Keywords=Gemüse",
     "-IPTC:By-line=Zofia Wąs", "-IPTC:CopyrightNotice=Zofia Wąs, 2019",
-    "-EXIF:Artist=Artist (EXIF)",
     "-EXIF:DateTimeOriginal=2019:08:23 11:05:00",
     "-GPSLatitude=22.9519", "-GPSLatitudeRef=S", "-GPSLongitude=43.2105",
     "-GPSLongitudeRef=W", "-GPSAltitude=3.2", "-GPSAltitudeRef#=1",
