@@ -156,24 +156,30 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("ulvekbot ") + ULVEK_VERSION);
   app.require_subcommand(1);
   app.footer(std::string(kProgramFooter));
-  std::vector<std::pair<CLI::App*, ulvek::cli::CommandAction>> actions;
-  for (const Command& command : ulvek::cli::registeredCommands()) {
-    CLI::App* parser = app.add_subcommand(std::string(command.name), std::string(command.summary));
-    actions.emplace_back(parser, command.define(*parser));
-  }
-
   std::vector<std::string> arguments(argv + 1, argv + argc);
-  if (arguments.empty()) {
-    std::cerr << app.help();
-    return ulvek::cli::kExitUsage;
-  }
   // `ulvekbot help [COMMAND]`, as git and go have it.
-  if (arguments[0] == "help") {
+  if (!arguments.empty() && arguments[0] == "help") {
     arguments.erase(arguments.begin());
     arguments.push_back("--help");
   }
-  if (!arguments[0].starts_with("-") && !ulvek::cli::findCommand(arguments[0])) {
-    std::cerr << "ulvekbot: unknown command \"" << arguments[0] << "\" (see ulvekbot --help)\n";
+  const Command* named = nullptr;
+  if (!arguments.empty() && !arguments[0].starts_with("-")) {
+    named = ulvek::cli::findCommand(arguments[0]);
+    if (!named) {
+      std::cerr << "ulvekbot: unknown command \"" << arguments[0] << "\" (see ulvekbot --help)\n";
+      return ulvek::cli::kExitUsage;
+    }
+  }
+  // Only the named command is parsed, so only it is declared: CLI11 spends more building every
+  // command's options than a small import takes. The program's own help lists them all.
+  std::vector<std::pair<CLI::App*, ulvek::cli::CommandAction>> actions;
+  for (const Command& command : ulvek::cli::registeredCommands()) {
+    if (named && command.name != named->name) continue;
+    CLI::App* parser = app.add_subcommand(std::string(command.name), std::string(command.summary));
+    actions.emplace_back(parser, command.define(*parser));
+  }
+  if (arguments.empty()) {
+    std::cerr << app.help();
     return ulvek::cli::kExitUsage;
   }
   try {
