@@ -1,5 +1,6 @@
 #include "platform/content_types.h"
 
+#include <dlfcn.h>
 #include <magic.h>
 
 #include <algorithm>
@@ -131,16 +132,32 @@ std::string dynamicIdentifier(std::string_view tagClass, std::string_view value)
   return result;
 }
 
-// libmagic keeps one cookie for the process; its calls are not re-entrant on one cookie.
+// libmagic keeps one cookie for the process; its calls are not re-entrant on one cookie. Most
+// files are known by their names, so the library (with the compression libraries it pulls in)
+// and its database are loaded only when a file's content must be looked at.
 struct Magic {
   std::mutex lock;
   magic_t cookie = nullptr;
+  decltype(&magic_file) file = nullptr;
+  decltype(&magic_buffer) buffer = nullptr;
 
   Magic() {
-    cookie = magic_open(MAGIC_MIME_TYPE | MAGIC_SYMLINK | MAGIC_ERROR);
-    if (cookie && magic_load(cookie, nullptr) != 0) {
-      logLine(std::string("Couldn't load the magic database: ") + magic_error(cookie));
-      magic_close(cookie);
+    void* library = dlopen("libmagic.so.1", RTLD_NOW | RTLD_LOCAL);
+    if (!library) {
+      logLine(std::string("Couldn't load libmagic: ") + dlerror());
+      return;
+    }
+    auto open = reinterpret_cast<decltype(&magic_open)>(dlsym(library, "magic_open"));
+    auto load = reinterpret_cast<decltype(&magic_load)>(dlsym(library, "magic_load"));
+    auto error = reinterpret_cast<decltype(&magic_error)>(dlsym(library, "magic_error"));
+    auto close = reinterpret_cast<decltype(&magic_close)>(dlsym(library, "magic_close"));
+    file = reinterpret_cast<decltype(&magic_file)>(dlsym(library, "magic_file"));
+    buffer = reinterpret_cast<decltype(&magic_buffer)>(dlsym(library, "magic_buffer"));
+    if (!open || !load || !error || !close || !file || !buffer) return;
+    cookie = open(MAGIC_MIME_TYPE | MAGIC_SYMLINK | MAGIC_ERROR);
+    if (cookie && load(cookie, nullptr) != 0) {
+      logLine(std::string("Couldn't load the magic database: ") + error(cookie));
+      close(cookie);
       cookie = nullptr;
     }
   }
@@ -330,14 +347,14 @@ std::optional<std::string> sniffedMIMETypeOfFile(const std::string& path) {
   Magic& magic = sharedMagic();
   std::lock_guard guard(magic.lock);
   if (!magic.cookie || path.empty()) return std::nullopt;
-  return magicAnswer(magic_file(magic.cookie, path.c_str()));
+  return magicAnswer(magic.file(magic.cookie, path.c_str()));
 }
 
 std::optional<std::string> sniffedMIMEType(std::span<const std::uint8_t> bytes) {
   Magic& magic = sharedMagic();
   std::lock_guard guard(magic.lock);
   if (!magic.cookie) return std::nullopt;
-  return magicAnswer(magic_buffer(magic.cookie, bytes.data(), bytes.size()));
+  return magicAnswer(magic.buffer(magic.cookie, bytes.data(), bytes.size()));
 }
 
 std::optional<std::string> contentTypeFromContent(const std::string& path, ContentScope scope) {

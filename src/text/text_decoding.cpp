@@ -1,10 +1,12 @@
 #include "text/text_decoding.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <uchardet/uchardet.h>
 #include <unicode/ucsdet.h>
 #include <unicode/utf8.h>
+#include <unicode/uvernum.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +19,7 @@
 #include <limits>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 #include "base/ascii.h"
 #include "base/property_list.h"
@@ -112,6 +115,42 @@ bool hasByteOrderMark(Bytes bytes) {
          startsWith(bytes, "\xEF\xBB\xBF");
 }
 
+// ICU's charset detector, the one part of libicui18n this program uses: the library is large
+// and costly to load, and most files never come this far, so it is opened on first use.
+struct CharsetDetector {
+  decltype(&ucsdet_open) open = nullptr;
+  decltype(&ucsdet_close) close = nullptr;
+  decltype(&ucsdet_setText) setText = nullptr;
+  decltype(&ucsdet_detect) detect = nullptr;
+  decltype(&ucsdet_getName) getName = nullptr;
+  decltype(&ucsdet_getConfidence) getConfidence = nullptr;
+
+  CharsetDetector() {
+    const std::string version = std::to_string(U_ICU_VERSION_MAJOR_NUM);
+    void* library = dlopen(("libicui18n.so." + version).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) return;
+    // ICU's functions carry its version in their names (ucsdet_open_72).
+    auto resolve = [&](auto& function, const char* name) {
+      void* symbol = dlsym(library, (name + ("_" + version)).c_str());
+      if (!symbol) symbol = dlsym(library, name);
+      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(symbol);
+    };
+    resolve(open, "ucsdet_open");
+    resolve(close, "ucsdet_close");
+    resolve(setText, "ucsdet_setText");
+    resolve(detect, "ucsdet_detect");
+    resolve(getName, "ucsdet_getName");
+    resolve(getConfidence, "ucsdet_getConfidence");
+  }
+
+  bool loaded() const { return open && close && setText && detect && getName && getConfidence; }
+};
+
+const CharsetDetector& charsetDetector() {
+  static const CharsetDetector detector;
+  return detector;
+}
+
 std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   // Marked text is uchardet's; it tells UTF-16 from UTF-32 and keeps the mark's byte order.
   if (bytes.size() < 4 || hasByteOrderMark(bytes)) return std::nullopt;
@@ -119,18 +158,19 @@ std::optional<StringEncoding> wideUnicodeEncoding(Bytes bytes) {
   // text without any is never one of them, and ICU's other recognisers are costly.
   constexpr std::size_t kLead = 64;
   if (!std::memchr(bytes.data(), 0, std::min(bytes.size(), kLead))) return std::nullopt;
+  const CharsetDetector& icu = charsetDetector();
+  if (!icu.loaded()) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<UCharsetDetector, decltype(&ucsdet_close)> detector(ucsdet_open(&status),
-                                                                      ucsdet_close);
+  std::unique_ptr<UCharsetDetector, decltype(icu.close)> detector(icu.open(&status), icu.close);
   if (U_FAILURE(status)) return std::nullopt;
   // ICU looks at the first units only; a short sample keeps this cheap on huge files.
   constexpr std::size_t kSample = 4096;
-  ucsdet_setText(detector.get(), reinterpret_cast<const char*>(bytes.data()),
-                 static_cast<int32_t>(std::min(bytes.size(), kSample)), &status);
-  const UCharsetMatch* match = ucsdet_detect(detector.get(), &status);
+  icu.setText(detector.get(), reinterpret_cast<const char*>(bytes.data()),
+              static_cast<int32_t>(std::min(bytes.size(), kSample)), &status);
+  const UCharsetMatch* match = icu.detect(detector.get(), &status);
   if (U_FAILURE(status) || !match) return std::nullopt;
-  const char* name = ucsdet_getName(match, &status);
-  int32_t confidence = ucsdet_getConfidence(match, &status);
+  const char* name = icu.getName(match, &status);
+  int32_t confidence = icu.getConfidence(match, &status);
   if (U_FAILURE(status) || !name || confidence < kWideDetectorConfidence) return std::nullopt;
   for (const DetectorName& entry : kWideDetectorNames)
     if (entry.name == name) return stringEncodingFromCFEncoding(entry.encoding);

@@ -484,6 +484,28 @@ TEST_F(CommandLineTest, HelpOfEveryCommand) {
 
 // Paths to import from standard input or a file, one a line or NUL-terminated, in order, among
 // the paths named.
+// A small import starts fast: libraries that only some files or commands need are loaded when
+// first used (sd-bus by `call`, libmagic to look into a file, ICU's charset detector for text
+// without a name for its encoding), and then work.
+TEST_F(CommandLineTest, LoadsWhatOnlySomeRunsNeedWhenFirstUsed) {
+  testing::ProgramOutput loaded = testing::runProgram(
+      {"/bin/sh", "-c", "LD_TRACE_LOADED_OBJECTS=1 exec \"$0\"", testing::builtProgram("ulvekbot")},
+      folder_.path());
+  ASSERT_NE(loaded.out.find("libc.so"), std::string::npos) << loaded.out << loaded.err;
+  for (const char* library : {"libsystemd", "libmagic", "libicui18n", "libgsf"})
+    EXPECT_EQ(loaded.out.find(library), std::string::npos) << library << " is loaded at start";
+
+  std::string wide;
+  for (char c : std::string("Plain words in a wide text without a mark.\n")) wide += {c, '\0'};
+  folder_.write("wide.txt", wide);
+  folder_.write("noname", "%PDF-1.4\n1 0 obj << >> endobj\n");
+  testing::ProgramOutput text = run({"import", "-q", "wide.txt"});
+  EXPECT_NE(text.out.find("Plain words in a wide text without a mark."), std::string::npos)
+      << text.out << text.err;
+  testing::ProgramOutput sniffed = run({"classify", "--json", "noname"});
+  EXPECT_NE(sniffed.out.find("com.adobe.pdf"), std::string::npos) << sniffed.out << sniffed.err;
+}
+
 TEST_F(CommandLineTest, PathLists) {
   folder_.write("lines.txt", "tree/a.txt\n\ntree/sub/b.csv\n");
   folder_.write("nul.list", std::string("tree/a.txt\0tree/sub/deeper/c.html\0", 35));
