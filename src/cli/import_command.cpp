@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -53,35 +54,61 @@ struct Options {
   std::string ocrLanguages;
 };
 
-// Paths one a line (or NUL-terminated); empty entries are left out.
-std::vector<std::string> readPathList(std::istream& in, char separator) {
-  std::vector<std::string> paths;
-  for (std::string path; std::getline(in, path, separator);)
-    if (!path.empty()) paths.push_back(std::move(path));
-  return paths;
-}
+// The paths as named, with "-" and --files-from giving the paths they list, one a line (or
+// NUL-terminated; empty entries are left out). Lists are read as the walk needs their paths, so
+// `find | ulvekbot import -` starts at once and never holds the whole list.
+class NamedPaths {
+ public:
+  NamedPaths(const Options& options, std::istream* filesFrom)
+      : options_(options), filesFrom_(filesFrom) {}
+
+  std::optional<std::string> next() {
+    for (;;) {
+      if (list_) {
+        std::string path;
+        if (std::getline(*list_, path, options_.nulSeparated ? '\0' : '\n')) {
+          if (!path.empty()) return path;
+          continue;
+        }
+        list_ = nullptr;
+      }
+      if (at_ < options_.paths.size()) {
+        const std::string& path = options_.paths[at_++];
+        if (path != "-") return path;
+        list_ = &std::cin;
+        continue;
+      }
+      if (!filesFrom_) return std::nullopt;
+      list_ = std::exchange(filesFrom_, nullptr);
+    }
+  }
+
+ private:
+  const Options& options_;
+  std::istream* filesFrom_;
+  std::istream* list_ = nullptr;
+  std::size_t at_ = 0;
+};
 
 // A one-line bar on the terminal, redrawn after each file.
+// Items are counted as the walk finds them: "12/340+" while it goes on, "12/400" once it ended.
 class Progress {
  public:
-  Progress(CommandIO& io, std::size_t total, bool quiet)
-      : io_(io),
-        total_(total),
-        shown_(!quiet && &io.err == &std::cerr && ::isatty(STDERR_FILENO) == 1) {}
+  Progress(CommandIO& io, bool quiet)
+      : io_(io), shown_(!quiet && &io.err == &std::cerr && ::isatty(STDERR_FILENO) == 1) {}
 
   void clear() {
     if (shown_) io_.err << "\r\033[K" << std::flush;
   }
-  void draw(std::size_t done) {
-    if (!shown_ || total_ == 0) return;
-    int filled = static_cast<int>(done * kProgressWidth / total_);
+  void draw(std::size_t done, std::size_t found, bool walking) {
+    if (!shown_ || found == 0) return;
+    int filled = static_cast<int>(done * kProgressWidth / found);
     io_.err << "\r[" << std::string(filled, '#') << std::string(kProgressWidth - filled, '.')
-            << "] " << done << "/" << total_ << std::flush;
+            << "] " << done << "/" << found << (walking ? "+" : "") << std::flush;
   }
 
  private:
   CommandIO& io_;
-  std::size_t total_;
   bool shown_;
 };
 
@@ -126,46 +153,15 @@ class ImportRun {
     bool byNature = false;
   };
 
-  std::optional<std::vector<std::string>> namedPaths();
-  void importAll(std::ostream& out);
+  void importAll(NamedPaths& named, std::ostream& out);
   // Safe to call from several threads at once.
   Outcome importOne(MIMETypeHelper& helper, const WalkItem& item) const;
 
   const Options& options_;
   CommandIO& io_;
   int status_ = kExitSuccess;
-  std::vector<WalkItem> items_;
   std::size_t failed_ = 0;
 };
-
-// The paths as named, with "-" and --files-from replaced by the paths they list.
-std::optional<std::vector<std::string>> ImportRun::namedPaths() {
-  char separator = options_.nulSeparated ? '\0' : '\n';
-  std::vector<std::string> paths;
-  auto addList = [&](const std::string& source) {
-    std::vector<std::string> listed;
-    if (source == "-") {
-      listed = readPathList(std::cin, separator);
-    } else {
-      std::ifstream file(source, std::ios::binary);
-      if (!file) return false;
-      listed = readPathList(file, separator);
-    }
-    paths.insert(paths.end(), listed.begin(), listed.end());
-    return true;
-  };
-  for (const std::string& path : options_.paths) {
-    if (path == "-")
-      addList(path);
-    else
-      paths.push_back(path);
-  }
-  if (!options_.filesFrom.empty() && !addList(options_.filesFrom)) {
-    printError(io_, kCommand, options_.filesFrom + ": " + std::strerror(errno));
-    return std::nullopt;
-  }
-  return paths;
-}
 
 ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const WalkItem& item) const {
   // Imported by absolute path, as the service is given it; shown as the user named it.
@@ -180,35 +176,62 @@ ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const WalkItem& 
                  answer.byNature};
 }
 
-void ImportRun::importAll(std::ostream& out) {
+void ImportRun::importAll(NamedPaths& named, std::ostream& out) {
   MIMETypeHelper helper;
-  Progress progress(io_, items_.size(), options_.quiet);
+  Progress progress(io_, options_.quiet);
+  WalkOptions walkOptions = options_.walk;
+  walkOptions.recursive = !options_.noRecursive;
+  ItemWalk walk(std::move(walkOptions));
+  // The walk runs on one thread at a time; the progress bar reads how far it got.
+  std::atomic<std::size_t> found = 0;
+  std::atomic<bool> walking = true;
+  auto nextItem = [&]() -> std::optional<WalkItem> {
+    for (;;) {
+      if (std::optional<WalkItem> item = walk.next()) {
+        ++found;
+        return item;
+      }
+      std::optional<std::string> path = named.next();
+      if (!path) {
+        walking = false;
+        return std::nullopt;
+      }
+      walk.add(*path);
+    }
+  };
+  std::size_t count = 0;
   std::uint64_t bytes = 0;
   std::size_t byNature = 0;
   auto started = std::chrono::steady_clock::now();
   // Lines come out in the order of the items whatever the number of threads; a few per thread
   // may wait for an earlier one to finish.
   runInOrder(
-      items_.size(), options_.jobs, 4 * options_.jobs,
-      [&](std::size_t i) { return importOne(helper, items_[i]); },
-      [&](std::size_t i, Outcome outcome) {
+      nextItem, options_.jobs, 4 * options_.jobs,
+      [&](const WalkItem& item) { return importOne(helper, item); },
+      [&](std::size_t i, WalkItem item, Outcome outcome) {
         progress.clear();
-        if (outcome.failure) fail(items_[i].path, *outcome.failure, outcome.logged);
+        if (outcome.failure) fail(item.path, *outcome.failure, outcome.logged);
         bytes += outcome.bytes;
         if (outcome.byNature) ++byNature;
         out << outcome.output;
         out.flush();
-        progress.draw(i + 1);
+        count = i + 1;
+        progress.draw(count, found, walking);
       });
   progress.clear();
+  if (std::size_t skipped = walk.skippedLinks(); skipped > 0 && !options_.quiet) {
+    std::string links = std::to_string(skipped) + (skipped == 1 ? " link" : " links");
+    printError(io_, kCommand,
+               options_.walk.followLinks ? links + " in folders skipped: the target is missing"
+                                         : links + " in folders skipped (-L follows them)");
+  }
   if (options_.quiet) return;
   std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
   char summary[200];
   std::snprintf(summary, sizeof summary,
                 "%zu %s, %llu bytes, %.3f s: %zu read, %zu without text by nature, %zu failed",
-                items_.size(), items_.size() == 1 ? "file" : "files",
-                static_cast<unsigned long long>(bytes), seconds.count(),
-                items_.size() - byNature - failed_, byNature, failed_);
+                count, count == 1 ? "file" : "files", static_cast<unsigned long long>(bytes),
+                seconds.count(), count - byNature - failed_, byNature, failed_);
   io_.err << "ulvekbot: " << kCommand << ": " << summary << "\n";
 }
 
@@ -226,8 +249,17 @@ int ImportRun::run() {
   }
   // Log lines of the readers and importers; errors of the command itself still show.
   QuietLog quietLog(options_.quiet);
-  std::optional<std::vector<std::string>> paths = namedPaths();
-  if (!paths) return kExitFailure;
+  std::ifstream filesFrom;
+  if (!options_.filesFrom.empty() && options_.filesFrom != "-") {
+    filesFrom.open(options_.filesFrom, std::ios::binary);
+    if (!filesFrom) {
+      printError(io_, kCommand, options_.filesFrom + ": " + std::strerror(errno));
+      return kExitFailure;
+    }
+  }
+  NamedPaths named(options_, options_.filesFrom.empty()  ? nullptr
+                             : options_.filesFrom == "-" ? &std::cin
+                                                         : &filesFrom);
   if (options_.timeout > 0) {
     WorkerProcess::Limits limits = MetaDataImporter::sharedImporter().limits();
     limits.time = std::chrono::milliseconds(static_cast<long long>(options_.timeout * 1000));
@@ -239,17 +271,6 @@ int ImportRun::run() {
     if (!options_.ocrLanguages.empty()) ocr.languages = options_.ocrLanguages;
     MetaDataImporter::sharedImporter().setOCR(ocr);
   }
-  WalkOptions walkOptions = options_.walk;
-  walkOptions.recursive = !options_.noRecursive;
-  ItemWalk walk(std::move(walkOptions));
-  for (const std::string& path : *paths) walk.add(path);
-  items_ = walk.takeItems();
-  if (std::size_t skipped = walk.skippedLinks(); skipped > 0 && !options_.quiet) {
-    std::string count = std::to_string(skipped) + (skipped == 1 ? " link" : " links");
-    printError(io_, kCommand,
-               options_.walk.followLinks ? count + " in folders skipped: the target is missing"
-                                         : count + " in folders skipped (-L follows them)");
-  }
 
   std::ofstream file;
   if (!options_.output.empty()) {
@@ -259,7 +280,7 @@ int ImportRun::run() {
       return kExitFailure;
     }
   }
-  importAll(options_.output.empty() ? io_.out : file);
+  importAll(named, options_.output.empty() ? io_.out : file);
   file.close();
   if (!options_.output.empty() && !file) {
     printError(io_, kCommand, "cannot write " + options_.output);

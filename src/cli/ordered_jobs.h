@@ -13,39 +13,59 @@
 
 namespace ulvek::cli {
 
-// Calls produce(i) for every i below `count` on up to `threads` threads, and consume(i, answer)
-// on the calling thread in the order of i, as soon as answer i and those before it are there. At
-// most `window` answers wait to be consumed at any time, so a long list never lies in memory
-// whole. With one thread, each item is produced and consumed in turn on the calling thread.
-// `produce` must not throw.
-template <typename Produce, typename Consume>
-void runInOrder(std::size_t count, std::size_t threads, std::size_t window, Produce produce,
+// Takes items from next() until it answers nothing, calls produce(item) for each on up to
+// `threads` threads, and consume(i, item, answer) on the calling thread in the order the items
+// came, as soon as answer i and those before it are there. next() is called on one thread at a
+// time and only while fewer than `window` items are taken and not yet consumed, so neither the
+// items nor the answers of a long list ever lie in memory whole. With one thread, each item is
+// taken, produced and consumed in turn on the calling thread. `produce` must not throw.
+template <typename Next, typename Produce, typename Consume>
+void runInOrder(Next next, std::size_t threads, std::size_t window, Produce produce,
                 Consume consume) {
-  if (threads <= 1 || count <= 1) {
-    for (std::size_t i = 0; i < count; ++i) consume(i, produce(i));
-    return;
+  using Item = typename std::invoke_result_t<Next&>::value_type;
+  using Answer = std::invoke_result_t<Produce&, const Item&>;
+  if (threads <= 1) {
+    for (std::size_t i = 0;; ++i) {
+      std::optional<Item> item = next();
+      if (!item) return;
+      Answer answer = produce(*item);
+      consume(i, std::move(*item), std::move(answer));
+    }
   }
-  using Answer = std::invoke_result_t<Produce&, std::size_t>;
   window = std::max(window, threads);
   std::mutex lock;
   std::condition_variable answered, consumedOne;
-  // Answer i waits in slot i % window; the one `window` before it was consumed by then.
-  std::vector<std::optional<Answer>> slots(window);
-  std::size_t next = 0;
+  // Item i and its answer wait in slot i % window; the one `window` before it was consumed by
+  // then, and nobody else touches the slot until this one is consumed.
+  struct Slot {
+    std::optional<Item> item;
+    std::optional<Answer> answer;
+  };
+  std::vector<Slot> slots(window);
+  std::size_t taken = 0;
   std::size_t consumed = 0;
+  bool exhausted = false;
   bool stopping = false;
 
   auto work = [&] {
     std::unique_lock guard(lock);
     for (;;) {
-      consumedOne.wait(guard,
-                       [&] { return stopping || next >= count || next < consumed + window; });
-      if (stopping || next >= count) return;
-      std::size_t i = next++;
+      consumedOne.wait(guard, [&] { return stopping || exhausted || taken < consumed + window; });
+      if (stopping || exhausted) return;
+      std::optional<Item> item = next();
+      if (!item) {
+        exhausted = true;
+        consumedOne.notify_all();
+        answered.notify_one();
+        return;
+      }
+      const std::size_t i = taken++;
+      Slot& slot = slots[i % window];
+      slot.item = std::move(item);
       guard.unlock();
-      Answer answer = produce(i);
+      Answer answer = produce(*slot.item);
       guard.lock();
-      slots[i % window] = std::move(answer);
+      slot.answer = std::move(answer);
       if (i == consumed) answered.notify_one();
     }
   };
@@ -65,18 +85,23 @@ void runInOrder(std::size_t count, std::size_t threads, std::size_t window, Prod
       pool.clear();
     }
   } stop{lock, stopping, consumedOne, pool};
-  for (std::size_t t = 0; t < std::min(threads, count); ++t) pool.emplace_back(work);
+  for (std::size_t t = 0; t < threads; ++t) pool.emplace_back(work);
 
-  while (consumed < count) {
+  for (;;) {
+    std::optional<Item> item;
     std::optional<Answer> answer;
     {
       std::unique_lock guard(lock);
-      answered.wait(guard, [&] { return slots[consumed % window].has_value(); });
-      answer.swap(slots[consumed % window]);
+      Slot& slot = slots[consumed % window];
+      answered.wait(guard,
+                    [&] { return slot.answer.has_value() || (exhausted && consumed == taken); });
+      if (!slot.answer) return;
+      item.swap(slot.item);
+      answer.swap(slot.answer);
       ++consumed;
     }
     consumedOne.notify_all();
-    consume(consumed - 1, std::move(*answer));
+    consume(consumed - 1, std::move(*item), std::move(*answer));
   }
 }
 

@@ -129,13 +129,45 @@ ItemAnswer importItem(MIMETypeHelper& helper, const std::string& path, const Ite
 void ItemWalk::failEarly(const std::string& path, int error) {
   FailureKind kind =
       error == EACCES || error == EPERM ? FailureKind::Permission : FailureKind::NotFound;
-  items_.push_back({path, Failure{kind, std::strerror(error)}});
+  found_.push_back({path, Failure{kind, std::strerror(error)}});
 }
 
-void ItemWalk::add(const std::string& path) {
+std::optional<WalkItem> ItemWalk::next() {
+  for (;;) {
+    if (!found_.empty()) {
+      WalkItem item = std::move(found_.front());
+      found_.pop_front();
+      return item;
+    }
+    if (!folders_.empty()) {
+      Folder& folder = folders_.back();
+      if (folder.at == folder.entries.size()) {
+        folders_.pop_back();
+        continue;
+      }
+      // Visiting may open a folder below and move this one.
+      const std::filesystem::directory_entry entry = folder.entries[folder.at++];
+      const std::string relative = folder.relative;
+      visit(entry, relative, folder.depth);
+      continue;
+    }
+    if (named_.empty()) return std::nullopt;
+    std::string path = std::move(named_.front());
+    named_.pop_front();
+    start(path);
+  }
+}
+
+std::vector<WalkItem> ItemWalk::takeItems() {
+  std::vector<WalkItem> items;
+  while (std::optional<WalkItem> item = next()) items.push_back(std::move(*item));
+  return items;
+}
+
+void ItemWalk::start(const std::string& path) {
   // Listed with line feeds, a NUL-separated list is one name that no file has.
   if (path.find('\0') != std::string::npos) {
-    items_.push_back(
+    found_.push_back(
         {path, Failure{FailureKind::NotFound,
                        "a path cannot hold a NUL byte (-0 reads NUL-separated lists)"}});
     return;
@@ -149,11 +181,11 @@ void ItemWalk::add(const std::string& path) {
   struct stat target {};
   bool isFolder = ::stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
   if (!isFolder || isOneItem(path)) {
-    items_.push_back({path, {}});
+    found_.push_back({path, {}});
     return;
   }
   firstVisit(path);
-  walk(path, "", 0);
+  open(path, "", 0);
 }
 
 bool ItemWalk::excluded(const std::string& name, const std::string& relative) const {
@@ -169,46 +201,49 @@ bool ItemWalk::firstVisit(const std::string& folder) {
   return walked_.emplace(info.st_dev, info.st_ino).second;
 }
 
-void ItemWalk::walk(const std::string& folder, const std::string& relative, std::size_t depth) {
+void ItemWalk::open(const std::string& folder, std::string relative, std::size_t depth) {
   std::error_code error;
-  std::vector<fs::directory_entry> entries;
+  Folder opened{.relative = std::move(relative), .depth = depth};
   // A folder that cannot be read is a failure of its own, not an empty folder.
   for (fs::directory_iterator it(folder, error); !error && it != fs::directory_iterator();
        it.increment(error))
-    entries.push_back(*it);
+    opened.entries.push_back(*it);
   if (error) {
     failEarly(folder, error.value());
     return;
   }
-  std::sort(entries.begin(), entries.end());
-  std::size_t maxDepth = options_.recursive ? options_.maxDepth : 0;
-  for (const fs::directory_entry& entry : entries) {
-    std::string name = entry.path().filename().string();
-    std::string path = entry.path().string();
-    std::string entryRelative = relative.empty() ? name : relative + "/" + name;
-    if (excluded(name, entryRelative)) continue;
-    std::error_code statusError;
-    fs::file_status status = entry.symlink_status(statusError);
-    if (statusError) continue;
-    if (fs::is_symlink(status)) {
-      // A broken link is skipped even when links are followed.
-      if (options_.followLinks) status = entry.status(statusError);
-      if (!options_.followLinks || statusError || !fs::exists(status)) {
-        ++skippedLinks_;
-        continue;
-      }
+  std::sort(opened.entries.begin(), opened.entries.end());
+  folders_.push_back(std::move(opened));
+}
+
+void ItemWalk::visit(const fs::directory_entry& entry, const std::string& relative,
+                     std::size_t depth) {
+  std::string name = entry.path().filename().string();
+  std::string path = entry.path().string();
+  std::string entryRelative = relative.empty() ? name : relative + "/" + name;
+  if (excluded(name, entryRelative)) return;
+  std::error_code statusError;
+  fs::file_status status = entry.symlink_status(statusError);
+  if (statusError) return;
+  if (fs::is_symlink(status)) {
+    // A broken link is skipped even when links are followed.
+    if (options_.followLinks) status = entry.status(statusError);
+    if (!options_.followLinks || statusError || !fs::exists(status)) {
+      ++skippedLinks_;
+      return;
     }
-    if (fs::is_directory(status)) {
-      if (isOneItem(path))
-        items_.push_back({std::move(path), {}});
-      else if (depth < maxDepth && firstVisit(path))
-        walk(path, entryRelative, depth + 1);
-      continue;
-    }
-    // "._NAME" beside NAME carries NAME's fork and Finder info: it is read with NAME.
-    if (fs::is_regular_file(status) && !isAppleDoubleCompanion(path))
-      items_.push_back({std::move(path), {}});
   }
+  const std::size_t maxDepth = options_.recursive ? options_.maxDepth : 0;
+  if (fs::is_directory(status)) {
+    if (isOneItem(path))
+      found_.push_back({std::move(path), {}});
+    else if (depth < maxDepth && firstVisit(path))
+      open(path, std::move(entryRelative), depth + 1);
+    return;
+  }
+  // "._NAME" beside NAME carries NAME's fork and Finder info: it is read with NAME.
+  if (fs::is_regular_file(status) && !isAppleDoubleCompanion(path))
+    found_.push_back({std::move(path), {}});
 }
 
 }  // namespace ulvek

@@ -4,6 +4,8 @@
 // with its lists as arrays, and what the line says beside it (the content type, the failure).
 
 #include <cstdint>
+#include <deque>
+#include <filesystem>
 #include <limits>
 #include <optional>
 #include <set>
@@ -69,24 +71,41 @@ struct WalkItem {
 // Folders are walked in name order, depth first. Packages and folders that are one document
 // (an unpacked book) are one item; AppleDouble "._NAME" companions are read with NAME; fifos
 // and devices are left out. A path named is always an item, a link as the user named it.
+// The walk goes as far as the next item asked for: it holds the folders it is inside, never the
+// whole tree, so a hundred thousand files cost no more memory than a hundred.
 class ItemWalk {
  public:
   explicit ItemWalk(WalkOptions options) : options_(std::move(options)) {}
 
-  void add(const std::string& path);
-  const std::vector<WalkItem>& items() const { return items_; }
-  std::vector<WalkItem> takeItems() { return std::move(items_); }
-  // Links inside folders left out: all of them without followLinks, else the broken ones.
+  // Queues a path named; it is looked at when the walk reaches it.
+  void add(const std::string& path) { named_.push_back(path); }
+  // The next item, or nothing once every path added is walked.
+  std::optional<WalkItem> next();
+  // Every item left.
+  std::vector<WalkItem> takeItems();
+  // Links inside folders left out so far: all of them without followLinks, else the broken ones.
   std::size_t skippedLinks() const { return skippedLinks_; }
 
  private:
-  void walk(const std::string& folder, const std::string& relative, std::size_t depth);
+  struct Folder {
+    std::vector<std::filesystem::directory_entry> entries;  // sorted by name
+    std::size_t at = 0;
+    std::string relative;  // below the folder named
+    std::size_t depth = 0;
+  };
+
+  void start(const std::string& path);
+  void open(const std::string& folder, std::string relative, std::size_t depth);
+  void visit(const std::filesystem::directory_entry& entry, const std::string& relative,
+             std::size_t depth);
   bool excluded(const std::string& name, const std::string& relative) const;
   bool firstVisit(const std::string& folder);
   void failEarly(const std::string& path, int error);
 
   WalkOptions options_;
-  std::vector<WalkItem> items_;
+  std::deque<std::string> named_;
+  std::vector<Folder> folders_;  // the folders being walked, innermost last
+  std::deque<WalkItem> found_;   // items found, not yet handed out
   std::size_t skippedLinks_ = 0;
   // Folders walked, so a linked folder is walked once and links in a circle end.
   std::set<std::pair<std::uint64_t, std::uint64_t>> walked_;

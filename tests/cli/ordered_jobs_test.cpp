@@ -1,4 +1,5 @@
-// Work spread over threads comes back in the order it was listed, with few answers waiting.
+// Work spread over threads comes back in the order it was listed, with few items taken and few
+// answers waiting.
 #include "cli/ordered_jobs.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -39,8 +41,13 @@ TEST(OrderedJobsTest, AnswersComeInOrderAndFewWait) {
     std::set<std::thread::id> producers;
     std::mutex producersLock;
     std::vector<std::size_t> order;
+    std::size_t taken = 0;
     runInOrder(
-        row.count, row.threads, row.window,
+        [&]() -> std::optional<std::size_t> {
+          if (taken == row.count) return std::nullopt;
+          return taken++;
+        },
+        row.threads, row.window,
         [&](std::size_t i) {
           // Late items finish first now and then, so the order must be restored.
           if (i % 7 == 0) std::this_thread::sleep_for(std::chrono::microseconds(300));
@@ -52,7 +59,8 @@ TEST(OrderedJobsTest, AnswersComeInOrderAndFewWait) {
           producers.insert(std::this_thread::get_id());
           return std::to_string(i);
         },
-        [&](std::size_t i, std::string answer) {
+        [&](std::size_t i, std::size_t item, std::string answer) {
+          EXPECT_EQ(item, i);
           EXPECT_EQ(answer, std::to_string(i));
           order.push_back(i);
           ++consumedCount;
@@ -68,17 +76,19 @@ TEST(OrderedJobsTest, AnswersComeInOrderAndFewWait) {
 
 TEST(OrderedJobsTest, AThrowingConsumerStopsTheThreads) {
   std::atomic<std::size_t> produced{0};
-  EXPECT_THROW(runInOrder(
-                   1000, 4, 8,
-                   [&](std::size_t i) {
-                     ++produced;
-                     return i;
-                   },
-                   [&](std::size_t i, std::size_t) {
-                     if (i == 5) throw std::runtime_error("stop");
-                   }),
+  std::size_t taken = 0;
+  EXPECT_THROW(runInOrder([&]() -> std::optional<std::size_t> { return taken++; }, 4, 8,
+                          [&](std::size_t i) {
+                            ++produced;
+                            return i;
+                          },
+                          [&](std::size_t i, std::size_t, std::size_t) {
+                            if (i == 5) throw std::runtime_error("stop");
+                          }),
                std::runtime_error);
+  // Nothing is taken that could not wait in the window.
   EXPECT_LE(produced.load(), 5u + 8u + 4u);
+  EXPECT_LE(taken, 5u + 8u + 4u);
 }
 
 }  // namespace
