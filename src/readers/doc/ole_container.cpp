@@ -35,8 +35,9 @@ const Module& module() {
   static const Module loaded = [] {
     Module found;
     for (const std::string& path : moduleCandidates()) {
-      // Never unloaded: containers may outlive any one caller.
-      void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+      // Never unloaded: containers may outlive any one caller. Bound lazily: libgsf and the
+      // GLib libraries below it have thousands of functions a document never calls.
+      void* handle = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
       if (!handle) {
         const char* why = ::dlerror();
         if (found.error.empty() && std::filesystem::exists(path)) found.error = why ? why : path;

@@ -62,9 +62,15 @@ const std::array<char16_t, 256>& compressedCharacters() {
   static std::array<char16_t, 256> table;
   static std::once_flag built;
   std::call_once(built, [] {
+    // All 256 bytes through one converter, one character each; bytes the code page leaves
+    // undefined stand for themselves.
+    std::array<std::uint8_t, 256> bytes;
+    for (unsigned byte = 0; byte < 256; ++byte) bytes[byte] = static_cast<std::uint8_t>(byte);
+    TextString all = convertBytes(Bytes(bytes.data(), bytes.size()), kCFEncodingWindowsLatin1);
     for (unsigned byte = 0; byte < 256; ++byte) {
-      std::uint8_t one = static_cast<std::uint8_t>(byte);
-      TextString decoded = convertBytes(Bytes(&one, 1), kCFEncodingWindowsLatin1);
+      TextString decoded = all.size() == 256
+                               ? TextString(1, all[byte])
+                               : convertBytes(Bytes(&bytes[byte], 1), kCFEncodingWindowsLatin1);
       table[byte] = decoded.size() == 1 && decoded[0] != u'\uFFFD' ? decoded[0] : char16_t(byte);
     }
   });
