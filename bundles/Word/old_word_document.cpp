@@ -1,7 +1,6 @@
 #include "old_word_document.h"
 
 #include <algorithm>
-#include <set>
 #include <string_view>
 
 #include "readers/xml/document_text.h"
@@ -334,16 +333,32 @@ class TextWriter {
   bool lastWasCell_ = false;
 };
 
-// Character positions of the main text's auto-numbered footnote marks.
-std::set<std::uint32_t> footnoteMarks(const FileInformation& information, Bytes stream) {
-  std::set<std::uint32_t> marks;
-  std::optional<Bytes> plc =
-      slice(stream, information.footnoteMarks.offset, information.footnoteMarks.size);
-  if (!plc || plc->size() < 10) return marks;
-  std::size_t count = (plc->size() - 4) / 6;
-  for (std::size_t i = 0; i < count; ++i) marks.insert(u32(*plc, i * 4));
-  return marks;
-}
+// Character positions of the main text's auto-numbered footnote marks, looked up where the
+// stream lists them (in order) rather than copied: the list may claim most of the stream.
+class FootnoteMarks {
+ public:
+  FootnoteMarks(const FileInformation& information, Bytes stream) {
+    std::optional<Bytes> plc =
+        slice(stream, information.footnoteMarks.offset, information.footnoteMarks.size);
+    if (plc && plc->size() >= 10) plc_ = *plc, count_ = (plc->size() - 4) / 6;
+  }
+
+  bool contains(std::uint64_t cp) const {
+    std::size_t low = 0, high = count_;
+    while (low < high) {
+      std::size_t middle = (low + high) / 2;
+      if (u32(plc_, middle * 4) < cp)
+        low = middle + 1;
+      else
+        high = middle;
+    }
+    return low < count_ && u32(plc_, low * 4) == cp;
+  }
+
+ private:
+  Bytes plc_;
+  std::size_t count_ = 0;
+};
 
 }  // namespace
 
@@ -399,7 +414,7 @@ Text readText(const FileInformation& information, Bytes stream) {
   std::vector<Piece> pieces = readPieces(information, stream, result.damage);
   std::uint32_t piecesEnd = pieces.empty() ? 0 : pieces.back().end;
   ParagraphProperties paragraphs(information, stream);
-  std::set<std::uint32_t> marks = footnoteMarks(information, stream);
+  FootnoteMarks marks(information, stream);
   TextWriter writer(information.codePage, paragraphs);
 
   constexpr bool kRead[kParts] = {true, true, false, false, false, true, true};
@@ -430,8 +445,7 @@ Text readText(const FileInformation& information, Bytes stream) {
           std::uint8_t c = stream[fc];
           // The main text's note marks show the note's number, as Word shows it.
           std::string number;
-          if (c == 0x02 && part == Main && marks.count(static_cast<std::uint32_t>(cp)))
-            number = std::to_string(++footnotes);
+          if (c == 0x02 && part == Main && marks.contains(cp)) number = std::to_string(++footnotes);
           writer.add(c, fc, number);
         }
       }
