@@ -329,6 +329,6 @@ outside = Stream(WORD6, 104, 0x300, flags=COMPLEX)
 outside.counts(10)
 outside.pair(PIECES, 0xFFFFFF00, 0xFFFF)  # the piece table outside the stream
 word6("damaged-piece-table.doc", outside)
-for name in ("damaged-huge-counts", "damaged-pieces"):
+for name in ("letter", "table95", "damaged-huge-counts", "damaged-pieces"):
     with open(os.path.join(HERE, name + ".doc"), "rb") as file:
         seed("file-" + name, bytes([0]) + file.read())
