@@ -44,6 +44,8 @@ TEST(WordImporter, OldDocumentsGiveTextAndProperties) {
       {"fastsaved95.doc", "First half, second half.", "Pieces"},
       // Code page 1251 from the language Word was made for.
       {"russian95.doc", "Привет, мир", "Заголовок", "Иван"},
+      // Code page 1253 from the character set the block names.
+      {"greek6.doc", "Καλημέρα σας"},
       {"mac6.doc", "Café crème"},
       // No summary information: the document's own strings name it.
       {"own-strings6.doc", "Only text", "Own title", "Own author"},

@@ -284,6 +284,10 @@ russian = simple_stream("Привет, мир\r".encode("cp1251"), language=0x04
 word6("russian95.doc", russian,
       summary_information([(TITLE, "Заголовок"), (AUTHOR, "Иван")], code_page=1251))
 
+# Greek Word 6 on an English Word: the block names the character set (161, Greek).
+greek = simple_stream("Καλημέρα σας\r".encode("cp1253"), charset=161)
+word6("greek6.doc", greek, summary_information([]))
+
 # A Word 6 document written on a Macintosh: Mac Roman text.
 mac = simple_stream("Café crème\r".encode("mac_roman"), charset=256, version=103)
 word6("mac6.doc", mac, summary_information([]))
