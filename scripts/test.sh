@@ -20,7 +20,7 @@ if [[ ${1:-} == tsan ]]; then
     ordered_jobs_test cli_test)
   ULVEK_BUILD_TARGETS="ulvekbot ulvekbotd64 ulvekbot-importer-worker test_importer_plugin
     ClassicMacImporter ImageImporter MailImporter MediaImporter OfficeImporter PDFImporter
-    iWorkImporter ${tsan_tests[*]}" scripts/setup.sh build-tsan -DULVEK_TSAN=ON -DULVEK_BENCH=OFF
+    iWorkImporter WordImporter ${tsan_tests[*]}" scripts/setup.sh build-tsan -DULVEK_TSAN=ON -DULVEK_BENCH=OFF
   export TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1
     suppressions=$PWD/tests/tsan.supp"
   # GLib's own allocator hides its memory from ThreadSanitizer.
