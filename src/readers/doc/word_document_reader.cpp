@@ -64,7 +64,8 @@ std::optional<ReaderOutput> readWordDocument(const ReaderSource& source) {
     return std::nullopt;
   }
   if (!isReadableWordVersion(*information)) {
-    logFailure(FailureKind::Damaged, "Not a Word 97 document or encrypted: " + name);
+    // Older Word versions are the Word importer's; only a locked document is a failure here.
+    if (information->encrypted) logFailure(FailureKind::Encrypted, "Encrypted document: " + name);
     return std::nullopt;
   }
   std::optional<std::vector<std::uint8_t>> table =
