@@ -17,12 +17,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -218,37 +220,71 @@ std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engin
   return reading.text;
 }
 
-// The pages of `text` that have no text of their own, read by OCR in page order until
-// `deadline`; the pages after one not read in time are left out, as a stopped reading answers
-// a beginning of the text. Answers the pages recognised.
+// The pages of `text` that have no text of their own, read by OCR until `deadline`, shared out
+// to an engine and a poppler document a thread; the pages after the first one not read in time
+// are left out, as a stopped reading answers a beginning of the text. Answers the pages
+// recognised.
 int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
                           const ocr::Settings& settings, Clock::time_point deadline,
                           const std::string& path) {
-  ocr::Engine* engine = nullptr;
-  int recognized = 0, tried = 0;
-  for (std::size_t index = 0; index < text.pages.size(); ++index) {
-    if (letters(text.pages[index]) >= kFewestLetters) continue;
-    std::unique_ptr<poppler::page> page(document.create_page(static_cast<int>(index)));
-    if (!page) continue;
-    if (!engine)
-      engine = ocr::Engine::forLanguages(settings.languages.empty() ? ocr::defaultLanguages()
-                                                                    : settings.languages);
-    if (!engine) return 0;
+  std::vector<std::size_t> scanned;
+  for (std::size_t index = 0; index < text.pages.size(); ++index)
+    if (letters(text.pages[index]) < kFewestLetters) scanned.push_back(index);
+  if (scanned.empty()) return 0;
+  const std::string languages =
+      settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;
+  const unsigned threads =
+      std::min<unsigned>(ulvek::plugin::pageThreads(), static_cast<unsigned>(scanned.size()));
+  std::vector<ocr::Engine*> engines = ocr::Engine::several(languages, threads);
+  if (engines.empty()) return 0;
+
+  struct PageReading {
+    std::optional<std::string> text;
+    bool tried = false;
     bool late = false;
-    std::optional<std::string> read =
-        recognizePage(*page, *engine, settings.resolution, deadline, late);
-    if (late) {
-      std::fprintf(stderr, "OCR: time limit reached after %d pages of %s\n", tried, path.c_str());
-      text.pages.resize(index);
-      text.complete = false;
-      break;
+  };
+  std::vector<PageReading> readings(scanned.size());
+  std::atomic<std::size_t> next{0};
+  auto readPages = [&](poppler::document& own, ocr::Engine& engine) {
+    for (std::size_t at; (at = next.fetch_add(1)) < scanned.size();) {
+      std::unique_ptr<poppler::page> page(own.create_page(static_cast<int>(scanned[at])));
+      if (!page) continue;
+      PageReading& reading = readings[at];
+      reading.tried = true;
+      reading.text = recognizePage(*page, engine, settings.resolution, deadline, reading.late);
+      // Pages after a late one would be left out anyway.
+      if (reading.late) next = scanned.size();
     }
+  };
+  {
+    std::vector<std::jthread> helpers;
+    for (std::size_t t = 1; t < engines.size(); ++t)
+      helpers.emplace_back([&, t] {
+        // poppler's documents are not shared between threads.
+        std::unique_ptr<poppler::document> own(poppler::document::load_from_file(path));
+        if (own && !own->is_locked()) readPages(*own, *engines[t]);
+      });
+    readPages(document, *engines.front());
+  }
+
+  // Every page before the first late one was taken before it, and read.
+  const std::size_t cut = static_cast<std::size_t>(
+      std::find_if(readings.begin(), readings.end(), [](const PageReading& r) { return r.late; }) -
+      readings.begin());
+  int recognized = 0, tried = 0;
+  for (std::size_t at = 0; at < cut; ++at) {
+    if (!readings[at].tried) continue;
     ++tried;
-    if (!read) continue;
-    text.pages[index] = std::move(*read);
+    if (!readings[at].text) continue;
+    text.pages[scanned[at]] = std::move(*readings[at].text);
     ++recognized;
   }
-  if (tried > 0) ocr::logReading(path, tried, engine->languages());
+  if (cut < scanned.size()) {
+    std::fprintf(stderr, "OCR: time limit reached after %d pages of %s\n", tried, path.c_str());
+    text.pages.resize(scanned[cut]);
+    text.complete = false;
+  }
+  if (tried > 0) ocr::logReading(path, tried, languages);
   return recognized;
 }
 

@@ -110,20 +110,14 @@ struct Engine::Api {
   tesseract::TessBaseAPI tesseract;
 };
 
-Engine* Engine::forLanguages(const std::string& languages) {
-  static std::unique_ptr<Engine> engine;
-  static std::string failed;
-  if (engine && engine->languages_ == languages) return engine.get();
-  if (failed == languages) return nullptr;
-  engine.reset(new Engine());
+std::unique_ptr<Engine> Engine::load(const std::string& languages) {
+  std::unique_ptr<Engine> engine(new Engine());
   engine->api_ = new Api();
   tesseract::TessBaseAPI& api = engine->api_->tesseract;
   // Tesseract's complaints about single pages are no news to the host's log.
   api.SetVariable("debug_file", "/dev/null");
   if (api.Init(nullptr, languages.c_str(), tesseract::OEM_LSTM_ONLY) != 0) {
     std::fprintf(stderr, "OCR: no model for %s in %s\n", languages.c_str(), modelFolder().c_str());
-    engine.reset();
-    failed = languages;
     return nullptr;
   }
   api.SetVariable("debug_file", "/dev/null");
@@ -131,7 +125,49 @@ Engine* Engine::forLanguages(const std::string& languages) {
   bool orientation = fs::exists(modelFolder() + "/" + kOrientationModel + ".traineddata");
   api.SetPageSegMode(orientation ? tesseract::PSM_AUTO_OSD : tesseract::PSM_AUTO);
   engine->languages_ = languages;
-  return engine.get();
+  return engine;
+}
+
+namespace {
+
+// The process's engines, all for the same languages: the first one forLanguages answers.
+struct Engines {
+  std::vector<std::unique_ptr<Engine>> loaded;
+  std::string languages;
+  std::string failed;
+};
+
+Engines& engines() {
+  static Engines kept;
+  return kept;
+}
+
+}  // namespace
+
+Engine* Engine::forLanguages(const std::string& languages) {
+  std::vector<Engine*> one = several(languages, 1);
+  return one.empty() ? nullptr : one.front();
+}
+
+std::vector<Engine*> Engine::several(const std::string& languages, unsigned count) {
+  Engines& kept = engines();
+  if (kept.languages != languages) {
+    kept.loaded.clear();
+    kept.languages = languages;
+  }
+  if (kept.failed == languages) return {};
+  while (kept.loaded.size() < count) {
+    std::unique_ptr<Engine> engine = load(languages);
+    if (!engine) {
+      if (kept.loaded.empty()) kept.failed = languages;
+      break;
+    }
+    kept.loaded.push_back(std::move(engine));
+  }
+  std::vector<Engine*> answer;
+  for (std::size_t i = 0; i < kept.loaded.size() && i < count; ++i)
+    answer.push_back(kept.loaded[i].get());
+  return answer;
 }
 
 Engine::~Engine() {

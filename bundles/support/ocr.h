@@ -1,11 +1,12 @@
 #pragma once
 
 // Text of pictures of text, read with Tesseract, for the importers of scans (PDF) and pictures
-// (Image). One engine per process: a worker loads a language's model once and reuses it for
-// every page and file it is given; parallelism comes from several workers, never from
-// Tesseract's own threads.
+// (Image). A worker loads a language's model once and reuses it for every page and file it is
+// given; the pages of one scan are shared out to an engine a thread, never to Tesseract's own
+// threads.
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,12 +49,17 @@ struct Reading {
   bool timedOut = false;  // stopped at the deadline; the text is then empty
 };
 
-// The process's engine. Not for two threads at once.
+// An engine with a language's models loaded. One engine is for one thread at a time.
 class Engine {
  public:
-  // The engine with the models of `languages` loaded (loaded on first use, or again when the
-  // languages change); nothing when a model is missing, with one line on standard error.
+  // The process's engine with the models of `languages` loaded (loaded on first use, or again
+  // when the languages change); nothing when a model is missing, with one line on standard
+  // error.
   static Engine* forLanguages(const std::string& languages);
+  // Up to `count` engines for `languages`, the first being forLanguages' own; the others are
+  // kept too, so a worker loads each model once however many scans it reads. Fewer when a model
+  // is missing (none at all then).
+  static std::vector<Engine*> several(const std::string& languages, unsigned count);
 
   // Text of a greyscale picture (one byte a pixel, rows `stride` bytes apart) scanned at `dpi`,
   // its orientation detected first; reading stops at `deadline`.
@@ -67,6 +73,7 @@ class Engine {
 
  private:
   Engine() = default;
+  static std::unique_ptr<Engine> load(const std::string& languages);
   Reading recognize(std::optional<Clock::time_point> deadline);
 
   struct Api;
