@@ -53,6 +53,9 @@ LIST_ITEMS = [
     (3, 2, "hardneck"),
 ]
 LIST_LABELS = ["1)", "a)", "b)", "i)", "2)", "\u2022", "I.", "(1)", "I.1.1"]
+# As LibreOffice's text export writes them: four spaces a level, the label and a space.
+LABELLED_ITEMS = ["    " * (level + 1) + f"{label} {text}"
+                  for label, (_, level, text) in zip(LIST_LABELS, LIST_ITEMS)]
 TABLE = [["Variety", "Packets", "Keeper"], ["Runner bean", "12", "Tom\u00e1s"],
          ["Borage", "", "Anneli"]]
 NEXT = ("Next swap:", "the first Saturday in October.")
@@ -278,8 +281,7 @@ def write_docx(folder):
     path = folder / "ledger.docx"
     core = core_properties(TITLE, AUTHOR, ", ".join(KEYWORDS), CREATED, MODIFIED, SUBJECT, COMMENT)
     write_zip(path, docx_package(WORDPROCESSING + "document.main+xml", docx_body(), core))
-    labelled = [f"{label} {text}" for label, (_, _, text) in zip(LIST_LABELS, LIST_ITEMS)]
-    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *labelled, *TABLE_LINES,
+    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *LABELLED_ITEMS, *TABLE_LINES,
              NEXT[0] + "\t" + NEXT[1] + "2", HYPHENATED, "1 page in all.",
              *[" " + note for note in FOOTNOTES], " " + ENDNOTE]
     write_expectation(path, "\n".join(lines), full_attributes("NSOfficeOpenXML"))
@@ -302,6 +304,101 @@ def write_docx(folder):
                       {"DocumentType": "NSOfficeOpenXML", "Title": "Minutes of the seed committee",
                        "Author": EDITOR, "Keywords": ["minutes", "committee", "template"],
                        "CreationTime": iso(CREATED)})
+
+
+# ---- Lists, as LibreOffice's text export labels them -----------------------------------------
+
+
+def lo_label(level, label):
+    """A list item's label as LibreOffice's text export writes it: four spaces a level, the
+    label and a space."""
+    return "    " * (level + 1) + label + " " if label else ""
+
+
+# (numId, level, text, label); numId None: a paragraph of no list.
+DOCX_LIST_PARAGRAPHS = [
+    (1, 0, "Sow the beans", "1."),
+    (1, 1, "indoors", "a)"),
+    (1, 0, "Water the rows", "2."),
+    (1, 2, "every morning", "i."),  # level 1 skipped: it counts as one item
+    (1, 1, "and at dusk", "b)"),
+    (2, 0, "Tools", "\u2022"),  # LibreOffice's own bullet of each level
+    (2, 1, "trowel", "\u25e6"),
+    (2, 2, "small", "\u25aa"),
+    (None, 0, "Later in the year:", ""),
+    (1, 0, "Harvest", "3."),  # the list goes on after other paragraphs
+    (3, 0, "Store the seed", "5."),  # a list of the same definition restarting at 5
+    (3, 0, "Share the rest", "6."),
+    (4, 0, "Spring", "I."),
+    (4, 1, "peas", "1.1."),  # legal numbering: every level in decimal
+    (6, 0, "A level without numbers", ""),
+]
+
+
+def w_numbering_lists():
+    def level(index, kind, text, extra=""):
+        return (f'<w:lvl w:ilvl="{index}"><w:start w:val="1"/><w:numFmt w:val="{kind}"/>{extra}'
+                f'<w:lvlText w:val="{text}"/><w:lvlJc w:val="left"/></w:lvl>')
+
+    abstracts = {
+        20: [level(0, "decimal", "%1."), level(1, "lowerLetter", "%2)"),
+             level(2, "lowerRoman", "%3.")],
+        21: [level(0, "bullet", "\uf0b7"), level(1, "bullet", "o"), level(2, "bullet", "\uf0a7")],
+        22: [level(0, "upperRoman", "%1."), level(1, "decimal", "%1.%2.", "<w:isLgl/>")],
+        23: [level(0, "decimal", "Step %1:", '<w:pStyle w:val="ListNumber"/>')],
+        24: [level(0, "none", "")],
+    }
+    xml = f"{XML_DECLARATION}<w:numbering {W}>"
+    for number, levels in abstracts.items():
+        xml += f'<w:abstractNum w:abstractNumId="{number}">{"".join(levels)}</w:abstractNum>'
+    nums = {1: (20, ""), 2: (21, ""),
+            3: (20, '<w:lvlOverride w:ilvl="0"><w:startOverride w:val="5"/></w:lvlOverride>'),
+            4: (22, ""), 5: (23, ""), 6: (24, "")}
+    for number, (abstract, override) in nums.items():
+        xml += (f'<w:num w:numId="{number}"><w:abstractNumId w:val="{abstract}"/>{override}'
+                "</w:num>")
+    return xml + "</w:numbering>"
+
+
+def w_styles_lists():
+    return (f"{XML_DECLARATION}<w:styles {W}>"
+            '<w:style w:type="paragraph" w:default="1" w:styleId="Normal"><w:name w:val="Normal"/>'
+            "</w:style>"
+            '<w:style w:type="paragraph" w:styleId="ListNumber"><w:name w:val="List Number"/>'
+            '<w:basedOn w:val="Normal"/><w:pPr><w:numPr><w:numId w:val="5"/></w:numPr></w:pPr>'
+            "</w:style>"
+            '<w:style w:type="paragraph" w:styleId="Steps"><w:name w:val="Steps"/>'
+            '<w:basedOn w:val="ListNumber"/></w:style></w:styles>')
+
+
+def write_docx_lists(folder):
+    paragraphs, lines = [], []
+    for number, level, text, label in DOCX_LIST_PARAGRAPHS:
+        if text == "Harvest":
+            # Tab stops and the properties before a tracked change are no text and no list.
+            paragraphs.append(
+                '<w:p><w:pPr><w:numPr><w:ilvl w:val="0"/><w:numId w:val="1"/></w:numPr><w:tabs>'
+                '<w:tab w:val="left" w:pos="720"/></w:tabs><w:pPrChange w:id="1" w:author="A">'
+                '<w:pPr><w:numPr><w:ilvl w:val="0"/><w:numId w:val="2"/></w:numPr></w:pPr>'
+                f"</w:pPrChange></w:pPr>{w_run(text)}</w:p>")
+        else:
+            paragraphs.append(w_para(w_run(text), numbering=number and (number, level)))
+        lines.append(lo_label(level, label) + text)
+    # Paragraph styles that carry a list, directly and through the style they are based on; a
+    # paragraph's own list number 0 takes it out of its style's list.
+    for style, text, label in [("ListNumber", "Dig", "Step 1:"), ("Steps", "Rake", "Step 2:"),
+                               ("ListNumber", "Rest", "")]:
+        paragraphs.append(w_para(w_run(text), style=style, numbering=(0, 0) if not label else None))
+        lines.append(lo_label(0, label) + text)
+    path = folder / "lists.docx"
+    write_zip(path, [("[Content_Types].xml",
+                      f'{XML_DECLARATION}<Types xmlns="{PACKAGE}content-types">'
+                      '<Default Extension="xml" ContentType="application/xml"/></Types>'),
+                     ("word/document.xml", f"{XML_DECLARATION}<w:document {W}><w:body>"
+                      f"{''.join(paragraphs)}</w:body></w:document>"),
+                     ("word/numbering.xml", w_numbering_lists()),
+                     ("word/styles.xml", w_styles_lists())])
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSOfficeOpenXML"})
 
 
 def write_encrypted_docx(folder):
@@ -1010,8 +1107,7 @@ def write_doc(folder):
         {11: PRINTED, 12: CREATED, 13: MODIFIED})
     path.write_bytes(compound_file([("WordDocument", word), ("1Table", table),
                                     ("\x05SummaryInformation", summary)]))
-    labelled = [f"{label} {text}" for label, (_, _, text) in zip(LIST_LABELS, LIST_ITEMS)]
-    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *labelled, *TABLE_LINES,
+    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *LABELLED_ITEMS, *TABLE_LINES,
              NEXT[0] + "\t" + NEXT[1] + "2", HYPHENATED, "1 page in all.",
              *[" " + note for note in FOOTNOTES], " " + ENDNOTE]
     write_expectation(path, "\n".join(lines), full_attributes("NSDocFormat"))
@@ -1178,6 +1274,7 @@ def main():
     for family in ["docx", "odt", "rtf", "doc", "wpd"]:
         (HERE / family).mkdir(exist_ok=True)
     write_docx(HERE / "docx")
+    write_docx_lists(HERE / "docx")
     write_wordml(HERE / "docx")
     write_encrypted_docx(HERE / "docx")
     write_odf(HERE / "odt")
