@@ -531,13 +531,31 @@ def odf_text():
 # row on one line, its cells a tab apart).
 ODF_TABLE_LINES = [cell for row in TABLE for cell in row if cell]
 ODF_TEXT_LINES = [HEADING, SHELF, SWAP, COUNTS + ".", "".join(LINK),
-                  *[text for _, _, text in LIST_ITEMS], *ODF_TABLE_LINES,
+                  *LABELLED_ITEMS, *ODF_TABLE_LINES,
                   NEXT[0] + "\t" + NEXT[1], HYPHENATED, "Keeper:   Anneli\nReserve:  Tom\u00e1s",
                   FOOTNOTES[0], ENDNOTE, FOOTNOTES[1]]
 
 
+def odf_number_level(level, num_format, prefix="", suffix="", display=1):
+    return (f'<text:list-level-style-number text:level="{level}" style:num-prefix="{prefix}" '
+            f'style:num-suffix="{suffix}" style:num-format="{num_format}" '
+            f'text:display-levels="{display}"/>')
+
+
+# The ledger's lists: 1) a) i), bullets, and I. (1) I.1.1
+ODF_LIST_STYLES = (
+    '<text:list-style style:name="L1">' + odf_number_level(1, "1", suffix=")")
+    + odf_number_level(2, "a", suffix=")") + odf_number_level(3, "i", suffix=")")
+    + '</text:list-style><text:list-style style:name="L2"><text:list-level-style-bullet '
+    'text:level="1" text:bullet-char="\u2013"/></text:list-style>'
+    '<text:list-style style:name="L3">' + odf_number_level(1, "I", suffix=".")
+    + odf_number_level(2, "1", prefix="(", suffix=")") + odf_number_level(3, "1", display=3)
+    + "</text:list-style>")
+
+
 def odf_styles():
-    return ('<office:automatic-styles><style:style style:name="Ledger" style:family="table"/>'
+    return (f"<office:styles>{ODF_LIST_STYLES}</office:styles>"
+            '<office:automatic-styles><style:style style:name="Ledger" style:family="table"/>'
             "</office:automatic-styles>"
             '<office:master-styles><style:master-page style:name="Standard" '
             'style:page-layout-name="pm1"><style:header>'
@@ -582,6 +600,99 @@ def write_odf_package(path, media_type, text, meta):
                 + "</manifest:manifest>")
     write_zip(path, [("mimetype", media_type), ("content.xml", content), ("styles.xml", styles),
                      ("meta.xml", meta), ("META-INF/manifest.xml", manifest)])
+
+
+MATHML = '<math xmlns="http://www.w3.org/1998/Math/MathML" display="block">'
+
+
+def write_odf_lists(folder):
+    """Lists that go on, restart and skip a level, numbered headings, cross-references with and
+    without a result of their own, and formulas in objects of their own."""
+    def item(text, start=None, inner=""):
+        value = f' text:start-value="{start}"' if start else ""
+        return f"<text:list-item{value}>{odf_paragraph(escape(text))}{inner}</text:list-item>"
+
+    outline = ('<text:outline-style style:name="Outline">'
+               '<text:outline-level-style text:level="1" style:num-format="1" '
+               'style:num-suffix="."/><text:outline-level-style text:level="2" '
+               'style:num-format="1" style:num-suffix="." text:display-levels="2"/>'
+               "</text:outline-style>")
+    styles = ('<text:list-style style:name="Steps">' + odf_number_level(1, "1", suffix=".")
+              + odf_number_level(2, "a", suffix=")") + odf_number_level(3, "i", suffix=".")
+              + '</text:list-style><text:list-style style:name="Dots">'
+              + "".join(f'<text:list-level-style-bullet text:level="{n}" '
+                        'text:bullet-char="-"/>' for n in (1, 2, 3)) + "</text:list-style>")
+    body = "".join([
+        '<text:h text:outline-level="1">Sowing</text:h>',
+        '<text:list xml:id="list1" text:style-name="Steps">',
+        '<text:list-header><text:p>What to do:</text:p></text:list-header>',
+        item("Soak the seed", inner="<text:list>" + item("overnight") + "</text:list>"),
+        # An item holding only a list counts for nothing: the label is the inner item's.
+        '<text:list-item><text:list><text:list-item><text:list>', item("in rain water"),
+        "</text:list></text:list-item></text:list></text:list-item>",
+        "</text:list>",
+        odf_paragraph('See <text:bookmark-ref text:reference-format="text" '
+                      'text:ref-name="tray"/> and <text:sequence-ref '
+                      'text:reference-format="category-and-value" text:ref-name="refTable0"/>'
+                      ' (<text:bookmark-ref text:reference-format="text" text:ref-name="tray">'
+                      "kept result</text:bookmark-ref>)."),
+        '<text:list text:continue-numbering="true" text:style-name="Steps">',
+        item("Sow in trays"), "</text:list>",
+        '<text:list text:style-name="Steps">', item("A new list"), "</text:list>",
+        '<text:list text:continue-list="list1" text:style-name="Steps">',
+        item("Water"), item("Label", start=7), "</text:list>",
+        '<text:list text:style-name="Dots">',
+        item("trowel", inner="<text:list>" + item("small") + "</text:list>"), "</text:list>",
+        '<text:h text:outline-level="2">Trays</text:h>',
+        odf_paragraph('Keep the <text:bookmark-start text:name="tray"/>seed tray'
+                      '<text:bookmark-end text:name="tray"/> warm.'),
+        odf_paragraph('Table <text:sequence text:ref-name="refTable0" text:name="Table" '
+                      'text:formula="ooow:Table+1" style:num-format="1">1</text:sequence>'
+                      ": Trays per week"),
+        odf_paragraph('Pythagoras: <draw:frame draw:name="Object1"><draw:object '
+                      'xlink:href="./Object 1" xlink:type="simple"/><draw:image '
+                      'xlink:href="./ObjectReplacements/Object 1"/></draw:frame>'),
+        odf_paragraph('Area: <draw:frame draw:name="Object2"><draw:object '
+                      'xlink:href="./Object 2" xlink:type="simple"/></draw:frame>'),
+    ])
+    pythagoras = (f"{XML_DECLARATION}{MATHML}<semantics><mrow><msup><mi>a</mi><mn>2</mn></msup>"
+                  "<mo>+</mo><msup><mi>b</mi><mn>2</mn></msup><mo>=</mo><msup><mi>c</mi>"
+                  '<mn>2</mn></msup></mrow><annotation encoding="StarMath 5.0">'
+                  "a^2 + b^2 = c^2</annotation></semantics></math>")
+    # No StarMath source: the symbols, operators a space apart.
+    area = (f"{XML_DECLARATION}{MATHML}<mrow><mi>A</mi><mo>=</mo><mi>\u03c0</mi>"
+            "<mo>\u2062</mo><msup><mi>r</mi><mn>2</mn></msup></mrow></math>")
+    content = (f"{XML_DECLARATION}<office:document-content {ODF_NAMESPACES}>"
+               f"<office:automatic-styles>{styles}</office:automatic-styles>"
+               f"<office:body><office:text>{body}</office:text></office:body>"
+               "</office:document-content>")
+    document_styles = (f"{XML_DECLARATION}<office:document-styles {ODF_NAMESPACES}>"
+                       f"<office:styles>{outline}</office:styles></office:document-styles>")
+    path = folder / "lists.odt"
+    write_zip(path, [("mimetype", ODT_TYPE), ("content.xml", content),
+                     ("styles.xml", document_styles), ("Object 1/content.xml", pythagoras),
+                     ("Object 2/content.xml", area)])
+    lines = ["    1. Sowing", "What to do:", "    1. Soak the seed", "        a) overnight",
+             "            i. in rain water", "See seed tray and Table 1 (kept result).",
+             "    2. Sow in trays", "    1. A new list", "    3. Water", "    7. Label",
+             "    \u2022 trowel", "        \u25e6 small", "        1.1. Trays",
+             "Keep the seed tray warm.", "Table 1: Trays per week",
+             "Pythagoras: a^2 + b^2 = c^2", "Area: A = \u03c0r2"]
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSOpenDocument"})
+
+    # A flat document keeps its formulas inside the frame; the replacement picture is no text.
+    path = folder / "formula.fodt"
+    formula = ('<draw:frame><draw:object><math:math xmlns:math="http://www.w3.org/1998/Math/MathML">'
+               "<math:semantics><math:mrow><math:mi>E</math:mi><math:mo>=</math:mo><math:mi>m"
+               "</math:mi><math:msup><math:mi>c</math:mi><math:mn>2</math:mn></math:msup>"
+               '</math:mrow><math:annotation encoding="StarMath 5.0">E = m c^2</math:annotation>'
+               "</math:semantics></math:math></draw:object><draw:image><office:binary-data>"
+               "iVBORw0KGgo=</office:binary-data></draw:image></draw:frame>")
+    path.write_text(f'{XML_DECLARATION}<office:document {ODF_NAMESPACES} '
+                    f'office:mimetype="{ODT_TYPE}"><office:body><office:text>'
+                    f"{odf_paragraph('Einstein: ' + formula + ' in short.')}</office:text>"
+                    "</office:body></office:document>", encoding="utf-8")
+    write_expectation(path, "Einstein: E = m c^2 in short.", {"DocumentType": "NSOpenDocument"})
 
 
 def odf_attributes():
@@ -1278,6 +1389,7 @@ def main():
     write_wordml(HERE / "docx")
     write_encrypted_docx(HERE / "docx")
     write_odf(HERE / "odt")
+    write_odf_lists(HERE / "odt")
     write_rtf(HERE / "rtf")
     write_doc(HERE / "doc")
     write_wordperfect(HERE / "wpd")

@@ -95,10 +95,11 @@ Bytes bytesOf(const std::string& text) {
 // in the document properties; headings, notes, lists, tables, fields, tracked changes, page
 // headers and footers, and letters from several scripts and code pages in the text.
 TEST(AttributedReader, EachFormatTextAndAttributes) {
-  const char* documents[] = {"docx/ledger.docx", "docx/minutes.dotx", "docx/ledger.xml",
-                             "docx/lists.docx",  "odt/ledger.odt",    "odt/ledger.fodt",
-                             "odt/minutes.ott",  "rtf/ledger.rtf",    "rtf/ledger.rtfd",
-                             "doc/ledger.doc",   "doc/compressed.doc"};
+  const char* documents[] = {"docx/ledger.docx",  "docx/minutes.dotx", "docx/ledger.xml",
+                             "docx/lists.docx",   "odt/lists.odt",     "odt/formula.fodt",
+                             "odt/ledger.odt",    "odt/ledger.fodt",   "odt/minutes.ott",
+                             "rtf/ledger.rtf",    "rtf/ledger.rtfd",   "doc/ledger.doc",
+                             "doc/compressed.doc"};
   testing::CapturedLog log;
   for (const char* name : documents) {
     fs::path path = fixture(name);
