@@ -77,7 +77,7 @@ TextString ListCounters::next(const std::array<ListLevel, kListLevels>& levels, 
     const ListLevel& other = levels[c];
     if (c > level || other.kind != ListLevel::Kind::Number) continue;
     ListNumberFormat format = own.legal ? ListNumberFormat::Decimal : other.format;
-    label += fromAscii(listNumber(std::max(counters_[c], other.start), format));
+    label += fromAscii(listNumber(counters_[c], format));
   }
   return label;
 }

@@ -743,8 +743,11 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 {\stylesheet{\ql \f0\fs24 \snext0 Normal;}{\s1\ql \b\f0\fs32 \sbasedon0 \snext0 heading 1;}
 {\*\cs10 \additive Default Paragraph Font;}{\*\cs15 \additive \super \sbasedon10 footnote reference;}}
 {\*\listtable{\list\listtemplateid1\listhybrid{\listlevel\levelnfc0\levelstartat1{\leveltext\'02\'00);}
-{\levelnumbers\'01;}\fi-360\li720}{\listname ;}\listid101}}
-{\*\listoverridetable{\listoverride\listid101\listoverridecount0\ls1}}
+{\levelnumbers\'01;}\fi-360\li720}{\listname ;}\listid101}{\list\listtemplateid2\listsimple
+{\listlevel\levelnfc23\levelstartat1{\leveltext\'01\u-3913 ?;}{\levelnumbers;}\f4\fi-360\li720}
+{\listname ;}\listid102}}
+{\*\listoverridetable{\listoverride\listid101\listoverridecount0\ls1}
+{\listoverride\listid102\listoverridecount0\ls2}}
 {\info{\title Seed Exchange Ledger \u8212\'97 Spring}{\subject Seeds swapped at the village library}
 {\author Ingrid \'d8deg\'e5rd}{\operator Tom\'e1s Ruiz}{\keywords seeds, library, ledger}
 {\doccomm A small ledger written for the reader tests.}
@@ -761,7 +764,7 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 \pard Counts were checked twice{\cs15\super \chftn}{\footnote\ftnalt\pard\plain\s18\f0\fs20 {\cs15\super \chftn} Counted again in May by the Tuesday volunteers.}.\par
 \pard See the {\field{\*\fldinst {HYPERLINK "https://example.org/seeds"}}{\fldrslt {\ul\cf2 seed library}}} page for the full list.{\*\atnid AN}{\*\atnauthor Anneli}\chatn{\*\annotation\pard\plain Check the link before printing.}\par
 {\listtext\pard\plain 1)\tab}\pard\plain\fi-360\li720\ls1\ilvl0 Sort the envelopes by season\par
-{\pntext\f0 2)\tab}{\*\pn\pnlvlbody\pndec\pnstart2{\pntxta )}}\pard Write the keeper\rquote s name on each\par
+{\pntext\f0 2)\tab}\pard{\*\pn\pnlvlbody\pndec\pnstart2{\pntxta )}}Write the keeper\rquote s name on each\par
 {\listtext\pard\plain\f4 \'b7\tab}\pard\ls2 Never trade treated seed (\u1089?{\f2 \'e5\'ec\'e5\'ed\'e0})\par
 \pard\plain\f0\fs24
 \trowd\trgaph108\trleft-108\cellx3000\cellx6000\cellx9000
@@ -779,10 +782,43 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 RTF_TEXT_LINES = [
     HEADING, SHELF + " " + FOOTNOTES[0], SWAP,
     COUNTS + " " + ENDNOTE + ".", "".join(LINK),
-    "Sort the envelopes by season", "Write the keeper\u2019s name on each",
-    "Never trade treated seed (\u0441\u0435\u043c\u0435\u043d\u0430)", *TABLE_LINES,
+    # Labels from the list table and from old-style paragraph numbering, not from \listtext.
+    "    1) Sort the envelopes by season", "    2) Write the keeper\u2019s name on each",
+    "    \u2022 Never trade treated seed (\u0441\u0435\u043c\u0435\u043d\u0430)", *TABLE_LINES,
     NEXT[0] + "\t" + NEXT[1], HYPHENS[0] + "\u00ad" + HYPHENS[1] + "\u2011" + HYPHENS[2]
     + "\nKeeper:\u00a0Anneli", "Last line."]
+
+# Lists as Word, LibreOffice and Cocoa write them: levels of one list with a skipped level, a
+# list starting at 5, LibreOffice's \ls0, a simple list used at a deeper level, and old-style
+# paragraph numbering inside groups, which ends with them. \listtext and \pntext are what the
+# writer showed; the labels come from the definitions.
+LISTS_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0
+{\fonttbl{\f0\froman Times New Roman;}{\f1\fnil\fcharset2 Symbol;}}
+{\*\listtable
+{\list\listtemplateid1{\listlevel\levelnfc0\levelstartat1{\leveltext\'02\'00.;}{\levelnumbers\'01;}}
+{\listlevel\levelnfc4\levelstartat1{\leveltext\'02\'01);}{\levelnumbers\'01;}}
+{\listlevel\levelnfc2\levelstartat1{\leveltext\'04\'00.\'02.;}{\levelnumbers\'01\'03;}}{\listname ;}\listid7}
+{\list\listtemplateid2{\listlevel\levelnfc3\levelstartat5{\leveltext\'03(\'00);}{\levelnumbers\'02;}}
+{\listname ;}\listid8}
+{\list\listtemplateid3\listsimple{\listlevel\levelnfc23{\leveltext\'01\u8226 ?;}{\levelnumbers;}}
+{\listname ;}\listid9}}
+{\*\listoverridetable{\listoverride\listid8\listoverridecount0\ls0}
+{\listoverride\listid7\listoverridecount0\ls1}{\listoverride\listid9\listoverridecount0\ls2}}
+\pard Sowing\par
+{\listtext 1.\tab}\pard\ls1\ilvl0 Soak the seed\par
+{\listtext a)\tab}\pard\ls1\ilvl1 overnight\par
+{\listtext 2.\tab}\pard\ls1\ilvl0 Sow\par
+{\listtext 2.i.\tab}\pard\ls1\ilvl2 in trays\par
+{\listtext b)\tab}\pard\ls1\ilvl1 then outside\par
+{\listtext (E)\tab}\pard\ls0 Water\par
+{\listtext (F)\tab}\pard\ls0 Label\par
+{\listtext \'b7\tab}\pard\ls2 pencil\par
+\pard Tools:\par
+{{\pntext \'B7\tab}{\*\pn\pnlvlblt\pnstart1{\pntxtb\'B7}}trowel\par}
+{{\pntext 3.\tab}{\*\pn\pnlvlbody\pndec\pnstart3{\pntxta .}}sieve\par}
+{{\pntext 4.\tab}{\*\pn\pnlvlbody\pndec\pnstart3{\pntxta .}}rake\par}
+Done.\par
+}"""
 
 # As TextEdit writes it: lines ended by a backslash, an attachment by its file name.
 LEDGER_TXT_RTF = r"""{\rtf1\ansi\ansicpg1252\cocoartf2761
@@ -834,6 +870,13 @@ def write_rtf(folder):
     path = folder / "ledger.rtf"
     path.write_bytes(LEDGER_RTF.replace("\n", "\r\n").encode("ascii"))
     write_expectation(path, "\n".join(RTF_TEXT_LINES), full_attributes("NSRTF"))
+    path = folder / "lists.rtf"
+    path.write_text(LISTS_RTF, encoding="ascii")
+    write_expectation(path, "\n".join([
+        "Sowing", "    1. Soak the seed", "        a) overnight", "    2. Sow",
+        "            2.i. in trays", "        b) then outside", "    (E) Water", "    (F) Label",
+        "    \u2022 pencil", "Tools:", "    \u2022 trowel", "    3. sieve", "    4. rake",
+        "Done."]), {"DocumentType": "NSRTF"})
 
     path = folder / "ledger.rtfd"
     path.mkdir(exist_ok=True)
