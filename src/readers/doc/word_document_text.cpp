@@ -284,15 +284,40 @@ class ListLabels {
         slice(table, information.listOverrides.offset, information.listOverrides.size);
     if (!overrides || overrides->size() < 4) return;
     std::uint64_t count = std::min<std::uint64_t>(u32(*overrides, 0), (overrides->size() - 4) / 16);
-    for (std::size_t i = 0; i < count; ++i) overrideLists_.push_back(u32(*overrides, 4 + i * 16));
+    for (std::size_t i = 0; i < count; ++i)
+      overrideLists_.push_back({.list = u32(*overrides, 4 + i * 16)});
+    // After the overrides, each one's levels (LFOData): a start value, or a level of its own.
+    std::size_t at = std::size_t(information.listOverrides.offset) + 4 + count * 16;
+    for (std::size_t i = 0; i < count; ++i) {
+      std::size_t levels = (*overrides)[4 + i * 16 + 12];
+      at += 4;  // the field position, unused
+      for (std::size_t level = 0; level < levels; ++level) {
+        std::optional<Bytes> fixed = slice(table, at, 8);
+        if (!fixed) return;
+        std::uint32_t flags = u32(*fixed, 4);
+        std::size_t which = flags & 0x0F;
+        at += 8;
+        if ((flags & 0x10) && which < kListLevels)  // fStartAt
+          overrideLists_[i].starts[which] =
+              static_cast<int>(std::min<std::uint32_t>(u32(*fixed, 0), 1000000));
+        if ((flags & 0x20) && !readLevel(table, at)) return;  // fFormatting: an LVL follows
+      }
+    }
   }
 
   // The label of the next item of `item`'s list at its level, as the paragraph's prefix.
   TextString next(const ListItem& item) {
     if (item.override > overrideLists_.size() || item.level >= kListLevels) return {};
-    auto list = lists_.find(overrideLists_[item.override - 1]);
+    Override& override = overrideLists_[item.override - 1];
+    auto list = lists_.find(override.list);
     if (list == lists_.end()) return {};
     List& found = list->second;
+    // An override that starts a level at a value restarts the list where it is first used.
+    if (!override.used) {
+      override.used = true;
+      for (std::size_t level = 0; level < kListLevels; ++level)
+        if (override.starts[level]) found.counters.restart(level, *override.starts[level]);
+    }
     // A simple list has one level, which every level uses.
     std::size_t level = item.level < found.count ? item.level : 0;
     if (level >= found.count) return {};
@@ -363,8 +388,13 @@ class ListLabels {
     return level;
   }
 
-  std::map<std::uint32_t, List> lists_;       // by list identifier
-  std::vector<std::uint32_t> overrideLists_;  // list identifier of each override
+  std::map<std::uint32_t, List> lists_;  // by list identifier
+  struct Override {
+    std::uint32_t list = 0;  // its list's identifier
+    std::array<std::optional<int>, kListLevels> starts;
+    bool used = false;
+  };
+  std::vector<Override> overrideLists_;
 };
 
 // An equation field has no result: what it shows is in its code. Phonetic guides are written

@@ -1036,9 +1036,9 @@ class WordText:
 
 def word_lists():
     """PlfLst with its levels after it, and PlfLfo: three lists as LIST_ITEMS uses them."""
-    def level(start, nfc, text, placeholders):
+    def level(start, nfc, text, placeholders, flags=0):
         numbers = bytes(placeholders + [0] * (9 - len(placeholders)))
-        fixed = (struct.pack("<iBB", start, nfc, 0) + numbers + bytes([1])
+        fixed = (struct.pack("<iBB", start, nfc, flags) + numbers + bytes([1])
                  + struct.pack("<ii", 360, 0) + bytes([0, 0, 0, 0]))
         return fixed + struct.pack("<H", len(text)) + text.encode("utf-16-le")
 
@@ -1048,6 +1048,9 @@ def word_lists():
         (0x1A2B0002, [level(1, 23, "\uf0b7", [])]),
         (0x1A2B0003, [level(1, 1, "\x00.", [1]), level(1, 0, "(\x01)", [2]),
                       level(1, 0, "\x00.\x01.\x02", [1, 3, 5])] + [level(1, 0, "", [])] * 6),
+        # Legal numbering on the second level (fLegal): "1.1." under "I.".
+        (0x1A2B0004, [level(1, 1, "\x00.", [1]), level(1, 4, "\x00.\x01.", [1, 3], flags=0x04)]
+         + [level(1, 0, "", [])] * 7),
     ]
     definitions = struct.pack("<H", len(lists))
     levels = b""
@@ -1056,10 +1059,14 @@ def word_lists():
         definitions += (struct.pack("<II", identifier, identifier + 0x100)
                         + struct.pack("<9H", *[0x0FFF] * 9) + bytes([1 if simple else 0, 0]))
         levels += b"".join(list_levels)
-    overrides = struct.pack("<I", len(lists))
-    for identifier, _ in lists:
-        overrides += struct.pack("<III", identifier, 0, 0) + bytes([0, 0, 0, 0])
+    # One override of each list, and a fifth of the first list that starts it again at 5.
+    override_lists = [identifier for identifier, _ in lists] + [lists[0][0]]
+    overrides = struct.pack("<I", len(override_lists))
+    for number, identifier in enumerate(override_lists):
+        count = 1 if number == len(lists) else 0
+        overrides += struct.pack("<III", identifier, 0, 0) + bytes([count, 0, 0, 0])
     overrides += struct.pack("<I", 0xFFFFFFFF) * len(lists)  # LFOData: no overridden levels
+    overrides += struct.pack("<I", 0xFFFFFFFF) + struct.pack("<iI", 5, 0x10)  # level 0 at 5
     return definitions, levels, overrides
 
 
@@ -1252,6 +1259,26 @@ def word_document(parts, wide, text_start=0x600):
     return bytes(stream), bytes(table)
 
 
+def write_doc_lists(folder):
+    """A Word 97 document of lists: a skipped level, a bullet, a list started again at 5 by an
+    override, and legal numbering."""
+    main = WordText(lists=True)
+    paragraphs = [(1, 0, "Soak", "1)"), (1, 2, "in rain water", "i)"), (1, 1, "overnight", "b)"),
+                  (2, 0, "trowel", "\u2022"), (None, 0, "Later:", ""), (5, 0, "Water", "5)"),
+                  (5, 0, "Label", "6)"), (4, 0, "Spring", "I."), (4, 1, "peas", "1.1.")]
+    for override, level, text, _ in paragraphs:
+        main.add(text + "\r", properties=list_item(override, level) if override else b"")
+    empty, headers = WordText(), WordText()
+    empty.add("\r")
+    for _ in range(3):
+        headers.add("\r")
+    word, table = word_document((main, empty, headers, empty), wide=True)
+    path = folder / "lists.doc"
+    path.write_bytes(compound_file([("WordDocument", word), ("1Table", table)]))
+    lines = [lo_label(level, label) + text for _, level, text, label in paragraphs]
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSDocFormat"})
+
+
 def write_doc(folder):
     path = folder / "ledger.doc"
     word, table = word_document(ledger_word_text(), wide=True)
@@ -1435,6 +1462,7 @@ def main():
     write_odf_lists(HERE / "odt")
     write_rtf(HERE / "rtf")
     write_doc(HERE / "doc")
+    write_doc_lists(HERE / "doc")
     write_wordperfect(HERE / "wpd")
 
 

@@ -97,9 +97,9 @@ Bytes bytesOf(const std::string& text) {
 TEST(AttributedReader, EachFormatTextAndAttributes) {
   const char* documents[] = {"docx/ledger.docx", "docx/minutes.dotx", "docx/ledger.xml",
                              "docx/lists.docx",  "odt/lists.odt",     "odt/formula.fodt",
-                             "rtf/lists.rtf",    "odt/ledger.odt",    "odt/ledger.fodt",
-                             "odt/minutes.ott",  "rtf/ledger.rtf",    "rtf/ledger.rtfd",
-                             "doc/ledger.doc",   "doc/compressed.doc"};
+                             "rtf/lists.rtf",    "doc/lists.doc",     "odt/ledger.odt",
+                             "odt/ledger.fodt",  "odt/minutes.ott",   "rtf/ledger.rtf",
+                             "rtf/ledger.rtfd",  "doc/ledger.doc",    "doc/compressed.doc"};
   testing::CapturedLog log;
   for (const char* name : documents) {
     fs::path path = fixture(name);
