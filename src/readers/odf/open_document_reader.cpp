@@ -125,7 +125,9 @@ ReferenceTargets readReferenceTargets(std::string_view xml) {
   XmlEvents events{[&](std::string_view name, const char** attributes) {
                      std::string key = attribute(attributes, "text:name");
                      if (name == "text:bookmark-start" || name == "text:reference-mark-start") {
-                       open[key];
+                       // Every open mark collects the text read: a few at a time, as documents
+                       // nest them.
+                       if (open.size() < 16) open[key];
                      } else if (name == "text:bookmark-end" || name == "text:reference-mark-end") {
                        if (auto mark = open.find(key); mark != open.end()) {
                          targets.marks[key] = mark->second;
@@ -515,13 +517,17 @@ std::optional<ReaderOutput> readOpenDocumentText(const ReaderSource& source) {
     std::vector<std::string_view> styleDocuments{asText(*content)};
     if (styles) styleDocuments.push_back(asText(*styles));
     // An embedded object keeps its content in its own folder of the package.
+    // Each object is read once, however often the document shows it.
+    std::map<std::string, std::string, std::less<>> objectTexts;
     auto objects = [&](std::string_view href) -> std::string {
       std::string folder(href.starts_with("./") ? href.substr(2) : href);
       if (folder.empty() || folder.find("..") != std::string::npos) return {};
+      if (auto known = objectTexts.find(folder); known != objectTexts.end()) return known->second;
       std::string member = folder + "/content.xml";
-      if (!archive->testForNamedFile(member)) return {};
-      std::optional<Data> object = archive->dataForNamedFile(member);
-      return object ? objectText(asText(*object)) : std::string();
+      std::optional<Data> object;
+      if (archive->testForNamedFile(member)) object = archive->dataForNamedFile(member);
+      std::string text = object ? objectText(asText(*object)) : std::string();
+      return objectTexts[folder] = text;
     };
     output.text = contentText(asText(*content), name, styleDocuments, objects);
     if (archive->testForNamedFile("meta.xml")) {
