@@ -224,15 +224,32 @@ class FormulaText {
   int skipping_ = 0;
 };
 
-// The text an embedded object's own content.xml shows: a formula's.
+// The text an embedded object's own content.xml shows: a formula's, or a chart's titles (its
+// numbers are no text to find it by).
 std::string objectText(std::string_view xml) {
   FormulaText formula;
+  std::string titles;
+  int inTitle = 0;
   XmlEvents events{
-      [&](std::string_view name, const char** attributes) { formula.start(name, attributes); },
-      [&](std::string_view name) { formula.end(name); },
-      [&](std::string_view text) { formula.text(text); }};
+      [&](std::string_view name, const char** attributes) {
+        formula.start(name, attributes);
+        if (name == "chart:title" || name == "chart:subtitle" || name == "chart:footer") {
+          ++inTitle;
+          if (!titles.empty()) titles += ' ';
+        }
+      },
+      [&](std::string_view name) {
+        formula.end(name);
+        if (name == "chart:title" || name == "chart:subtitle" || name == "chart:footer") --inTitle;
+      },
+      [&](std::string_view text) {
+        if (inTitle > 0 && titles.size() < 4096)
+          titles += text;
+        else
+          formula.text(text);
+      }};
   parseXml(xml, events);
-  return formula.take();
+  return titles.empty() ? formula.take() : titles;
 }
 
 // The body's text; notes go to their own text, read after the body.

@@ -607,7 +607,7 @@ MATHML = '<math xmlns="http://www.w3.org/1998/Math/MathML" display="block">'
 
 def write_odf_lists(folder):
     """Lists that go on, restart and skip a level, numbered headings, cross-references with and
-    without a result of their own, and formulas in objects of their own."""
+    without a result of their own, and formulas and a chart in objects of their own."""
     def item(text, start=None, inner=""):
         value = f' text:start-value="{start}"' if start else ""
         return f"<text:list-item{value}>{odf_paragraph(escape(text))}{inner}</text:list-item>"
@@ -654,7 +654,19 @@ def write_odf_lists(folder):
                       'xlink:href="./ObjectReplacements/Object 1"/></draw:frame>'),
         odf_paragraph('Area: <draw:frame draw:name="Object2"><draw:object '
                       'xlink:href="./Object 2" xlink:type="simple"/></draw:frame>'),
+        odf_paragraph('<draw:frame draw:name="Object3"><draw:object xlink:href="./Object 3" '
+                      'xlink:type="simple"/></draw:frame>'),
     ])
+    # A chart: its titles, not the numbers of its table.
+    chart = (f"{XML_DECLARATION}<office:document-content {ODF_NAMESPACES} "
+             'xmlns:chart="urn:oasis:names:tc:opendocument:xmlns:chart:1.0"><office:body>'
+             '<office:chart><chart:chart chart:class="chart:bar"><chart:title><text:p>Seeds '
+             "per month</text:p></chart:title><chart:plot-area><chart:axis chart:dimension=\"x\">"
+             "<chart:title><text:p>Month</text:p></chart:title></chart:axis></chart:plot-area>"
+             '<table:table table:name="local-table"><table:table-rows><table:table-row>'
+             "<table:table-cell><text:p>412</text:p></table:table-cell></table:table-row>"
+             "</table:table-rows></table:table></chart:chart></office:chart></office:body>"
+             "</office:document-content>")
     pythagoras = (f"{XML_DECLARATION}{MATHML}<semantics><mrow><msup><mi>a</mi><mn>2</mn></msup>"
                   "<mo>+</mo><msup><mi>b</mi><mn>2</mn></msup><mo>=</mo><msup><mi>c</mi>"
                   '<mn>2</mn></msup></mrow><annotation encoding="StarMath 5.0">'
@@ -671,13 +683,13 @@ def write_odf_lists(folder):
     path = folder / "lists.odt"
     write_zip(path, [("mimetype", ODT_TYPE), ("content.xml", content),
                      ("styles.xml", document_styles), ("Object 1/content.xml", pythagoras),
-                     ("Object 2/content.xml", area)])
+                     ("Object 2/content.xml", area), ("Object 3/content.xml", chart)])
     lines = ["    1. Sowing", "What to do:", "    1. Soak the seed", "        a) overnight",
              "            i. in rain water", "See seed tray and Table 1 (kept result).",
              "    2. Sow in trays", "    1. A new list", "    3. Water", "    7. Label",
              "    \u2022 trowel", "        \u25e6 small", "        1.1. Trays",
              "Keep the seed tray warm.", "Table 1: Trays per week",
-             "Pythagoras: a^2 + b^2 = c^2", "Area: A = \u03c0r2"]
+             "Pythagoras: a^2 + b^2 = c^2", "Area: A = \u03c0r2", "Seeds per month Month"]
     write_expectation(path, "\n".join(lines), {"DocumentType": "NSOpenDocument"})
 
     # A flat document keeps its formulas inside the frame; the replacement picture is no text.
