@@ -290,50 +290,57 @@ class ListLabels {
         slice(table, information.listOverrides.offset, information.listOverrides.size);
     if (!overrides || overrides->size() < 4) return;
     std::uint64_t count = std::min<std::uint64_t>(u32(*overrides, 0), (overrides->size() - 4) / 16);
-    for (std::size_t i = 0; i < count; ++i) overrideLists_.push_back(u32(*overrides, 4 + i * 16));
-  }
-
-  // The label of the next item of `item`'s list at its level, e.g. "2)" or "•"; empty for none.
-  TextString next(const ListItem& item) {
-    if (item.override > overrideLists_.size() || item.level >= 9) return {};
-    auto list = lists_.find(overrideLists_[item.override - 1]);
-    if (list == lists_.end()) return {};
-    List& levels = list->second;
-    std::size_t index = item.level < levels.levels.size() ? item.level : 0;
-    if (index >= levels.levels.size()) return {};
-    auto& counters = levels.counters;
-    counters[index] = counters[index] == 0 ? levels.levels[index].start : counters[index] + 1;
-    for (std::size_t deeper = index + 1; deeper < 9; ++deeper) counters[deeper] = 0;
-    const Level& level = levels.levels[index];
-    if (level.format == kBullet) return u"\u2022";
-    if (level.format == kNone) return {};
-    TextString label;
-    for (char16_t c : level.text) {
-      if (c < 9 && c < levels.levels.size()) {
-        const Level& other = levels.levels[c];
-        label += fromAscii(listNumber(std::max(counters[c], other.start), numberFormat(other)));
-      } else if (c >= 9) {
-        label += c;
+    for (std::size_t i = 0; i < count; ++i)
+      overrideLists_.push_back({.list = u32(*overrides, 4 + i * 16)});
+    // After the overrides, each one's levels (LFOData): a start value, or a level of its own.
+    std::size_t at = std::size_t(information.listOverrides.offset) + 4 + count * 16;
+    for (std::size_t i = 0; i < count; ++i) {
+      std::size_t levels = (*overrides)[4 + i * 16 + 12];
+      at += 4;  // the field position, unused
+      for (std::size_t level = 0; level < levels; ++level) {
+        std::optional<Bytes> fixed = slice(table, at, 8);
+        if (!fixed) return;
+        std::uint32_t flags = u32(*fixed, 4);
+        std::size_t which = flags & 0x0F;
+        at += 8;
+        if ((flags & 0x10) && which < kListLevels)  // fStartAt
+          overrideLists_[i].starts[which] =
+              static_cast<int>(std::min<std::uint32_t>(u32(*fixed, 0), 1000000));
+        if ((flags & 0x20) && !readLevel(table, at)) return;  // fFormatting: an LVL follows
       }
     }
-    return label;
+  }
+
+  // The label of the next item of `item`'s list at its level, as the paragraph's prefix.
+  TextString next(const ListItem& item) {
+    if (item.override > overrideLists_.size() || item.level >= kListLevels) return {};
+    Override& override = overrideLists_[item.override - 1];
+    auto list = lists_.find(override.list);
+    if (list == lists_.end()) return {};
+    List& found = list->second;
+    // An override that starts a level at a value restarts the list where it is first used.
+    if (!override.used) {
+      override.used = true;
+      for (std::size_t level = 0; level < kListLevels; ++level)
+        if (override.starts[level]) found.counters.restart(level, *override.starts[level]);
+    }
+    // A simple list has one level, which every level uses.
+    std::size_t level = item.level < found.count ? item.level : 0;
+    if (level >= found.count) return {};
+    return listLabelPrefix(found.counters.next(found.levels, level), level);
   }
 
  private:
   static constexpr std::uint8_t kBullet = 23, kNone = 255;
 
-  struct Level {
-    int start = 1;
-    std::uint8_t format = 0;  // nfc
-    TextString text;          // with the levels' numbers as characters 0 to 8
-  };
   struct List {
-    std::vector<Level> levels;
-    std::array<int, 9> counters{};
+    std::array<ListLevel, kListLevels> levels;
+    std::size_t count = 0;
+    ListCounters counters;
   };
 
-  static ListNumberFormat numberFormat(const Level& level) {
-    switch (level.format) {
+  static ListNumberFormat numberFormat(std::uint8_t nfc) {
+    switch (nfc) {
       case 1:
         return ListNumberFormat::UpperRoman;
       case 2:
@@ -358,32 +365,42 @@ class ListLabels {
       std::size_t levelCount = (definition[26] & 1) ? 1 : 9;  // fSimpleList
       List list;
       for (std::size_t level = 0; level < levelCount; ++level) {
-        std::optional<Level> read = readLevel(table, at);
+        std::optional<ListLevel> read = readLevel(table, at);
         if (!read) break;
-        list.levels.push_back(std::move(*read));
+        list.levels[list.count++] = std::move(*read);
       }
       lists_[u32(definition, 0)] = std::move(list);
     }
   }
 
-  static std::optional<Level> readLevel(Bytes table, std::size_t& at) {
+  static std::optional<ListLevel> readLevel(Bytes table, std::size_t& at) {
     std::optional<Bytes> fixed = slice(table, at, 28);
     if (!fixed) return std::nullopt;
-    Level level;
+    ListLevel level;
     level.start = static_cast<int>(std::min<std::uint32_t>(u32(*fixed, 0), 1000000));
-    level.format = (*fixed)[4];
+    std::uint8_t nfc = (*fixed)[4];
+    level.kind = nfc == kBullet ? ListLevel::Kind::Bullet
+                 : nfc == kNone ? ListLevel::Kind::None
+                                : ListLevel::Kind::Number;
+    level.format = numberFormat(nfc);
+    level.legal = ((*fixed)[5] & 0x04) != 0;
     at += 28 + (*fixed)[24] + (*fixed)[25];  // the level's character and paragraph properties
     std::optional<Bytes> count = slice(table, at, 2);
     if (!count) return std::nullopt;
     std::optional<Bytes> text = slice(table, at + 2, u16(*count, 0) * 2u);
     if (!text) return std::nullopt;
-    for (std::size_t i = 0; i < text->size(); i += 2) level.text += char16_t(u16(*text, i));
+    for (std::size_t i = 0; i < text->size(); i += 2) level.pattern += char16_t(u16(*text, i));
     at += 2 + text->size();
     return level;
   }
 
-  std::map<std::uint32_t, List> lists_;       // by list identifier
-  std::vector<std::uint32_t> overrideLists_;  // list identifier of each override
+  std::map<std::uint32_t, List> lists_;  // by list identifier
+  struct Override {
+    std::uint32_t list = 0;  // its list's identifier
+    std::array<std::optional<int>, kListLevels> starts;
+    bool used = false;
+  };
+  std::vector<Override> overrideLists_;
 };
 
 // An equation field has no result: what it shows is in its code. Phonetic guides are written
@@ -427,7 +444,7 @@ class TextWriter {
     if (paragraphStart_ && c != 0x0D && c != 0x07) {
       if (std::optional<ListItem> item = paragraphs_.listItem(fc)) {
         TextString label = lists_.next(*item);
-        if (!label.empty()) out_.writeText(label.substr(0, kLongestLabel) + u' ');
+        out_.writeText(label.substr(0, kLongestLabel));
       }
     }
     paragraphStart_ = c == 0x0D || c == 0x07 || c == 0x0C;
@@ -495,7 +512,7 @@ class TextWriter {
     TextString code;
   };
   static constexpr std::size_t kLongestCode = 4096;
-  static constexpr std::size_t kLongestLabel = 64;
+  static constexpr std::size_t kLongestLabel = 128;
   std::vector<Field> fields_;  // open fields, innermost last
   std::size_t codeDepth_ = 0;
   bool lastWasCell_ = false;

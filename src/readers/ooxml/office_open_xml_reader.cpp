@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "base/failure.h"
@@ -22,92 +23,208 @@ std::string_view asText(const Data& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// List labels as numbering.xml defines them: per list, a counter for each of nine levels.
+// What a paragraph says of its list: its style, and the list and level it names itself.
+struct ParagraphNumbering {
+  std::string style;
+  std::optional<std::string> numID;
+  std::optional<int> level;
+};
+
+// List labels as numbering.xml and the paragraph styles define them. Lists of one abstract
+// definition count together; a list that overrides a level's start restarts it where it is
+// first used.
 class Numbering {
  public:
-  void read(std::string_view xml) {
+  void readNumbering(std::string_view xml) {
     std::string abstractID, numID;
-    int level = -1;
+    std::array<ListLevel, kListLevels>* levels = nullptr;
+    int level = -1, overrideLevel = -1;
     XmlEvents events{[&](std::string_view name, const char** attributes) {
-                       auto value = [&](const char* key) {
-                         const char* found = xmlAttribute(attributes, key);
-                         return std::string(found ? found : "");
-                       };
-                       if (name == "w:abstractNum")
-                         abstractID = value("w:abstractNumId");
-                       else if (name == "w:lvl")
-                         level = std::atoi(value("w:ilvl").c_str());
-                       else if (name == "w:num")
-                         numID = value("w:numId");
-                       else if (name == "w:abstractNumId" && !numID.empty())
-                         lists_[numID] = value("w:val");
-                       else if (level >= 0 && level < 9 && !abstractID.empty()) {
-                         Level& format = formats_[abstractID][static_cast<std::size_t>(level)];
-                         if (name == "w:numFmt")
-                           format.kind = value("w:val");
-                         else if (name == "w:lvlText")
-                           format.text = value("w:val");
-                         else if (name == "w:start")
-                           format.start = std::atoi(value("w:val").c_str());
+                       std::string value = attribute(attributes, "w:val");
+                       if (name == "w:abstractNum") {
+                         abstractID = attribute(attributes, "w:abstractNumId");
+                         levels = &abstracts_[abstractID].levels;
+                       } else if (name == "w:num") {
+                         numID = attribute(attributes, "w:numId");
+                         levels = nullptr;
+                       } else if (name == "w:abstractNumId" && !numID.empty()) {
+                         lists_[numID].abstractID = value;
+                       } else if (name == "w:numStyleLink" && !abstractID.empty()) {
+                         abstracts_[abstractID].styleLink = value;
+                       } else if (name == "w:lvlOverride" && !numID.empty()) {
+                         overrideLevel = number(attribute(attributes, "w:ilvl"));
+                       } else if (name == "w:startOverride" && inRange(overrideLevel)) {
+                         lists_[numID].starts[std::size_t(overrideLevel)] = number(value);
+                       } else if (name == "w:lvl") {
+                         level = number(attribute(attributes, "w:ilvl"));
+                         if (!numID.empty() && inRange(overrideLevel)) {
+                           List& list = lists_[numID];
+                           level = overrideLevel;
+                           list.overridden[std::size_t(level)] = true;
+                           levels = &list.levels;
+                         }
+                       } else if (levels && inRange(level)) {
+                         readLevel(name, value, (*levels)[std::size_t(level)]);
+                         if (name == "w:pStyle" && !abstractID.empty() && numID.empty())
+                           abstracts_[abstractID].styleLevels[value] = level;
                        }
                      },
                      [&](std::string_view name) {
                        if (name == "w:lvl")
                          level = -1;
+                       else if (name == "w:lvlOverride")
+                         overrideLevel = -1;
+                       else if (name == "w:abstractNum")
+                         abstractID.clear(), levels = nullptr;
                        else if (name == "w:num")
-                         numID.clear();
+                         numID.clear(), levels = nullptr;
                      },
                      nullptr};
     parseXml(xml, events);
   }
 
-  // The label of the next item of list `numID` at `level`, e.g. "2)" or "•"; empty for none.
-  std::string next(const std::string& numID, int level) {
+  // The paragraph styles' lists, following the styles they are based on.
+  void readStyles(std::string_view xml) {
+    std::string id;
+    XmlEvents events{[&](std::string_view name, const char** attributes) {
+                       std::string value = attribute(attributes, "w:val");
+                       if (name == "w:style") {
+                         id = attribute(attributes, "w:styleId");
+                         if (attribute(attributes, "w:default") == "1" &&
+                             attribute(attributes, "w:type") == "paragraph")
+                           defaultStyle_ = id;
+                       } else if (id.empty()) {
+                         return;
+                       } else if (name == "w:basedOn") {
+                         styles_[id].basedOn = value;
+                       } else if (name == "w:numId") {
+                         styles_[id].numID = value;
+                       } else if (name == "w:ilvl") {
+                         styles_[id].level = number(value);
+                       }
+                     },
+                     [&](std::string_view name) {
+                       if (name == "w:style") id.clear();
+                     },
+                     nullptr};
+    parseXml(xml, events);
+  }
+
+  // The label the paragraph starts with, as its prefix; empty for none.
+  TextString next(const ParagraphNumbering& paragraph) {
+    std::string styleID = paragraph.style.empty() ? defaultStyle_ : paragraph.style;
+    Style style = resolved(styleID);
+    std::string numID = paragraph.numID.value_or(style.numID);
     auto list = lists_.find(numID);
-    if (list == lists_.end() || level < 0 || level >= 9) return {};
-    auto& levels = formats_[list->second];
-    auto& counters = counters_[list->second];
-    auto index = static_cast<std::size_t>(level);
-    counters[index] = counters[index] == 0 ? levels[index].start : counters[index] + 1;
-    for (std::size_t deeper = index + 1; deeper < 9; ++deeper) counters[deeper] = 0;
-    if (levels[index].kind == "bullet") return "\u2022";
-    if (levels[index].kind == "none") return {};
-    std::string label;
-    const std::string& pattern = levels[index].text;
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-      if (pattern[i] == '%' && i + 1 < pattern.size() && pattern[i + 1] >= '1' &&
-          pattern[i + 1] <= '9') {
-        auto which = static_cast<std::size_t>(pattern[i + 1] - '1');
-        label += formatted(std::max(counters[which], levels[which].start), levels[which].kind);
-        ++i;
-      } else {
-        label += pattern[i];
-      }
+    if (numID.empty() || numID == "0" || list == lists_.end()) return {};
+    std::string abstractID = linkedAbstract(list->second.abstractID);
+    auto abstract = abstracts_.find(abstractID);
+    if (abstract == abstracts_.end()) return {};
+    int level = paragraph.level.value_or(style.level.value_or(-1));
+    if (level < 0) {
+      auto linked = abstract->second.styleLevels.find(styleID);
+      level = linked == abstract->second.styleLevels.end() ? 0 : linked->second;
     }
-    return label;
+    if (!inRange(level)) return {};
+    std::array<ListLevel, kListLevels> levels = abstract->second.levels;
+    List& own = list->second;
+    for (std::size_t i = 0; i < kListLevels; ++i)
+      if (own.overridden[i]) levels[i] = own.levels[i];
+    ListCounters& counters = counters_[abstractID];
+    if (!own.used) {
+      own.used = true;
+      for (std::size_t i = 0; i < kListLevels; ++i)
+        if (own.starts[i]) counters.restart(i, *own.starts[i]);
+    }
+    auto at = static_cast<std::size_t>(level);
+    return listLabelPrefix(counters.next(levels, at), at);
   }
 
  private:
-  struct Level {
-    std::string kind = "decimal";
-    std::string text;
-    int start = 1;
+  struct Abstract {
+    std::array<ListLevel, kListLevels> levels;
+    std::map<std::string, int> styleLevels;  // paragraph style → the level it stands for
+    std::string styleLink;                   // a numbering style that holds the definition
+  };
+  struct List {
+    std::string abstractID;
+    std::array<std::optional<int>, kListLevels> starts;
+    std::array<ListLevel, kListLevels> levels;
+    std::array<bool, kListLevels> overridden{};
+    bool used = false;
+  };
+  struct Style {
+    std::string basedOn;
+    std::string numID;
+    std::optional<int> level;
   };
 
-  static std::string formatted(int n, const std::string& kind) {
-    static const std::pair<std::string_view, ListNumberFormat> kFormats[] = {
-        {"lowerLetter", ListNumberFormat::LowerLetter},
-        {"upperLetter", ListNumberFormat::UpperLetter},
-        {"lowerRoman", ListNumberFormat::LowerRoman},
-        {"upperRoman", ListNumberFormat::UpperRoman}};
-    for (const auto& [name, format] : kFormats)
-      if (kind == name) return listNumber(n, format);
-    return listNumber(n, ListNumberFormat::Decimal);
+  static std::string attribute(const char** attributes, const char* key) {
+    const char* found = xmlAttribute(attributes, key);
+    return found ? found : "";
+  }
+  static int number(const std::string& text) {
+    return static_cast<int>(std::clamp(std::atol(text.c_str()), -1L, 1000000L));
+  }
+  static bool inRange(int level) { return level >= 0 && level < int(kListLevels); }
+
+  static void readLevel(std::string_view name, const std::string& value, ListLevel& level) {
+    if (name == "w:start") {
+      level.start = number(value);
+    } else if (name == "w:numFmt") {
+      static const std::pair<std::string_view, ListNumberFormat> kFormats[] = {
+          {"lowerLetter", ListNumberFormat::LowerLetter},
+          {"upperLetter", ListNumberFormat::UpperLetter},
+          {"lowerRoman", ListNumberFormat::LowerRoman},
+          {"upperRoman", ListNumberFormat::UpperRoman}};
+      level.kind = value == "bullet" ? ListLevel::Kind::Bullet
+                   : value == "none" ? ListLevel::Kind::None
+                                     : ListLevel::Kind::Number;
+      level.format = ListNumberFormat::Decimal;
+      for (const auto& [kind, format] : kFormats)
+        if (value == kind) level.format = format;
+    } else if (name == "w:lvlText") {
+      // "%1.%2)": the numbers of levels 1 and 2 in their places.
+      TextString text = fromUtf8(value);
+      level.pattern.clear();
+      for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == u'%' && i + 1 < text.size() && text[i + 1] >= u'1' && text[i + 1] <= u'9')
+          level.pattern += char16_t(text[++i] - u'1');
+        else
+          level.pattern += text[i];
+      }
+    } else if (name == "w:isLgl") {
+      level.legal = value != "0" && value != "false";
+    }
   }
 
-  std::map<std::string, std::string> lists_;  // numId → abstractNumId
-  std::map<std::string, std::array<Level, 9>> formats_;
-  std::map<std::string, std::array<int, 9>> counters_;
+  // A style with what the styles it is based on say, its own words first.
+  Style resolved(const std::string& id) const {
+    Style answer;
+    std::string at = id;
+    for (int depth = 0; depth < 16 && !at.empty(); ++depth) {
+      auto style = styles_.find(at);
+      if (style == styles_.end()) break;
+      if (answer.numID.empty()) answer.numID = style->second.numID;
+      if (!answer.level) answer.level = style->second.level;
+      at = style->second.basedOn;
+    }
+    return answer;
+  }
+
+  // A definition that only names a numbering style stands for that style's list's definition.
+  std::string linkedAbstract(const std::string& abstractID) const {
+    auto abstract = abstracts_.find(abstractID);
+    if (abstract == abstracts_.end() || abstract->second.styleLink.empty()) return abstractID;
+    auto list = lists_.find(resolved(abstract->second.styleLink).numID);
+    return list == lists_.end() ? abstractID : list->second.abstractID;
+  }
+
+  std::map<std::string, Abstract> abstracts_;
+  std::map<std::string, List> lists_;  // by numId
+  std::map<std::string, Style> styles_;
+  std::map<std::string, ListCounters> counters_;  // by abstractNumId
+  std::string defaultStyle_;
 };
 
 // The text of WordprocessingML: the elements DOCX and Word 2003 XML share.
@@ -126,11 +243,11 @@ class WordText {
 
  private:
   // Elements whose text is not the document's: deleted runs, field instructions, the fallback
-  // copy of drawings, and the separators of notes.
+  // copy of drawings, the separators of notes, tab stops and earlier paragraph properties.
   static bool skipped(std::string_view name) {
     return name == "w:del" || name == "w:instrText" || name == "w:delText" ||
            name == "mc:Fallback" || name == "w:fldData" || name == "w:rPr" || name == "w:rt" ||
-           name == "w:sectPr";
+           name == "w:sectPr" || name == "w:pPrChange" || name == "w:tabs";
   }
 
   void start(std::string_view name, const char** attributes) {
@@ -149,14 +266,16 @@ class WordText {
       // A cell's first paragraph stays in the cell.
       if (!cellStarted_) out_.paragraph();
       cellStarted_ = false;
-      numID_.clear();
-      level_ = 0;
+      paragraph_ = {};
+    } else if (name == "w:pStyle") {
+      const char* value = xmlAttribute(attributes, "w:val");
+      paragraph_.style = value ? value : "";
     } else if (name == "w:numId") {
       const char* value = xmlAttribute(attributes, "w:val");
-      numID_ = value ? value : "";
+      paragraph_.numID = value ? value : "";
     } else if (name == "w:ilvl") {
       const char* value = xmlAttribute(attributes, "w:val");
-      level_ = value ? std::atoi(value) : 0;
+      paragraph_.level = value ? std::atoi(value) : 0;
     } else if (name == "w:footnoteReference") {
       // The note's mark stands where the note is called, as Word shows it.
       out_.write(std::to_string(++footnotes_));
@@ -184,10 +303,8 @@ class WordText {
       inText_ = false;
     else if (name == "w:tbl")
       out_.paragraph();
-    else if (name == "w:pPr" && numbering_ && !numID_.empty() && numID_ != "0") {
-      std::string label = numbering_->next(numID_, level_);
-      if (!label.empty()) out_.write(label + " ");
-    }
+    else if (name == "w:pPr" && numbering_)
+      out_.writeText(numbering_->next(paragraph_));
   }
 
   DocumentText& out_;
@@ -195,8 +312,7 @@ class WordText {
   bool inText_ = false;
   bool cellStarted_ = false;
   int skipping_ = 0;
-  std::string numID_;
-  int level_ = 0;
+  ParagraphNumbering paragraph_;
   int footnotes_ = 0;
 };
 
@@ -256,7 +372,11 @@ std::optional<ReaderOutput> readOfficeOpenXML(const ReaderSource& source) {
   Numbering numbering;
   if (archive->testForNamedFile("word/numbering.xml")) {
     if (std::optional<Data> xml = archive->dataForNamedFile("word/numbering.xml"))
-      numbering.read(asText(*xml));
+      numbering.readNumbering(asText(*xml));
+  }
+  if (archive->testForNamedFile("word/styles.xml")) {
+    if (std::optional<Data> xml = archive->dataForNamedFile("word/styles.xml"))
+      numbering.readStyles(asText(*xml));
   }
   DocumentText text;
   WordText body(text, &numbering);

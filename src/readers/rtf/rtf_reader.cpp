@@ -34,8 +34,6 @@ constexpr std::string_view kSkippedDestinations[] = {"fonttbl",
                                                      "footerr",
                                                      "footerf",
                                                      "fldinst",
-                                                     "listtable",
-                                                     "listoverridetable",
                                                      "revtbl",
                                                      "rsidtbl",
                                                      "generator",
@@ -50,8 +48,6 @@ constexpr std::string_view kSkippedDestinations[] = {"fonttbl",
                                                      "filetbl",
                                                      "pnseclvl",
                                                      "pntext",
-                                                     "pntxta",
-                                                     "pntxtb",
                                                      "listtext",
                                                      "fldtype",
                                                      "nonshppict",
@@ -68,7 +64,6 @@ constexpr std::string_view kSkippedDestinations[] = {"fonttbl",
                                                      "docvar",
                                                      "falt",
                                                      "panose",
-                                                     "leveltext",
                                                      "levelnumbers",
                                                      "listname",
                                                      "xe",
@@ -162,7 +157,26 @@ TextString decode(std::string_view bytes, int codePage) {
   return text;
 }
 
+// The groups of the list tables and of old-style paragraph numbering, whose words define lists.
+enum class Capture { None, ListTable, LevelText, Overrides, Numbering, TextBefore, TextAfter };
+
+// Old-style paragraph numbering (\pn): one level, its format and the text around the number.
+struct ParagraphNumbering {
+  ListLevel level;
+  std::size_t depth = 0;
+  TextString before, after;
+};
+
+// The list a paragraph belongs to, as \pard, \ls, \ilvl and \pn leave it.
+struct ParagraphList {
+  std::optional<long long> override;  // \ls
+  std::size_t level = 0;              // \ilvl
+  std::optional<ParagraphNumbering> numbering;
+};
+
 struct Group {
+  Capture capture = Capture::None;
+  ParagraphList list;
   bool skip = false;        // contents are not text
   bool skipAround = false;  // this group or one it is inside is skipped (the font table)
   int unicodeSkip = 1;      // \ucN: characters that follow a \u as its fallback
@@ -241,6 +255,7 @@ class RTFParser {
   void endGroup() {
     Group ended = groups_.back();
     if (groups_.size() > 1) groups_.pop_back();
+    if (ended.capture != groups_.back().capture) endCapture(ended.capture);
     if (ended.info != Info::None && (groups_.back().info != ended.info)) finishInfo(ended);
   }
 
@@ -333,10 +348,15 @@ class RTFParser {
 
   void appendText(TextView text) {
     if (group().skip || text.empty()) return;
+    if (group().capture != Capture::None) {
+      captureText(text);
+      return;
+    }
     if (group().info != Info::None) {
       if (!group().time) infoText_ += text;
       return;
     }
+    startParagraphText();
     text_.writeText(text);
   }
 
@@ -344,10 +364,178 @@ class RTFParser {
     flushBytes();
     if (group().skip) return;
     if (c == u'\n' || c == u'\t') {
-      if (group().info == Info::None) text_.character(c);
+      if (group().info == Info::None && group().capture == Capture::None) {
+        startParagraphText();
+        text_.character(c);
+      }
       return;
     }
     appendText(TextString(1, c));
+  }
+
+  // Whether text here is the document's: not skipped, no property, no list definition.
+  bool inBody() const {
+    return !groups_.back().skip && groups_.back().info == Info::None &&
+           groups_.back().capture == Capture::None;
+  }
+
+  void endParagraph() {
+    flushBytes();
+    paragraphStart_ = true;
+  }
+
+  // ---- Lists ----
+
+  void captureText(TextView text) {
+    switch (group().capture) {
+      case Capture::LevelText:
+        if (levelText_.size() < 256) levelText_ += text;
+        return;
+      case Capture::TextBefore:
+        if (numbering_.before.size() < 64) numbering_.before += text;
+        return;
+      case Capture::TextAfter:
+        if (numbering_.after.size() < 64) numbering_.after += text;
+        return;
+      default:
+        return;
+    }
+  }
+
+  void endCapture(Capture ended) {
+    if (ended == Capture::LevelText && definedLevels_ > 0) {
+      // The first character counts those of the label that follow.
+      ListLevel& level = definedList_[definedLevels_ - 1];
+      std::size_t length = levelText_.empty() ? 0 : levelText_[0];
+      level.pattern = levelText_.substr(std::min<std::size_t>(1, levelText_.size()), length);
+    } else if (ended == Capture::Numbering) {
+      group().list.numbering = numbering_;
+    }
+  }
+
+  static ListNumberFormat numberFormat(long long nfc) {
+    switch (nfc) {
+      case 1:
+        return ListNumberFormat::UpperRoman;
+      case 2:
+        return ListNumberFormat::LowerRoman;
+      case 3:
+        return ListNumberFormat::UpperLetter;
+      case 4:
+        return ListNumberFormat::LowerLetter;
+      default:
+        return ListNumberFormat::Decimal;
+    }
+  }
+
+  // The words of the list table, the list overrides and \pn; true when `word` was one of them.
+  bool listWord(std::string_view word, std::optional<long long> parameter) {
+    long long value = parameter.value_or(0);
+    Group& at = group();
+    if (word == "listtable" || word == "listoverridetable" || word == "pn") {
+      at.capture = word == "listtable"           ? Capture::ListTable
+                   : word == "listoverridetable" ? Capture::Overrides
+                                                 : Capture::Numbering;
+      if (word == "pn") numbering_ = {};
+      return true;
+    }
+    if (at.capture == Capture::ListTable) {
+      ListLevel* level = definedLevels_ > 0 ? &definedList_[definedLevels_ - 1] : nullptr;
+      if (word == "list") {
+        definedList_ = {}, definedLevels_ = 0;
+      } else if (word == "listlevel" && definedLevels_ < kListLevels) {
+        definedList_[definedLevels_++] = ListLevel{};
+      } else if ((word == "levelnfc" || word == "levelnfcn") && level) {
+        level->kind = value == 23    ? ListLevel::Kind::Bullet
+                      : value == 255 ? ListLevel::Kind::None
+                                     : ListLevel::Kind::Number;
+        level->format = numberFormat(value);
+      } else if (word == "levelstartat" && level) {
+        level->start = static_cast<int>(std::clamp<long long>(value, 0, 1000000));
+      } else if (word == "levellegal" && level) {
+        level->legal = parameter.value_or(1) != 0;
+      } else if (word == "leveltext") {
+        at.capture = Capture::LevelText;
+        levelText_.clear();
+      } else if (word == "listid") {
+        lists_[value] = {definedList_, definedLevels_};
+      }
+      return true;
+    }
+    if (at.capture == Capture::Overrides) {
+      if (word == "listid") overrideList_ = value;
+      if (word == "ls") overrides_[value] = overrideList_;
+      return true;
+    }
+    if (at.capture == Capture::Numbering) {
+      ListLevel& level = numbering_.level;
+      if (word == "pnlvlblt") {
+        level.kind = ListLevel::Kind::Bullet;
+      } else if (word == "pnlvl") {
+        numbering_.depth = static_cast<std::size_t>(std::clamp<long long>(value - 1, 0, 8));
+      } else if (word == "pnstart") {
+        level.start = static_cast<int>(std::clamp<long long>(value, 0, 1000000));
+      } else if (word == "pntxtb" || word == "pntxta") {
+        at.capture = word == "pntxtb" ? Capture::TextBefore : Capture::TextAfter;
+      } else {
+        static const std::pair<std::string_view, ListNumberFormat> kFormats[] = {
+            {"pndec", ListNumberFormat::Decimal},
+            {"pnucltr", ListNumberFormat::UpperLetter},
+            {"pnlcltr", ListNumberFormat::LowerLetter},
+            {"pnucrm", ListNumberFormat::UpperRoman},
+            {"pnlcrm", ListNumberFormat::LowerRoman}};
+        for (const auto& [name, format] : kFormats)
+          if (word == name) level.format = format;
+      }
+      return true;
+    }
+    if (at.skip || at.info != Info::None) return false;
+    if (word == "pard") {
+      at.list = {};
+      return true;
+    }
+    if (word == "ls") {
+      at.list.override = value;
+      return true;
+    }
+    if (word == "ilvl") {
+      at.list.level = static_cast<std::size_t>(std::clamp<long long>(value, 0, 8));
+      return true;
+    }
+    return false;
+  }
+
+  // A list paragraph's label goes before its first text, as the list counts it.
+  void startParagraphText() {
+    if (!paragraphStart_) return;
+    paragraphStart_ = false;
+    const ParagraphList& list = group().list;
+    // Old-style numbering counts on over paragraphs numbered alike, and starts again after others.
+    bool numberingGoesOn = list.numbering && lastNumbering_ &&
+                           lastNumbering_->kind == list.numbering->level.kind &&
+                           lastNumbering_->format == list.numbering->level.format;
+    if (list.numbering)
+      lastNumbering_ = list.numbering->level;
+    else
+      lastNumbering_.reset();
+    if (list.override) {
+      auto override = overrides_.find(*list.override);
+      if (override == overrides_.end()) return;
+      auto defined = lists_.find(override->second);
+      if (defined == lists_.end() || defined->second.count == 0) return;
+      // A simple list has one level, which every level uses.
+      std::size_t level = list.level < defined->second.count ? list.level : 0;
+      ListCounters& counters = counters_[override->second];
+      text_.writeText(listLabelPrefix(counters.next(defined->second.levels, level), level));
+    } else if (list.numbering) {
+      const ParagraphNumbering& numbering = *list.numbering;
+      ListLevel& level = numberingLevels_[numbering.depth];
+      level = numbering.level;
+      level.pattern = numbering.before + char16_t(numbering.depth) + numbering.after;
+      if (!numberingGoesOn) numberingCounters_.restart(numbering.depth, level.start);
+      text_.writeText(listLabelPrefix(numberingCounters_.next(numberingLevels_, numbering.depth),
+                                      numbering.depth));
+    }
   }
 
   void controlWord() {
@@ -429,12 +617,21 @@ class RTFParser {
                                                  std::end(kSkippedDestinations));
       for (const auto& [destination, attribute] : kInfoStrings) words.insert(destination);
       for (const auto& [special, character] : kSpecialCharacters) words.insert(special);
-      for (std::string_view word :
-           {"copyright", "fldrslt", "result",   "fldinst", "info",     "ud",   "upr",
-            "creatim",   "revtim",  "yr",       "mo",      "dy",       "hr",   "min",
-            "sec",       "ansicpg", "mac",      "f",       "fcharset", "cpg",  "bin",
-            "uc",        "u",       "fonttbl",  "par",     "sect",     "page", "row",
-            "nestrow",   "cell",    "nestcell", "line",    "softline", "tab"})
+      for (std::string_view word : {"copyright",    "fldrslt",    "result",    "fldinst",
+                                    "info",         "ud",         "upr",       "creatim",
+                                    "revtim",       "yr",         "mo",        "dy",
+                                    "hr",           "min",        "sec",       "ansicpg",
+                                    "mac",          "f",          "fcharset",  "cpg",
+                                    "bin",          "uc",         "u",         "fonttbl",
+                                    "par",          "sect",       "page",      "row",
+                                    "nestrow",      "cell",       "nestcell",  "line",
+                                    "softline",     "tab",        "listtable", "listoverridetable",
+                                    "list",         "listlevel",  "levelnfc",  "levelnfcn",
+                                    "levelstartat", "levellegal", "leveltext", "listid",
+                                    "ls",           "ilvl",       "pard",      "pn",
+                                    "pnlvlblt",     "pnlvlbody",  "pnlvl",     "pnstart",
+                                    "pntxtb",       "pntxta",     "pndec",     "pnucltr",
+                                    "pnlcltr",      "pnucrm",     "pnlcrm"})
         words.insert(word);
       return words;
     }();
@@ -452,6 +649,10 @@ class RTFParser {
       return;
     }
     long long value = parameter.value_or(0);
+    if (listWord(word, parameter)) {
+      ignorable_ = false;
+      return;
+    }
     // A destination: text of its own, or none.
     for (std::string_view skipped : kSkippedDestinations) {
       if (word == skipped) {
@@ -560,12 +761,12 @@ class RTFParser {
     if (word == "fonttbl") return;
     if (word == "par" || word == "sect" || word == "page" || word == "row" || word == "nestrow") {
       flushBytes();
-      if (!group().skip && group().info == Info::None) text_.paragraph();
+      if (inBody()) text_.paragraph(), endParagraph();
       return;
     }
     if (word == "cell" || word == "nestcell") {
       flushBytes();
-      if (!group().skip && group().info == Info::None) text_.cell();
+      if (inBody()) text_.cell(), endParagraph();
       return;
     }
     if (word == "line" || word == "softline") {
@@ -613,6 +814,22 @@ class RTFParser {
   int fallbackLeft_ = 0;
   bool expectTrail_ = false;
   TextString run_;  // the last run of plain ASCII, as units
+  struct DefinedList {
+    std::array<ListLevel, kListLevels> levels;
+    std::size_t count = 0;
+  };
+  std::map<long long, DefinedList> lists_;      // by \listid
+  std::map<long long, long long> overrides_;    // \ls → \listid
+  std::map<long long, ListCounters> counters_;  // by \listid
+  std::array<ListLevel, kListLevels> definedList_;
+  std::size_t definedLevels_ = 0;
+  long long overrideList_ = 0;
+  TextString levelText_;
+  ParagraphNumbering numbering_;  // the \pn being read
+  std::array<ListLevel, kListLevels> numberingLevels_;
+  ListCounters numberingCounters_;
+  std::optional<ListLevel> lastNumbering_;  // of the last paragraph, when numbered old-style
+  bool paragraphStart_ = true;
   bool opened_ = false;
   bool ignorable_ = false;
   bool destinationStart_ = false;

@@ -52,6 +52,50 @@ std::string listNumber(int n, ListNumberFormat format) {
   return text;
 }
 
+TextString ListCounters::next(const std::array<ListLevel, kListLevels>& levels, std::size_t level) {
+  if (level >= kListLevels) return {};
+  for (std::size_t above = 0; above < level; ++above)
+    if (counters_[above] == 0) counters_[above] = levels[above].start;
+  if (restarts_[level]) {
+    counters_[level] = *restarts_[level];
+    restarts_[level].reset();
+  } else {
+    counters_[level] = counters_[level] == 0 ? levels[level].start : counters_[level] + 1;
+  }
+  for (std::size_t below = level + 1; below < kListLevels; ++below) counters_[below] = 0;
+  const ListLevel& own = levels[level];
+  // LibreOffice shows its own bullet of the level whatever the document chose.
+  static constexpr char16_t kBullets[] = {u'\u2022', u'\u25E6', u'\u25AA'};
+  if (own.kind == ListLevel::Kind::Bullet) return TextString(1, kBullets[level % 3]);
+  if (own.kind == ListLevel::Kind::None) return {};
+  TextString label;
+  for (char16_t c : own.pattern) {
+    if (c >= kListLevels) {
+      label += c;
+      continue;
+    }
+    const ListLevel& other = levels[c];
+    if (c > level || other.kind != ListLevel::Kind::Number) continue;
+    ListNumberFormat format = own.legal ? ListNumberFormat::Decimal : other.format;
+    label += fromAscii(listNumber(counters_[c], format));
+  }
+  return label;
+}
+
+void ListCounters::restart(std::size_t level, int value) {
+  if (level < kListLevels) restarts_[level] = value;
+}
+
+TextString listLabelPrefix(TextView label, std::size_t level) {
+  bool blank = std::all_of(label.begin(), label.end(),
+                           [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\u00A0'; });
+  if (blank) return {};
+  TextString prefix(4 * (std::min(level, kListLevels - 1) + 1), u' ');
+  prefix += label;
+  prefix += u' ';
+  return prefix;
+}
+
 std::optional<Date> w3cDate(std::string_view text) {
   int year = 0, month = 1, day = 1, hour = 0, minute = 0;
   double second = 0;

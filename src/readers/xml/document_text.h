@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,6 +39,37 @@ class DocumentText {
 enum class ListNumberFormat { Decimal, UpperRoman, LowerRoman, UpperLetter, LowerLetter };
 // The number `n` (1 for anything below) as a list label shows it: "4", "iv", "D", "dd".
 std::string listNumber(int n, ListNumberFormat format);
+
+// One level of a list as a word processor defines it.
+struct ListLevel {
+  enum class Kind { Number, Bullet, None };
+  Kind kind = Kind::Number;
+  ListNumberFormat format = ListNumberFormat::Decimal;
+  int start = 1;
+  // The label: literal text, and the characters 0 to 8 where the numbers of those levels go.
+  TextString pattern;
+  bool legal = false;  // the numbers of every level in decimal ("1.1.3", not "I.a.iii")
+};
+inline constexpr std::size_t kListLevels = 9;
+
+// The counters of one list: an item counts at its level and restarts the levels below it. An
+// item deeper than the one before counts the levels it skips as one item each, as LibreOffice
+// does, so "2." follows a skipped level's first real item.
+class ListCounters {
+ public:
+  // Counts an item at `level` and answers its label ("2)", "1.3.", "•"); empty for none.
+  TextString next(const std::array<ListLevel, kListLevels>& levels, std::size_t level);
+  // The next item at `level` counts from `value`.
+  void restart(std::size_t level, int value);
+
+ private:
+  std::array<int, kListLevels> counters_{};
+  std::array<std::optional<int>, kListLevels> restarts_{};
+};
+
+// A list item's label as LibreOffice's text export writes it before the paragraph: four spaces
+// a level, the label and a space. Empty where the label is.
+TextString listLabelPrefix(TextView label, std::size_t level);
 
 // "2021-03-04T05:06:07Z", "2021-03-04T05:06:07.25+01:00", "2021-03-04": the moment, or nothing.
 std::optional<Date> w3cDate(std::string_view text);

@@ -53,6 +53,9 @@ LIST_ITEMS = [
     (3, 2, "hardneck"),
 ]
 LIST_LABELS = ["1)", "a)", "b)", "i)", "2)", "\u2022", "I.", "(1)", "I.1.1"]
+# As LibreOffice's text export writes them: four spaces a level, the label and a space.
+LABELLED_ITEMS = ["    " * (level + 1) + f"{label} {text}"
+                  for label, (_, level, text) in zip(LIST_LABELS, LIST_ITEMS)]
 TABLE = [["Variety", "Packets", "Keeper"], ["Runner bean", "12", "Tom\u00e1s"],
          ["Borage", "", "Anneli"]]
 NEXT = ("Next swap:", "the first Saturday in October.")
@@ -278,8 +281,7 @@ def write_docx(folder):
     path = folder / "ledger.docx"
     core = core_properties(TITLE, AUTHOR, ", ".join(KEYWORDS), CREATED, MODIFIED, SUBJECT, COMMENT)
     write_zip(path, docx_package(WORDPROCESSING + "document.main+xml", docx_body(), core))
-    labelled = [f"{label} {text}" for label, (_, _, text) in zip(LIST_LABELS, LIST_ITEMS)]
-    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *labelled, *TABLE_LINES,
+    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *LABELLED_ITEMS, *TABLE_LINES,
              NEXT[0] + "\t" + NEXT[1] + "2", HYPHENATED, "1 page in all.",
              *[" " + note for note in FOOTNOTES], " " + ENDNOTE]
     write_expectation(path, "\n".join(lines), full_attributes("NSOfficeOpenXML"))
@@ -302,6 +304,101 @@ def write_docx(folder):
                       {"DocumentType": "NSOfficeOpenXML", "Title": "Minutes of the seed committee",
                        "Author": EDITOR, "Keywords": ["minutes", "committee", "template"],
                        "CreationTime": iso(CREATED)})
+
+
+# ---- Lists, as LibreOffice's text export labels them -----------------------------------------
+
+
+def lo_label(level, label):
+    """A list item's label as LibreOffice's text export writes it: four spaces a level, the
+    label and a space."""
+    return "    " * (level + 1) + label + " " if label else ""
+
+
+# (numId, level, text, label); numId None: a paragraph of no list.
+DOCX_LIST_PARAGRAPHS = [
+    (1, 0, "Sow the beans", "1."),
+    (1, 1, "indoors", "a)"),
+    (1, 0, "Water the rows", "2."),
+    (1, 2, "every morning", "i."),  # level 1 skipped: it counts as one item
+    (1, 1, "and at dusk", "b)"),
+    (2, 0, "Tools", "\u2022"),  # LibreOffice's own bullet of each level
+    (2, 1, "trowel", "\u25e6"),
+    (2, 2, "small", "\u25aa"),
+    (None, 0, "Later in the year:", ""),
+    (1, 0, "Harvest", "3."),  # the list goes on after other paragraphs
+    (3, 0, "Store the seed", "5."),  # a list of the same definition restarting at 5
+    (3, 0, "Share the rest", "6."),
+    (4, 0, "Spring", "I."),
+    (4, 1, "peas", "1.1."),  # legal numbering: every level in decimal
+    (6, 0, "A level without numbers", ""),
+]
+
+
+def w_numbering_lists():
+    def level(index, kind, text, extra=""):
+        return (f'<w:lvl w:ilvl="{index}"><w:start w:val="1"/><w:numFmt w:val="{kind}"/>{extra}'
+                f'<w:lvlText w:val="{text}"/><w:lvlJc w:val="left"/></w:lvl>')
+
+    abstracts = {
+        20: [level(0, "decimal", "%1."), level(1, "lowerLetter", "%2)"),
+             level(2, "lowerRoman", "%3.")],
+        21: [level(0, "bullet", "\uf0b7"), level(1, "bullet", "o"), level(2, "bullet", "\uf0a7")],
+        22: [level(0, "upperRoman", "%1."), level(1, "decimal", "%1.%2.", "<w:isLgl/>")],
+        23: [level(0, "decimal", "Step %1:", '<w:pStyle w:val="ListNumber"/>')],
+        24: [level(0, "none", "")],
+    }
+    xml = f"{XML_DECLARATION}<w:numbering {W}>"
+    for number, levels in abstracts.items():
+        xml += f'<w:abstractNum w:abstractNumId="{number}">{"".join(levels)}</w:abstractNum>'
+    nums = {1: (20, ""), 2: (21, ""),
+            3: (20, '<w:lvlOverride w:ilvl="0"><w:startOverride w:val="5"/></w:lvlOverride>'),
+            4: (22, ""), 5: (23, ""), 6: (24, "")}
+    for number, (abstract, override) in nums.items():
+        xml += (f'<w:num w:numId="{number}"><w:abstractNumId w:val="{abstract}"/>{override}'
+                "</w:num>")
+    return xml + "</w:numbering>"
+
+
+def w_styles_lists():
+    return (f"{XML_DECLARATION}<w:styles {W}>"
+            '<w:style w:type="paragraph" w:default="1" w:styleId="Normal"><w:name w:val="Normal"/>'
+            "</w:style>"
+            '<w:style w:type="paragraph" w:styleId="ListNumber"><w:name w:val="List Number"/>'
+            '<w:basedOn w:val="Normal"/><w:pPr><w:numPr><w:numId w:val="5"/></w:numPr></w:pPr>'
+            "</w:style>"
+            '<w:style w:type="paragraph" w:styleId="Steps"><w:name w:val="Steps"/>'
+            '<w:basedOn w:val="ListNumber"/></w:style></w:styles>')
+
+
+def write_docx_lists(folder):
+    paragraphs, lines = [], []
+    for number, level, text, label in DOCX_LIST_PARAGRAPHS:
+        if text == "Harvest":
+            # Tab stops and the properties before a tracked change are no text and no list.
+            paragraphs.append(
+                '<w:p><w:pPr><w:numPr><w:ilvl w:val="0"/><w:numId w:val="1"/></w:numPr><w:tabs>'
+                '<w:tab w:val="left" w:pos="720"/></w:tabs><w:pPrChange w:id="1" w:author="A">'
+                '<w:pPr><w:numPr><w:ilvl w:val="0"/><w:numId w:val="2"/></w:numPr></w:pPr>'
+                f"</w:pPrChange></w:pPr>{w_run(text)}</w:p>")
+        else:
+            paragraphs.append(w_para(w_run(text), numbering=number and (number, level)))
+        lines.append(lo_label(level, label) + text)
+    # Paragraph styles that carry a list, directly and through the style they are based on; a
+    # paragraph's own list number 0 takes it out of its style's list.
+    for style, text, label in [("ListNumber", "Dig", "Step 1:"), ("Steps", "Rake", "Step 2:"),
+                               ("ListNumber", "Rest", "")]:
+        paragraphs.append(w_para(w_run(text), style=style, numbering=(0, 0) if not label else None))
+        lines.append(lo_label(0, label) + text)
+    path = folder / "lists.docx"
+    write_zip(path, [("[Content_Types].xml",
+                      f'{XML_DECLARATION}<Types xmlns="{PACKAGE}content-types">'
+                      '<Default Extension="xml" ContentType="application/xml"/></Types>'),
+                     ("word/document.xml", f"{XML_DECLARATION}<w:document {W}><w:body>"
+                      f"{''.join(paragraphs)}</w:body></w:document>"),
+                     ("word/numbering.xml", w_numbering_lists()),
+                     ("word/styles.xml", w_styles_lists())])
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSOfficeOpenXML"})
 
 
 def write_encrypted_docx(folder):
@@ -434,13 +531,31 @@ def odf_text():
 # row on one line, its cells a tab apart).
 ODF_TABLE_LINES = [cell for row in TABLE for cell in row if cell]
 ODF_TEXT_LINES = [HEADING, SHELF, SWAP, COUNTS + ".", "".join(LINK),
-                  *[text for _, _, text in LIST_ITEMS], *ODF_TABLE_LINES,
+                  *LABELLED_ITEMS, *ODF_TABLE_LINES,
                   NEXT[0] + "\t" + NEXT[1], HYPHENATED, "Keeper:   Anneli\nReserve:  Tom\u00e1s",
                   FOOTNOTES[0], ENDNOTE, FOOTNOTES[1]]
 
 
+def odf_number_level(level, num_format, prefix="", suffix="", display=1):
+    return (f'<text:list-level-style-number text:level="{level}" style:num-prefix="{prefix}" '
+            f'style:num-suffix="{suffix}" style:num-format="{num_format}" '
+            f'text:display-levels="{display}"/>')
+
+
+# The ledger's lists: 1) a) i), bullets, and I. (1) I.1.1
+ODF_LIST_STYLES = (
+    '<text:list-style style:name="L1">' + odf_number_level(1, "1", suffix=")")
+    + odf_number_level(2, "a", suffix=")") + odf_number_level(3, "i", suffix=")")
+    + '</text:list-style><text:list-style style:name="L2"><text:list-level-style-bullet '
+    'text:level="1" text:bullet-char="\u2013"/></text:list-style>'
+    '<text:list-style style:name="L3">' + odf_number_level(1, "I", suffix=".")
+    + odf_number_level(2, "1", prefix="(", suffix=")") + odf_number_level(3, "1", display=3)
+    + "</text:list-style>")
+
+
 def odf_styles():
-    return ('<office:automatic-styles><style:style style:name="Ledger" style:family="table"/>'
+    return (f"<office:styles>{ODF_LIST_STYLES}</office:styles>"
+            '<office:automatic-styles><style:style style:name="Ledger" style:family="table"/>'
             "</office:automatic-styles>"
             '<office:master-styles><style:master-page style:name="Standard" '
             'style:page-layout-name="pm1"><style:header>'
@@ -485,6 +600,111 @@ def write_odf_package(path, media_type, text, meta):
                 + "</manifest:manifest>")
     write_zip(path, [("mimetype", media_type), ("content.xml", content), ("styles.xml", styles),
                      ("meta.xml", meta), ("META-INF/manifest.xml", manifest)])
+
+
+MATHML = '<math xmlns="http://www.w3.org/1998/Math/MathML" display="block">'
+
+
+def write_odf_lists(folder):
+    """Lists that go on, restart and skip a level, numbered headings, cross-references with and
+    without a result of their own, and formulas and a chart in objects of their own."""
+    def item(text, start=None, inner=""):
+        value = f' text:start-value="{start}"' if start else ""
+        return f"<text:list-item{value}>{odf_paragraph(escape(text))}{inner}</text:list-item>"
+
+    outline = ('<text:outline-style style:name="Outline">'
+               '<text:outline-level-style text:level="1" style:num-format="1" '
+               'style:num-suffix="."/><text:outline-level-style text:level="2" '
+               'style:num-format="1" style:num-suffix="." text:display-levels="2"/>'
+               "</text:outline-style>")
+    styles = ('<text:list-style style:name="Steps">' + odf_number_level(1, "1", suffix=".")
+              + odf_number_level(2, "a", suffix=")") + odf_number_level(3, "i", suffix=".")
+              + '</text:list-style><text:list-style style:name="Dots">'
+              + "".join(f'<text:list-level-style-bullet text:level="{n}" '
+                        'text:bullet-char="-"/>' for n in (1, 2, 3)) + "</text:list-style>")
+    body = "".join([
+        '<text:h text:outline-level="1">Sowing</text:h>',
+        '<text:list xml:id="list1" text:style-name="Steps">',
+        '<text:list-header><text:p>What to do:</text:p></text:list-header>',
+        item("Soak the seed", inner="<text:list>" + item("overnight") + "</text:list>"),
+        # An item holding only a list counts for nothing: the label is the inner item's.
+        '<text:list-item><text:list><text:list-item><text:list>', item("in rain water"),
+        "</text:list></text:list-item></text:list></text:list-item>",
+        "</text:list>",
+        odf_paragraph('See <text:bookmark-ref text:reference-format="text" '
+                      'text:ref-name="tray"/> and <text:sequence-ref '
+                      'text:reference-format="category-and-value" text:ref-name="refTable0"/>'
+                      ' (<text:bookmark-ref text:reference-format="text" text:ref-name="tray">'
+                      "kept result</text:bookmark-ref>)."),
+        '<text:list text:continue-numbering="true" text:style-name="Steps">',
+        item("Sow in trays"), "</text:list>",
+        '<text:list text:style-name="Steps">', item("A new list"), "</text:list>",
+        '<text:list text:continue-list="list1" text:style-name="Steps">',
+        item("Water"), item("Label", start=7), "</text:list>",
+        '<text:list text:style-name="Dots">',
+        item("trowel", inner="<text:list>" + item("small") + "</text:list>"), "</text:list>",
+        '<text:h text:outline-level="2">Trays</text:h>',
+        odf_paragraph('Keep the <text:bookmark-start text:name="tray"/>seed tray'
+                      '<text:bookmark-end text:name="tray"/> warm.'),
+        odf_paragraph('Table <text:sequence text:ref-name="refTable0" text:name="Table" '
+                      'text:formula="ooow:Table+1" style:num-format="1">1</text:sequence>'
+                      ": Trays per week"),
+        odf_paragraph('Pythagoras: <draw:frame draw:name="Object1"><draw:object '
+                      'xlink:href="./Object 1" xlink:type="simple"/><draw:image '
+                      'xlink:href="./ObjectReplacements/Object 1"/></draw:frame>'),
+        odf_paragraph('Area: <draw:frame draw:name="Object2"><draw:object '
+                      'xlink:href="./Object 2" xlink:type="simple"/></draw:frame>'),
+        odf_paragraph('<draw:frame draw:name="Object3"><draw:object xlink:href="./Object 3" '
+                      'xlink:type="simple"/></draw:frame>'),
+    ])
+    # A chart: its titles, not the numbers of its table.
+    chart = (f"{XML_DECLARATION}<office:document-content {ODF_NAMESPACES} "
+             'xmlns:chart="urn:oasis:names:tc:opendocument:xmlns:chart:1.0"><office:body>'
+             '<office:chart><chart:chart chart:class="chart:bar"><chart:title><text:p>Seeds '
+             "per month</text:p></chart:title><chart:plot-area><chart:axis chart:dimension=\"x\">"
+             "<chart:title><text:p>Month</text:p></chart:title></chart:axis></chart:plot-area>"
+             '<table:table table:name="local-table"><table:table-rows><table:table-row>'
+             "<table:table-cell><text:p>412</text:p></table:table-cell></table:table-row>"
+             "</table:table-rows></table:table></chart:chart></office:chart></office:body>"
+             "</office:document-content>")
+    pythagoras = (f"{XML_DECLARATION}{MATHML}<semantics><mrow><msup><mi>a</mi><mn>2</mn></msup>"
+                  "<mo>+</mo><msup><mi>b</mi><mn>2</mn></msup><mo>=</mo><msup><mi>c</mi>"
+                  '<mn>2</mn></msup></mrow><annotation encoding="StarMath 5.0">'
+                  "a^2 + b^2 = c^2</annotation></semantics></math>")
+    # No StarMath source: the symbols, operators a space apart.
+    area = (f"{XML_DECLARATION}{MATHML}<mrow><mi>A</mi><mo>=</mo><mi>\u03c0</mi>"
+            "<mo>\u2062</mo><msup><mi>r</mi><mn>2</mn></msup></mrow></math>")
+    content = (f"{XML_DECLARATION}<office:document-content {ODF_NAMESPACES}>"
+               f"<office:automatic-styles>{styles}</office:automatic-styles>"
+               f"<office:body><office:text>{body}</office:text></office:body>"
+               "</office:document-content>")
+    document_styles = (f"{XML_DECLARATION}<office:document-styles {ODF_NAMESPACES}>"
+                       f"<office:styles>{outline}</office:styles></office:document-styles>")
+    path = folder / "lists.odt"
+    write_zip(path, [("mimetype", ODT_TYPE), ("content.xml", content),
+                     ("styles.xml", document_styles), ("Object 1/content.xml", pythagoras),
+                     ("Object 2/content.xml", area), ("Object 3/content.xml", chart)])
+    lines = ["    1. Sowing", "What to do:", "    1. Soak the seed", "        a) overnight",
+             "            i. in rain water", "See seed tray and Table 1 (kept result).",
+             "    2. Sow in trays", "    1. A new list", "    3. Water", "    7. Label",
+             "    \u2022 trowel", "        \u25e6 small", "        1.1. Trays",
+             "Keep the seed tray warm.", "Table 1: Trays per week",
+             "Pythagoras: a^2 + b^2 = c^2", "Area: A = \u03c0r2", "Seeds per month Month"]
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSOpenDocument"})
+
+    # A flat document keeps its formulas inside the frame; the replacement picture is no text.
+    path = folder / "formula.fodt"
+    formula = ('<draw:frame><draw:object><math:math xmlns:math="http://www.w3.org/1998/Math/MathML">'
+               "<math:semantics><math:mrow><math:mi>E</math:mi><math:mo>=</math:mo><math:mi>m"
+               "</math:mi><math:msup><math:mi>c</math:mi><math:mn>2</math:mn></math:msup>"
+               '</math:mrow><math:annotation encoding="StarMath 5.0">E = m c^2</math:annotation>'
+               "</math:semantics></math:math></draw:object><draw:image><office:binary-data>"
+               "iVBORw0KGgo=</office:binary-data></draw:image></draw:frame>")
+    path.write_text(f'{XML_DECLARATION}<office:document {ODF_NAMESPACES} '
+                    f'office:mimetype="{ODT_TYPE}"><office:body><office:text>'
+                    f"{odf_paragraph('Einstein: ' + formula + ' in short.')}</office:text>"
+                    "</office:body></office:document>", encoding="utf-8")
+    write_expectation(path, "Einstein: E = m c^2 in short.", {"DocumentType": "NSOpenDocument"})
 
 
 def odf_attributes():
@@ -535,8 +755,11 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 {\stylesheet{\ql \f0\fs24 \snext0 Normal;}{\s1\ql \b\f0\fs32 \sbasedon0 \snext0 heading 1;}
 {\*\cs10 \additive Default Paragraph Font;}{\*\cs15 \additive \super \sbasedon10 footnote reference;}}
 {\*\listtable{\list\listtemplateid1\listhybrid{\listlevel\levelnfc0\levelstartat1{\leveltext\'02\'00);}
-{\levelnumbers\'01;}\fi-360\li720}{\listname ;}\listid101}}
-{\*\listoverridetable{\listoverride\listid101\listoverridecount0\ls1}}
+{\levelnumbers\'01;}\fi-360\li720}{\listname ;}\listid101}{\list\listtemplateid2\listsimple
+{\listlevel\levelnfc23\levelstartat1{\leveltext\'01\u-3913 ?;}{\levelnumbers;}\f4\fi-360\li720}
+{\listname ;}\listid102}}
+{\*\listoverridetable{\listoverride\listid101\listoverridecount0\ls1}
+{\listoverride\listid102\listoverridecount0\ls2}}
 {\info{\title Seed Exchange Ledger \u8212\'97 Spring}{\subject Seeds swapped at the village library}
 {\author Ingrid \'d8deg\'e5rd}{\operator Tom\'e1s Ruiz}{\keywords seeds, library, ledger}
 {\doccomm A small ledger written for the reader tests.}
@@ -553,7 +776,7 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 \pard Counts were checked twice{\cs15\super \chftn}{\footnote\ftnalt\pard\plain\s18\f0\fs20 {\cs15\super \chftn} Counted again in May by the Tuesday volunteers.}.\par
 \pard See the {\field{\*\fldinst {HYPERLINK "https://example.org/seeds"}}{\fldrslt {\ul\cf2 seed library}}} page for the full list.{\*\atnid AN}{\*\atnauthor Anneli}\chatn{\*\annotation\pard\plain Check the link before printing.}\par
 {\listtext\pard\plain 1)\tab}\pard\plain\fi-360\li720\ls1\ilvl0 Sort the envelopes by season\par
-{\pntext\f0 2)\tab}{\*\pn\pnlvlbody\pndec\pnstart2{\pntxta )}}\pard Write the keeper\rquote s name on each\par
+{\pntext\f0 2)\tab}\pard{\*\pn\pnlvlbody\pndec\pnstart2{\pntxta )}}Write the keeper\rquote s name on each\par
 {\listtext\pard\plain\f4 \'b7\tab}\pard\ls2 Never trade treated seed (\u1089?{\f2 \'e5\'ec\'e5\'ed\'e0})\par
 \pard\plain\f0\fs24
 \trowd\trgaph108\trleft-108\cellx3000\cellx6000\cellx9000
@@ -571,10 +794,43 @@ LEDGER_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0\deflang2057
 RTF_TEXT_LINES = [
     HEADING, SHELF + " " + FOOTNOTES[0], SWAP,
     COUNTS + " " + ENDNOTE + ".", "".join(LINK),
-    "Sort the envelopes by season", "Write the keeper\u2019s name on each",
-    "Never trade treated seed (\u0441\u0435\u043c\u0435\u043d\u0430)", *TABLE_LINES,
+    # Labels from the list table and from old-style paragraph numbering, not from \listtext.
+    "    1) Sort the envelopes by season", "    2) Write the keeper\u2019s name on each",
+    "    \u2022 Never trade treated seed (\u0441\u0435\u043c\u0435\u043d\u0430)", *TABLE_LINES,
     NEXT[0] + "\t" + NEXT[1], HYPHENS[0] + "\u00ad" + HYPHENS[1] + "\u2011" + HYPHENS[2]
     + "\nKeeper:\u00a0Anneli", "Last line."]
+
+# Lists as Word, LibreOffice and Cocoa write them: levels of one list with a skipped level, a
+# list starting at 5, LibreOffice's \ls0, a simple list used at a deeper level, and old-style
+# paragraph numbering inside groups, which ends with them. \listtext and \pntext are what the
+# writer showed; the labels come from the definitions.
+LISTS_RTF = r"""{\rtf1\ansi\ansicpg1252\deff0
+{\fonttbl{\f0\froman Times New Roman;}{\f1\fnil\fcharset2 Symbol;}}
+{\*\listtable
+{\list\listtemplateid1{\listlevel\levelnfc0\levelstartat1{\leveltext\'02\'00.;}{\levelnumbers\'01;}}
+{\listlevel\levelnfc4\levelstartat1{\leveltext\'02\'01);}{\levelnumbers\'01;}}
+{\listlevel\levelnfc2\levelstartat1{\leveltext\'04\'00.\'02.;}{\levelnumbers\'01\'03;}}{\listname ;}\listid7}
+{\list\listtemplateid2{\listlevel\levelnfc3\levelstartat5{\leveltext\'03(\'00);}{\levelnumbers\'02;}}
+{\listname ;}\listid8}
+{\list\listtemplateid3\listsimple{\listlevel\levelnfc23{\leveltext\'01\u8226 ?;}{\levelnumbers;}}
+{\listname ;}\listid9}}
+{\*\listoverridetable{\listoverride\listid8\listoverridecount0\ls0}
+{\listoverride\listid7\listoverridecount0\ls1}{\listoverride\listid9\listoverridecount0\ls2}}
+\pard Sowing\par
+{\listtext 1.\tab}\pard\ls1\ilvl0 Soak the seed\par
+{\listtext a)\tab}\pard\ls1\ilvl1 overnight\par
+{\listtext 2.\tab}\pard\ls1\ilvl0 Sow\par
+{\listtext 2.i.\tab}\pard\ls1\ilvl2 in trays\par
+{\listtext b)\tab}\pard\ls1\ilvl1 then outside\par
+{\listtext (E)\tab}\pard\ls0 Water\par
+{\listtext (F)\tab}\pard\ls0 Label\par
+{\listtext \'b7\tab}\pard\ls2 pencil\par
+\pard Tools:\par
+{{\pntext \'B7\tab}{\*\pn\pnlvlblt\pnstart1{\pntxtb\'B7}}trowel\par}
+{{\pntext 3.\tab}{\*\pn\pnlvlbody\pndec\pnstart3{\pntxta .}}sieve\par}
+{{\pntext 4.\tab}{\*\pn\pnlvlbody\pndec\pnstart3{\pntxta .}}rake\par}
+Done.\par
+}"""
 
 # As TextEdit writes it: lines ended by a backslash, an attachment by its file name.
 LEDGER_TXT_RTF = r"""{\rtf1\ansi\ansicpg1252\cocoartf2761
@@ -626,6 +882,13 @@ def write_rtf(folder):
     path = folder / "ledger.rtf"
     path.write_bytes(LEDGER_RTF.replace("\n", "\r\n").encode("ascii"))
     write_expectation(path, "\n".join(RTF_TEXT_LINES), full_attributes("NSRTF"))
+    path = folder / "lists.rtf"
+    path.write_text(LISTS_RTF, encoding="ascii")
+    write_expectation(path, "\n".join([
+        "Sowing", "    1. Soak the seed", "        a) overnight", "    2. Sow",
+        "            2.i. in trays", "        b) then outside", "    (E) Water", "    (F) Label",
+        "    \u2022 pencil", "Tools:", "    \u2022 trowel", "    3. sieve", "    4. rake",
+        "Done."]), {"DocumentType": "NSRTF"})
 
     path = folder / "ledger.rtfd"
     path.mkdir(exist_ok=True)
@@ -785,9 +1048,9 @@ class WordText:
 
 def word_lists():
     """PlfLst with its levels after it, and PlfLfo: three lists as LIST_ITEMS uses them."""
-    def level(start, nfc, text, placeholders):
+    def level(start, nfc, text, placeholders, flags=0):
         numbers = bytes(placeholders + [0] * (9 - len(placeholders)))
-        fixed = (struct.pack("<iBB", start, nfc, 0) + numbers + bytes([1])
+        fixed = (struct.pack("<iBB", start, nfc, flags) + numbers + bytes([1])
                  + struct.pack("<ii", 360, 0) + bytes([0, 0, 0, 0]))
         return fixed + struct.pack("<H", len(text)) + text.encode("utf-16-le")
 
@@ -797,6 +1060,9 @@ def word_lists():
         (0x1A2B0002, [level(1, 23, "\uf0b7", [])]),
         (0x1A2B0003, [level(1, 1, "\x00.", [1]), level(1, 0, "(\x01)", [2]),
                       level(1, 0, "\x00.\x01.\x02", [1, 3, 5])] + [level(1, 0, "", [])] * 6),
+        # Legal numbering on the second level (fLegal): "1.1." under "I.".
+        (0x1A2B0004, [level(1, 1, "\x00.", [1]), level(1, 4, "\x00.\x01.", [1, 3], flags=0x04)]
+         + [level(1, 0, "", [])] * 7),
     ]
     definitions = struct.pack("<H", len(lists))
     levels = b""
@@ -805,10 +1071,14 @@ def word_lists():
         definitions += (struct.pack("<II", identifier, identifier + 0x100)
                         + struct.pack("<9H", *[0x0FFF] * 9) + bytes([1 if simple else 0, 0]))
         levels += b"".join(list_levels)
-    overrides = struct.pack("<I", len(lists))
-    for identifier, _ in lists:
-        overrides += struct.pack("<III", identifier, 0, 0) + bytes([0, 0, 0, 0])
+    # One override of each list, and a fifth of the first list that starts it again at 5.
+    override_lists = [identifier for identifier, _ in lists] + [lists[0][0]]
+    overrides = struct.pack("<I", len(override_lists))
+    for number, identifier in enumerate(override_lists):
+        count = 1 if number == len(lists) else 0
+        overrides += struct.pack("<III", identifier, 0, 0) + bytes([count, 0, 0, 0])
     overrides += struct.pack("<I", 0xFFFFFFFF) * len(lists)  # LFOData: no overridden levels
+    overrides += struct.pack("<I", 0xFFFFFFFF) + struct.pack("<iI", 5, 0x10)  # level 0 at 5
     return definitions, levels, overrides
 
 
@@ -1001,6 +1271,26 @@ def word_document(parts, wide, text_start=0x600):
     return bytes(stream), bytes(table)
 
 
+def write_doc_lists(folder):
+    """A Word 97 document of lists: a skipped level, a bullet, a list started again at 5 by an
+    override, and legal numbering."""
+    main = WordText(lists=True)
+    paragraphs = [(1, 0, "Soak", "1)"), (1, 2, "in rain water", "i)"), (1, 1, "overnight", "b)"),
+                  (2, 0, "trowel", "\u2022"), (None, 0, "Later:", ""), (5, 0, "Water", "5)"),
+                  (5, 0, "Label", "6)"), (4, 0, "Spring", "I."), (4, 1, "peas", "1.1.")]
+    for override, level, text, _ in paragraphs:
+        main.add(text + "\r", properties=list_item(override, level) if override else b"")
+    empty, headers = WordText(), WordText()
+    empty.add("\r")
+    for _ in range(3):
+        headers.add("\r")
+    word, table = word_document((main, empty, headers, empty), wide=True)
+    path = folder / "lists.doc"
+    path.write_bytes(compound_file([("WordDocument", word), ("1Table", table)]))
+    lines = [lo_label(level, label) + text for _, level, text, label in paragraphs]
+    write_expectation(path, "\n".join(lines), {"DocumentType": "NSDocFormat"})
+
+
 def write_doc(folder):
     path = folder / "ledger.doc"
     word, table = word_document(ledger_word_text(), wide=True)
@@ -1010,8 +1300,7 @@ def write_doc(folder):
         {11: PRINTED, 12: CREATED, 13: MODIFIED})
     path.write_bytes(compound_file([("WordDocument", word), ("1Table", table),
                                     ("\x05SummaryInformation", summary)]))
-    labelled = [f"{label} {text}" for label, (_, _, text) in zip(LIST_LABELS, LIST_ITEMS)]
-    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *labelled, *TABLE_LINES,
+    lines = [HEADING, SHELF + "1", SWAP, COUNTS + ".", "".join(LINK), *LABELLED_ITEMS, *TABLE_LINES,
              NEXT[0] + "\t" + NEXT[1] + "2", HYPHENATED, "1 page in all.",
              *[" " + note for note in FOOTNOTES], " " + ENDNOTE]
     write_expectation(path, "\n".join(lines), full_attributes("NSDocFormat"))
@@ -1178,11 +1467,14 @@ def main():
     for family in ["docx", "odt", "rtf", "doc", "wpd"]:
         (HERE / family).mkdir(exist_ok=True)
     write_docx(HERE / "docx")
+    write_docx_lists(HERE / "docx")
     write_wordml(HERE / "docx")
     write_encrypted_docx(HERE / "docx")
     write_odf(HERE / "odt")
+    write_odf_lists(HERE / "odt")
     write_rtf(HERE / "rtf")
     write_doc(HERE / "doc")
+    write_doc_lists(HERE / "doc")
     write_wordperfect(HERE / "wpd")
 
 

@@ -576,15 +576,20 @@ TEST(WordDocumentReader, CorpusListLabelsAndNoteNumbers) {
       (testing::corpusPath() / "docs/doc/tika-testWORD_numbered_list.doc").string()));
   ASSERT_TRUE(output && output->text);
   std::string text = toUtf8(*output->text);
-  for (const char* line : {"1) This\na) Is\ni) A multi\nii) Level\n", "iii) List\n2) foo\n",
-                           "I. yet\na) another\ni) list\n", "(1) baq\n"})
+  // As LibreOffice's text export labels them: four spaces a level, the label and a space.
+  for (const char* line :
+       {"    1) This\n        a) Is\n            i) A multi\n            ii) Level\n",
+        "            iii) List\n    2) foo\n",
+        "    I. yet\n        a) another\n            i) list\n", "                (1) baq\n"})
     EXPECT_NE(text.find(line), std::string::npos) << line;
   output = readWordDocument(
       ReaderSource::file((testing::corpusPath() / "docs/doc/made-report.doc").string()));
   ASSERT_TRUE(output && output->text);
   text = toUtf8(*output->text);
-  for (const char* line : {"per quarter.2\n", "1. Collect the documents\n\xE2\x80\xA2 from",
-                           "i. inline parts\nii. attached files\n"})
+  // A bullet is LibreOffice's own of its level: "◦" on the second.
+  for (const char* line :
+       {"per quarter.2\n", "    1. Collect the documents\n        \xE2\x97\xA6 from",
+        "            i. inline parts\n            ii. attached files\n"})
     EXPECT_NE(text.find(line), std::string::npos) << line;
 }
 
