@@ -43,8 +43,17 @@ std::optional<Data> fileServerFinderInfo(const std::string& path) {
 }
 
 std::optional<Data> fileServerResourceFork(const std::string& path) {
-  if (std::optional<Data> fork = attribute(path, kNetatalkResourceFork)) return fork;
-  return attribute(path, kSambaResource);
+  std::optional<std::pair<std::string_view, Data>> fork = fileServerResourceForkAttribute(path);
+  if (!fork) return std::nullopt;
+  return std::move(fork->second);
+}
+
+std::optional<std::pair<std::string_view, Data>> fileServerResourceForkAttribute(
+    const std::string& path) {
+  for (std::string_view name : {kNetatalkResourceFork, kSambaResource}) {
+    if (std::optional<Data> fork = attribute(path, name)) return std::pair(name, std::move(*fork));
+  }
+  return std::nullopt;
 }
 
 }  // namespace ulvek

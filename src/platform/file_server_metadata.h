@@ -2,6 +2,8 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "base/property_value.h"
 
@@ -13,5 +15,8 @@ namespace ulvek {
 // "user.DosStream.AFP_Resource:$DATA". Read only where the Mac attributes are absent.
 std::optional<Data> fileServerFinderInfo(const std::string& path);
 std::optional<Data> fileServerResourceFork(const std::string& path);
+// The same fork with the name of the attribute that holds it, so that it can be written back.
+std::optional<std::pair<std::string_view, Data>> fileServerResourceForkAttribute(
+    const std::string& path);
 
 }  // namespace ulvek

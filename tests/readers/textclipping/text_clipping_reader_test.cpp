@@ -9,6 +9,9 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "fork_test_files.h"
+#include "platform/resource_fork.h"
+#include "platform/type_codes.h"
 #include "test_support.h"
 #include "word_bag.h"
 
@@ -41,6 +44,24 @@ TEST(TextClippingReader, ReadsClippings) {
     ASSERT_TRUE(output && output->text);
     EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
     EXPECT_EQ(toUtf8(output->documentType), expect["documentType"].get<std::string>());
+  }
+}
+
+// Clippings whose forks this system wrote, in the attribute and in the companion.
+TEST(TextClippingReader, ReadsForksWrittenHere) {
+  for (ForkStorage storage : {ForkStorage::Attribute, ForkStorage::AppleDouble}) {
+    testing::TemporaryFolder folder;
+    std::string path = (folder.path() / "written.textClipping").string();
+    std::optional<ResourceFork> fork = ResourceFork::openForWriting(path, storage);
+    ASSERT_TRUE(fork);
+    std::string utxt("\0W\0r\0i\0t\0t\0e\0n", 14);  // big-endian, as clippings hold it
+    ASSERT_TRUE(fork->addData(testing::byteView(utxt), fourCharCode("utxt"), 256));
+    ASSERT_TRUE(fork->addData(testing::byteView("plain"), fourCharCode("TEXT"), 256));
+    fork.reset();
+    std::optional<ReaderOutput> output = textClippingReader().read(ReaderSource::file(path));
+    ASSERT_TRUE(output && output->text);
+    EXPECT_EQ(*output->text, u"Written");
+    EXPECT_EQ(output->documentType, kPlainTextDocumentType);
   }
 }
 
