@@ -277,7 +277,7 @@ std::vector<ResourceMap::Resource> ResourceMap::resources(std::size_t limit) con
 namespace {
 
 constexpr std::size_t kForkDataStart = 256;  // header, then bytes for the system and application
-constexpr std::size_t kMapAttributes = 22;  // after the header copy, next map and file ref
+constexpr std::size_t kMapAttributes = 22;   // after the header copy, next map and file ref
 constexpr std::uint32_t kMaxDataOffset = 0xFFFFFF;  // references hold 24 bits
 constexpr std::size_t kMaxNameLength = 255;
 constexpr std::size_t kMaxFileNameUnits = 255;
@@ -489,12 +489,10 @@ bool ResourceFork::removeType(std::uint32_t type, std::int16_t id) {
 bool ResourceFork::addData(ByteView bytes, std::uint32_t type, std::int16_t id) {
   if (!removeType(type, id)) return false;
   entries_.push_back(Entry{type, id, 0, std::nullopt, Data(bytes.begin(), bytes.end())});
-  if (!serialize()) {
-    entries_.pop_back();
-    return false;
-  }
   dirty_ = true;
-  return write();
+  if (write()) return true;
+  entries_.pop_back();  // a fork that cannot hold it, or a failed write: no trace of it
+  return false;
 }
 
 bool ResourceFork::addString(TextView string, std::uint32_t type, std::int16_t id) {

@@ -117,8 +117,8 @@ class ResourceFork {
   // The bytes of the resource of that type and ID, or nothing.
   std::optional<Data> dataForType(std::uint32_t type, std::int16_t id) const;
   // Replaces any resource of that type and ID by one holding the bytes (last of its type, with no
-  // name) and writes the fork. False for a fork opened for reading, or one that would outgrow the
-  // map's 24-bit data offsets, or when writing fails.
+  // name) and writes the fork. False, and the resource not added, for a fork opened for reading,
+  // one that would outgrow the map's 24-bit data offsets, or when writing fails.
   bool addData(ByteView bytes, std::uint32_t type, std::int16_t id);
   // Stores the string as a Pascal string: a length byte, then the characters in ASCII (others
   // become "?"). False for more than 255 characters.

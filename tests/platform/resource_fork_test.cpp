@@ -281,8 +281,17 @@ TEST(ResourceFork, RewritingKeepsTheRest) {
   putBigEndian(named, 12, named.size() - map, 4);  // the map's length
   std::string withName = folder.write("named", "");
   ASSERT_TRUE(setAttribute(withName, kResourceForkAttribute, named));
+  // A name that leaves the map is no name.
+  std::string cut = named;
+  cut[cut.size() - 5] = char(200);
+  std::optional<ResourceMap> cutMap = ResourceMap::parse(byteView(cut));
+  ASSERT_TRUE(cutMap);
+  EXPECT_FALSE(cutMap->resources().at(3).name);
+  // A file server's fork is written back where the server keeps it.
+  std::string server = folder.write("server", "");
+  ASSERT_TRUE(setAttribute(server, "user.org.netatalk.ResourceFork", kClipping));
 
-  for (const std::string& path : {inAttribute, inCompanion, withName}) {
+  for (const std::string& path : {inAttribute, inCompanion, withName, server}) {
     SCOPED_TRACE(path);
     std::optional<ResourceFork> fork = ResourceFork::openForWriting(path);
     ASSERT_TRUE(fork);
@@ -310,6 +319,7 @@ TEST(ResourceFork, RewritingKeepsTheRest) {
       EXPECT_FALSE(url.name);
     }
   }
+  EXPECT_FALSE(hasAttribute(server, kResourceForkAttribute));
   const std::string info = finderInfo("clpt");
   EXPECT_EQ(finderInfoBytes(inCompanion), Data(info.begin(), info.end()));
   EXPECT_EQ(testing::readFile(inAttribute), "data");
