@@ -20,12 +20,14 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -288,7 +290,9 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
   return recognized;
 }
 
-bool readPDF(Attributes& out, const std::string& path) {
+// Reads the document information; `ownDates` false leaves out the dates of a PDF that was made
+// here from another document, which are only the time of the conversion.
+bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
   std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
   if (!document) return false;
   if (document->is_encrypted()) out.string("kMDItemSecurityMethod", "Password Encrypted");
@@ -302,9 +306,9 @@ bool readPDF(Attributes& out, const std::string& path) {
   out.strings("kMDItemKeywords", keywords(info(document->get_keywords())));
   out.string("kMDItemCreator", info(document->get_creator()));
   out.string("kMDItemProducer", info(document->get_producer()));
-  if (time_t created = document->get_creation_date_t(); created > 0)
+  if (time_t created = document->get_creation_date_t(); ownDates && created > 0)
     out.date("kMDItemContentCreationDate", double(created));
-  if (time_t modified = document->get_modification_date_t(); modified > 0)
+  if (time_t modified = document->get_modification_date_t(); ownDates && modified > 0)
     out.date("kMDItemContentModificationDate", double(modified));
   out.integer("kMDItemNumberOfPages", document->pages());
   if (std::unique_ptr<poppler::page> first(document->create_page(0)); first) {
@@ -349,6 +353,61 @@ bool readPDF(Attributes& out, const std::string& path) {
   return true;
 }
 
+// The "%%CreationDate:" of a PostScript file's header comments (after the binary header of a DOS
+// EPS), in the forms writers use: a PDF date ("D:20190412093000Z", cairo, Ghostscript), ctime
+// ("Fri Apr 12 09:30:00 2019", dvips, groff, matplotlib), ISO 8601, or "4/12/2019 9:30:00"
+// (Windows drivers). A date without a zone is taken as UTC. Nothing for anything else.
+std::optional<time_t> postScriptCreationDate(const std::string& path) {
+  constexpr std::size_t kHeaderBytes = 64 * 1024;
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return std::nullopt;
+  std::string head(kHeaderBytes, '\0');
+  head.resize(std::fread(head.data(), 1, head.size(), file));
+  if (head.size() >= 12 && head.compare(0, 4, "\xC5\xD0\xD3\xC6") == 0) {
+    auto byte = [&](std::size_t at) { return std::uint32_t(std::uint8_t(head[at])); };
+    long start = long(byte(4) | byte(5) << 8 | byte(6) << 16 | byte(7) << 24);
+    head.assign(kHeaderBytes, '\0');
+    head.resize(
+        std::fseek(file, start, SEEK_SET) == 0 ? std::fread(head.data(), 1, head.size(), file) : 0);
+  }
+  std::fclose(file);
+
+  std::optional<std::string> value;
+  for (std::size_t at = 0; at < head.size();) {
+    std::size_t end = std::min(head.find_first_of("\r\n", at), head.size());
+    std::string_view line(head.data() + at, end - at);
+    at = end + 1;
+    if (line.starts_with("%%EndComments") || (!line.empty() && !line.starts_with("%"))) break;
+    if (!line.starts_with("%%CreationDate:")) continue;
+    value = std::string(line.substr(std::strlen("%%CreationDate:")));
+    break;
+  }
+  if (!value) return std::nullopt;
+  std::size_t first = value->find_first_not_of(" \t");
+  std::size_t last = value->find_last_not_of(" \t");
+  if (first == std::string::npos) return std::nullopt;
+  *value = value->substr(first, last - first + 1);
+  if (value->size() >= 2 && value->front() == '(' && value->back() == ')')
+    *value = value->substr(1, value->size() - 2);
+
+  if (value->starts_with("D:")) {
+    time_t date = poppler::convert_date_t(*value);
+    return date > 0 ? std::optional(date) : std::nullopt;
+  }
+  for (const char* format : {"%a %b %d %H:%M:%S %Y", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S",
+                             "%Y-%m-%d", "%m/%d/%Y %H:%M:%S", "%m/%d/%Y %H:%M", "%m/%d/%Y"}) {
+    struct tm parts {};
+    const char* rest = ::strptime(value->c_str(), format, &parts);
+    if (!rest) continue;
+    while (*rest == ' ') ++rest;
+    if (*rest == 'Z' && rest[1] == '\0') ++rest;
+    if (*rest != '\0') continue;
+    time_t date = ::timegm(&parts);
+    if (date > 0) return date;
+  }
+  return std::nullopt;
+}
+
 bool readDocument(Attributes& out, const char* path) {
   if (!isPostScript(path)) {
     BundleDocument document(path);
@@ -357,10 +416,13 @@ bool readDocument(Attributes& out, const char* path) {
   std::string folder = temporaryFolder();
   if (folder.empty()) return false;
   std::string converted = folder + "/converted.pdf";
-  bool read = convertWithGhostscript(path, converted) && readPDF(out, converted);
+  bool read = convertWithGhostscript(path, converted) && readPDF(out, converted, false);
   std::error_code error;
   fs::remove_all(folder, error);
-  return read;
+  if (!read) return false;
+  if (std::optional<time_t> created = postScriptCreationDate(path))
+    out.date("kMDItemContentCreationDate", double(*created));
+  return true;
 }
 
 bool importPDF(Attributes& out, const char*, const char* path) {

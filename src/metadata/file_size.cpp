@@ -16,6 +16,7 @@
 #include <memory>
 
 #include "platform/content_types.h"
+#include "platform/file_server_metadata.h"
 #include "platform/resource_fork.h"
 
 namespace ulvek {
@@ -76,16 +77,8 @@ std::uint64_t appleDoubleResourceForkLength(int fd, std::uint64_t fileLength) {
   return 0;
 }
 
-// Resource fork length of the entry `name` of the open folder `folder`: the attribute that
-// carries the fork, else the fork entry of the "._name" file beside it. No allocation: names are
-// built in fixed buffers and the attribute is asked for its size only.
-std::uint64_t resourceForkLength(int folder, const char* name) {
-  char procPath[64 + NAME_MAX + 1];
-  int written = std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d/%s", folder, name);
-  if (written > 0 && static_cast<std::size_t>(written) < sizeof procPath) {
-    ssize_t length = ::lgetxattr(procPath, kResourceForkAttribute, nullptr, 0);
-    if (length > 0) return static_cast<std::uint64_t>(length);
-  }
+// Length of the fork entry of the companion "._name" in the open folder `folder`.
+std::uint64_t companionForkLength(int folder, const char* name) {
   char companion[kAppleDoubleCompanionPrefix + NAME_MAX + 1] = "._";
   std::size_t nameLength = std::strlen(name);
   if (nameLength > NAME_MAX - kAppleDoubleCompanionPrefix) return 0;
@@ -95,6 +88,26 @@ std::uint64_t resourceForkLength(int folder, const char* name) {
   struct stat info;
   if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return 0;
   return appleDoubleResourceForkLength(fd.get(), static_cast<std::uint64_t>(info.st_size));
+}
+
+// Resource fork length of the entry `name` of the open folder `folder`, from where readers take
+// the fork, in their order: the Mac attribute, the "._name" companion, then the attributes of
+// Mac file servers. No allocation: names are built in fixed buffers and attributes are asked for
+// their size only.
+std::uint64_t resourceForkLength(int folder, const char* name) {
+  char procPath[64 + NAME_MAX + 1];
+  int written = std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d/%s", folder, name);
+  bool named = written > 0 && static_cast<std::size_t>(written) < sizeof procPath;
+  auto attributeLength = [&](const char* attribute) -> std::uint64_t {
+    ssize_t length = named ? ::lgetxattr(procPath, attribute, nullptr, 0) : -1;
+    return length > 0 ? static_cast<std::uint64_t>(length) : 0;
+  };
+  if (std::uint64_t length = attributeLength(kResourceForkAttribute)) return length;
+  if (std::uint64_t length = companionForkLength(folder, name)) return length;
+  for (const char* attribute : kFileServerResourceForkAttributes) {
+    if (std::uint64_t length = attributeLength(attribute)) return length;
+  }
+  return 0;
 }
 
 // An AppleDouble companion "._name" whose file "name" exists: its bytes are that file's fork and
@@ -186,11 +199,17 @@ struct FolderWalk {
 
 std::uint64_t singleFileSize(const std::string& path, const struct stat& info) {
   std::uint64_t size = static_cast<std::uint64_t>(info.st_size);
-  // The fork belongs to the file the path leads to, so a final link is resolved first.
+  // The fork belongs to the file the path leads to, so a final link is resolved first; it is
+  // measured, never read.
   char resolved[PATH_MAX];
   if (!::realpath(path.c_str(), resolved)) return size;
-  if (auto fork = resourceForkBytes(resolved)) size += fork->size();
-  return size;
+  char* slash = std::strrchr(resolved, '/');
+  if (!slash || slash[1] == '\0') return size;
+  *slash = '\0';
+  FileDescriptor folder(
+      ::open(slash == resolved ? "/" : resolved, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder.valid()) return size;
+  return size + resourceForkLength(folder.get(), slash + 1);
 }
 
 }  // namespace

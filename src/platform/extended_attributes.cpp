@@ -95,7 +95,17 @@ std::optional<Data> readMetadataAttribute(const std::string& path, std::string_v
 bool writeMetadataAttribute(const std::string& path, std::string_view key,
                             std::span<const std::uint8_t> bytes, bool followLinks,
                             int* errorNumber) {
-  std::string name = linuxName(key);
+  return writeExtendedAttribute(path, linuxName(key), bytes, followLinks, errorNumber);
+}
+
+bool removeMetadataAttribute(const std::string& path, std::string_view key, bool followLinks,
+                             int* errorNumber) {
+  return removeExtendedAttribute(path, linuxName(key), followLinks, errorNumber);
+}
+
+bool writeExtendedAttribute(const std::string& path, const std::string& name,
+                            std::span<const std::uint8_t> bytes, bool followLinks,
+                            int* errorNumber) {
   if (hasNul(path) || hasNul(name)) return refuse(errorNumber, EINVAL);
   int status = followLinks ? ::setxattr(path.c_str(), name.c_str(), bytes.data(), bytes.size(), 0)
                            : ::lsetxattr(path.c_str(), name.c_str(), bytes.data(), bytes.size(), 0);
@@ -104,9 +114,8 @@ bool writeMetadataAttribute(const std::string& path, std::string_view key,
   return true;
 }
 
-bool removeMetadataAttribute(const std::string& path, std::string_view key, bool followLinks,
+bool removeExtendedAttribute(const std::string& path, const std::string& name, bool followLinks,
                              int* errorNumber) {
-  std::string name = linuxName(key);
   if (hasNul(path) || hasNul(name)) return refuse(errorNumber, EINVAL);
   int status = followLinks ? ::removexattr(path.c_str(), name.c_str())
                            : ::lremovexattr(path.c_str(), name.c_str());

@@ -46,4 +46,11 @@ bool removeMetadataAttribute(const std::string& path, std::string_view key, bool
 std::optional<Data> readExtendedAttribute(const std::string& path, const std::string& name,
                                           bool followLinks, int* errorNumber = nullptr);
 
+// Creates or replaces, or removes, any attribute by its full Linux name.
+bool writeExtendedAttribute(const std::string& path, const std::string& name,
+                            std::span<const std::uint8_t> bytes, bool followLinks,
+                            int* errorNumber = nullptr);
+bool removeExtendedAttribute(const std::string& path, const std::string& name, bool followLinks,
+                             int* errorNumber = nullptr);
+
 }  // namespace ulvek

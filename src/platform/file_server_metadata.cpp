@@ -11,9 +11,7 @@ namespace ulvek {
 namespace {
 
 constexpr std::string_view kNetatalkMetadata = "user.org.netatalk.Metadata";
-constexpr std::string_view kNetatalkResourceFork = "user.org.netatalk.ResourceFork";
 constexpr std::string_view kSambaAfpInfo = "user.DosStream.AFP_AfpInfo:$DATA";
-constexpr std::string_view kSambaResource = "user.DosStream.AFP_Resource:$DATA";
 
 // AfpInfo: "AFP\0", version, reserved, backup date, then 32 bytes of Finder info at 16.
 constexpr std::array<std::uint8_t, 4> kAfpInfoMagic = {'A', 'F', 'P', 0};
@@ -43,8 +41,17 @@ std::optional<Data> fileServerFinderInfo(const std::string& path) {
 }
 
 std::optional<Data> fileServerResourceFork(const std::string& path) {
-  if (std::optional<Data> fork = attribute(path, kNetatalkResourceFork)) return fork;
-  return attribute(path, kSambaResource);
+  std::optional<std::pair<std::string_view, Data>> fork = fileServerResourceForkAttribute(path);
+  if (!fork) return std::nullopt;
+  return std::move(fork->second);
+}
+
+std::optional<std::pair<std::string_view, Data>> fileServerResourceForkAttribute(
+    const std::string& path) {
+  for (std::string_view name : kFileServerResourceForkAttributes) {
+    if (std::optional<Data> fork = attribute(path, name)) return std::pair(name, std::move(*fork));
+  }
+  return std::nullopt;
 }
 
 }  // namespace ulvek

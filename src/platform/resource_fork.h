@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/property_value.h"
+#include "base/text_string.h"
 
 namespace ulvek {
 
@@ -50,6 +51,8 @@ class ResourceMap {
     std::uint32_t type = 0;
     std::int16_t id = 0;
     ByteView data;
+    std::uint8_t attributes = 0;
+    std::optional<ByteView> name;  // without its length byte
   };
 
   // Nothing when the header or map does not fit the bytes. The bytes must outlive the map.
@@ -65,22 +68,92 @@ class ResourceMap {
 
  private:
   ResourceMap(ByteView fork, std::size_t dataOffset, std::size_t dataLength, std::size_t typeList,
-              std::size_t mapEnd)
+              std::size_t nameList, std::size_t mapEnd)
       : fork_(fork),
         dataOffset_(dataOffset),
         dataLength_(dataLength),
         typeList_(typeList),
+        nameList_(nameList),
         mapEnd_(mapEnd) {}
 
   template <typename Visit>
   void visit(std::optional<std::uint32_t> onlyType, Visit&& visitor) const;
   std::optional<ByteView> resourceData(std::size_t dataOffsetInArea) const;
+  std::optional<ByteView> resourceName(std::size_t reference) const;
 
   ByteView fork_;
   std::size_t dataOffset_;
   std::size_t dataLength_;
   std::size_t typeList_;
+  std::size_t nameList_;
   std::size_t mapEnd_;
+};
+
+// Where a fork that is written lives: the "com.apple.ResourceFork" attribute, or the AppleDouble
+// "._NAME" file beside the file (for file systems without user attributes, or forks too large for
+// one attribute). Automatic keeps a fork where it is found; a new one goes to the attribute, to
+// the companion when the file already has one or the attribute is refused.
+enum class ForkStorage { Automatic, Attribute, AppleDouble };
+
+// One open resource fork, read into memory: single resources are read, added and removed by type
+// and ID. A fork opened for writing is written back whole, as a valid resource map, by addData()
+// at once and by removeType() when the fork is closed (or flush() is called).
+class ResourceFork {
+ public:
+  // Nothing when the file has no fork or its map cannot be read.
+  static std::optional<ResourceFork> openForReading(const std::string& path);
+  // Creates the file if needed and opens its fork, empty if it has none. Nothing when the file
+  // cannot be made, its name is longer than 255 characters, or it holds a fork that cannot be read
+  // (which is never overwritten).
+  static std::optional<ResourceFork> openForWriting(const std::string& path,
+                                                    ForkStorage storage = ForkStorage::Automatic);
+
+  ResourceFork(ResourceFork&& other) noexcept;
+  ResourceFork& operator=(ResourceFork&& other) noexcept;
+  ResourceFork(const ResourceFork&) = delete;
+  ResourceFork& operator=(const ResourceFork&) = delete;
+  ~ResourceFork();
+
+  // The bytes of the resource of that type and ID, or nothing.
+  std::optional<Data> dataForType(std::uint32_t type, std::int16_t id) const;
+  // Replaces any resource of that type and ID by one holding the bytes (last of its type, with no
+  // name) and writes the fork. False, and the resource not added, for a fork opened for reading,
+  // one that would outgrow the map's 24-bit data offsets, or when writing fails.
+  bool addData(ByteView bytes, std::uint32_t type, std::int16_t id);
+  // Stores the string as a Pascal string: a length byte, then the characters in ASCII (others
+  // become "?"). False for more than 255 characters.
+  bool addString(TextView string, std::uint32_t type, std::int16_t id);
+  // Removes the resource; true also when there is none. Written when the fork is closed.
+  bool removeType(std::uint32_t type, std::int16_t id);
+  // Writes the fork now if it changed since it was last written.
+  bool flush();
+
+  // Where the fork is written (for a fork opened for writing).
+  ForkStorage storage() const { return storage_; }
+
+ private:
+  struct Entry {
+    std::uint32_t type = 0;
+    std::int16_t id = 0;
+    std::uint8_t attributes = 0;
+    std::optional<std::string> name;
+    Data data;
+  };
+
+  ResourceFork() = default;
+  bool load(ByteView bytes);
+  std::optional<Data> serialize() const;
+  bool write();
+
+  std::string path_;  // the file the fork belongs to, links resolved
+  bool writable_ = false;
+  bool dirty_ = false;
+  bool automatic_ = false;  // may move from the attribute to the companion
+  ForkStorage storage_ = ForkStorage::Attribute;
+  std::string attributeName_;  // the attribute the fork lives in, for ForkStorage::Attribute
+  std::vector<Entry> entries_;
+  Data reserved_;  // bytes 16 to 256 of the fork, kept as they were
+  std::uint16_t mapAttributes_ = 0;
 };
 
 }  // namespace ulvek

@@ -19,6 +19,8 @@
 #include <mutex>
 #include <system_error>
 
+#include "base/log.h"
+
 namespace ulvek {
 namespace {
 
@@ -304,6 +306,27 @@ void TemporaryDirectory::remove() {
   if (path_.empty()) return;
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+  path_.clear();
+}
+
+TemporaryFile& TemporaryFile::operator=(TemporaryFile&& other) noexcept {
+  if (this != &other) {
+    remove();
+    path_ = std::exchange(other.path_, {});
+  }
+  return *this;
+}
+
+void TemporaryFile::remove() noexcept {
+  if (path_.empty()) return;
+  try {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+    bool gone = !std::filesystem::exists(std::filesystem::symlink_status(path_, error));
+    if (!gone && ::unlink(path_.c_str()) != 0) logLine("Couldn't remove path " + path_);
+  } catch (const std::exception& exception) {
+    logException("removePath:", "TemporaryFile", exception);
+  }
   path_.clear();
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/status.h"
 
@@ -60,6 +61,24 @@ class TemporaryDirectory {
 
  private:
   explicit TemporaryDirectory(std::string path) : path_(std::move(path)) {}
+  std::string path_;
+};
+
+// A file or folder that is removed, with what it holds, when the object goes away; where that
+// fails, the line "Couldn't remove path PATH" is logged.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+  TemporaryFile(TemporaryFile&& other) noexcept : path_(std::exchange(other.path_, {})) {}
+  TemporaryFile& operator=(TemporaryFile&& other) noexcept;
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() { remove(); }
+
+  const std::string& path() const { return path_; }
+
+ private:
+  void remove() noexcept;
   std::string path_;
 };
 

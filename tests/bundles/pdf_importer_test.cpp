@@ -88,5 +88,40 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
   }
 }
 
+// PostScript gives the date its header comments name, in the forms writers use, and never the
+// time Ghostscript converted it.
+TEST(PDFImporter, PostScriptDatesAreTheDocumentsOwn) {
+  testing::TemporaryFolder folder;
+  testing::Bundle pdf("PDF", "UlvekPDFImporterFactory");
+  const double kApril12 = 1555061400;  // 2019-04-12 09:30:00 UTC
+  struct Row {
+    const char* name;
+    std::string header;  // comment lines after the first
+    double creation;     // -1e300: none
+  };
+  const Row rows[] = {
+      {"ctime", "%%CreationDate: Fri Apr 12 09:30:00 2019\n", kApril12},
+      {"in parentheses", "%%CreationDate: (Fri Apr 12 09:30:00 2019)\n", kApril12},
+      {"PDF date", "%%CreationDate: D:20190412113000+02'00'\n", kApril12},
+      {"ISO 8601", "%%CreationDate: 2019-04-12T09:30:00Z\n", kApril12},
+      {"Windows driver", "%%CreationDate: 4/12/2019 9:30:00\n", kApril12},
+      {"no date", "%%Title: Undated\n", -1e300},
+      {"words", "%%CreationDate: yesterday afternoon\n", -1e300},
+      {"after the header comments", "%%EndComments\n%%CreationDate: Fri Apr 12 09:30:00 2019\n",
+       -1e300},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::string path = folder.write(std::string(row.name) + ".ps",
+                                    "%!PS-Adobe-3.0\n" + row.header +
+                                        "%%EndComments\n/Helvetica findfont 12 scalefont setfont\n"
+                                        "72 700 moveto (Dated) show showpage\n");
+    testing::BundleAttributes values = pdf.import(path, "com.adobe.postscript");
+    EXPECT_EQ(testing::stringOf(values, "kMDItemTextContent"), "Dated\n");
+    EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), row.creation);
+    EXPECT_EQ(testing::numberOf(values, "kMDItemContentModificationDate"), -1e300);
+  }
+}
+
 }  // namespace
 }  // namespace ulvek

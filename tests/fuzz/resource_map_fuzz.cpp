@@ -27,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   for (const ulvek::ResourceMap::Resource& resource : map->resources(64)) {
     touch(resource.data);
+    if (resource.name) touch(*resource.name);
     if (auto again = map->resource(resource.type, resource.id)) touch(*again);
   }
   return 0;

@@ -5,6 +5,7 @@
 
 #include "import/mime_type_helper.h"
 #include "protocol/import_result.h"
+#include "readers/spotlight_attributes.h"
 
 namespace ulvek {
 namespace {
@@ -126,6 +127,127 @@ TEST(CopyReaderOutput, FollowsTheReadersConvention) {
     result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
     row.output.text = u"text";
     EXPECT_EQ(MIMETypeHelper::copyReaderOutput(row.output, result), u"text") << row.name;
+    EXPECT_EQ(result.values(), row.expected) << row.name;
+  }
+}
+
+// Each key an importer writes, from its attribute dictionary to the result, over a title the
+// caller stored before.
+TEST(CopyReaderOutput, ImporterAttributesReachTheirKeys) {
+  const Date created{86400LL * 1000000}, modified{2 * 86400LL * 1000000};
+  const PropertyArray two{u"a", u"b"};
+  struct Row {
+    const char* name;
+    PropertyDictionary attributes;
+    PropertyDictionary expected;  // the whole result
+  };
+  const std::vector<Row> rows = {
+      {"subject before headline and description, as the title",
+       {{"kMDItemSubject", u"S"}, {"kMDItemHeadline", u"H"}, {"kMDItemDescription", u"D"}},
+       {{"Title", u"S"}}},
+      {"headline before description, as the description under a title",
+       {{"kMDItemTitle", u"T"}, {"kMDItemHeadline", u"H"}, {"kMDItemDescription", u"D"}},
+       {{"Title", u"T"}, {"Description", u"H"}}},
+      {"description under a real title",
+       {{"kMDItemTitle", u"T"}, {"kMDItemDescription", u"D"}},
+       {{"Title", u"T"}, {"Description", u"D"}}},
+      {"description alone keeps the caller's title",
+       {{"kMDItemDescription", u"D"}},
+       {{"Title", u"file"}, {"Description", u"D"}}},
+      {"an empty title is none",
+       {{"kMDItemTitle", u""}, {"kMDItemHeadline", u"H"}},
+       {{"Title", u"H"}}},
+      {"placeholder comment dropped, placeholder title too",
+       {{"kMDItemTitle", u"<title>"}, {"kMDItemComment", u"<comments>"}},
+       {{"Title", u"file"}}},
+      {"placeholders are exact",
+       {{"kMDItemTitle", u"<Title>"}, {"kMDItemComment", u"<comments> "}},
+       {{"Title", u"<Title>"}, {"Comment", u"<comments> "}}},
+      {"an empty comment is stored",
+       {{"kMDItemComment", u""}},
+       {{"Title", u"file"}, {"Comment", u""}}},
+      {"dates",
+       {{"kMDItemContentCreationDate", created}, {"kMDItemContentModificationDate", modified}},
+       {{"Title", u"file"}, {"Creation", created}, {"Modification", modified}}},
+      {"strings as they are",
+       {{"kMDItemFinderComment", u"F"},
+        {"kMDItemCopyright", u"(c) C"},
+        {"kMDItemAlbum", u"Al"},
+        {"kMDItemComposer", u"Co"},
+        {"kMDItemURL", u"https://u/"}},
+       {{"Title", u"file"},
+        {"SpotlightComment", u"F"},
+        {"Copyright", u"(c) C"},
+        {"Album", u"Al"},
+        {"Composer", u"Co"},
+        {"URL", u"https://u/"}}},
+      {"lists joined with line feeds, keywords with spaces",
+       {{"kMDItemAuthors", two},
+        {"kMDItemAuthorEmailAddresses", two},
+        {"kMDItemRecipients", two},
+        {"kMDItemRecipientEmailAddresses", two},
+        {"kMDItemEmailAddresses", two},
+        {"kMDItemInstantMessageAddresses", two},
+        {"kMDItemPhoneNumbers", two},
+        {"kMDItemKeywords", two}},
+       {{"Title", u"file"},
+        {"Author", u"a\nb"},
+        {"AuthorAddresses", u"a\nb"},
+        {"Recipient", u"a\nb"},
+        {"RecipientAddresses", u"a\nb"},
+        {"Email", u"a\nb"},
+        {"IM", u"a\nb"},
+        {"Phone", u"a\nb"},
+        {"Keywords", u"a b"}}},
+      {"values of the wrong kind are left out",
+       {{"kMDItemKeywords", u"one string"},
+        {"kMDItemRecipients", PropertyArray{u"a", PropertyValue(std::int64_t{1})}},
+        {"kMDItemCopyright", PropertyValue(std::int64_t{3})},
+        {"kMDItemContentCreationDate", u"yesterday"}},
+       {{"Title", u"file"}}},
+  };
+  for (const Row& row : rows) {
+    ImportResult result;
+    result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
+    PropertyDictionary attributes = row.attributes;
+    attributes["kMDItemTextContent"] = PropertyValue(u"text");
+    ReaderOutput output = spotlightOutput(attributes);
+    EXPECT_EQ(MIMETypeHelper::copyReaderOutput(output, result), u"text") << row.name;
+    EXPECT_EQ(result.values(), row.expected) << row.name;
+  }
+}
+
+// What the PDF importer writes for PDF data: title, subject as the description, one author,
+// keywords only as a list, dates as they are.
+TEST(CopyReaderOutput, PDFDocumentAttributes) {
+  constexpr Date kTemplateDate{1039443960LL * 1000000};
+  struct Row {
+    const char* name;
+    PropertyDictionary attributes;
+    PropertyDictionary expected;  // the whole result
+  };
+  const std::vector<Row> rows = {
+      {"each key",
+       {{"kMDItemTitle", u"T"},
+        {"kMDItemDescription", u"About"},
+        {"kMDItemAuthors", PropertyArray{u"Ann", u"Bo"}},
+        {"kMDItemKeywords", PropertyArray{u"x", u"y", u"z"}},
+        {"kMDItemContentCreationDate", kTemplateDate},
+        {"kMDItemComment", u"C"}},
+       {{"Title", u"T"},
+        {"Description", u"About"},
+        {"Author", u"Ann"},
+        {"Keywords", u"x y z"},
+        {"Creation", kTemplateDate}}},
+      {"keywords as one string are not stored",
+       {{"kMDItemKeywords", u"x y z"}},
+       {{"Title", u"file"}}},
+  };
+  for (const Row& row : rows) {
+    ImportResult result;
+    result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
+    ReaderOutput output = pdfDocumentOutput(row.attributes);
+    MIMETypeHelper::copyReaderOutput(output, result);
     EXPECT_EQ(result.values(), row.expected) << row.name;
   }
 }

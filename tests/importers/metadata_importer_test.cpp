@@ -245,6 +245,19 @@ TEST_F(ImporterHostTest, AnswersOnlyWhatAnImporterWrote) {
   }
 }
 
+// The host corrects what importers answer by the file's suffix: the test importer answers the
+// path as the text, which for a web archive of Internet Explorer is read as HTML.
+TEST_F(ImporterHostTest, AnswersAreCorrectedBySuffix) {
+  writeBundle(folder_, "Importers", "Archive",
+              importerInfo("Archive.so", testFactoryID(30), "GoodFactory", "mht"));
+  MetaDataImporter importer;
+  std::string archive = folder_.write("Tom &amp; Jerry.MHT", "x");
+  std::string text = textOf(importer.metaDataOfFileAtPath(archive));
+  EXPECT_NE(text.find("/Tom & Jerry.MHT"), std::string::npos) << text;
+  std::string other = folder_.write("Tom &amp; Jerry.good", "x");
+  EXPECT_EQ(textOf(importer.metaDataOfFileAtPath(other)), other);
+}
+
 // Types a plug-in declares join the registry: its files are typed by them, even text ones,
 // and the plug-in receives the type it declared; .chm files reach a CHM importer.
 TEST_F(ImporterHostTest, DeclaredTypesReachTheirImporters) {

@@ -23,6 +23,21 @@ TEST(FileSize, CountsDataAndForks) {
   std::string doubled = folder.write("double/b.bin", std::string(100, 'd'));
   folder.write("double/._b.bin", appleDouble({{2, std::string(50, 'r')}}));
   folder.write("orphan/._gone", "1234567");
+  // Forks as Mac file servers keep them, each counted with its file alone and in its folder.
+  std::string netatalk = folder.write("servers/netatalk", std::string(10, 'd'));
+  ASSERT_TRUE(setAttribute(netatalk, "user.org.netatalk.ResourceFork", std::string(20, 'r')));
+  std::string samba = folder.write("servers/samba", std::string(10, 'd'));
+  ASSERT_TRUE(setAttribute(samba, "user.DosStream.AFP_Resource:$DATA", std::string(40, 'r')));
+  // A companion larger than any fork read into memory: measured, not read.
+  std::string huge = folder.write("huge/h.bin", "d");
+  std::string companion = folder.write("huge/._h.bin", appleDouble({{2, ""}}));
+  constexpr std::uint64_t kHugeFork = 200ull << 20;
+  {
+    std::string header = appleDouble({{2, ""}});
+    putBigEndian(header, 26 + 8, kHugeFork, 4);
+    folder.write("huge/._h.bin", header);
+    fs::resize_file(companion, header.size() + kHugeFork);  // sparse
+  }
   folder.write("nested/1", "x");
   folder.write("nested/a/b/3", std::string(300, 'x'));
   for (int i = 0; i < 200; ++i) folder.write("many/file" + std::to_string(i), "ab");
@@ -38,6 +53,11 @@ TEST(FileSize, CountsDataAndForks) {
       {doubled, 150},
       {"double", 150},  // the AppleDouble fork counts once
       {"orphan", 7},    // a companion without its file is an ordinary file
+      {netatalk, 30},
+      {samba, 50},
+      {"servers", 80},
+      {huge, 1 + kHugeFork},
+      {"huge", 1 + kHugeFork},
       {"nested", 301},
       {"many", 400},
       {"link.bin", 150},  // a link given directly is followed

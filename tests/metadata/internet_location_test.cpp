@@ -6,6 +6,7 @@
 #include "base/property_list.h"
 #include "fork_test_files.h"
 #include "platform/resource_fork.h"
+#include "platform/type_codes.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -85,6 +86,19 @@ TEST(InternetLocation, ResolvesEachKind) {
     std::optional<TextString> name = u"stale";
     EXPECT_EQ(resolveInternetLocation(path, &name), row.address);
     EXPECT_EQ(name, row.displayName);
+  }
+}
+
+// A location file whose fork this system wrote, in the attribute or in the companion.
+TEST(InternetLocation, ReadsForksWrittenHere) {
+  for (ForkStorage storage : {ForkStorage::Attribute, ForkStorage::AppleDouble}) {
+    TemporaryFolder folder;
+    std::string path = (folder.path() / "old.webloc").string();
+    std::optional<ResourceFork> fork = ResourceFork::openForWriting(path, storage);
+    ASSERT_TRUE(fork);
+    ASSERT_TRUE(fork->addData(byteView("https://example.org/written"), fourCharCode("url "), 256));
+    fork.reset();
+    EXPECT_EQ(resolveInternetLocation(path, nullptr), u"https://example.org/written");
   }
 }
 

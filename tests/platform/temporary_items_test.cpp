@@ -248,5 +248,45 @@ TEST(TemporaryItems, WithoutAHomeTheFolderIsPrivate) {
   if (hadBase) fs::rename(moved, base);
 }
 
+// What a temporary file leaves behind: nothing, and one log line when the system refuses.
+TEST(TemporaryFile, RemovesItsPathWhenItGoesAway) {
+  testing::TemporaryFolder folder;
+  const std::string file = folder.write("file", "bytes");
+  const std::string tree = folder.write("tree/inner/leaf", "bytes");
+  const std::string link = (folder.path() / "link").string();
+  fs::create_symlink(file, link);
+  struct Row {
+    const char* name;
+    std::string path;
+    bool logged;
+  };
+  const Row rows[] = {
+      {"a link, not what it leads to", link, false},
+      {"a file", file, false},
+      {"a folder with what it holds", (folder.path() / "tree").string(), false},
+      {"nothing there", (folder.path() / "missing").string(), false},
+      {"the system refuses", "/proc/self/status", true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::CapturedLog log;
+    bool linkTarget = fs::exists(file);
+    { TemporaryFile temporary(row.path); }
+    EXPECT_EQ(log.contains("Couldn't remove path " + row.path), row.logged);
+    EXPECT_EQ(log.lines().size(), row.logged ? 1u : 0u);
+    if (!row.logged) EXPECT_FALSE(fs::exists(fs::symlink_status(row.path)));
+    if (row.path == link) EXPECT_EQ(fs::exists(file), linkTarget);
+  }
+  // A moved-from object removes nothing; the one it moved to does.
+  const std::string kept = folder.write("kept", "");
+  {
+    TemporaryFile first(kept);
+    TemporaryFile second(std::move(first));
+    EXPECT_EQ(second.path(), kept);
+    EXPECT_TRUE(first.path().empty());
+  }
+  EXPECT_FALSE(fs::exists(kept));
+}
+
 }  // namespace
 }  // namespace ulvek

@@ -89,8 +89,8 @@ EPUBParser::EPUBParser(const std::string& path) : epubPath_(path) {
   if (!folder_) archive_ = ZipArchive::initWithZipFile(path);
   if (std::optional<Data> mimetype = dataForNamedFile("mimetype"))
     mimetype_.assign(mimetype->begin(), mimetype->end());
-  parse("META-INF/container.xml");
-  if (!opfFile_.empty()) parse(opfFile_);
+  // A container that breaks off names no package to trust, whatever it named before the break.
+  if (parse("META-INF/container.xml") && !opfFile_.empty()) parse(opfFile_);
 }
 
 std::string EPUBParser::opfFolder() const {
@@ -105,10 +105,8 @@ bool EPUBParser::testForNamedFile(const std::string& name) {
 }
 
 std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
-  if (archive_) {
-    if (!archive_->testForNamedFile(name)) return std::nullopt;
-    return archive_->dataForNamedFile(name, {kMaxMemberSize, 1000, 1 << 20});
-  }
+  // The archive logs a member it cannot find (a manifest naming one the book lacks).
+  if (archive_) return archive_->dataForNamedFile(name, {kMaxMemberSize, 1000, 1 << 20});
   if (!folder_) return std::nullopt;
   // Members of a book folder never lead out of it, by name or by link.
   if (!isSafeMemberName(name)) return std::nullopt;
@@ -117,11 +115,11 @@ std::optional<Data> EPUBParser::dataForNamedFile(const std::string& name) {
   return Data(bytes->bytes().begin(), bytes->bytes().end());
 }
 
-void EPUBParser::parse(const std::string& member) {
+bool EPUBParser::parse(const std::string& member) {
   std::optional<Data> xml = dataForNamedFile(member);
   if (!xml) {
     logFailure(FailureKind::Damaged, "Damaged book: " + epubPath_ + " (no " + member + ")");
-    return;
+    return false;
   }
   std::string opfFolderPath = opfFolder();
   // The value whose text is being collected, and how it is held.
@@ -244,9 +242,11 @@ void EPUBParser::parse(const std::string& member) {
     else
       metaData_[collecting->first].array()->back() = value;
   };
-  if (!parseXml(std::string_view(reinterpret_cast<const char*>(xml->data()), xml->size()), events))
-    logFailure(FailureKind::Damaged, "Damaged book: " + epubPath_ + " (" + member + ")");
+  bool parsed =
+      parseXml(std::string_view(reinterpret_cast<const char*>(xml->data()), xml->size()), events);
+  if (!parsed) logFailure(FailureKind::Damaged, "Damaged book: " + epubPath_ + " (" + member + ")");
   collecting.reset();
+  return parsed;
 }
 
 const std::string& EPUBParser::DRM() {

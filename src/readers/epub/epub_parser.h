@@ -90,7 +90,8 @@ class EPUBParser {
   std::optional<std::string> mediaTypeOfMember(const std::string& member) const;
 
  private:
-  void parse(const std::string& member);
+  // False when the member is missing or breaks off.
+  bool parse(const std::string& member);
   // Spine documents as members, in reading order, each once.
   std::vector<std::string> readingOrder();
   std::optional<std::string> firstImageOfPage(const std::string& page);

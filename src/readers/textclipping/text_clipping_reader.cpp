@@ -42,23 +42,35 @@ std::optional<ReaderOutput> flattenedRTFD(Bytes bytes) {
   return output;
 }
 
-std::optional<ReaderOutput> fromResourceFork(const std::string& path) {
+// A clipping's answer is its text and the kind it was read as; what an RTF's \info group says
+// about the document it was cut from is not the clipping's.
+std::optional<ReaderOutput> clippingOutput(std::optional<ReaderOutput> read) {
+  if (!read) return std::nullopt;
+  return ReaderOutput{.convention = Convention::AttributedDocument,
+                      .text = std::move(read->text),
+                      .documentType = std::move(read->documentType)};
+}
+
+// The first text type the fork holds decides, and only it is read: a damaged one answers
+// nothing rather than a poorer text. Nothing at all (the outer optional) when the fork holds
+// no text resource, so that the data fork is asked.
+std::optional<std::optional<ReaderOutput>> fromResourceFork(const std::string& path) {
   char resolved[PATH_MAX];
   if (!::realpath(path.c_str(), resolved)) return std::nullopt;
   std::optional<Data> fork = resourceForkBytes(resolved);
   if (!fork) return std::nullopt;
   std::optional<ResourceMap> map = ResourceMap::parse(*fork);
   if (!map) return std::nullopt;
-  if (auto rtfd = map->firstResource(fourCharCode("RTFD"))) {
-    if (auto output = flattenedRTFD(*rtfd)) return output;
+  for (std::uint32_t type : {fourCharCode("RTFD"), fourCharCode("rtfd")}) {
+    if (auto rtfd = map->firstResource(type)) return flattenedRTFD(*rtfd);
   }
-  if (auto rtf = map->firstResource(fourCharCode("RTF "))) {
-    if (auto output = readRTFBytes(*rtf)) return output;
-  }
+  if (auto rtf = map->firstResource(fourCharCode("RTF "))) return readRTFBytes(*rtf);
+  // Big-endian unless marked: real clippings hold it so, with no mark.
   if (auto utxt = map->firstResource(fourCharCode("utxt"))) return plain(utf16BigEndian(*utxt));
   if (auto text = map->firstResource(fourCharCode("TEXT"))) {
-    if (auto decoded = stringWithData(*text, kMacOSRomanStringEncoding))
-      return plain(std::move(*decoded));
+    std::optional<TextString> decoded = stringWithData(*text, kMacOSRomanStringEncoding);
+    if (!decoded) return std::optional<ReaderOutput>();
+    return plain(std::move(*decoded));
   }
   return std::nullopt;
 }
@@ -110,9 +122,9 @@ class TextClippingReader final : public Reader {
 
   std::optional<ReaderOutput> read(const ReaderSource& source) const override {
     if (source.isFile()) {
-      if (auto output = fromResourceFork(source.path())) return output;
+      if (auto output = fromResourceFork(source.path())) return clippingOutput(std::move(*output));
     }
-    return fromDataFork(source);
+    return clippingOutput(fromDataFork(source));
   }
 };
 

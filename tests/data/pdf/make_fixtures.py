@@ -242,7 +242,9 @@ def postscript_lines(lines):
     return out
 
 
+# The DSC creation date is the document's; Ghostscript's conversion dates are not.
 ps = "%!PS-Adobe-3.0\n%%Title: Ferry Timetable Notes\n%%Creator: make_fixtures.py\n"
+ps += "%%CreationDate: Fri Apr 12 09:30:00 2019\n"
 ps += "%%Pages: 2\n%%EndComments\n" + LATIN1_PROLOG
 ps += "[ /Author (Sigrid Bj\\370rnsen) /Subject (Crossings) /DOCINFO pdfmark\n"
 for number, lines in enumerate(FERRY, 1):
@@ -250,11 +252,13 @@ for number, lines in enumerate(FERRY, 1):
 ps += "%%EOF\n"
 (HERE / "ferry.ps").write_text(ps, encoding="ascii")
 expect("ferry.ps",
-       {"Title": "Ferry Timetable Notes", "Author": "Sigrid Bjørnsen", "Description": "Crossings"},
+       {"Title": "Ferry Timetable Notes", "Author": "Sigrid Bjørnsen", "Description": "Crossings",
+        "Creation": 1555061400, "Modification": None},
        FERRY)
 
 BUOY = [[(12, "Buoy 14 marks the shallow bank east of the lighthouse.")]]
 eps = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 60 650 420 720\n%%Title: Buoy Chart Label\n"
 eps += "%%EndComments\n" + LATIN1_PROLOG + postscript_lines(BUOY[0]) + "showpage\n%%EOF\n"
 (HERE / "buoy.eps").write_text(eps, encoding="ascii")
-expect("buoy.eps", {"Title": "Buoy Chart Label", "Author": None}, BUOY)
+expect("buoy.eps", {"Title": "Buoy Chart Label", "Author": None, "Creation": None,
+                    "Modification": None}, BUOY)

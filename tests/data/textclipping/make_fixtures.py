@@ -146,6 +146,29 @@ resources("rsrc-rtfd.textClipping", [
     (b"RTFD", 256, flat_rtfd(rtf("Attached: the map of the marsh."), [])),
 ], {"text": "Attached: the map of the marsh.", "documentType": "NSRTFD"})
 
+resources("rsrc-lower-rtfd.textClipping", [
+    (b"RTF ", 256, rtf("plain RTF that loses to the rtfd")),
+    (b"rtfd", 256, flat_rtfd(rtf("Lower-case type, the same flattened RTFD."), [])),
+], {"text": "Lower-case type, the same flattened RTFD.", "documentType": "NSRTFD"})
+# What an RTF says of the document it was cut from is not the clipping's: text and type only.
+resources("rsrc-rtf-info.textClipping", [
+    (b"RTF ", 256, rtf("{\\info{\\title Minutes}{\\author Ann}{\\keywords a b}}Only this.")),
+], {"text": "Only this.", "documentType": "NSRTF"})
+# Only the first text type present is read: a broken RTF answers nothing, neither the TEXT
+# beside it nor the property list in the data fork.
+FIXTURES.append(("damaged-rtf-then-text.textClipping",
+                  plistlib.dumps({"UTI-Data": {"public.utf8-plain-text": "data fork loses"}},
+                                 fmt=plistlib.FMT_BINARY),
+                  apple_double(resource_fork([(b"RTF ", 256, b"no RTF at all"),
+                                              (b"TEXT", 256, b"TEXT that must not be used")])),
+                  {"readable": False}))
+# A fork without text resources leaves the data fork to answer.
+FIXTURES.append(("plist-beside-drag-fork.textClipping",
+                 plistlib.dumps({"UTI-Data": {"public.utf8-plain-text": "From the data fork."}},
+                                fmt=plistlib.FMT_BINARY),
+                 apple_double(resource_fork([(b"drag", 128, bytes(16))])),
+                 {"text": "From the data fork.", "documentType": "NSPlainText"}))
+
 # A companion whose map points past its end, a data fork that is no property list, and an empty
 # clipping with no companion.
 broken = bytearray(resource_fork([(b"TEXT", 256, b"lost")]))

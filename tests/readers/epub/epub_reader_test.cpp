@@ -255,6 +255,46 @@ TEST(EPUBParser, RightsAndDamagedBooks) {
   EXPECT_EQ(book.textContents(), std::optional<TextString>(u"inside\n\n\n"));
 }
 
+// A container that breaks off stops the reading, even after naming its package; a manifest item
+// the archive lacks is logged by name and skipped.
+TEST(EPUBParser, BrokenContainersAndMissingMembers) {
+  TemporaryFolder folder;
+  const std::string container = "<container><rootfiles><rootfile full-path=\"p.opf\"/>";
+  const std::string opf =
+      package("<dc:title>T</dc:title>",
+              "<item id=\"a\" href=\"gone.xhtml\" media-type=\"application/xhtml+xml\"/>"
+              "<item id=\"b\" href=\"b.xhtml\" media-type=\"application/xhtml+xml\"/>",
+              "<itemref idref=\"a\"/><itemref idref=\"b\"/>");
+  struct Row {
+    const char* name;
+    std::string container;
+    std::string title;
+    std::u16string text;
+    std::string log;  // one of the lines
+  };
+  const Row rows[] = {
+      {"whole container", container + "</rootfiles></container>", "T", u"B\n\n\n",
+       "Unable to locate gone.xhtml in "},
+      {"container cut off", container, "(none)", u"", "(META-INF/container.xml)"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::string path = (folder.path() / (std::string(row.name) + ".epub")).string();
+    ASSERT_TRUE(testing::writeZip(path, {{"mimetype", "application/epub+zip", false, true},
+                                         {"META-INF/container.xml", row.container},
+                                         {"p.opf", opf},
+                                         {"b.xhtml", "<p>B</p>"}}));
+    testing::CapturedLog log;
+    EPUBParser parser(path);
+    EXPECT_EQ(text(parser.metaData(), "kMDItemTitle"), row.title);
+    EXPECT_EQ(parser.textContents(), std::optional<TextString>(row.text));
+    bool logged = std::any_of(log.lines().begin(), log.lines().end(), [&](const std::string& line) {
+      return line.find(row.log) != std::string::npos && line.find(path) != std::string::npos;
+    });
+    EXPECT_TRUE(logged) << ::testing::PrintToString(log.lines());
+  }
+}
+
 // A chapter the spine lists again adds nothing to the text: 50 references to an 8 MB chapter
 // made 392 MB of text.
 TEST(EPUBParser, ChaptersListedAgainAreReadOnce) {

@@ -9,6 +9,10 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "fork_test_files.h"
+#include "platform/resource_fork.h"
+#include "platform/type_codes.h"
+#include "reader_output_printer.h"
 #include "test_support.h"
 #include "word_bag.h"
 
@@ -18,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // The clippings of tests/data/textclipping (made by make_fixtures.py there), each against its
-// .expect.json: text and document type, or nothing.
+// .expect.json: text and document type and nothing else, or no answer.
 TEST(TextClippingReader, ReadsClippings) {
   std::vector<fs::path> clippings;
   for (const auto& entry : fs::directory_iterator(testing::dataPath() / "textclipping")) {
@@ -27,7 +31,7 @@ TEST(TextClippingReader, ReadsClippings) {
       clippings.push_back(entry.path());
   }
   std::sort(clippings.begin(), clippings.end());
-  ASSERT_GE(clippings.size(), 13u);
+  ASSERT_GE(clippings.size(), 17u);
   for (const fs::path& path : clippings) {
     SCOPED_TRACE(path.filename().string());
     auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
@@ -38,9 +42,29 @@ TEST(TextClippingReader, ReadsClippings) {
       EXPECT_FALSE(output);
       continue;
     }
+    ASSERT_TRUE(output);
+    EXPECT_EQ(*output,
+              (ReaderOutput{.convention = Convention::AttributedDocument,
+                            .text = fromUtf8(expect["text"].get<std::string>()),
+                            .documentType = fromUtf8(expect["documentType"].get<std::string>())}));
+  }
+}
+
+// Clippings whose forks this system wrote, in the attribute and in the companion.
+TEST(TextClippingReader, ReadsForksWrittenHere) {
+  for (ForkStorage storage : {ForkStorage::Attribute, ForkStorage::AppleDouble}) {
+    testing::TemporaryFolder folder;
+    std::string path = (folder.path() / "written.textClipping").string();
+    std::optional<ResourceFork> fork = ResourceFork::openForWriting(path, storage);
+    ASSERT_TRUE(fork);
+    std::string utxt("\0W\0r\0i\0t\0t\0e\0n", 14);  // big-endian, as clippings hold it
+    ASSERT_TRUE(fork->addData(testing::byteView(utxt), fourCharCode("utxt"), 256));
+    ASSERT_TRUE(fork->addData(testing::byteView("plain"), fourCharCode("TEXT"), 256));
+    fork.reset();
+    std::optional<ReaderOutput> output = textClippingReader().read(ReaderSource::file(path));
     ASSERT_TRUE(output && output->text);
-    EXPECT_EQ(toUtf8(*output->text), expect["text"].get<std::string>());
-    EXPECT_EQ(toUtf8(output->documentType), expect["documentType"].get<std::string>());
+    EXPECT_EQ(*output->text, u"Written");
+    EXPECT_EQ(output->documentType, kPlainTextDocumentType);
   }
 }
 
