@@ -203,7 +203,7 @@ bool ItemWalk::firstVisit(const std::string& folder) {
 
 void ItemWalk::open(const std::string& folder, std::string relative, std::size_t depth) {
   std::error_code error;
-  Folder opened{.relative = std::move(relative), .depth = depth};
+  Folder opened{.entries = {}, .at = 0, .relative = std::move(relative), .depth = depth};
   // A folder that cannot be read is a failure of its own, not an empty folder.
   for (fs::directory_iterator it(folder, error); !error && it != fs::directory_iterator();
        it.increment(error))
