@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "readers/doc/word_document_text.h"
 #include "readers/xml/document_text.h"
 #include "text/encodings.h"
 
@@ -284,31 +285,7 @@ class TextWriter {
     bool cell = c == 0x07;
     bool rowEnd = cell && paragraphs_.endsRow(fc).value_or(lastWasCell_);
     lastWasCell_ = cell && !rowEnd;
-    switch (c) {
-      case 0x07:
-        rowEnd ? out_.paragraph() : out_.cell();
-        return;
-      case 0x0D:
-      case 0x0C:  // page and section breaks
-        out_.paragraph();
-        return;
-      case 0x0B:
-        out_.character(u'\n');
-        return;
-      case 0x09:
-        out_.character(u'\t');
-        return;
-      case 0x1E:
-        out_.character(u'\u2011');
-        return;
-      case 0x1F:
-        out_.character(u'\u00AD');
-        return;
-      case 0x02:
-        out_.writeText(fromAscii(footnoteMark));
-        return;
-    }
-    // Pictures, drawn objects, comment anchors and other controls stand for no text.
+    writeWordControl(out_, c, rowEnd, c == 0x02 ? fromAscii(footnoteMark) : TextString());
   }
 
   TextString take() {

@@ -473,32 +473,7 @@ class TextWriter {
     bool rowEnd = false;
     if (cell) rowEnd = paragraphs_.endsRow(fc).value_or(lastWasCell_);
     lastWasCell_ = cell && !rowEnd;
-    switch (c) {
-      case 0x07:
-        rowEnd ? out_.paragraph() : out_.cell();
-        return;
-      case 0x0D:
-      case 0x0C:  // page and section breaks
-        out_.paragraph();
-        return;
-      case 0x0B:
-        out_.character(u'\n');
-        return;
-      case 0x09:
-        out_.character(u'\t');
-        return;
-      case 0x1E:
-        out_.character(u'\u2011');
-        return;
-      case 0x1F:
-        out_.character(u'\u00AD');
-        return;
-      case 0x02:
-        out_.writeText(footnoteMark);
-        return;
-    }
-    // Pictures, drawn objects, comment and note anchors and other controls stand for no text.
-    if (c < 0x20) return;
+    if (writeWordControl(out_, c, rowEnd, footnoteMark) || c < 0x20) return;
     out_.character(c);
   }
 
@@ -581,6 +556,34 @@ std::optional<WordFileInformation> readWordFileInformation(Bytes wordDocument) {
 bool isReadableWordVersion(const WordFileInformation& information) {
   return information.identifier == kWord97Identifier && information.version >= kWord97Version &&
          !information.encrypted;
+}
+
+bool writeWordControl(DocumentText& out, char16_t c, bool rowEnd, std::u16string_view noteMark) {
+  switch (c) {
+    case 0x07:
+      rowEnd ? out.paragraph() : out.cell();
+      return true;
+    case 0x0D:
+    case 0x0C:  // page and section breaks
+      out.paragraph();
+      return true;
+    case 0x0B:
+      out.character(u'\n');
+      return true;
+    case 0x09:
+      out.character(u'\t');
+      return true;
+    case 0x1E:
+      out.character(u'\u2011');
+      return true;
+    case 0x1F:
+      out.character(u'\u00AD');
+      return true;
+    case 0x02:
+      out.writeText(noteMark);
+      return true;
+  }
+  return false;
 }
 
 WordDocumentText readWordDocumentText(const WordFileInformation& information, Bytes wordDocument,

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/text_string.h"
@@ -44,6 +45,13 @@ std::optional<WordFileInformation> readWordFileInformation(Bytes wordDocument);
 // Whether the text is stored the way readWordDocumentText reads it: Word 97 or later, not
 // encrypted. Word 6 and 95 keep their text in another layout.
 bool isReadableWordVersion(const WordFileInformation& information);
+
+class DocumentText;
+// Writes what a Word control character stands for, in every Word version: a cell or, where it
+// ends a row, the row (0x07); a paragraph, page or section break; a line break; a tab; a
+// non-breaking or optional hyphen; a note's mark (0x02). False for the other characters below
+// 0x20: pictures, drawn objects, anchors and the like stand for no text.
+bool writeWordControl(DocumentText& out, char16_t c, bool rowEnd, std::u16string_view noteMark);
 
 struct WordDocumentText {
   TextString text;
