@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "readers/doc/word_bytes.h"
 #include "readers/doc/word_document_text.h"
 #include "readers/xml/document_text.h"
 #include "text/encodings.h"
@@ -10,25 +11,10 @@
 namespace ulvek::oldword {
 namespace {
 
-std::uint16_t u16(Bytes bytes, std::size_t at) {
-  return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
-}
-
-std::uint32_t u32(Bytes bytes, std::size_t at) {
-  return static_cast<std::uint32_t>(bytes[at]) | static_cast<std::uint32_t>(bytes[at + 1]) << 8 |
-         static_cast<std::uint32_t>(bytes[at + 2]) << 16 |
-         static_cast<std::uint32_t>(bytes[at + 3]) << 24;
-}
-
-// `size` bytes at `offset`, or nothing when they are not all inside `bytes`.
-std::optional<Bytes> slice(Bytes bytes, std::uint64_t offset, std::uint64_t size) {
-  if (offset > bytes.size() || size > bytes.size() - offset) return std::nullopt;
-  return bytes.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
-}
-
-void noteDamage(std::vector<std::string>& damage, const char* what) {
-  if (std::find(damage.begin(), damage.end(), what) == damage.end()) damage.emplace_back(what);
-}
+using word::noteDamage;
+using word::slice;
+using word::u16;
+using word::u32;
 
 constexpr std::uint16_t kWord97Identifier = 0xA5EC;
 constexpr std::uint16_t kWord6Identifier = 0xA5DC;

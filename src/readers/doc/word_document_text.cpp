@@ -7,6 +7,7 @@
 #include <set>
 
 #include "base/deadline.h"
+#include "readers/doc/word_bytes.h"
 #include "readers/xml/document_text.h"
 #include "text/encodings.h"
 
@@ -18,26 +19,10 @@ constexpr std::uint16_t kWord6Identifier = 0xA5DC;
 // nFib of Word 97; Word 6 writes 101 and Word 95 104.
 constexpr std::uint16_t kWord97Version = 0xC0;
 
-std::uint16_t u16(Bytes bytes, std::size_t at) {
-  return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
-}
-
-std::uint32_t u32(Bytes bytes, std::size_t at) {
-  return static_cast<std::uint32_t>(bytes[at]) | static_cast<std::uint32_t>(bytes[at + 1]) << 8 |
-         static_cast<std::uint32_t>(bytes[at + 2]) << 16 |
-         static_cast<std::uint32_t>(bytes[at + 3]) << 24;
-}
-
-// `size` bytes at `offset`, or nothing when they are not all inside `bytes`.
-std::optional<Bytes> slice(Bytes bytes, std::uint64_t offset, std::uint64_t size) {
-  if (offset > bytes.size() || size > bytes.size() - offset) return std::nullopt;
-  return bytes.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
-}
-
-// Records what was wrong once, however often it recurs.
-void noteDamage(std::vector<std::string>& damage, const char* what) {
-  if (std::find(damage.begin(), damage.end(), what) == damage.end()) damage.emplace_back(what);
-}
+using word::noteDamage;
+using word::slice;
+using word::u16;
+using word::u32;
 
 // Entries of the FIB's long and offset arrays that we read.
 enum LongIndex : std::size_t {
@@ -339,21 +324,6 @@ class ListLabels {
     ListCounters counters;
   };
 
-  static ListNumberFormat numberFormat(std::uint8_t nfc) {
-    switch (nfc) {
-      case 1:
-        return ListNumberFormat::UpperRoman;
-      case 2:
-        return ListNumberFormat::LowerRoman;
-      case 3:
-        return ListNumberFormat::UpperLetter;
-      case 4:
-        return ListNumberFormat::LowerLetter;
-      default:
-        return ListNumberFormat::Decimal;
-    }
-  }
-
   // The list definitions (LSTF, 28 bytes each) and after them each list's levels (LVL).
   void readLists(Bytes table, const WordTableEntry& entry) {
     std::optional<Bytes> plf = slice(table, entry.offset, entry.size);
@@ -382,7 +352,7 @@ class ListLabels {
     level.kind = nfc == kBullet ? ListLevel::Kind::Bullet
                  : nfc == kNone ? ListLevel::Kind::None
                                 : ListLevel::Kind::Number;
-    level.format = numberFormat(nfc);
+    level.format = wordNumberFormat(nfc);
     level.legal = ((*fixed)[5] & 0x04) != 0;
     at += 28 + (*fixed)[24] + (*fixed)[25];  // the level's character and paragraph properties
     std::optional<Bytes> count = slice(table, at, 2);

@@ -413,21 +413,6 @@ class RTFParser {
     }
   }
 
-  static ListNumberFormat numberFormat(long long nfc) {
-    switch (nfc) {
-      case 1:
-        return ListNumberFormat::UpperRoman;
-      case 2:
-        return ListNumberFormat::LowerRoman;
-      case 3:
-        return ListNumberFormat::UpperLetter;
-      case 4:
-        return ListNumberFormat::LowerLetter;
-      default:
-        return ListNumberFormat::Decimal;
-    }
-  }
-
   // The words of the list table, the list overrides and \pn; true when `word` was one of them.
   bool listWord(std::string_view word, std::optional<long long> parameter) {
     long long value = parameter.value_or(0);
@@ -449,7 +434,7 @@ class RTFParser {
         level->kind = value == 23    ? ListLevel::Kind::Bullet
                       : value == 255 ? ListLevel::Kind::None
                                      : ListLevel::Kind::Number;
-        level->format = numberFormat(value);
+        level->format = wordNumberFormat(value);
       } else if (word == "levelstartat" && level) {
         level->start = static_cast<int>(std::clamp<long long>(value, 0, 1000000));
       } else if (word == "levellegal" && level) {

@@ -28,6 +28,21 @@ void DocumentText::character(char16_t c) {
   text_ += c;
 }
 
+ListNumberFormat wordNumberFormat(long long nfc) {
+  switch (nfc) {
+    case 1:
+      return ListNumberFormat::UpperRoman;
+    case 2:
+      return ListNumberFormat::LowerRoman;
+    case 3:
+      return ListNumberFormat::UpperLetter;
+    case 4:
+      return ListNumberFormat::LowerLetter;
+    default:
+      return ListNumberFormat::Decimal;
+  }
+}
+
 std::string listNumber(int n, ListNumberFormat format) {
   static const std::pair<int, const char*> kRomanDigits[] = {
       {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},

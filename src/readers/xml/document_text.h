@@ -39,6 +39,9 @@ class DocumentText {
 enum class ListNumberFormat { Decimal, UpperRoman, LowerRoman, UpperLetter, LowerLetter };
 // The number `n` (1 for anything below) as a list label shows it: "4", "iv", "D", "dd".
 std::string listNumber(int n, ListNumberFormat format);
+// Word's number format code (nfc) of a list level, as Word files and RTF's \levelnfc give it;
+// codes with no form here count in decimal.
+ListNumberFormat wordNumberFormat(long long nfc);
 
 // One level of a list as a word processor defines it.
 struct ListLevel {
