@@ -159,25 +159,33 @@ py::tuple importItemOf(const std::filesystem::path& path, double timeLimit,
   return py::make_tuple(toPython(answer.result, answer.extra), failure);
 }
 
-// The items a walk over the paths imports: (path, error dict or None) in import order.
-py::list walkItems(const std::vector<std::filesystem::path>& paths, bool followLinks) {
-  std::vector<WalkItem> items;
-  {
-    py::gil_scoped_release unlocked;
-    WalkOptions options;
-    options.followLinks = followLinks;
-    ItemWalk walk(options);
-    for (const auto& path : paths) walk.add(path.string());
-    items = walk.takeItems();
+// The items a walk over the paths imports, (path, error dict or None) in import order, one at a
+// time as the walk reaches them: a tree of any size costs the folders the walk is inside.
+class PathWalk {
+ public:
+  PathWalk(const std::vector<std::filesystem::path>& paths, bool followLinks)
+      : walk_(WalkOptions{.recursive = true,
+                          .maxDepth = ItemOptions::kNoLimit,
+                          .excludes = {},
+                          .followLinks = followLinks}) {
+    for (const auto& path : paths) walk_.add(path.string());
   }
-  py::list list;
-  py::object fsdecode = py::module_::import("os").attr("fsdecode");
-  for (const WalkItem& item : items) {
-    py::object failure = item.failure ? py::object(failureDict(*item.failure)) : py::none();
-    list.append(py::make_tuple(fsdecode(py::bytes(item.path)), failure));
+
+  py::tuple next() {
+    std::optional<WalkItem> item;
+    {
+      py::gil_scoped_release unlocked;
+      item = walk_.next();
+    }
+    if (!item) throw py::stop_iteration();
+    py::object failure = item->failure ? py::object(failureDict(*item->failure)) : py::none();
+    py::object fsdecode = py::module_::import("os").attr("fsdecode");
+    return py::make_tuple(fsdecode(py::bytes(item->path)), failure);
   }
-  return list;
-}
+
+ private:
+  ItemWalk walk_;
+};
 
 py::tuple importData(const py::bytes& bytes, const std::optional<std::string>& url,
                      const std::optional<std::string>& mimeType) {
@@ -244,8 +252,13 @@ PYBIND11_MODULE(_ulvekbot, module) {
   module.def("import_item", &importItemOf, py::arg("path"), py::arg("time_limit") = 0.0,
              py::arg("ocr") = py::none(),
              "(result, error) of one file, as a line of `ulvekbot import`.");
-  module.def("walk", &walkItems, py::arg("paths"), py::arg("follow_links") = false,
-             "[(path, error)] of the files below the paths, as `ulvekbot import` walks them.");
+  py::class_<PathWalk>(module, "Walk",
+                       "(path, error) of the files below the paths, as `ulvekbot import` walks "
+                       "them, one at a time.")
+      .def(py::init<const std::vector<std::filesystem::path>&, bool>(), py::arg("paths"),
+           py::arg("follow_links") = false)
+      .def("__iter__", [](PathWalk& walk) -> PathWalk& { return walk; })
+      .def("__next__", &PathWalk::next);
   module.def("import_data", &importData, py::arg("data"), py::arg("url") = py::none(),
              py::arg("mime_type") = py::none());
   module.def("import_directory", [](const std::filesystem::path& path) {

@@ -165,7 +165,7 @@ def walk(path_or_paths, *, follow_links=False):
     Returns:
         list[str]: the paths, each of which ``import_tree`` reads as one item.
     """
-    return [path for path, _ in _ulvekbot.walk(_paths(path_or_paths), follow_links)]
+    return [path for path, _ in _ulvekbot.Walk(_paths(path_or_paths), follow_links)]
 
 
 def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_links=False):
@@ -188,7 +188,8 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
     """
     ocr = _ocr(ocr)
     seconds = _seconds(timeout)
-    items = _ulvekbot.walk(_paths(path_or_paths), follow_links)
+    # Walked as the files are read, so a tree of any size never lies in memory as a list.
+    items = _ulvekbot.Walk(_paths(path_or_paths), follow_links)
     jobs = _ulvekbot.usable_cores() if jobs is None else int(jobs)
     if jobs < 1:
         raise ValueError("jobs takes a number above 0, or None for one a core")
