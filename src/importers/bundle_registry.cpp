@@ -128,7 +128,19 @@ std::vector<std::string> importerSearchPath() {
   }
   folders.push_back(installed);
   if (!error) folders.push_back((self.parent_path() / "Importers").string());
-  return folders;
+  // A folder named twice is searched once: the installed Python package names the installed
+  // folder, which is also the one of the interpreter's prefix, /usr; every bundle in it would
+  // otherwise be found again and logged as replaced by itself.
+  std::vector<std::string> unique;
+  std::vector<fs::path> seen;
+  for (std::string& folder : folders) {
+    fs::path normal = fs::path(folder).lexically_normal();
+    if (!normal.has_filename()) normal = normal.parent_path();
+    if (std::find(seen.begin(), seen.end(), normal) != seen.end()) continue;
+    seen.push_back(std::move(normal));
+    unique.push_back(std::move(folder));
+  }
+  return unique;
 }
 
 std::optional<PropertyDictionary> bundleInfo(const std::string& bundlePath, std::string* why) {

@@ -98,7 +98,7 @@ class BundleRegistry {
 
 // The folders searched for bundles, in order: each folder of $ULVEKBOT_IMPORTER_PATH, then
 // $XDG_DATA_HOME/ulvekbot/Importers, the installed lib/ulvekbot/Importers, and Importers beside
-// the running program.
+// the running program; each folder once.
 std::vector<std::string> importerSearchPath();
 
 // A bundle's information dictionary (Contents/Info.plist), or nothing, with the reason in `why`.

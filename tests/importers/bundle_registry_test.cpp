@@ -88,6 +88,27 @@ TEST(BundleRegistry, EarlierCopyOfABundleReplacesTheInstalledOne) {
   EXPECT_TRUE(log.contains("Skipped: " + installed + " (replaced by " + user + ")"));
 }
 
+// A folder the search path names twice, in any spelling (as the installed Python package names
+// the installed folder, which is also the interpreter's), is searched once: its bundles are found
+// once and none is logged as replaced by itself.
+TEST(BundleRegistry, FolderNamedTwiceIsSearchedOnce) {
+  TemporaryFolder folder;
+  writeTypedBundle(folder, "Twice", "00000000-0000-4000-8000-000000000202", u"com.example.twice",
+                   {});
+  std::string importers = (folder.path() / "Importers").string();
+  ImporterEnvironment environment(folder, importers + ":" + importers + "/:" + importers + "/./");
+  std::vector<std::string> path = importerSearchPath();
+  EXPECT_EQ(std::count_if(path.begin(), path.end(),
+                          [&](const std::string& entry) { return entry.starts_with(importers); }),
+            1);
+  CapturedLog log;
+  BundleRegistry registry(nullptr);
+  registry.loadExtractorPlugins();
+  const std::vector<std::string>& bundles = registry.bundlePaths();
+  EXPECT_EQ(std::count(bundles.begin(), bundles.end(), importers + "/Twice.mdimporter"), 1);
+  EXPECT_FALSE(log.contains("Skipped:"));
+}
+
 // Whatever in the search path cannot be examined is one log line naming it and is left out;
 // discovery completes, and the good bundle beside it is found and used, again and again.
 TEST(BundleRegistry, DiscoverySkipsWhatItCannotExamine) {
