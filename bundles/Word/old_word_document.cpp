@@ -200,16 +200,9 @@ class ParagraphProperties {
     if (plc_.empty()) return std::nullopt;
     // n + 1 offsets, then n 16-bit page numbers.
     std::size_t count = (plc_.size() - 4) / 6;
-    std::size_t low = 0, high = count;
-    while (low < high) {
-      std::size_t middle = (low + high) / 2;
-      if (u32(plc_, middle * 4 + 4) <= fc)
-        low = middle + 1;
-      else
-        high = middle;
-    }
-    if (low >= count || u32(plc_, low * 4) > fc) return std::nullopt;
-    std::uint64_t page = u16(plc_, (count + 1) * 4 + low * 2);
+    std::optional<std::size_t> entry = word::plcEntryHolding(plc_, count, fc);
+    if (!entry) return std::nullopt;
+    std::uint64_t page = u16(plc_, (count + 1) * 4 + *entry * 2);
     std::optional<Bytes> fkp = slice(stream_, page * 512, 512);
     if (!fkp) return std::nullopt;
     std::size_t runs = (*fkp)[511];

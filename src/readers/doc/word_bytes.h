@@ -29,6 +29,21 @@ inline std::optional<Bytes> slice(Bytes bytes, std::uint64_t offset, std::uint64
   return bytes.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
 }
 
+// In a PLC of `count` entries (count + 1 positions, then the entries' data), the entry whose
+// range [position i, position i + 1) holds `fc`; nothing when none does.
+inline std::optional<std::size_t> plcEntryHolding(Bytes plc, std::size_t count, std::size_t fc) {
+  std::size_t low = 0, high = count;
+  while (low < high) {
+    std::size_t middle = (low + high) / 2;
+    if (u32(plc, middle * 4 + 4) <= fc)
+      low = middle + 1;
+    else
+      high = middle;
+  }
+  if (low >= count || u32(plc, low * 4) > fc) return std::nullopt;
+  return low;
+}
+
 // Records what was wrong once, however often it recurs.
 inline void noteDamage(std::vector<std::string>& damage, const char* what) {
   if (std::find(damage.begin(), damage.end(), what) == damage.end()) damage.emplace_back(what);

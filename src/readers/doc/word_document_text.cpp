@@ -229,16 +229,9 @@ class ParagraphProperties {
   std::optional<Bytes> at(std::size_t fc) const {
     if (plc_.empty()) return std::nullopt;
     std::size_t count = (plc_.size() - 4) / 8;
-    std::size_t low = 0, high = count;
-    while (low < high) {
-      std::size_t middle = (low + high) / 2;
-      if (u32(plc_, middle * 4 + 4) <= fc)
-        low = middle + 1;
-      else
-        high = middle;
-    }
-    if (low >= count || u32(plc_, low * 4) > fc) return std::nullopt;
-    std::uint64_t page = u32(plc_, (count + 1) * 4 + low * 4) & 0x3FFFFFu;
+    std::optional<std::size_t> entry = word::plcEntryHolding(plc_, count, fc);
+    if (!entry) return std::nullopt;
+    std::uint64_t page = u32(plc_, (count + 1) * 4 + *entry * 4) & 0x3FFFFFu;
     std::optional<Bytes> fkp = slice(stream_, page * 512, 512);
     if (!fkp) return std::nullopt;
     return inPage(*fkp, fc);
