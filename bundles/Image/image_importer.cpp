@@ -230,7 +230,10 @@ bool importImage(Attributes& out, const char* contentType, const char* path) {
                                                      ? ulvek::image::pngTextChunks(path)
                                                      : std::map<std::string, std::string>();
 
-  const IptcState iptcNow = ulvek::image::iptcState(path, *image);
+  // The digest decides only between an IPTC and an XMP block; the file is read again for it
+  // only when it holds both.
+  const IptcState iptcNow =
+      iptc.empty() || xmp.empty() ? IptcState::Synchronised : ulvek::image::iptcState(path, *image);
 
   // The title is no field of the guidelines: XMP, then IPTC, as the other fields read.
   if (auto title = first(reconciled(iptcNow, xmpText(xmp, "Xmp.dc.title"),
