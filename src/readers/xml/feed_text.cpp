@@ -42,9 +42,27 @@ std::string undeclaredUtf8(TextView markup) {
   return xml;
 }
 
+// The name of the first element, past declarations, comments and processing instructions; a
+// page that is no feed is told by it before it is converted and parsed.
+std::u16string_view rootName(TextView markup) {
+  std::size_t at = 0;
+  while ((at = markup.find(u'<', at)) != TextView::npos) {
+    if (markup.substr(at, 4) == u"<!--") {
+      at = markup.find(u"-->", at);
+      if (at == TextView::npos) return {};
+    } else if (at + 1 < markup.size() && markup[at + 1] != u'?' && markup[at + 1] != u'!') {
+      std::size_t end = markup.find_first_of(u" \t\r\n/>", at + 1);
+      return markup.substr(at + 1, end == TextView::npos ? TextView::npos : end - at - 1);
+    }
+    ++at;
+  }
+  return {};
+}
+
 }  // namespace
 
 std::optional<TextString> feedText(TextView markup) {
+  if (!isFeedRoot(toUtf8(rootName(markup)))) return std::nullopt;
   std::string xml = undeclaredUtf8(markup);
   bool feed = false;
   bool decided = false;
