@@ -146,7 +146,7 @@ std::optional<WalkItem> ItemWalk::next() {
         continue;
       }
       // Visiting may open a folder below and move this one.
-      const std::filesystem::directory_entry entry = folder.entries[folder.at++];
+      const std::filesystem::directory_entry entry = std::move(folder.entries[folder.at++]);
       const std::string relative = folder.relative;
       visit(entry, relative, folder.depth);
       continue;
