@@ -1,8 +1,9 @@
 // PDF.mdimporter: PDF documents read with poppler, pages shared out to the cores and joined in
 // reading order (what was read when the host's time runs out), with the document information;
 // PostScript, EPS and Illustrator files are first turned into PDF by Ghostscript, run as a child
-// with a time limit into a temporary folder of the service's own. Pages without text (scans) are
-// rendered in grey and read by Tesseract, within a time budget of their own.
+// with a time limit into a temporary folder of the service's own. Pages without text (scans), and
+// scans whose only text is the invisible layer of a failed earlier OCR, are rendered in grey and
+// read by Tesseract, within a time budget of their own.
 
 #include <fcntl.h>
 #include <poppler/cpp/poppler-document.h>
@@ -36,6 +37,7 @@
 #include "platform/open_beneath.h"
 #include "platform/sandbox.h"
 #include "poppler_text.h"
+#include "text_layer.h"
 
 extern char** environ;
 
@@ -47,9 +49,7 @@ namespace fs = std::filesystem;
 
 // Ghostscript may take this long for one document; a PostScript loop must not hang the worker.
 constexpr std::chrono::seconds kGhostscriptLimit{20};
-// A page with fewer letters than this has no text layer worth keeping: a scan, perhaps with a
-// page number or the stray glyphs of a failed earlier OCR.
-constexpr std::size_t kFewestLetters = 8;
+using ulvek::plugin::pdf::kFewestLetters;
 // A rendered page is at most this big, whatever size the page claims.
 constexpr long long kMostPagePixels = 40'000'000;
 
@@ -222,16 +222,34 @@ std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engin
   return reading.text;
 }
 
-// The pages of `text` that have no text of their own, read by OCR until `deadline`, shared out
-// to an engine and a poppler document a thread; the pages after the first one not read in time
-// are left out, as a stopped reading answers a beginning of the text. Answers the pages
-// recognised.
+// The pages of `text` to read by OCR, in order: those without text of their own, and those whose
+// only text is an invisible layer that failed. Only pages whose text looks failed are looked at
+// for its visibility, so a document of good text costs nothing more.
+std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text,
+                                      const std::string& path) {
+  std::vector<std::size_t> scanned, suspect;
+  for (std::size_t index = 0; index < text.pages.size(); ++index) {
+    if (letters(text.pages[index]) < kFewestLetters)
+      scanned.push_back(index);
+    else if (ulvek::plugin::pdf::isFailedReading(text.pages[index]))
+      suspect.push_back(index);
+  }
+  if (suspect.empty()) return scanned;
+  std::vector<bool> invisible = ulvek::plugin::pdf::onlyInvisibleText(path, suspect);
+  for (std::size_t at = 0; at < suspect.size(); ++at)
+    if (invisible[at]) scanned.push_back(suspect[at]);
+  std::sort(scanned.begin(), scanned.end());
+  return scanned;
+}
+
+// The pages of `text` that have no text worth keeping, read by OCR until `deadline`, shared out
+// to an engine and a poppler document a thread; what is read replaces a failed layer's text,
+// which stays where OCR reads nothing. The pages after the first one not read in time are left
+// out, as a stopped reading answers a beginning of the text. Answers the pages recognised.
 int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
                           const ocr::Settings& settings, Clock::time_point deadline,
                           const std::string& path) {
-  std::vector<std::size_t> scanned;
-  for (std::size_t index = 0; index < text.pages.size(); ++index)
-    if (letters(text.pages[index]) < kFewestLetters) scanned.push_back(index);
+  const std::vector<std::size_t> scanned = scannedPages(text, path);
   if (scanned.empty()) return 0;
   const std::string languages =
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;

@@ -4,8 +4,9 @@
 # Pages of our own text are written as PostScript and rendered by Ghostscript (Debian's
 # ghostscript) into what a scanner or a phone gives: image-only PDF files at 300, 200 and
 # 150 dpi, a PNG, a JPEG, a two-page TIFF, pages turned by 90 and 180 degrees and one skewed by
-# two. A PDF with a page of real text and a page of scan, a picture without text and two hostile
-# images are written byte by byte here. NAME.txt beside each holds the words it shows, pages in
+# two. A PDF with a page of real text and a page of scan, scans under a text layer (an invisible
+# one of a failed OCR, an invisible one of good text, a visible one), a picture without text and
+# two hostile images are written byte by byte here. NAME.txt beside each holds the words it shows, pages in
 # order (empty for the picture without text). Every run writes the same bytes.
 
 import hashlib
@@ -184,6 +185,61 @@ def mixed_pdf(text_lines, scanned_lines, dpi):
     ])
 
 
+# --- Scans with a text layer drawn over the picture, as OCR software and copiers leave them.
+
+# What a failed OCR leaves: punctuation and marks, and letters that are not words.
+JUNK_MARKS = [
+    "l1 !| ~~ ;: ,,' .- ~ |' :. ;; ,",
+    "i' ~- ;. ,| ::: 1i ~ .. ' -- ;",
+    "'~ ,. |! ;' ~: .,, -' ||",
+]
+JUNK_LETTERS = [
+    "i   l   r   t   I   ,   e   a   n   o   .   i",
+    "l   I   t   r   .   j   i   e   ,   l   a",
+    "r   n   i   t   l   o   I   e   s",
+]
+# Text a reader would accept, visibly drawn yet mostly signs: a table of figures and symbols.
+SIGNS = [
+    "Ax + By = C  ( 1 )",
+    "< 2 > ; +/- 3 ; = 4 ; ~ 5 ; # 6 ; % 7",
+    "| | | + + + = = = -- -- --",
+]
+
+
+def layered_pdf(pages, dpi):
+    """A page per (scanned lines, layer lines, render mode): a greyscale picture of the scanned
+    lines, with the layer's text drawn over it (render mode 3: invisible, 0: visible)."""
+    objects = [b"<< /Type /Catalog /Pages 2 0 R >>", None,
+               b"<< /Type /Font /Subtype /Type1 /BaseFont /Times-Roman "
+               b"/Encoding /WinAnsiEncoding >>"]
+    kids = []
+    box = f"/MediaBox [0 0 {WIDTH} {HEIGHT}]".encode()
+    for scanned_lines, layer_lines, mode in pages:
+        with tempfile.TemporaryDirectory() as folder:
+            raster = pathlib.Path(folder) / "page.pgm"
+            ghostscript(postscript([scanned_lines]), "pgmraw", dpi, raster)
+            width, height, pixels = read_pgm(raster)
+        content = [f"q {WIDTH} 0 0 {HEIGHT} 0 0 cm /Im1 Do Q".encode(),
+                   f"BT {mode} Tr /F1 12 Tf 16 TL {MARGIN} {HEIGHT - MARGIN - SIZE} Td".encode()]
+        for line in layer_lines:
+            content.append(ps_string(line).encode() + b" Tj T*")
+        content.append(b"ET")
+        page, image, contents = len(objects) + 1, len(objects) + 2, len(objects) + 3
+        kids.append(f"{page} 0 R".encode())
+        objects += [
+            b"<< /Type /Page /Parent 2 0 R " + box +
+            f" /Resources << /Font << /F1 3 0 R >> /XObject << /Im1 {image} 0 R >> >>"
+            f" /Contents {contents} 0 R >>".encode(),
+            stream(f"/Type /XObject /Subtype /Image /Width {width} /Height {height} "
+                   "/ColorSpace /DeviceGray /BitsPerComponent 8 /Filter /FlateDecode".encode(),
+                   zlib.compress(pixels, 9)),
+            stream(b"", b"\n".join(content)),
+        ]
+    objects[1] = (b"<< /Type /Pages /Kids [" + b" ".join(kids) +
+                  f"] /Count {len(kids)} >>".encode())
+    return pdf(objects)
+
+
 # --- PNG written here: the picture without text and a hostile one.
 
 def png(width, height, rows, colour_type=0):
@@ -239,6 +295,17 @@ def main():
     words_file("text-layer.pdf", [one, two])
     (HERE / "mixed.pdf").write_bytes(mixed_pdf(three, one, 200))
     words_file("mixed.pdf", [three, one])
+    # Invisible layers of a failed OCR, read again; NAME.txt: the words the pictures show.
+    (HERE / "junk-layer.pdf").write_bytes(
+        layered_pdf([(one, JUNK_MARKS, 3), (two, JUNK_LETTERS, 3)], 200))
+    words_file("junk-layer.pdf", [one, two])
+    # Layers that are kept, so NAME.txt holds the layer: one of good text (with a word the
+    # picture does not show, "schooner", which OCR would not read) and one of visible signs.
+    good = [line.replace("ketch", "schooner") for line in one]
+    (HERE / "good-layer.pdf").write_bytes(layered_pdf([(one, good, 3)], 200))
+    words_file("good-layer.pdf", [good])
+    (HERE / "visible-signs.pdf").write_bytes(layered_pdf([(three, SIGNS, 0)], 200))
+    words_file("visible-signs.pdf", [SIGNS])
     (HERE / "photo.png").write_bytes(photo())
     words_file("photo.png", [])
     # Hostile: a PNG that declares 100000 by 100000 pixels, and a TIFF cut in half.

@@ -1,0 +1,63 @@
+// Whether a page's text is all invisible, seen by poppler's own content stream interpreter: the
+// render mode is not in poppler-cpp's API. poppler's core API changes between versions; its use
+// is kept to this file.
+
+#include <poppler/GfxState.h>
+#include <poppler/GlobalParams.h>
+#include <poppler/OutputDev.h>
+#include <poppler/PDFDoc.h>
+#include <poppler/goo/GooString.h>
+
+#include <memory>
+
+#include "text_layer.h"
+
+namespace ulvek::plugin::pdf {
+namespace {
+
+// Counts the glyphs a page draws, visible or not; images and paths are never decoded.
+class GlyphCounter : public OutputDev {
+ public:
+  bool upsideDown() override { return true; }
+  bool useDrawChar() override { return true; }
+  bool interpretType3Chars() override { return false; }
+  bool needNonText() override { return false; }
+
+  void drawChar(GfxState* state, double, double, double, double, double, double, CharCode, int,
+                const Unicode*, int) override {
+    // Modes 3 and 7 neither fill nor stroke (7 only clips).
+    if ((state->getRender() & 3) == 3)
+      ++invisible;
+    else
+      ++visible;
+  }
+
+  static bool seenVisible(void* counter) { return static_cast<GlyphCounter*>(counter)->visible; }
+
+  long visible = 0;
+  long invisible = 0;
+};
+
+}  // namespace
+
+std::vector<bool> onlyInvisibleText(const std::string& path,
+                                    const std::vector<std::size_t>& pages) {
+  std::vector<bool> answers(pages.size(), false);
+  // poppler-cpp sets up poppler's globals while one of its documents is open, as the caller's is;
+  // on its own this file sets them up itself.
+  if (!globalParams) globalParams = std::make_unique<GlobalParams>();
+  PDFDoc document(std::make_unique<GooString>(path));
+  if (!document.isOk()) return answers;
+  for (std::size_t at = 0; at < pages.size(); ++at) {
+    const int number = static_cast<int>(pages[at]) + 1;
+    if (number > document.getNumPages()) continue;
+    GlyphCounter counter;
+    // The first visible glyph settles it: the rest of the page is not interpreted.
+    document.displayPage(&counter, number, 72, 72, 0, false, true, false,
+                         &GlyphCounter::seenVisible, &counter);
+    answers[at] = counter.visible == 0 && counter.invisible > 0;
+  }
+  return answers;
+}
+
+}  // namespace ulvek::plugin::pdf
