@@ -104,6 +104,8 @@ TEST(OCR, ReadsScansAndPicturesOfText) {
       {"turned-180.pdf", 0.97, "ocr", 1},
       // Page 1 keeps its text layer; page 2 is read.
       {"mixed.pdf", 0.97, "mixed", 1},
+      // Both pages' invisible layers are what a failed OCR left: read again.
+      {"junk-layer.pdf", 0.97, "ocr", 2},
       {"page.png", 0.97, "ocr", 1},
       {"page.jpg", 0.97, "ocr", 1},
       {"skewed.png", 0.97, "ocr", 1},
@@ -134,6 +136,9 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
   const std::vector<Row> rows = {
       {"photo.png", {}, false, "OCR: "},
       {"text-layer.pdf", {}, true, nullptr},
+      // A scan's invisible layer of good text, and visible text of signs on a scan, are kept.
+      {"good-layer.pdf", {}, true, nullptr},
+      {"visible-signs.pdf", {}, true, nullptr},
       {"scan-200dpi.pdf", {{"DisableOCR", "1"}}, false, nullptr},
       {"page.png", {{"DisableOCR", "1"}}, false, nullptr},
       {"hostile-huge.png", {}, false, "100000 x 100000 pixels is too big to read"},
