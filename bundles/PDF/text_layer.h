@@ -22,9 +22,11 @@ inline constexpr std::size_t kFewestLetters = 8;
 // letters and digits, or less than half of its characters letters and digits (". ,' ~~ !|"), or
 // less than half of its words words of two letters or more ("i l r t I , e"). A working OCR
 // misreads letters but keeps them letters, in words, so its text passes even with errors; text
-// that is all figures passes too.
+// that is all figures passes too. OCR writes no control or private-use characters: text with
+// many is a font's glyph codes without a Unicode map, drawn for people to see, and not looked at
+// further (which would cost time on every page of such a document).
 inline bool isFailedReading(std::string_view text) {
-  std::size_t characters = 0, alphanumerics = 0, tokens = 0, words = 0;
+  std::size_t characters = 0, alphanumerics = 0, tokens = 0, words = 0, codes = 0;
   std::size_t inToken = 0, alphanumericsInToken = 0;
   auto endToken = [&] {
     if (inToken == 0) return;
@@ -43,6 +45,7 @@ inline bool isFailedReading(std::string_view text) {
     }
     ++characters;
     ++inToken;
+    if (c >= 0 && (U_GET_GC_MASK(c) & (U_GC_CC_MASK | U_GC_CO_MASK))) ++codes;
     // Combining marks belong to the letters of Indic and other scripts.
     if (c >= 0 && (u_isalnum(c) || (U_GET_GC_MASK(c) & U_GC_M_MASK))) {
       ++alphanumerics;
@@ -50,6 +53,7 @@ inline bool isFailedReading(std::string_view text) {
     }
   }
   endToken();
+  if (codes > 0 && codes * 10 >= characters) return false;
   return alphanumerics < kFewestLetters || alphanumerics * 2 < characters || words * 2 < tokens;
 }
 

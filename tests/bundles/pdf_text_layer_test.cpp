@@ -34,6 +34,11 @@ TEST(PDFTextLayer, FailedReadingsAreToldFromText) {
       {"long runs of signs between words", "ab cd ef gh ~~~~~~~~~~~~~~~~~~~~ ;;;;;;;;;;;;", true},
       {"letters that are no words", "i l r t I , e a n o . i l I t r j", true},
       {"typographic junk", "— ‘ » · ¢ § ~ ‚ „ ¦ ° a b ¬ ± ii ll ’ “ r i Il t", true},
+      // Never an OCR layer: a font's glyph codes, drawn for people to see.
+      {"control and private-use codes of a font without a Unicode map",
+       "\x12\u0098\u0087\u0094 \u0098\u008b\x03 \ue001\ue002 \u0098\u0087 Overview \x10\x03\x1c "
+       "\u0094",
+       false},
       {"too few letters", "p. 1 of 4", true},
       {"empty", "", true},
       {"bytes that are no UTF-8", std::string("\xff\xfe\xfd\xfc\xfb\xfa\xf9\xf8 ab"), true},
