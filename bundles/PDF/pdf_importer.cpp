@@ -227,8 +227,8 @@ std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engin
 // are left out, as a stopped reading answers a beginning of the text. Answers the pages
 // recognised.
 int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
-                          const ocr::Settings& settings, Clock::time_point deadline,
-                          const std::string& path) {
+                          const ocr::Settings& settings, unsigned threadsAllowed,
+                          Clock::time_point deadline, const std::string& path) {
   std::vector<std::size_t> scanned;
   for (std::size_t index = 0; index < text.pages.size(); ++index)
     if (letters(text.pages[index]) < kFewestLetters) scanned.push_back(index);
@@ -236,7 +236,7 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
   const std::string languages =
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;
   const unsigned threads =
-      std::min<unsigned>(ulvek::plugin::pageThreads(), static_cast<unsigned>(scanned.size()));
+      std::min<unsigned>(threadsAllowed, static_cast<unsigned>(scanned.size()));
   std::vector<ocr::Engine*> engines = ocr::Engine::several(languages, threads);
   if (engines.empty()) return 0;
 
@@ -328,8 +328,9 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     deadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve - ocrShare);
     ocrDeadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve);
   }
-  ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(
-      *document, path, ulvek::plugin::pageThreads(), deadline);
+  const unsigned threads = ulvek::plugin::pageThreads(out.setting("ImporterThreads"));
+  ulvek::plugin::PagedText text =
+      ulvek::plugin::documentTextInParallel(*document, path, threads, deadline);
   if (!text.complete)
     std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
                  document->pages(), path.c_str());
@@ -337,7 +338,7 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     Clock::time_point budget =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(settings.timeLimit);
     if (ocrDeadline) budget = std::min(budget, *ocrDeadline);
-    if (int recognized = recognizeScannedPages(*document, text, settings, budget, path)) {
+    if (int recognized = recognizeScannedPages(*document, text, settings, threads, budget, path)) {
       int withText = 0;
       text.text.clear();
       for (const std::string& page : text.pages) {
