@@ -247,14 +247,14 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text,
 // which stays where OCR reads nothing. The pages after the first one not read in time are left
 // out, as a stopped reading answers a beginning of the text. Answers the pages recognised.
 int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
-                          const ocr::Settings& settings, Clock::time_point deadline,
-                          const std::string& path) {
+                          const ocr::Settings& settings, unsigned threadsAllowed,
+                          Clock::time_point deadline, const std::string& path) {
   const std::vector<std::size_t> scanned = scannedPages(text, path);
   if (scanned.empty()) return 0;
   const std::string languages =
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;
   const unsigned threads =
-      std::min<unsigned>(ulvek::plugin::pageThreads(), static_cast<unsigned>(scanned.size()));
+      std::min<unsigned>(threadsAllowed, static_cast<unsigned>(scanned.size()));
   std::vector<ocr::Engine*> engines = ocr::Engine::several(languages, threads);
   if (engines.empty()) return 0;
 
@@ -346,8 +346,9 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     deadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve - ocrShare);
     ocrDeadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve);
   }
-  ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(
-      *document, path, ulvek::plugin::pageThreads(), deadline);
+  const unsigned threads = ulvek::plugin::pageThreads(out.setting("ImporterThreads"));
+  ulvek::plugin::PagedText text =
+      ulvek::plugin::documentTextInParallel(*document, path, threads, deadline);
   if (!text.complete)
     std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
                  document->pages(), path.c_str());
@@ -355,7 +356,7 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     Clock::time_point budget =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(settings.timeLimit);
     if (ocrDeadline) budget = std::min(budget, *ocrDeadline);
-    if (int recognized = recognizeScannedPages(*document, text, settings, budget, path)) {
+    if (int recognized = recognizeScannedPages(*document, text, settings, threads, budget, path)) {
       int withText = 0;
       text.text.clear();
       for (const std::string& page : text.pages) {

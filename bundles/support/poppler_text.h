@@ -108,10 +108,12 @@ inline std::string documentText(poppler::document& document,
   return text;
 }
 
-// The cores this process may run on; ULVEKBOT_PDF_THREADS overrides (benchmarks compare).
-inline unsigned pageThreads() {
+// The threads one import may use: ULVEKBOT_PDF_THREADS (benchmarks compare), else `granted`, the
+// host's share of the cores for this call, else the cores this process may run on.
+inline unsigned pageThreads(std::optional<std::string> granted = std::nullopt) {
   if (const char* wanted = std::getenv("ULVEKBOT_PDF_THREADS"); wanted && *wanted)
     return std::clamp(std::atoi(wanted), 1, 64);
+  if (granted && !granted->empty()) return std::clamp(std::atoi(granted->c_str()), 1, 64);
   cpu_set_t cores;
   if (sched_getaffinity(0, sizeof cores, &cores) != 0) return 1;
   return std::clamp(CPU_COUNT(&cores), 1, 8);

@@ -36,6 +36,10 @@ constexpr std::string_view kCommand = "import";
 constexpr int kProgressWidth = 30;
 // pdftotext ends every page with one; here every document.
 constexpr char kFormFeed = '\f';
+// Files a thread may read ahead of the oldest one still being read, and the most output that may
+// wait for it.
+constexpr std::size_t kWaitingFiles = 256;
+constexpr std::size_t kMostWaitingBytes = 64 << 20;
 
 struct Options {
   std::vector<std::string> paths;
@@ -130,7 +134,11 @@ class QuietLog {
 
 class ImportRun {
  public:
-  ImportRun(const Options& options, CommandIO& io) : options_(options), io_(io) {}
+  ImportRun(const Options& options, CommandIO& io)
+      : options_(options), item_(options.item), io_(io) {
+    // -j N keeps to N cores, the pages of a long scan or PDF included.
+    item_.cores = options.jobs;
+  }
 
   int run();
 
@@ -158,6 +166,7 @@ class ImportRun {
   Outcome importOne(MIMETypeHelper& helper, const WalkItem& item) const;
 
   const Options& options_;
+  ItemOptions item_;
   CommandIO& io_;
   int status_ = kExitSuccess;
   std::size_t failed_ = 0;
@@ -166,7 +175,7 @@ class ImportRun {
 ImportRun::Outcome ImportRun::importOne(MIMETypeHelper& helper, const WalkItem& item) const {
   // Imported by absolute path, as the service is given it; shown as the user named it.
   ItemAnswer answer =
-      item.failure ? failedItem(*item.failure) : importItem(helper, item.path, options_.item);
+      item.failure ? failedItem(*item.failure) : importItem(helper, item.path, item_);
   std::ostringstream out;
   if (options_.textOnly)
     out << toUtf8(answer.textOrEmpty()) << kFormFeed;
@@ -203,10 +212,11 @@ void ImportRun::importAll(NamedPaths& named, std::ostream& out) {
   std::uint64_t bytes = 0;
   std::size_t byNature = 0;
   auto started = std::chrono::steady_clock::now();
-  // Lines come out in the order of the items whatever the number of threads; a few per thread
-  // may wait for an earlier one to finish.
+  // Lines come out in the order of the items whatever the number of threads. While a long file
+  // (a scan, a big PDF) is read, the other threads go on with the files after it: many small
+  // answers may wait for it, but not much text.
   runInOrder(
-      nextItem, options_.jobs, 4 * options_.jobs,
+      nextItem, options_.jobs, Window(kWaitingFiles * options_.jobs, kMostWaitingBytes),
       [&](const WalkItem& item) { return importOne(helper, item); },
       [&](std::size_t i, WalkItem item, Outcome outcome) {
         progress.clear();
@@ -217,7 +227,8 @@ void ImportRun::importAll(NamedPaths& named, std::ostream& out) {
         out.flush();
         count = i + 1;
         progress.draw(count, found, walking);
-      });
+      },
+      [](const Outcome& outcome) { return outcome.output.size(); });
   progress.clear();
   if (std::size_t skipped = walk.skippedLinks(); skipped > 0 && !options_.quiet) {
     std::string links = std::to_string(skipped) + (skipped == 1 ? " link" : " links");
@@ -364,8 +375,8 @@ CommandAction define(CLI::App& command) {
       ->type_name("LANGS");
   command
       .add_option("-j,--jobs", options->jobs,
-                  "Import N files at a time (default: the number of cores); the output keeps "
-                  "the order of -j 1")
+                  "Import N files at a time, on at most N cores (default: the number of "
+                  "cores); the output keeps the order of -j 1")
       ->type_name("N")
       ->check(CLI::PositiveNumber);
   command.footer(std::string(kFooter));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -13,15 +14,31 @@
 
 namespace ulvek::cli {
 
+// How far the threads may run ahead of the oldest item not yet consumed: at most `items` items
+// taken, and no new one while the answers waiting weigh `bytes` or more.
+struct Window {
+  Window(std::size_t items, std::size_t bytes = std::numeric_limits<std::size_t>::max())
+      : items(items), bytes(bytes) {}
+  std::size_t items;
+  std::size_t bytes;
+};
+
+struct Weightless {
+  template <typename Answer>
+  std::size_t operator()(const Answer&) const {
+    return 0;
+  }
+};
+
 // Takes items from next() until it answers nothing, calls produce(item) for each on up to
 // `threads` threads, and consume(i, item, answer) on the calling thread in the order the items
 // came, as soon as answer i and those before it are there. next() is called on one thread at a
-// time and only while fewer than `window` items are taken and not yet consumed, so neither the
-// items nor the answers of a long list ever lie in memory whole. With one thread, each item is
-// taken, produced and consumed in turn on the calling thread. `produce` must not throw.
-template <typename Next, typename Produce, typename Consume>
-void runInOrder(Next next, std::size_t threads, std::size_t window, Produce produce,
-                Consume consume) {
+// time and only while the window allows (answers weighed by weigh(answer)), so neither the items
+// nor the answers of a long list ever lie in memory whole. With one thread, each item is taken,
+// produced and consumed in turn on the calling thread. `produce` must not throw.
+template <typename Next, typename Produce, typename Consume, typename Weigh = Weightless>
+void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, Consume consume,
+                Weigh weigh = {}) {
   using Item = typename std::invoke_result_t<Next&>::value_type;
   using Answer = std::invoke_result_t<Produce&, const Item&>;
   if (threads <= 1) {
@@ -32,7 +49,7 @@ void runInOrder(Next next, std::size_t threads, std::size_t window, Produce prod
       consume(i, std::move(*item), std::move(answer));
     }
   }
-  window = std::max(window, threads);
+  const std::size_t window = std::max(limits.items, threads);
   std::mutex lock;
   std::condition_variable answered, consumedOne;
   // Item i and its answer wait in slot i % window; the one `window` before it was consumed by
@@ -44,13 +61,17 @@ void runInOrder(Next next, std::size_t threads, std::size_t window, Produce prod
   std::vector<Slot> slots(window);
   std::size_t taken = 0;
   std::size_t consumed = 0;
+  std::size_t waitingBytes = 0;  // of the answers produced and not yet consumed
   bool exhausted = false;
   bool stopping = false;
 
   auto work = [&] {
     std::unique_lock guard(lock);
     for (;;) {
-      consumedOne.wait(guard, [&] { return stopping || exhausted || taken < consumed + window; });
+      // An answer waiting means the consumer has one to take, so a full window always drains.
+      consumedOne.wait(guard, [&] {
+        return stopping || exhausted || (taken < consumed + window && waitingBytes < limits.bytes);
+      });
       if (stopping || exhausted) return;
       std::optional<Item> item = next();
       if (!item) {
@@ -64,8 +85,10 @@ void runInOrder(Next next, std::size_t threads, std::size_t window, Produce prod
       slot.item = std::move(item);
       guard.unlock();
       Answer answer = produce(*slot.item);
+      const std::size_t weight = weigh(answer);
       guard.lock();
       slot.answer = std::move(answer);
+      waitingBytes += weight;
       if (i == consumed) answered.notify_one();
     }
   };
@@ -98,6 +121,7 @@ void runInOrder(Next next, std::size_t threads, std::size_t window, Produce prod
       if (!slot.answer) return;
       item.swap(slot.item);
       answer.swap(slot.answer);
+      waitingBytes -= weigh(*answer);
       ++consumed;
     }
     consumedOne.notify_all();

@@ -100,6 +100,7 @@ ItemAnswer importItem(MIMETypeHelper& helper, const std::string& path, const Ite
     ImportDetails details;
     ReadingDeadline deadline(readingLimitOfSeconds(options.timeLimit));
     ScopedOCRChoice ocr(options.ocr);
+    ScopedCores cores(options.cores);
     ImportResult result = helper.openFile(error ? path : absolute.string(), details);
     if (const PropertyValue* size = result.get(ImportKey::FileSize)) {
       if (const std::uint64_t* value = size->unsignedInteger()) answer.bytes = *value;

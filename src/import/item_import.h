@@ -25,6 +25,7 @@ struct ItemOptions {
   std::size_t maxText = kNoLimit;  // bytes of UTF-8 kept of the text
   double timeLimit = 0;            // seconds of in-process reading; 0: none
   std::optional<bool> ocr;         // read scans by OCR or not; nothing: the settings decide
+  std::size_t cores = 0;           // an importer may use; 0: every usable core
 };
 
 struct ItemAnswer {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include "base/ascii.h"
 #include "base/failure.h"
 #include "base/log.h"
+#include "base/processors.h"
 #include "importers/importer_corrections.h"
 #include "importers/worker_protocol.h"
 #include "metadata/file_types.h"
@@ -95,7 +97,25 @@ MetaDataImporter::~MetaDataImporter() = default;
 
 namespace {
 thread_local std::optional<bool> ocrChoice;
+thread_local std::size_t coresAllowed = 0;
+std::atomic<std::size_t> threadsGranted = 0;
 }  // namespace
+
+ThreadGrant::ThreadGrant() {
+  const std::size_t cores = coresAllowed > 0 ? coresAllowed : usableCores();
+  std::size_t granted = threadsGranted.load();
+  do {
+    threads_ = granted + cores <= 2 * cores ? cores : 1;
+  } while (!threadsGranted.compare_exchange_weak(granted, granted + threads_));
+}
+
+ThreadGrant::~ThreadGrant() { threadsGranted -= threads_; }
+
+ScopedCores::ScopedCores(std::size_t cores) : previous_(coresAllowed) {
+  if (cores > 0) coresAllowed = cores;
+}
+
+ScopedCores::~ScopedCores() { coresAllowed = previous_; }
 
 ScopedOCRChoice::ScopedOCRChoice(std::optional<bool> enabled) : previous_(ocrChoice) {
   if (enabled) ocrChoice = enabled;
@@ -163,7 +183,10 @@ std::optional<PropertyDictionary> MetaDataImporter::call(const ImporterMatch& ma
       {std::string(worker::Field::Import), PropertyValue(import)}};
   OCRSettings ocr = this->ocr();
   if (ocrChoice) ocr.enabled = *ocrChoice;
-  request[std::string(worker::Field::Settings)] = PropertyValue(ocr.asSettings());
+  ThreadGrant grant;
+  PropertyDictionary settings = ocr.asSettings();
+  settings["ImporterThreads"] = PropertyValue::fromUtf8(std::to_string(grant.threads()));
+  request[std::string(worker::Field::Settings)] = PropertyValue(std::move(settings));
   if (import && ocr.enabled && mayHoldScans(contentType))
     request[std::string(worker::Field::ExtraTime)] = PropertyValue(ocr.timeLimit.count());
   Result<PropertyDictionary> answer = workers_.call(request);

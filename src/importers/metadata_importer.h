@@ -39,6 +39,35 @@ class ScopedOCRChoice {
   std::optional<bool> previous_;
 };
 
+// The threads one importer call may spread its pages over, held while the call lasts: every
+// allowed core while the calls in flight hold no more than twice the cores in all, else one. A
+// long scan that starts beside a short file keeps its cores once that file is done, for a little
+// crowding meanwhile.
+class ThreadGrant {
+ public:
+  ThreadGrant();
+  ~ThreadGrant();
+  ThreadGrant(const ThreadGrant&) = delete;
+  ThreadGrant& operator=(const ThreadGrant&) = delete;
+  std::size_t threads() const { return threads_; }
+
+ private:
+  std::size_t threads_ = 1;
+};
+
+// While it lives, importer calls on this thread are allowed `cores` cores (0: every usable
+// one): `ulvekbot import -j 1` keeps to one. Nothing keeps the usable cores.
+class ScopedCores {
+ public:
+  explicit ScopedCores(std::size_t cores);
+  ~ScopedCores();
+  ScopedCores(const ScopedCores&) = delete;
+  ScopedCores& operator=(const ScopedCores&) = delete;
+
+ private:
+  std::size_t previous_;
+};
+
 // Whether files of `contentType` (lower case) may be read by OCR: PDF, PostScript and pictures.
 bool mayHoldScans(std::string_view contentType);
 

@@ -144,8 +144,8 @@ py::tuple onPath(const std::filesystem::path& path, Operation operation) {
 }
 
 // (dict, None) for an item read, (dict with "Error", error dict) for one that failed.
-py::tuple importItemOf(const std::filesystem::path& path, double timeLimit,
-                       std::optional<bool> ocr) {
+py::tuple importItemOf(const std::filesystem::path& path, double timeLimit, std::optional<bool> ocr,
+                       std::size_t cores) {
   ItemAnswer answer;
   {
     py::gil_scoped_release unlocked;
@@ -153,6 +153,7 @@ py::tuple importItemOf(const std::filesystem::path& path, double timeLimit,
     ItemOptions options;
     options.timeLimit = timeLimit;
     options.ocr = ocr;
+    options.cores = cores;
     answer = importItem(helper, path.string(), options);
   }
   py::object failure = answer.failure ? py::object(failureDict(*answer.failure)) : py::none();
@@ -250,8 +251,9 @@ PYBIND11_MODULE(_ulvekbot, module) {
   module.doc() = "The ulvekbot library's imports; use the ulvekbot package, which wraps them.";
   // Each answers (value, None), or (partial value or None, {"kind", "message"}) on failure.
   module.def("import_item", &importItemOf, py::arg("path"), py::arg("time_limit") = 0.0,
-             py::arg("ocr") = py::none(),
-             "(result, error) of one file, as a line of `ulvekbot import`.");
+             py::arg("ocr") = py::none(), py::arg("cores") = 0,
+             "(result, error) of one file, as a line of `ulvekbot import`, its importer keeping "
+             "to `cores` cores (0: every usable one).");
   py::class_<PathWalk>(module, "Walk",
                        "(path, error) of the files below the paths, as `ulvekbot import` walks "
                        "them, one at a time.")

@@ -74,6 +74,38 @@ TEST(OrderedJobsTest, AnswersComeInOrderAndFewWait) {
   }
 }
 
+// While the first answer is slow to come, the others wait for it only up to the weight allowed:
+// each thread may finish the item it holds, no more.
+TEST(OrderedJobsTest, WaitingAnswersKeepToTheirWeight) {
+  constexpr std::size_t kThreads = 3, kWeight = 100, kMostBytes = 1000;
+  std::mutex lock;
+  std::size_t waiting = 0, mostWaiting = 0, taken = 0;
+  std::vector<std::size_t> order;
+  runInOrder(
+      [&]() -> std::optional<std::size_t> {
+        if (taken == 200) return std::nullopt;
+        return taken++;
+      },
+      kThreads, Window(1000, kMostBytes),
+      [&](std::size_t i) {
+        if (i % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::lock_guard guard(lock);
+        waiting += kWeight;
+        mostWaiting = std::max(mostWaiting, waiting);
+        return std::string(kWeight, 'x');
+      },
+      [&](std::size_t i, std::size_t, std::string answer) {
+        std::lock_guard guard(lock);
+        waiting -= answer.size();
+        order.push_back(i);
+      },
+      [](const std::string& answer) { return answer.size(); });
+  ASSERT_EQ(order.size(), 200u);
+  for (std::size_t i = 0; i < order.size(); ++i) EXPECT_EQ(order[i], i);
+  EXPECT_LE(mostWaiting, kMostBytes + kThreads * kWeight);
+  EXPECT_GE(mostWaiting, kMostBytes / 2) << "the threads went on while the first item was slow";
+}
+
 TEST(OrderedJobsTest, AThrowingConsumerStopsTheThreads) {
   std::atomic<std::size_t> produced{0};
   std::size_t taken = 0;

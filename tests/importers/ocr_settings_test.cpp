@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <deque>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -63,6 +65,35 @@ TEST(OCRSettings, AsTheImportersGetThem) {
   // No languages: the importer chooses.
   EXPECT_EQ(settingOf(OCRSettings{}.asSettings(), "OCRLanguages"), "(none)");
   EXPECT_EQ(settingOf(OCRSettings{}.asSettings(), "DisableOCR"), "0");
+}
+
+// Calls in flight share the cores: the first ones get them all, up to twice the cores in all,
+// and the rest one each; what a finished call held is free again.
+TEST(ThreadGrantTest, CallsInFlightShareTheCores) {
+  struct Row {
+    const char* name;
+    std::size_t cores;
+    std::vector<int> steps;  // > 0: a call starts and is granted that many; 0: the oldest ends
+  };
+  const std::vector<Row> rows = {
+      {"one core", 1, {1, 1, 1, 0, 1}},
+      {"two cores", 2, {2, 2, 1, 0, 1, 0, 0, 2, 1}},
+      {"four cores, a long call beside short ones", 4, {4, 4, 1, 0, 1, 0, 4}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ScopedCores cores(row.cores);
+    std::deque<std::unique_ptr<ThreadGrant>> inFlight;
+    for (std::size_t step = 0; step < row.steps.size(); ++step) {
+      SCOPED_TRACE(step);
+      if (row.steps[step] == 0) {
+        inFlight.pop_front();
+        continue;
+      }
+      inFlight.push_back(std::make_unique<ThreadGrant>());
+      EXPECT_EQ(inFlight.back()->threads(), std::size_t(row.steps[step]));
+    }
+  }
 }
 
 TEST(OCRSettings, FilesThatMayHoldScans) {

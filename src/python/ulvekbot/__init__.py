@@ -11,6 +11,7 @@ crashes costs one file, never the interpreter.
 import collections
 import concurrent.futures
 import os
+import threading
 
 from . import _location
 from . import _ulvekbot
@@ -198,21 +199,45 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
         path, error = item
         if error is not None:
             return {"Error": error}
-        return _ulvekbot.import_item(path, seconds, ocr)[0]
+        # jobs=N keeps to N cores, the pages of a long scan or PDF included.
+        return _ulvekbot.import_item(path, seconds, ocr, jobs)[0]
 
     if jobs == 1:
         for item in items:
             yield item[0], one(item)
         return
-    # A few answers per thread wait for an earlier one, so a long list never lies in memory.
-    window = 4 * jobs
+    # While a long file (a scan) is read, the other threads go on with the files after it; their
+    # answers wait for it up to a number of files and of text bytes, so a long list never lies
+    # in memory.
+    most_files, most_bytes = 256 * jobs, 64 << 20
+    waiting = 0  # text bytes of the answers done and not yet yielded
+    lock = threading.Lock()
+
+    def weight(future):
+        if future.cancelled() or future.exception() is not None:
+            return 0
+        return len(future.result().get("Text") or "")
+
+    def done(future):
+        nonlocal waiting
+        with lock:
+            waiting += weight(future)
+
+    def oldest():
+        nonlocal waiting
+        path, future = pending.popleft()
+        result = future.result()
+        with lock:
+            waiting -= weight(future)
+        return path, result
+
     with concurrent.futures.ThreadPoolExecutor(jobs, thread_name_prefix="ulvekbot") as pool:
         pending = collections.deque()
         for item in items:
-            if len(pending) >= window:
-                path, future = pending.popleft()
-                yield path, future.result()
-            pending.append((item[0], pool.submit(one, item)))
+            while pending and (len(pending) >= most_files or waiting >= most_bytes):
+                yield oldest()
+            future = pool.submit(one, item)
+            future.add_done_callback(done)
+            pending.append((item[0], future))
         while pending:
-            path, future = pending.popleft()
-            yield path, future.result()
+            yield oldest()
