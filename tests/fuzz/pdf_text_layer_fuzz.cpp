@@ -1,0 +1,28 @@
+// The PDF importer's reading of text layers: each page of a hostile PDF interpreted by poppler's
+// core to tell invisible text from visible, and the failed-reading rule over hostile UTF-8.
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fuzz_support.h"
+#include "text_layer.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::string path = [] {
+    std::string pattern = "/tmp/ulvek-text-layer-fuzz-XXXXXX";
+    if (!::mkdtemp(pattern.data())) std::abort();
+    return pattern + "/page.pdf";
+  }();
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  const std::vector<std::size_t> pages = {0, 1, 2, 3, 1000000};
+  ulvek::fuzzing::check(ulvek::plugin::pdf::onlyInvisibleText(path, pages).size() == pages.size());
+  ulvek::plugin::pdf::isFailedReading(std::string_view(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
