@@ -225,8 +225,8 @@ std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engin
 // The pages of `text` to read by OCR, in order: those without text of their own, and those whose
 // only text is an invisible layer that failed. Only pages whose text looks failed are looked at
 // for its visibility, so a document of good text costs nothing more.
-std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text,
-                                      const std::string& path) {
+std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, const std::string& path,
+                                      Clock::time_point deadline) {
   std::vector<std::size_t> scanned, suspect;
   for (std::size_t index = 0; index < text.pages.size(); ++index) {
     if (letters(text.pages[index]) < kFewestLetters)
@@ -235,7 +235,7 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text,
       suspect.push_back(index);
   }
   if (suspect.empty()) return scanned;
-  std::vector<bool> invisible = ulvek::plugin::pdf::onlyInvisibleText(path, suspect);
+  std::vector<bool> invisible = ulvek::plugin::pdf::onlyInvisibleText(path, suspect, deadline);
   for (std::size_t at = 0; at < suspect.size(); ++at)
     if (invisible[at]) scanned.push_back(suspect[at]);
   std::sort(scanned.begin(), scanned.end());
@@ -249,7 +249,7 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text,
 int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
                           const ocr::Settings& settings, unsigned threadsAllowed,
                           Clock::time_point deadline, const std::string& path) {
-  const std::vector<std::size_t> scanned = scannedPages(text, path);
+  const std::vector<std::size_t> scanned = scannedPages(text, path, deadline);
   if (scanned.empty()) return 0;
   const std::string languages =
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;

@@ -32,16 +32,22 @@ class GlyphCounter : public OutputDev {
       ++visible;
   }
 
-  static bool seenVisible(void* counter) { return static_cast<GlyphCounter*>(counter)->visible; }
+  // The first visible glyph settles it: the rest of the page is not interpreted.
+  static bool done(void* data) {
+    auto* counter = static_cast<GlyphCounter*>(data);
+    return counter->visible > 0 ||
+           (counter->deadline && std::chrono::steady_clock::now() >= *counter->deadline);
+  }
 
+  std::optional<std::chrono::steady_clock::time_point> deadline;
   long visible = 0;
   long invisible = 0;
 };
 
 }  // namespace
 
-std::vector<bool> onlyInvisibleText(const std::string& path,
-                                    const std::vector<std::size_t>& pages) {
+std::vector<bool> onlyInvisibleText(const std::string& path, const std::vector<std::size_t>& pages,
+                                    std::optional<std::chrono::steady_clock::time_point> deadline) {
   std::vector<bool> answers(pages.size(), false);
   // poppler-cpp sets up poppler's globals while one of its documents is open, as the caller's is;
   // on its own this file sets them up itself.
@@ -52,10 +58,13 @@ std::vector<bool> onlyInvisibleText(const std::string& path,
     const int number = static_cast<int>(pages[at]) + 1;
     if (number > document.getNumPages()) continue;
     GlyphCounter counter;
-    // The first visible glyph settles it: the rest of the page is not interpreted.
-    document.displayPage(&counter, number, 72, 72, 0, false, true, false,
-                         &GlyphCounter::seenVisible, &counter);
-    answers[at] = counter.visible == 0 && counter.invisible > 0;
+    counter.deadline = deadline;
+    if (GlyphCounter::done(&counter)) break;
+    document.displayPage(&counter, number, 72, 72, 0, false, true, false, &GlyphCounter::done,
+                         &counter);
+    // Visible text, or a page stopped at the deadline, which may have some further on.
+    if (GlyphCounter::done(&counter)) continue;
+    answers[at] = counter.invisible > 0;
   }
   return answers;
 }

@@ -6,8 +6,10 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,7 +61,9 @@ inline bool isFailedReading(std::string_view text) {
 
 // For each of `pages` (numbered from 0) of the PDF at `path`: whether the page has text and all
 // of it is drawn invisibly (render modes 3 and 7, neither filled nor stroked). False for pages
-// that cannot be read.
-std::vector<bool> onlyInvisibleText(const std::string& path, const std::vector<std::size_t>& pages);
+// that cannot be read, and for those not looked at before `deadline`.
+std::vector<bool> onlyInvisibleText(
+    const std::string& path, const std::vector<std::size_t>& pages,
+    std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
 }  // namespace ulvek::plugin::pdf

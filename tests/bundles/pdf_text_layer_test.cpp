@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -121,6 +122,9 @@ TEST(PDFTextLayer, InvisibleTextIsToldByItsRenderMode) {
   }
   EXPECT_TRUE(answers[rows.size()]);
   EXPECT_FALSE(answers[rows.size() + 1]);
+  // Past the deadline, a page is not looked at.
+  EXPECT_EQ(onlyInvisibleText(path, {3}, std::chrono::steady_clock::now()),
+            std::vector<bool>{false});
   EXPECT_EQ(onlyInvisibleText((folder.path() / "missing.pdf").string(), {0}),
             std::vector<bool>{false});
 }
