@@ -191,7 +191,7 @@ std::optional<double> gpsCoordinate(const Exiv2::ExifData& exif, const char* key
 bool readableForText(const std::string& contentType) {
   for (const char* type :
        {"public.jpeg", "public.png", "public.tiff", "org.webmproject.webp", "com.compuserve.gif",
-        "com.microsoft.bmp", "public.heic", "public.heif", "public.avif"})
+        "com.microsoft.bmp", "public.heic", "public.heif-standard", "public.avif"})
     if (contentType == type) return true;
   return false;
 }

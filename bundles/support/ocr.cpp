@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 namespace ulvek::plugin::ocr {
 namespace {
@@ -306,30 +307,60 @@ OwnedPix decodeHeif(const std::string& path) {
   if (tooBig(path, heif_image_handle_get_ispe_width(handle.get()),
              heif_image_handle_get_ispe_height(handle.get())))
     return nullptr;
-  HeifPointer<heif_decoding_options> options(heif_decoding_options_alloc());
-  options->convert_hdr_to_8bit = 1;
+  // As coded, with no colour conversion: libheif has none from a phone's YCbCr to grey, and
+  // luma is the grey already. RGB (coded so where lossless) weighs its planes.
   heif_image* decoded = nullptr;
-  error = heif_decode_image(handle.get(), &decoded, heif_colorspace_monochrome,
-                            heif_chroma_monochrome, options.get());
+  error = heif_decode_image(handle.get(), &decoded, heif_colorspace_undefined,
+                            heif_chroma_undefined, nullptr);
   HeifPointer<heif_image> image(decoded);
   if (error.code != heif_error_Ok) return damaged(error);
-  int stride = 0;
-  const std::uint8_t* luma = heif_image_get_plane_readonly(image.get(), heif_channel_Y, &stride);
-  int width = heif_image_get_width(image.get(), heif_channel_Y);
-  int height = heif_image_get_height(image.get(), heif_channel_Y);
-  // Deeper samples than 8 bits, where libheif keeps them, take two bytes each.
-  int depth = heif_image_get_bits_per_pixel_range(image.get(), heif_channel_Y);
-  if (!luma || width <= 0 || height <= 0 || depth < 8 || depth > 16) return nullptr;
+  struct Plane {
+    const std::uint8_t* data = nullptr;
+    int stride = 0;
+    int depth = 0;
+    int weight = 0;  // of 256
+  };
+  std::vector<Plane> planes;
+  heif_colorspace colours = heif_image_get_colorspace(image.get());
+  if (colours == heif_colorspace_YCbCr || colours == heif_colorspace_monochrome) {
+    planes.push_back({nullptr, 0, 0, 256});
+  } else if (colours == heif_colorspace_RGB &&
+             heif_image_get_chroma_format(image.get()) == heif_chroma_444) {
+    planes = {{nullptr, 0, 0, 77}, {nullptr, 0, 0, 150}, {nullptr, 0, 0, 29}};
+  }
+  const heif_channel channels[] = {planes.size() == 1 ? heif_channel_Y : heif_channel_R,
+                                   heif_channel_G, heif_channel_B};
+  int width = heif_image_get_width(image.get(), channels[0]);
+  int height = heif_image_get_height(image.get(), channels[0]);
+  for (std::size_t i = 0; i < planes.size(); ++i) {
+    Plane& plane = planes[i];
+    plane.data = heif_image_get_plane_readonly(image.get(), channels[i], &plane.stride);
+    // Deeper samples than 8 bits take two bytes each.
+    plane.depth = heif_image_get_bits_per_pixel_range(image.get(), channels[i]);
+    if (!plane.data || plane.depth < 8 || plane.depth > 16 ||
+        heif_image_get_width(image.get(), channels[i]) != width ||
+        heif_image_get_height(image.get(), channels[i]) != height)
+      planes.clear();
+  }
+  if (planes.empty() || width <= 0 || height <= 0) {
+    std::fprintf(stderr, "OCR: %s: HEIF picture of colours not read\n", path.c_str());
+    return nullptr;
+  }
   PixPointer pix(pixCreate(width, height, 8));
   if (!pix) return nullptr;
   l_uint32* rows = pixGetData(pix.get());
   int words = pixGetWpl(pix.get());
   for (int y = 0; y < height; ++y) {
     l_uint32* row = rows + static_cast<std::size_t>(y) * words;
-    const std::uint8_t* from = luma + static_cast<std::size_t>(y) * stride;
     for (int x = 0; x < width; ++x) {
-      int sample = depth == 8 ? from[x] : (from[2 * x] | from[2 * x + 1] << 8) >> (depth - 8);
-      SET_DATA_BYTE(row, x, sample);
+      int grey = 0;
+      for (const Plane& plane : planes) {
+        const std::uint8_t* from = plane.data + static_cast<std::size_t>(y) * plane.stride;
+        int sample =
+            plane.depth == 8 ? from[x] : (from[2 * x] | from[2 * x + 1] << 8) >> (plane.depth - 8);
+        grey += plane.weight * std::min(sample, 255);
+      }
+      SET_DATA_BYTE(row, x, grey >> 8);
     }
   }
   return forReading(std::move(pix));

@@ -179,19 +179,23 @@ TEST(OCR, DecodesHeifPicturesAsShown) {
   struct Row {
     const char* name;
     int width, height;  // 0: nothing decoded
+    int corner;         // grey of the top left pixel; -1: any
     const char* says;   // in the log; null: nothing
   };
   const std::vector<Row> rows = {
-      {"page.heic", 1200, 1000, nullptr},
-      {"page.avif", 1200, 1000, nullptr},
-      // 1000 by 1200 pixels stored, turned a quarter clockwise.
-      {"turned.heic", 1200, 1000, nullptr},
-      {"photo.heic", 480, 320, nullptr},
+      // In colour, coded in YCbCr as a camera's.
+      {"page.heic", 1200, 1000, 255, nullptr},
+      {"page.avif", 1200, 1000, 255, nullptr},
+      // Grey, 1000 by 1200 pixels stored, turned a quarter clockwise.
+      {"turned.heic", 1200, 1000, 255, nullptr},
+      {"photo.heic", 480, 320, -1, nullptr},
+      // Coded in RGB, whose planes are weighed.
+      {"green.heic", 64, 48, 149, nullptr},
       // 6400 by 4800 pixels, over what is read.
-      {"blank-big.heic", 5656, 4242, nullptr},
-      {"hostile-huge.heic", 0, 0, "20000 x 20000 pixels is too big to read"},
-      {"hostile-truncated.heic", 0, 0, "damaged HEIF picture"},
-      {"page.png", 0, 0, "damaged HEIF picture"},
+      {"blank-big.heic", 5656, 4242, 240, nullptr},
+      {"hostile-huge.heic", 0, 0, -1, "20000 x 20000 pixels is too big to read"},
+      {"hostile-truncated.heic", 0, 0, -1, "damaged HEIF picture"},
+      {"page.png", 0, 0, -1, "damaged HEIF picture"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -206,7 +210,10 @@ TEST(OCR, DecodesHeifPicturesAsShown) {
       ASSERT_NE(pix, nullptr);
       EXPECT_NEAR(pixGetWidth(pix.get()), row.width, 1);
       EXPECT_NEAR(pixGetHeight(pix.get()), row.height, 1);
-      EXPECT_EQ(pixGetDepth(pix.get()), 8);
+      ASSERT_EQ(pixGetDepth(pix.get()), 8);
+      l_uint32 grey = 0;
+      pixGetPixel(pix.get(), 0, 0, &grey);
+      if (row.corner >= 0) EXPECT_NEAR(grey, row.corner, 3);
     }
     if (row.says) {
       EXPECT_NE(log.find(row.says), std::string::npos) << log;

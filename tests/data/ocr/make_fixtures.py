@@ -215,20 +215,21 @@ def photo(width=480, height=320):
 
 # --- HEIF and AVIF, encoded by libheif from a PNG.
 
-def heif(png_bytes, output, quality):
+def heif(png_bytes, output, *options):
     """`output` (.heic or .avif, by its suffix) of a PNG's picture."""
     with tempfile.TemporaryDirectory() as folder:
         source = pathlib.Path(folder) / "picture.png"
         source.write_bytes(png_bytes)
-        subprocess.run(["heif-enc", "-q", str(quality), "-o", str(output), str(source)],
-                       check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["heif-enc", *options, "-o", str(output), str(source)], check=True,
+                       stdout=subprocess.DEVNULL)
 
 
-def heif_page(pages, output, quality, turn=0):
+def heif_page(pages, output, quality, turn=0, device="pnggray"):
+    """A page in grey (coded as such) or in colour (coded in YCbCr, as a phone's camera does)."""
     with tempfile.TemporaryDirectory() as folder:
         page = pathlib.Path(folder) / "page.png"
-        ghostscript(postscript(pages, turn), "pnggray", 200, page)
-        heif(page.read_bytes(), output, quality)
+        ghostscript(postscript(pages, turn), device, 200, page)
+        heif(page.read_bytes(), output, "-q", str(quality))
 
 
 def children(data, start, end):
@@ -344,21 +345,24 @@ def main():
     # A phone's pictures: HEIC and AVIF pages, a page taken sideways whose file says to turn it
     # (as phones write them), a HEIC photo; hostile, a HEIC that declares 20000 by 20000 pixels
     # (within libheif's own limit, over ours) and one cut in half.
-    heif_page([two], HERE / "page.heic", 30)
+    heif_page([two], HERE / "page.heic", 30, device="png16m")
     words_file("page.heic", [two])
     heif_page([one], HERE / "page.avif", 40)
     words_file("page.avif", [one])
     heif_page([three], HERE / "turned.heic", 30, turn=90)
     (HERE / "turned.heic").write_bytes(rotated((HERE / "turned.heic").read_bytes(), 3))
     words_file("turned.heic", [three])
-    heif(photo(), HERE / "photo.heic", 30)
+    heif(photo(), HERE / "photo.heic", "-q", "30")
     words_file("photo.heic", [])
     (HERE / "hostile-huge.heic").write_bytes(
         declaring((HERE / "photo.heic").read_bytes(), 20000, 20000))
     page = (HERE / "page.heic").read_bytes()
     (HERE / "hostile-truncated.heic").write_bytes(page[:len(page) // 2])
-    # A blank sheet of 30 megapixels, which is read scaled down.
-    heif(png(6400, 4800, (b"\0" + b"\xf0" * 6400) * 4800), HERE / "blank-big.heic", 30)
+    # A blank sheet of 30 megapixels, which is read scaled down; a green patch coded losslessly
+    # in RGB.
+    heif(png(6400, 4800, (b"\0" + b"\xf0" * 6400) * 4800), HERE / "blank-big.heic", "-q", "30")
+    heif(png(64, 48, (b"\0" + b"\0\xff\0" * 64) * 48, colour_type=2), HERE / "green.heic", "-L",
+         "-p", "chroma=444", "--matrix_coefficients=0")
 
 
 if __name__ == "__main__":
