@@ -11,7 +11,7 @@ packages=(
   libcli11-dev libicu-dev libuchardet-dev zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-cpp-dev libpoppler-private-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
   libseccomp-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
-  libtesseract-dev libleptonica-dev tesseract-ocr-eng tesseract-ocr-osd
+  libtesseract-dev libleptonica-dev libheif-dev tesseract-ocr-eng tesseract-ocr-osd
   scdoc
   pybind11-dev python3-dev
 )
@@ -22,6 +22,7 @@ test_packages=(
   nlohmann-json3-dev uchardet attr dpkg-dev libglib2.0-bin time
   html2text w3m poppler-utils libetonyek-tools libmwaw-tools libwpd-tools libimage-exiftool-perl
   antiword catdoc tracker-extract docx2txt odt2txt unrtf pandoc ocrmypdf tesseract-ocr
+  libheif-examples
   python3-pytest python3-distributed
   abi-dumper abi-compliance-checker
 )

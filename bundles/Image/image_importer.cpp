@@ -2,8 +2,8 @@
 // read with Exiv2, and a PNG file's own text chunks with libpng. Where they disagree, the
 // Metadata Working Group's rules decide: EXIF first for the fields it has, then XMP, unless the
 // IPTC digest shows the IPTC was changed after it; the PNG chunks last. Pictures of text (JPEG,
-// PNG, every page of a TIFF, WebP, GIF, BMP) answer the text Tesseract reads in them, when it is
-// sure enough of it.
+// PNG, every page of a TIFF, WebP, GIF, BMP, HEIF, AVIF) answer the text Tesseract reads in
+// them, when it is sure enough of it.
 
 #include <exiv2/exiv2.hpp>
 
@@ -187,10 +187,11 @@ std::optional<double> gpsCoordinate(const Exiv2::ExifData& exif, const char* key
   return degrees;
 }
 
-// The kinds Leptonica decodes; raw camera files and HEIF hold photographs, not pages.
+// The kinds Leptonica or libheif decode; raw camera files hold photographs, not pages.
 bool readableForText(const std::string& contentType) {
-  for (const char* type : {"public.jpeg", "public.png", "public.tiff", "org.webmproject.webp",
-                           "com.compuserve.gif", "com.microsoft.bmp"})
+  for (const char* type :
+       {"public.jpeg", "public.png", "public.tiff", "org.webmproject.webp", "com.compuserve.gif",
+        "com.microsoft.bmp", "public.heic", "public.heif-standard", "public.avif"})
     if (contentType == type) return true;
   return false;
 }

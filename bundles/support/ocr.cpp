@@ -1,17 +1,20 @@
 #include "ocr.h"
 
 #include <leptonica/allheaders.h>
+#include <libheif/heif.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/ocrclass.h>
 #include <unicode/locid.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 namespace ulvek::plugin::ocr {
 namespace {
@@ -48,12 +51,11 @@ int countWords(const std::string& text) {
   return count;
 }
 
-struct PixDeleter {
-  void operator()(Pix* pix) const { pixDestroy(&pix); }
-};
-using PixPointer = std::unique_ptr<Pix, PixDeleter>;
+using PixPointer = OwnedPix;
 
 }  // namespace
+
+void PixFree::operator()(Pix* pix) const { pixDestroy(&pix); }
 
 Settings settingsOf(const Attributes& attributes) {
   Settings settings;
@@ -234,17 +236,15 @@ bool readSize(const std::string& path, int format, int page, l_int32& width, l_i
                         nullptr) == 0;
 }
 
-// A page of a picture file, decoded when its declared size is sane and scaled down to what is
-// worth reading.
-PixPointer decodePage(const std::string& path, int format, int page) {
-  l_int32 width = 0, height = 0;
-  if (!readSize(path, format, page, width, height) || width <= 0 || height <= 0) return nullptr;
-  if (static_cast<long long>(width) * height > kMostPixels) {
-    std::fprintf(stderr, "OCR: %s: %d x %d pixels is too big to read\n", path.c_str(), width,
-                 height);
-    return nullptr;
-  }
-  PixPointer pix(isTiff(format) ? pixReadTiff(path.c_str(), page) : pixRead(path.c_str()));
+bool tooBig(const std::string& path, long long width, long long height) {
+  if (width * height <= kMostPixels) return false;
+  std::fprintf(stderr, "OCR: %s: %lld x %lld pixels is too big to read\n", path.c_str(), width,
+               height);
+  return true;
+}
+
+// A decoded picture at most kReadPixels big.
+PixPointer forReading(PixPointer pix) {
   if (!pix) return nullptr;
   long long pixels = static_cast<long long>(pixGetWidth(pix.get())) * pixGetHeight(pix.get());
   if (pixels > kReadPixels) {
@@ -256,6 +256,129 @@ PixPointer decodePage(const std::string& path, int format, int page) {
   return pix;
 }
 
+// A page of a picture file, decoded when its declared size is sane and scaled down to what is
+// worth reading.
+PixPointer decodePage(const std::string& path, int format, int page) {
+  l_int32 width = 0, height = 0;
+  if (!readSize(path, format, page, width, height) || width <= 0 || height <= 0) return nullptr;
+  if (tooBig(path, width, height)) return nullptr;
+  return forReading(
+      PixPointer(isTiff(format) ? pixReadTiff(path.c_str(), page) : pixRead(path.c_str())));
+}
+
+// Leptonica knows no HEIF; its files begin with a box of brands that libheif tells apart from
+// other ISO media files (videos, raw camera files).
+bool isHeif(const std::string& path) {
+  unsigned char start[64];
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return false;
+  std::size_t got = std::fread(start, 1, sizeof start, file);
+  std::fclose(file);
+  return got >= 12 && heif_check_filetype(start, static_cast<int>(got)) != heif_filetype_no;
+}
+
+struct HeifFree {
+  void operator()(heif_context* context) const { heif_context_free(context); }
+  void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
+  void operator()(heif_image* image) const { heif_image_release(image); }
+  void operator()(heif_decoding_options* options) const { heif_decoding_options_free(options); }
+};
+template <typename T>
+using HeifPointer = std::unique_ptr<T, HeifFree>;
+
+}  // namespace
+
+OwnedPix decodeHeif(const std::string& path) {
+  auto damaged = [&](const heif_error& error) {
+    // Some of libheif's messages end in a line feed of their own.
+    std::fprintf(stderr, "OCR: %s: damaged HEIF picture: %s\n", path.c_str(),
+                 trimmed(error.message).c_str());
+    return nullptr;
+  };
+  HeifPointer<heif_context> context(heif_context_alloc());
+  if (!context) return nullptr;
+  heif_error error = heif_context_read_from_file(context.get(), path.c_str(), nullptr);
+  if (error.code != heif_error_Ok) return damaged(error);
+  heif_image_handle* primary = nullptr;
+  error = heif_context_get_primary_image_handle(context.get(), &primary);
+  HeifPointer<heif_image_handle> handle(primary);
+  if (error.code != heif_error_Ok) return damaged(error);
+  // The size the file declares, before its transforms: nothing is decoded yet.
+  if (tooBig(path, heif_image_handle_get_ispe_width(handle.get()),
+             heif_image_handle_get_ispe_height(handle.get())))
+    return nullptr;
+  // As coded, with no colour conversion: libheif has none from a phone's YCbCr to grey, and
+  // luma is the grey already. RGB (coded so where lossless) weighs its planes.
+  heif_image* decoded = nullptr;
+  error = heif_decode_image(handle.get(), &decoded, heif_colorspace_undefined,
+                            heif_chroma_undefined, nullptr);
+  HeifPointer<heif_image> image(decoded);
+  if (error.code != heif_error_Ok) return damaged(error);
+  struct Plane {
+    const std::uint8_t* data = nullptr;
+    int stride = 0;
+    int depth = 0;
+    int weight = 0;  // of 256
+  };
+  std::vector<Plane> planes;
+  heif_colorspace colours = heif_image_get_colorspace(image.get());
+  if (colours == heif_colorspace_YCbCr || colours == heif_colorspace_monochrome) {
+    planes.push_back({nullptr, 0, 0, 256});
+  } else if (colours == heif_colorspace_RGB &&
+             heif_image_get_chroma_format(image.get()) == heif_chroma_444) {
+    planes = {{nullptr, 0, 0, 77}, {nullptr, 0, 0, 150}, {nullptr, 0, 0, 29}};
+  }
+  const heif_channel channels[] = {planes.size() == 1 ? heif_channel_Y : heif_channel_R,
+                                   heif_channel_G, heif_channel_B};
+  int width = heif_image_get_width(image.get(), channels[0]);
+  int height = heif_image_get_height(image.get(), channels[0]);
+  for (std::size_t i = 0; i < planes.size(); ++i) {
+    Plane& plane = planes[i];
+    plane.data = heif_image_get_plane_readonly(image.get(), channels[i], &plane.stride);
+    // Deeper samples than 8 bits take two bytes each.
+    plane.depth = heif_image_get_bits_per_pixel_range(image.get(), channels[i]);
+    if (!plane.data || plane.depth < 8 || plane.depth > 16 ||
+        heif_image_get_width(image.get(), channels[i]) != width ||
+        heif_image_get_height(image.get(), channels[i]) != height)
+      planes.clear();
+  }
+  if (planes.empty() || width <= 0 || height <= 0) {
+    std::fprintf(stderr, "OCR: %s: HEIF picture of colours not read\n", path.c_str());
+    return nullptr;
+  }
+  PixPointer pix(pixCreate(width, height, 8));
+  if (!pix) return nullptr;
+  l_uint32* rows = pixGetData(pix.get());
+  int words = pixGetWpl(pix.get());
+  for (int y = 0; y < height; ++y) {
+    l_uint32* row = rows + static_cast<std::size_t>(y) * words;
+    for (int x = 0; x < width; ++x) {
+      int grey = 0;
+      for (const Plane& plane : planes) {
+        const std::uint8_t* from = plane.data + static_cast<std::size_t>(y) * plane.stride;
+        int sample =
+            plane.depth == 8 ? from[x] : (from[2 * x] | from[2 * x + 1] << 8) >> (plane.depth - 8);
+        grey += plane.weight * std::min(sample, 255);
+      }
+      SET_DATA_BYTE(row, x, grey >> 8);
+    }
+  }
+  return forReading(std::move(pix));
+}
+
+namespace {
+
+// The pages of a picture file: a TIFF's, or the one picture of any other.
+int pageCount(const std::string& path, int format) {
+  if (!isTiff(format)) return 1;
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return 0;
+  l_int32 count = 0;
+  if (tiffGetCount(file, &count) != 0) count = 0;
+  std::fclose(file);
+  return count;
+}
+
 }  // namespace
 
 PictureText readPicture(const std::string& path, const Settings& settings,
@@ -263,20 +386,13 @@ PictureText readPicture(const std::string& path, const Settings& settings,
   PictureText result;
   // Leptonica's own complaints name no file; the host hears ours instead.
   setMsgSeverity(L_SEVERITY_NONE);
+  const bool heif = isHeif(path);
   l_int32 format = IFF_UNKNOWN;
-  if (findFileFormat(path.c_str(), &format) != 0 || format == IFF_UNKNOWN) return result;
-  int pages = 1;
-  if (isTiff(format)) {
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return result;
-    l_int32 count = 0;
-    if (tiffGetCount(file, &count) != 0) count = 0;
-    std::fclose(file);
-    pages = count;
-  }
+  if (!heif && (findFileFormat(path.c_str(), &format) != 0 || format == IFF_UNKNOWN)) return result;
+  int pages = heif ? 1 : pageCount(path, format);
   Engine* engine = nullptr;
   for (int page = 0; page < pages; ++page) {
-    PixPointer pix = decodePage(path, format, page);
+    PixPointer pix = heif ? decodeHeif(path) : decodePage(path, format, page);
     if (!pix) break;
     result.decoded = true;
     if (!engine)

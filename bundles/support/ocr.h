@@ -88,7 +88,17 @@ inline constexpr long long kMostPixels = 100'000'000;
 // photo of a page reads as well, in a fraction of the time).
 inline constexpr long long kReadPixels = 24'000'000;
 
-// A picture file's text: every page of a TIFF, the one picture of a PNG, JPEG, WebP, GIF or BMP.
+// A HEIF or AVIF file's primary picture in grey, turned and mirrored as it is shown and scaled
+// down to kReadPixels; nothing when its declared size is over kMostPixels or the file is damaged,
+// with one line on standard error.
+struct PixFree {
+  void operator()(Pix* pix) const;
+};
+using OwnedPix = std::unique_ptr<Pix, PixFree>;
+OwnedPix decodeHeif(const std::string& path);
+
+// A picture file's text: every page of a TIFF, the one picture of a PNG, JPEG, WebP, GIF, BMP,
+// HEIF or AVIF.
 // Pages whose words are fewer than `minimumWords` or whose mean confidence is below
 // `minimumConfidence` give nothing: photos of landscapes give no junk.
 struct PictureText {

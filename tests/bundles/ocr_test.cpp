@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <leptonica/allheaders.h>
+
 #include "bundle_harness.h"
 #include "ocr.h"
 #include "test_support.h"
@@ -71,6 +73,8 @@ struct Importers {
     if (extension == ".pdf") return {&pdf, "com.adobe.pdf"};
     if (extension == ".png") return {&image, "public.png"};
     if (extension == ".jpg") return {&image, "public.jpeg"};
+    if (extension == ".heic") return {&image, "public.heic"};
+    if (extension == ".avif") return {&image, "public.avif"};
     return {&image, "public.tiff"};
   }
 
@@ -110,6 +114,10 @@ TEST(OCR, ReadsScansAndPicturesOfText) {
       {"page.jpg", 0.97, "ocr", 1},
       {"skewed.png", 0.97, "ocr", 1},
       {"two-pages.tif", 0.97, "ocr", 2},
+      {"page.heic", 0.97, "ocr", 1},
+      {"page.avif", 0.97, "ocr", 1},
+      // Stored sideways, with a rotation for showing it.
+      {"turned.heic", 0.97, "ocr", 1},
   };
   Importers importers;
   for (const Row& row : rows) {
@@ -143,6 +151,10 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
       {"page.png", {{"DisableOCR", "1"}}, false, nullptr},
       {"hostile-huge.png", {}, false, "100000 x 100000 pixels is too big to read"},
       {"hostile-truncated.tif", {}, false, ""},
+      {"photo.heic", {}, false, "OCR: "},
+      {"hostile-huge.heic", {}, false, "20000 x 20000 pixels is too big to read"},
+      // Exiv2 already gives up on its metadata.
+      {"hostile-truncated.heic", {}, false, ""},
       {"scan-150dpi.pdf", {{"OCRLanguages", "xyz"}}, false, "OCR: no model for xyz"},
   };
   Importers importers;
@@ -162,6 +174,58 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
       EXPECT_NE(log.find(row.says), std::string::npos) << log;
     else
       EXPECT_EQ(log.find("OCR"), std::string::npos) << log;
+    EXPECT_LT(seconds.count(), 10);
+  }
+}
+
+// HEIF and AVIF pictures as they are shown, in grey: turned where the file says so, scaled down
+// where big, refused by their declared size before decoding, and nothing from a damaged file.
+TEST(OCR, DecodesHeifPicturesAsShown) {
+  struct Row {
+    const char* name;
+    int width, height;  // 0: nothing decoded
+    int corner;         // grey of the top left pixel; -1: any
+    const char* says;   // in the log; null: nothing
+  };
+  const std::vector<Row> rows = {
+      // In colour, coded in YCbCr as a camera's.
+      {"page.heic", 1200, 1000, 255, nullptr},
+      {"page.avif", 1200, 1000, 255, nullptr},
+      // Grey, 1000 by 1200 pixels stored, turned a quarter clockwise.
+      {"turned.heic", 1200, 1000, 255, nullptr},
+      {"photo.heic", 480, 320, -1, nullptr},
+      // Coded in RGB, whose planes are weighed.
+      {"green.heic", 64, 48, 149, nullptr},
+      // 6400 by 4800 pixels, over what is read.
+      {"blank-big.heic", 5656, 4242, 240, nullptr},
+      {"hostile-huge.heic", 0, 0, -1, "20000 x 20000 pixels is too big to read"},
+      {"hostile-truncated.heic", 0, 0, -1, "damaged HEIF picture"},
+      {"page.png", 0, 0, -1, "damaged HEIF picture"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ::testing::internal::CaptureStderr();
+    auto started = std::chrono::steady_clock::now();
+    plugin::ocr::OwnedPix pix = plugin::ocr::decodeHeif(fixture(row.name).string());
+    std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    std::string log = ::testing::internal::GetCapturedStderr();
+    if (row.width == 0) {
+      EXPECT_EQ(pix, nullptr);
+    } else {
+      ASSERT_NE(pix, nullptr);
+      EXPECT_NEAR(pixGetWidth(pix.get()), row.width, 1);
+      EXPECT_NEAR(pixGetHeight(pix.get()), row.height, 1);
+      ASSERT_EQ(pixGetDepth(pix.get()), 8);
+      l_uint32 grey = 0;
+      pixGetPixel(pix.get(), 0, 0, &grey);
+      if (row.corner >= 0) EXPECT_NEAR(grey, row.corner, 3);
+    }
+    if (row.says) {
+      EXPECT_NE(log.find(row.says), std::string::npos) << log;
+      EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+    } else {
+      EXPECT_EQ(log, "");
+    }
     EXPECT_LT(seconds.count(), 10);
   }
 }

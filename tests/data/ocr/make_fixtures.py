@@ -6,8 +6,10 @@
 # 150 dpi, a PNG, a JPEG, a two-page TIFF, pages turned by 90 and 180 degrees and one skewed by
 # two. A PDF with a page of real text and a page of scan, scans under a text layer (an invisible
 # one of a failed OCR, an invisible one of good text, a visible one), a picture without text and
-# two hostile images are written byte by byte here. NAME.txt beside each holds the words it shows, pages in
-# order (empty for the picture without text). Every run writes the same bytes.
+# two hostile images are written byte by byte here. A phone's HEIC and AVIF pictures of a page, a
+# HEIC photo without text and two hostile HEIC files are encoded by heif-enc (Debian's
+# libheif-examples). NAME.txt beside each holds the words it shows, pages in order (empty for the
+# pictures without text). Every run writes the same bytes.
 
 import hashlib
 import pathlib
@@ -267,6 +269,101 @@ def photo(width=480, height=320):
     return png(width, height, bytes(rows))
 
 
+# --- HEIF and AVIF, encoded by libheif from a PNG.
+
+def heif(png_bytes, output, *options):
+    """`output` (.heic or .avif, by its suffix) of a PNG's picture."""
+    with tempfile.TemporaryDirectory() as folder:
+        source = pathlib.Path(folder) / "picture.png"
+        source.write_bytes(png_bytes)
+        subprocess.run(["heif-enc", *options, "-o", str(output), str(source)], check=True,
+                       stdout=subprocess.DEVNULL)
+
+
+def heif_page(pages, output, quality, turn=0, device="pnggray"):
+    """A page in grey (coded as such) or in colour (coded in YCbCr, as a phone's camera does)."""
+    with tempfile.TemporaryDirectory() as folder:
+        page = pathlib.Path(folder) / "page.png"
+        ghostscript(postscript(pages, turn), device, 200, page)
+        heif(page.read_bytes(), output, "-q", str(quality))
+
+
+def children(data, start, end):
+    """(type, start, size) of the boxes in data[start:end]."""
+    found, at = [], start
+    while at < end:
+        size, kind = struct.unpack(">I4s", data[at:at + 8])
+        found.append((kind, at, size))
+        at += size
+    return found
+
+
+def box(kind, body):
+    return struct.pack(">I", len(body) + 8) + kind + body
+
+
+def find(data, start, end, kind):
+    return next(box for box in children(data, start, end) if box[0] == kind)
+
+
+def rotated(data, quarter_turns):
+    """The HEIF file `data` with an irot property on its image item 1: shown turned
+    anticlockwise by `quarter_turns` quarter turns. The boxes that hold it grow and the
+    picture's data, after them, moves on by as much."""
+    _, meta, meta_size = find(data, 0, len(data), b"meta")
+    _, iprp, iprp_size = find(data, meta + 12, meta + meta_size, b"iprp")
+    _, ipco, ipco_size = find(data, iprp + 8, iprp + iprp_size, b"ipco")
+    _, ipma, ipma_size = find(data, iprp + 8, iprp + iprp_size, b"ipma")
+    _, iloc, _ = find(data, meta + 12, meta + meta_size, b"iloc")
+    properties = len(children(data, ipco + 8, ipco + ipco_size))
+    irot = struct.pack(">I4sB", 9, b"irot", quarter_turns & 3)
+    # ipma, version 0 and small indices: item 1 is the first entry, one byte an association.
+    assert data[ipma + 8:ipma + 12] == b"\0\0\0\0" and data[ipma + 16:ipma + 18] == b"\0\1"
+    count = data[ipma + 18]
+    association = bytes([0x80 | (properties + 1)])
+    ipma_body = (data[ipma + 8:ipma + 18] + bytes([count + 1]) +
+                 data[ipma + 19:ipma + 19 + count] + association +
+                 data[ipma + 19 + count:ipma + ipma_size])
+    grown = len(irot) + len(association)
+    # iloc, version 0 with 4-byte offsets and lengths; the base offsets, when there are any
+    # (libheif writes them), say where each item's data begins.
+    assert data[iloc + 8:iloc + 13] == b"\0\0\0\0\x44" and data[iloc + 13] in (0x00, 0x40)
+    base = data[iloc + 13] == 0x40
+    items = struct.unpack(">H", data[iloc + 14:iloc + 16])[0]
+    iloc_body, at = bytearray(data[iloc + 8:iloc + 16]), iloc + 16
+    for _ in range(items):
+        iloc_body += data[at:at + 4]
+        at += 4
+        if base:
+            iloc_body += struct.pack(">I", struct.unpack(">I", data[at:at + 4])[0] + grown)
+            at += 4
+        extents = struct.unpack(">H", data[at:at + 2])[0]
+        iloc_body += data[at:at + 2]
+        at += 2
+        for _ in range(extents):
+            offset, length = struct.unpack(">II", data[at:at + 8])
+            iloc_body += struct.pack(">II", offset if base else offset + grown, length)
+            at += 8
+    new_ipco = box(b"ipco", data[ipco + 8:ipco + ipco_size] + irot)
+    new_ipma = box(b"ipma", ipma_body)
+    iprp_body = b"".join(new_ipco if kind == b"ipco" else new_ipma if kind == b"ipma" else
+                         data[start:start + size]
+                         for kind, start, size in children(data, iprp + 8, iprp + iprp_size))
+    meta_body = data[meta + 8:meta + 12] + b"".join(
+        box(b"iprp", iprp_body) if kind == b"iprp" else
+        box(b"iloc", bytes(iloc_body)) if kind == b"iloc" else data[start:start + size]
+        for kind, start, size in children(data, meta + 12, meta + meta_size))
+    out = data[:meta] + box(b"meta", meta_body) + data[meta + meta_size:]
+    assert len(out) == len(data) + grown
+    return out
+
+
+def declaring(data, width, height):
+    """A HEIF file whose image spatial extents box declares `width` by `height` pixels."""
+    at = data.index(b"ispe") + 8  # past the type, version and flags
+    return data[:at] + struct.pack(">II", width, height) + data[at + 8:]
+
+
 def main():
     if len(sys.argv) > 1:
         sys.exit("usage: make_fixtures.py")
@@ -312,6 +409,27 @@ def main():
     (HERE / "hostile-huge.png").write_bytes(png(100000, 100000, b"\0" * 64))
     tiff = (HERE / "two-pages.tif").read_bytes()
     (HERE / "hostile-truncated.tif").write_bytes(tiff[:len(tiff) // 2])
+    # A phone's pictures: HEIC and AVIF pages, a page taken sideways whose file says to turn it
+    # (as phones write them), a HEIC photo; hostile, a HEIC that declares 20000 by 20000 pixels
+    # (within libheif's own limit, over ours) and one cut in half.
+    heif_page([two], HERE / "page.heic", 30, device="png16m")
+    words_file("page.heic", [two])
+    heif_page([one], HERE / "page.avif", 40)
+    words_file("page.avif", [one])
+    heif_page([three], HERE / "turned.heic", 30, turn=90)
+    (HERE / "turned.heic").write_bytes(rotated((HERE / "turned.heic").read_bytes(), 3))
+    words_file("turned.heic", [three])
+    heif(photo(), HERE / "photo.heic", "-q", "30")
+    words_file("photo.heic", [])
+    (HERE / "hostile-huge.heic").write_bytes(
+        declaring((HERE / "photo.heic").read_bytes(), 20000, 20000))
+    page = (HERE / "page.heic").read_bytes()
+    (HERE / "hostile-truncated.heic").write_bytes(page[:len(page) // 2])
+    # A blank sheet of 30 megapixels, which is read scaled down; a green patch coded losslessly
+    # in RGB.
+    heif(png(6400, 4800, (b"\0" + b"\xf0" * 6400) * 4800), HERE / "blank-big.heic", "-q", "30")
+    heif(png(64, 48, (b"\0" + b"\0\xff\0" * 64) * 48, colour_type=2), HERE / "green.heic", "-L",
+         "-p", "chroma=444", "--matrix_coefficients=0")
 
 
 if __name__ == "__main__":
