@@ -58,7 +58,9 @@ def import_partition(paths, out_dir, run):
     with open(os.path.join(out_dir, f"part-{run}-{name}.jsonl"), "w", encoding="utf-8",
               errors="surrogateescape") as out:
         # One file at a time: Dask runs as many partitions at once as the workers have threads.
-        for path, result in ulvekbot.import_tree(paths, jobs=1):
+        # The pages of a long scan may still spread over every core: a scan left for the end
+        # would otherwise run on one core while the others wait.
+        for path, result in ulvekbot.import_tree(paths, jobs=1, cores=0):
             out.write(json_line(path, result))
             # A line written is a file done, should the run stop here.
             out.flush()
@@ -110,11 +112,22 @@ def merge(summaries):
     return total
 
 
+# Scans and pictures may be read by OCR, seconds a page where most files take milliseconds.
+MAY_BE_SLOW = {".pdf", ".ps", ".eps", ".tif", ".tiff", ".png", ".jpg", ".jpeg", ".jp2", ".webp",
+               ".gif", ".bmp", ".heic", ".heif", ".avif"}
+
+
+def slow_first(paths):
+    """The paths that may be slow first, each kind in its own order: a long scan left for the
+    end would run alone while the other workers wait."""
+    return sorted(paths, key=lambda path: os.path.splitext(path)[1].lower() not in MAY_BE_SLOW)
+
+
 def partitions_for(count, threads, size):
     if size:
         return max(1, math.ceil(count / size))
-    # A few partitions a thread, so that a slow one does not leave the others idle at the end.
-    return max(1, min(count, 4 * threads))
+    # Many partitions a thread, so that the workers share out the slow ones as they go.
+    return max(1, min(count, 16 * threads))
 
 
 def run(args):
@@ -141,7 +154,8 @@ def run(args):
         importing = time.monotonic()
         if todo:
             bag = dask.bag.from_sequence(
-                todo, npartitions=partitions_for(len(todo), threads, args.partition_size))
+                slow_first(todo),
+                npartitions=partitions_for(len(todo), threads, args.partition_size))
             summaries = bag.map_partitions(import_partition, os.path.abspath(args.out),
                                            runid).compute()
         importing = time.monotonic() - importing
@@ -187,7 +201,7 @@ def main(argv=None):
     where.add_argument("--local-workers", type=int, default=os.cpu_count() or 1, metavar="N",
                        help="start a local cluster of N worker processes (default: one a core)")
     parser.add_argument("--partition-size", type=int, default=0, metavar="FILES",
-                        help="files a partition (default: four partitions a worker thread)")
+                        help="files a partition (default: sixteen partitions a worker thread)")
     args = parser.parse_args(argv)
     if args.local_workers < 1:
         parser.error("--local-workers takes a number above 0")

@@ -169,7 +169,8 @@ def walk(path_or_paths, *, follow_links=False):
     return [path for path, _ in _ulvekbot.Walk(_paths(path_or_paths), follow_links)]
 
 
-def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_links=False):
+def import_tree(path_or_paths, jobs=None, *, cores=None, ocr=None, timeout=None,
+                follow_links=False):
     """Imports files and folders (walked as ``ulvekbot import`` walks them), yielding
     ``(path, result)`` for each file as it finishes, in the order of ``jobs=1``.
 
@@ -180,6 +181,8 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
     Args:
         path_or_paths: a path, or an iterable of paths (str, bytes or os.PathLike).
         jobs: how many files to read at a time, on threads (None: one a core).
+        cores: how many cores the pages of one long PDF or scan may be spread over, in all
+            (None: ``jobs``, so that ``jobs=1`` keeps to one core; 0: every usable core).
         ocr: True, False or None, as for ``import_file``.
         timeout: seconds the in-process readers may read one file; None for no limit.
         follow_links: follow links inside folders.
@@ -194,13 +197,15 @@ def import_tree(path_or_paths, jobs=None, *, ocr=None, timeout=None, follow_link
     jobs = _ulvekbot.usable_cores() if jobs is None else int(jobs)
     if jobs < 1:
         raise ValueError("jobs takes a number above 0, or None for one a core")
+    cores = jobs if cores is None else int(cores)
+    if cores < 0:
+        raise ValueError("cores takes 0 (every usable core) or more")
 
     def one(item):
         path, error = item
         if error is not None:
             return {"Error": error}
-        # jobs=N keeps to N cores, the pages of a long scan or PDF included.
-        return _ulvekbot.import_item(path, seconds, ocr, jobs)[0]
+        return _ulvekbot.import_item(path, seconds, ocr, cores)[0]
 
     if jobs == 1:
         for item in items:

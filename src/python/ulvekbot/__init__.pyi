@@ -47,6 +47,7 @@ def import_tree(
     path_or_paths: Union[_Path, Iterable[_Path]],
     jobs: Optional[int] = ...,
     *,
+    cores: Optional[int] = ...,
     ocr: Optional[bool] = ...,
     timeout: Optional[float] = ...,
     follow_links: bool = ...,
