@@ -99,8 +99,9 @@ def test_values_are_python_types(cli_imports):
 
 
 def test_import_tree_keeps_the_order_of_one_job(cli_imports):
-    for jobs in (1, 3):
-        answers = list(ulvekbot.import_tree(DATA, jobs=jobs))
+    # However many cores a document's pages may use, the answers are the same.
+    for jobs, cores in ((1, None), (3, None), (1, 0), (2, 1)):
+        answers = list(ulvekbot.import_tree(DATA, jobs=jobs, cores=cores))
         assert [path for path, _ in answers] == list(cli_imports)
         assert {path: comparable(without_conversion_dates(result))
                 for path, result in answers} == cli_imports
@@ -196,6 +197,8 @@ def test_arguments_are_checked():
         ulvekbot.import_file(SAMPLE, timeout=0)
     with pytest.raises(ValueError, match="jobs"):
         list(ulvekbot.import_tree(SAMPLE, jobs=0))
+    with pytest.raises(ValueError, match="cores"):
+        list(ulvekbot.import_tree(SAMPLE, cores=-1))
 
 
 def test_paths_data_and_questions():
