@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bundle_harness.h"
+#include "pdf_test_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -15,35 +16,11 @@ namespace {
 
 // A document of `pages` pages, each with one line of its own, as a PDF writer would make it.
 std::string pdfWithPages(int pages) {
-  std::string out = "%PDF-1.4\n";
-  std::vector<std::size_t> offsets;
-  auto add = [&](const std::string& body) {
-    offsets.push_back(out.size());
-    out += std::to_string(offsets.size()) + " 0 obj\n" + body + "\nendobj\n";
-  };
-  std::string kids;
-  for (int i = 0; i < pages; ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
-  add("<< /Type /Catalog /Pages 2 0 R >>");
-  add("<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>");
-  add("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
-  for (int i = 0; i < pages; ++i) {
-    std::string stream =
-        "BT /F1 12 Tf 72 720 Td (Ledger page " + std::to_string(i + 1) + " of tides) Tj ET";
-    add("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 0 R "
-        ">> >> /Contents " +
-        std::to_string(5 + 2 * i) + " 0 R >>");
-    add("<< /Length " + std::to_string(stream.size()) + " >>\nstream\n" + stream + "\nendstream");
-  }
-  std::size_t xref = out.size();
-  out += "xref\n0 " + std::to_string(offsets.size() + 1) + "\n0000000000 65535 f \n";
-  for (std::size_t offset : offsets) {
-    char line[32];
-    std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
-    out += line;
-  }
-  out += "trailer\n<< /Size " + std::to_string(offsets.size() + 1) +
-         " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
-  return out;
+  std::vector<std::string> contents;
+  for (int i = 0; i < pages; ++i)
+    contents.push_back("BT /F1 12 Tf 72 720 Td (Ledger page " + std::to_string(i + 1) +
+                       " of tides) Tj ET");
+  return testing::pdfOfPages(contents);
 }
 
 std::string expectedText(int pages) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "pdf_test_files.h"
 #include "test_support.h"
 #include "text_layer.h"
 
@@ -50,38 +51,6 @@ TEST(PDFTextLayer, FailedReadingsAreToldFromText) {
   }
 }
 
-// A PDF of one page a content stream, each drawing with Helvetica.
-std::string pdfOfPages(const std::vector<std::string>& contents) {
-  std::string out = "%PDF-1.4\n";
-  std::vector<std::size_t> offsets;
-  auto add = [&](const std::string& body) {
-    offsets.push_back(out.size());
-    out += std::to_string(offsets.size()) + " 0 obj\n" + body + "\nendobj\n";
-  };
-  std::string kids;
-  for (std::size_t i = 0; i < contents.size(); ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
-  add("<< /Type /Catalog /Pages 2 0 R >>");
-  add("<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(contents.size()) + " >>");
-  add("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
-  for (std::size_t i = 0; i < contents.size(); ++i) {
-    add("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 0 R "
-        ">> >> /Contents " +
-        std::to_string(5 + 2 * i) + " 0 R >>");
-    add("<< /Length " + std::to_string(contents[i].size()) + " >>\nstream\n" + contents[i] +
-        "\nendstream");
-  }
-  std::size_t xref = out.size();
-  out += "xref\n0 " + std::to_string(offsets.size() + 1) + "\n0000000000 65535 f \n";
-  for (std::size_t offset : offsets) {
-    char line[32];
-    std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
-    out += line;
-  }
-  out += "trailer\n<< /Size " + std::to_string(offsets.size() + 1) +
-         " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
-  return out;
-}
-
 TEST(PDFTextLayer, InvisibleTextIsToldByItsRenderMode) {
   struct Row {
     const char* name;
@@ -110,7 +79,7 @@ TEST(PDFTextLayer, InvisibleTextIsToldByItsRenderMode) {
     contents.push_back(row.content);
   }
   testing::TemporaryFolder folder;
-  std::string path = folder.write("layers.pdf", pdfOfPages(contents));
+  std::string path = folder.write("layers.pdf", testing::pdfOfPages(contents));
   // One page asked about twice and one beyond the end.
   pages.push_back(3);
   pages.push_back(rows.size());

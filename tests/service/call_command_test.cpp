@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "large_documents.h"
+#include "pdf_test_files.h"
 #include "service_fixture.h"
 #include "test_support.h"
 

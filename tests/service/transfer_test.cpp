@@ -14,8 +14,8 @@
 #include <systemd/sd-bus.h>
 
 #include "import/mime_type_helper.h"
-#include "large_documents.h"
 #include "metadata/metadata_store.h"
+#include "pdf_test_files.h"
 #include "protocol/dbus_interface.h"
 #include "protocol/sealed_memfd.h"
 #include "service_fixture.h"
