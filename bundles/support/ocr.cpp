@@ -108,8 +108,17 @@ std::string defaultLanguages() {
   return languagesForLocale(locale, installedLanguages(modelFolder()));
 }
 
+// Text read upright scores far above this; the same page on its side or upside down, below
+// 40. Only doubtful readings pay for orientation detection, a fifth of a second a page.
+constexpr double kUprightConfidence = 70;
+// The orientation model's confidence below which a page is left as it stands.
+constexpr float kLeastTurnConfidence = 7;
+
 struct Engine::Api {
   tesseract::TessBaseAPI tesseract;
+  // Orientation and script detection, loaded when a page first reads doubtfully.
+  tesseract::TessBaseAPI orientation;
+  enum class Model { Unloaded, Loaded, Missing } orientationModel = Model::Unloaded;
 };
 
 std::unique_ptr<Engine> Engine::load(const std::string& languages) {
@@ -123,9 +132,7 @@ std::unique_ptr<Engine> Engine::load(const std::string& languages) {
     return nullptr;
   }
   api.SetVariable("debug_file", "/dev/null");
-  // Orientation detection needs its own model; without it pages are read as they stand.
-  bool orientation = fs::exists(modelFolder() + "/" + kOrientationModel + ".traineddata");
-  api.SetPageSegMode(orientation ? tesseract::PSM_AUTO_OSD : tesseract::PSM_AUTO);
+  api.SetPageSegMode(tesseract::PSM_AUTO);
   engine->languages_ = languages;
   return engine;
 }
@@ -173,7 +180,10 @@ std::vector<Engine*> Engine::several(const std::string& languages, unsigned coun
 }
 
 Engine::~Engine() {
-  if (api_) api_->tesseract.End();
+  if (api_) {
+    api_->tesseract.End();
+    api_->orientation.End();
+  }
   delete api_;
 }
 
@@ -195,28 +205,75 @@ Reading Engine::read(Pix* picture, std::optional<Clock::time_point> deadline) {
 
 Reading Engine::recognize(std::optional<Clock::time_point> deadline) {
   tesseract::TessBaseAPI& api = api_->tesseract;
+  Reading reading = recognizeOnce(deadline);
+  if (reading.timedOut ||
+      (reading.confidence >= kUprightConfidence && reading.words >= kMinimumWords)) {
+    api.Clear();
+    return reading;
+  }
+  // A page on its side or upside down reads as junk: turned upright, it reads anew.
+  Pix* input = api.GetInputImage();
+  PixPointer page(input ? pixClone(input) : nullptr);
+  const int dpi = api.GetSourceYResolution();
+  api.Clear();
+  const int turns = page ? uprightTurns(page.get()) : 0;
+  if (turns == 0) return reading;
+  PixPointer upright(pixRotateOrth(page.get(), turns));
+  if (!upright) return reading;
+  api.SetImage(upright.get());
+  api.SetSourceResolution(dpi);
+  Reading again = recognizeOnce(deadline);
+  api.Clear();
+  if (again.timedOut) return again;
+  return again.confidence > reading.confidence ? again : reading;
+}
+
+Reading Engine::recognizeOnce(std::optional<Clock::time_point> deadline) {
+  tesseract::TessBaseAPI& api = api_->tesseract;
   Reading reading;
   tesseract::ETEXT_DESC monitor;
   if (deadline) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now());
     if (left.count() <= 0) {
       reading.timedOut = true;
-      api.Clear();
       return reading;
     }
     monitor.set_deadline_msecs(static_cast<int>(std::min<long long>(left.count(), 1 << 30)));
   }
   if (api.Recognize(&monitor) != 0 || (deadline && Clock::now() >= *deadline)) {
     reading.timedOut = deadline && Clock::now() >= *deadline;
-    api.Clear();
     return reading;
   }
   std::unique_ptr<char[]> text(api.GetUTF8Text());
   if (text) reading.text = trimmed(text.get());
   reading.words = countWords(reading.text);
   reading.confidence = api.MeanTextConf();
-  api.Clear();
   return reading;
+}
+
+int Engine::uprightTurns(Pix* picture) {
+  using Model = Api::Model;
+  tesseract::TessBaseAPI& orientation = api_->orientation;
+  if (api_->orientationModel == Model::Unloaded) {
+    // Without the model pages are read as they stand.
+    bool loaded = fs::exists(modelFolder() + "/" + kOrientationModel + ".traineddata") &&
+                  orientation.Init(nullptr, kOrientationModel, tesseract::OEM_TESSERACT_ONLY) == 0;
+    if (loaded) orientation.SetPageSegMode(tesseract::PSM_OSD_ONLY);
+    api_->orientationModel = loaded ? Model::Loaded : Model::Missing;
+  }
+  if (api_->orientationModel != Model::Loaded) return 0;
+  orientation.SetImage(picture);
+  int dpi = pixGetXRes(picture);
+  orientation.SetSourceResolution(dpi >= 70 && dpi <= 1200 ? dpi : 300);
+  int degrees = 0;
+  float confidence = 0, scriptConfidence = 0;
+  const char* script = nullptr;
+  bool found =
+      orientation.DetectOrientationScript(&degrees, &confidence, &script, &scriptConfidence);
+  orientation.Clear();
+  if (!found || confidence < kLeastTurnConfidence) return 0;
+  // The model says how far the page was turned clockwise; turning on to a whole turn undoes it.
+  return ((360 - degrees) / 90) % 4;
 }
 
 namespace {

@@ -62,7 +62,7 @@ class Engine {
   static std::vector<Engine*> several(const std::string& languages, unsigned count);
 
   // Text of a greyscale picture (one byte a pixel, rows `stride` bytes apart) scanned at `dpi`,
-  // its orientation detected first; reading stops at `deadline`.
+  // turned upright first when it does not read as upright text; reading stops at `deadline`.
   Reading read(const unsigned char* pixels, int width, int height, int stride, int dpi,
                std::optional<Clock::time_point> deadline);
   // The same for a picture Leptonica decoded, of any depth.
@@ -75,6 +75,10 @@ class Engine {
   Engine() = default;
   static std::unique_ptr<Engine> load(const std::string& languages);
   Reading recognize(std::optional<Clock::time_point> deadline);
+  Reading recognizeOnce(std::optional<Clock::time_point> deadline);
+  // Clockwise quarter turns that make the picture set upright, by the orientation model: 0
+  // when it is upright, or the model is missing or unsure.
+  int uprightTurns(Pix* picture);
 
   struct Api;
   Api* api_ = nullptr;
