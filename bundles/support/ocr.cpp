@@ -205,27 +205,43 @@ Reading Engine::read(Pix* picture, std::optional<Clock::time_point> deadline) {
 
 Reading Engine::recognize(std::optional<Clock::time_point> deadline) {
   tesseract::TessBaseAPI& api = api_->tesseract;
-  Reading reading = recognizeOnce(deadline);
-  if (reading.timedOut ||
-      (reading.confidence >= kUprightConfidence && reading.words >= kMinimumWords)) {
-    api.Clear();
-    return reading;
-  }
-  // A page on its side or upside down reads as junk: turned upright, it reads anew.
   Pix* input = api.GetInputImage();
   PixPointer page(input ? pixClone(input) : nullptr);
   const int dpi = api.GetSourceYResolution();
+  // Turned upright and read anew; nothing when the page cannot be turned.
+  auto readTurned = [&](int turns) -> std::optional<Reading> {
+    PixPointer upright(pixRotateOrth(page.get(), turns));
+    if (!upright) return std::nullopt;
+    api.SetImage(upright.get());
+    api.SetSourceResolution(dpi);
+    Reading reading = recognizeOnce(deadline);
+    api.Clear();
+    return reading;
+  };
+  // The pages of a scan mostly lie alike: after a turned page, the orientation is asked first,
+  // before a reading of the page as it stands that would be junk.
+  if (turnedLast_ && page) {
+    if (int turns = uprightTurns(page.get()); turns > 0) {
+      if (std::optional<Reading> reading = readTurned(turns)) return *reading;
+    }
+    turnedLast_ = false;
+    api.SetImage(page.get());
+    api.SetSourceResolution(dpi);
+  }
+  Reading reading = recognizeOnce(deadline);
   api.Clear();
-  const int turns = page ? uprightTurns(page.get()) : 0;
+  if (reading.timedOut || !page ||
+      (reading.confidence >= kUprightConfidence && reading.words >= kMinimumWords))
+    return reading;
+  // A page on its side or upside down reads as junk: turned upright, it reads anew.
+  const int turns = uprightTurns(page.get());
   if (turns == 0) return reading;
-  PixPointer upright(pixRotateOrth(page.get(), turns));
-  if (!upright) return reading;
-  api.SetImage(upright.get());
-  api.SetSourceResolution(dpi);
-  Reading again = recognizeOnce(deadline);
-  api.Clear();
-  if (again.timedOut) return again;
-  return again.confidence > reading.confidence ? again : reading;
+  std::optional<Reading> again = readTurned(turns);
+  if (!again) return reading;
+  if (again->timedOut) return *again;
+  if (again->confidence <= reading.confidence) return reading;
+  turnedLast_ = true;
+  return *again;
 }
 
 Reading Engine::recognizeOnce(std::optional<Clock::time_point> deadline) {

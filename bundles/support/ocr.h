@@ -83,6 +83,7 @@ class Engine {
   struct Api;
   Api* api_ = nullptr;
   std::string languages_;
+  bool turnedLast_ = false;  // the last page read had to be turned upright
 };
 
 // Pictures bigger than this are not decoded: a declared size that no scan has is a decompression
