@@ -224,9 +224,8 @@ Reading Engine::recognize(std::optional<Clock::time_point> deadline) {
     if (int turns = uprightTurns(page.get()); turns > 0) {
       if (std::optional<Reading> reading = readTurned(turns)) return *reading;
     }
+    // Upright after all: the page is still set as it stands.
     turnedLast_ = false;
-    api.SetImage(page.get());
-    api.SetSourceResolution(dpi);
   }
   Reading reading = recognizeOnce(deadline);
   api.Clear();

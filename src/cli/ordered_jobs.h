@@ -57,6 +57,7 @@ void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, 
   struct Slot {
     std::optional<Item> item;
     std::optional<Answer> answer;
+    std::size_t weight = 0;  // of the answer, weighed once
   };
   std::vector<Slot> slots(window);
   std::size_t taken = 0;
@@ -88,6 +89,7 @@ void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, 
       const std::size_t weight = weigh(answer);
       guard.lock();
       slot.answer = std::move(answer);
+      slot.weight = weight;
       waitingBytes += weight;
       if (i == consumed) answered.notify_one();
     }
@@ -121,7 +123,7 @@ void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, 
       if (!slot.answer) return;
       item.swap(slot.item);
       answer.swap(slot.answer);
-      waitingBytes -= weigh(*answer);
+      waitingBytes -= slot.weight;
       ++consumed;
     }
     consumedOne.notify_all();
