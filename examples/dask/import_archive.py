@@ -43,6 +43,15 @@ def json_line(path, result):
     return json.dumps(record, ensure_ascii=False, separators=(",", ":"), default=json_value) + "\n"
 
 
+def worker_threads():
+    """The threads of the Dask worker this runs on; 0 (every usable core) outside a worker."""
+    try:
+        from distributed import get_worker
+        return get_worker().nthreads
+    except (ImportError, ValueError):
+        return 0
+
+
 def import_partition(paths, out_dir, run):
     """Imports the paths on this worker, writes their lines to a file of their own in out_dir
     and answers one summary of them."""
@@ -58,9 +67,9 @@ def import_partition(paths, out_dir, run):
     with open(os.path.join(out_dir, f"part-{run}-{name}.jsonl"), "w", encoding="utf-8",
               errors="surrogateescape") as out:
         # One file at a time: Dask runs as many partitions at once as the workers have threads.
-        # The pages of a long scan may still spread over every core: a scan left for the end
-        # would otherwise run on one core while the others wait.
-        for path, result in ulvekbot.import_tree(paths, jobs=1, cores=0):
+        # A worker keeps to as many cores as it has threads, so that the workers of one machine
+        # share its cores rather than each spreading a scan's pages over all of them.
+        for path, result in ulvekbot.import_tree(paths, jobs=1, cores=worker_threads()):
             out.write(json_line(path, result))
             # A line written is a file done, should the run stop here.
             out.flush()
@@ -145,7 +154,8 @@ def run(args):
     if args.scheduler:
         client = Client(args.scheduler)
     else:
-        cluster = LocalCluster(n_workers=args.local_workers, threads_per_worker=1,
+        cluster = LocalCluster(n_workers=args.local_workers,
+                               threads_per_worker=args.threads_per_worker,
                                processes=True, dashboard_address=None)
         client = Client(cluster)
     try:
@@ -200,11 +210,13 @@ def main(argv=None):
                        help="a running scheduler, e.g. tcp://10.0.0.5:8786")
     where.add_argument("--local-workers", type=int, default=os.cpu_count() or 1, metavar="N",
                        help="start a local cluster of N worker processes (default: one a core)")
+    parser.add_argument("--threads-per-worker", type=int, default=1, metavar="N",
+                        help="threads, and so cores, of each local worker (default: 1)")
     parser.add_argument("--partition-size", type=int, default=0, metavar="FILES",
                         help="files a partition (default: sixteen partitions a worker thread)")
     args = parser.parse_args(argv)
-    if args.local_workers < 1:
-        parser.error("--local-workers takes a number above 0")
+    if args.local_workers < 1 or args.threads_per_worker < 1:
+        parser.error("--local-workers and --threads-per-worker take a number above 0")
     run(args)
     return 0
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
+#include <deque>
 #include <limits>
 #include <mutex>
 #include <optional>
@@ -49,6 +50,21 @@ void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, 
       consume(i, std::move(*item), std::move(answer));
     }
   }
+  // A single item is read on the calling thread: starting threads would cost more than it.
+  std::deque<Item> ahead;
+  for (std::optional<Item> item; ahead.size() < 2 && (item = next());)
+    ahead.push_back(std::move(*item));
+  if (ahead.size() == 1) {
+    Answer answer = produce(ahead.front());
+    consume(0, std::move(ahead.front()), std::move(answer));
+  }
+  if (ahead.size() < 2) return;
+  auto take = [&]() -> std::optional<Item> {
+    if (ahead.empty()) return next();
+    std::optional<Item> item = std::move(ahead.front());
+    ahead.pop_front();
+    return item;
+  };
   const std::size_t window = std::max(limits.items, threads);
   std::mutex lock;
   std::condition_variable answered, consumedOne;
@@ -74,7 +90,7 @@ void runInOrder(Next next, std::size_t threads, Window limits, Produce produce, 
         return stopping || exhausted || (taken < consumed + window && waitingBytes < limits.bytes);
       });
       if (stopping || exhausted) return;
-      std::optional<Item> item = next();
+      std::optional<Item> item = take();
       if (!item) {
         exhausted = true;
         consumedOne.notify_all();
