@@ -121,15 +121,33 @@ def merge(summaries):
     return total
 
 
-# Scans and pictures may be read by OCR, seconds a page where most files take milliseconds.
-MAY_BE_SLOW = {".pdf", ".ps", ".eps", ".tif", ".tiff", ".png", ".jpg", ".jpeg", ".jp2", ".webp",
-               ".gif", ".bmp", ".heic", ".heif", ".avif"}
+# Kinds whose files may hold scans, read by OCR at seconds a page where most files take
+# milliseconds: PDF, PostScript and every picture.
+SLOW_KINDS = {"com.adobe.pdf", "com.adobe.postscript", "public.image"}
+
+
+def slow_extensions():
+    """The extensions of every known kind that is, or conforms to, one of SLOW_KINDS."""
+    import ulvekbot
+
+    known = {kind["identifier"]: kind for kind in ulvekbot.formats()}
+
+    def slow(identifier, seen=()):
+        if identifier in SLOW_KINDS:
+            return True
+        kind = known.get(identifier)
+        return kind is not None and identifier not in seen and any(
+            slow(parent, (*seen, identifier)) for parent in kind["conformsTo"])
+
+    return {"." + extension.lower() for identifier, kind in known.items() if slow(identifier)
+            for extension in kind["extensions"]}
 
 
 def slow_first(paths):
     """The paths that may be slow first, each kind in its own order: a long scan left for the
     end would run alone while the other workers wait."""
-    return sorted(paths, key=lambda path: os.path.splitext(path)[1].lower() not in MAY_BE_SLOW)
+    slow = slow_extensions()
+    return sorted(paths, key=lambda path: os.path.splitext(path)[1].lower() not in slow)
 
 
 def partitions_for(count, threads, size):
