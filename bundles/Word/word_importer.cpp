@@ -48,29 +48,19 @@ std::vector<std::string> utf8List(const ulvek::TextList& list) {
   return items;
 }
 
-// What the summary information says, by libgsf's names; true when it named a title or author.
+// What the summary information says; true when it named a title or author.
 bool writeSummary(ulvek::OleContainer& container, Attributes& out) {
-  bool named = false;
-  for (const ulvek::OleSummaryEntry& entry : container.summary()) {
-    if (entry.isDate) {
-      std::optional<ulvek::Date> date = ulvek::w3cDate(entry.value);
-      if (!date) continue;
-      if (entry.name == "meta:creation-date")
-        out.date("kMDItemContentCreationDate", secondsOf(*date));
-      if (entry.name == "dc:date") out.date("kMDItemContentModificationDate", secondsOf(*date));
-    } else if (entry.name == "dc:title") {
-      out.string("kMDItemTitle", entry.value), named = true;
-    } else if (entry.name == "dc:creator") {
-      out.strings("kMDItemAuthors", {entry.value}), named = true;
-    } else if (entry.name == "dc:subject") {
-      out.string("kMDItemSubject", entry.value);
-    } else if (entry.name == "dc:description") {
-      out.string("kMDItemDescription", entry.value);
-    } else if (entry.name == "dc:keywords") {
-      out.strings("kMDItemKeywords", utf8List(ulvek::keywordWords(entry.value)));
-    }
-  }
-  return named;
+  ulvek::OleSummary summary = ulvek::summaryOf(container);
+  if (summary.creation) out.date("kMDItemContentCreationDate", secondsOf(*summary.creation));
+  if (summary.modification)
+    out.date("kMDItemContentModificationDate", secondsOf(*summary.modification));
+  if (summary.title) out.string("kMDItemTitle", *summary.title);
+  if (summary.author) out.strings("kMDItemAuthors", {*summary.author});
+  if (summary.subject) out.string("kMDItemSubject", *summary.subject);
+  if (summary.description) out.string("kMDItemDescription", *summary.description);
+  if (summary.keywords)
+    out.strings("kMDItemKeywords", utf8List(ulvek::keywordWords(*summary.keywords)));
+  return summary.title || summary.author;
 }
 
 void writeAssociatedStrings(const oldword::AssociatedStrings& strings, Attributes& out) {

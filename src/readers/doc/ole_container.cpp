@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "readers/xml/document_text.h"
+
 namespace ulvek {
 namespace {
 
@@ -65,6 +67,29 @@ std::unique_ptr<OleContainer> openOleContainer(const std::uint8_t* bytes, std::s
   }
   std::unique_ptr<OleContainer> container(loaded.open(bytes, size, &error));
   return container;
+}
+
+OleSummary summaryOf(OleContainer& container) {
+  // By libgsf's names for the properties.
+  static constexpr std::pair<std::string_view, std::optional<std::string> OleSummary::*> kTexts[] =
+      {{"dc:title", &OleSummary::title},
+       {"dc:subject", &OleSummary::subject},
+       {"dc:description", &OleSummary::description},
+       {"dc:creator", &OleSummary::author},
+       {"dc:keywords", &OleSummary::keywords}};
+  static constexpr std::pair<std::string_view, std::optional<Date> OleSummary::*> kDates[] = {
+      {"meta:creation-date", &OleSummary::creation}, {"dc:date", &OleSummary::modification}};
+  OleSummary summary;
+  for (const OleSummaryEntry& entry : container.summary()) {
+    if (entry.isDate) {
+      for (auto [name, field] : kDates)
+        if (entry.name == name && !(summary.*field)) summary.*field = w3cDate(entry.value);
+    } else {
+      for (auto [name, field] : kTexts)
+        if (entry.name == name && !(summary.*field)) summary.*field = entry.value;
+    }
+  }
+  return summary;
 }
 
 }  // namespace ulvek

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/property_value.h"
+
 namespace ulvek {
 
 // One entry of the summary information: libgsf's property name and its value, a text or a
@@ -30,6 +32,14 @@ class OleContainer {
   // The summary information's non-empty texts and dates; dates of 0 ("none") are left out.
   virtual std::vector<OleSummaryEntry> summary() = 0;
 };
+
+// What the summary information says of a document, each the first of its kind; the keywords as
+// written, one text.
+struct OleSummary {
+  std::optional<std::string> title, subject, description, author, keywords;
+  std::optional<Date> creation, modification;
+};
+OleSummary summaryOf(OleContainer& container);
 
 // The container over bytes that outlive it, or nothing with the reason in `error` (the module's
 // loading failed, or the bytes are no container).

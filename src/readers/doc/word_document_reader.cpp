@@ -16,27 +16,19 @@ namespace {
 
 constexpr std::uint8_t kOLEMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 
-// The summary information's text properties, by libgsf's names for them.
-constexpr std::pair<std::string_view, std::optional<TextString> ReaderOutput::*> kSummaryTexts[] = {
-    {"dc:title", &ReaderOutput::title},
-    {"dc:subject", &ReaderOutput::subject},
-    {"dc:description", &ReaderOutput::comment},
-};
-
 void readSummaryInformation(OleContainer& container, ReaderOutput& output) {
-  for (const OleSummaryEntry& entry : container.summary()) {
-    if (entry.isDate) {
-      if (entry.name == "meta:creation-date") setOnce(output.creation, w3cDate(entry.value));
-      if (entry.name == "dc:date") setOnce(output.modification, w3cDate(entry.value));
-    } else if (entry.name == "dc:keywords") {
-      setOnce(output.keywords, keywordWords(entry.value));
-    } else if (entry.name == "dc:creator") {
-      setOnce(output.authors, TextList{fromUtf8(entry.value)});
-    } else {
-      for (auto [name, property] : kSummaryTexts)
-        if (entry.name == name) setOnce(output.*property, fromUtf8(entry.value));
-    }
-  }
+  OleSummary summary = summaryOf(container);
+  auto text = [](const std::optional<std::string>& utf8) -> std::optional<TextString> {
+    if (!utf8) return std::nullopt;
+    return fromUtf8(*utf8);
+  };
+  output.title = text(summary.title);
+  output.subject = text(summary.subject);
+  output.comment = text(summary.description);
+  if (summary.author) output.authors = TextList{fromUtf8(*summary.author)};
+  if (summary.keywords) output.keywords = keywordWords(*summary.keywords);
+  output.creation = summary.creation;
+  output.modification = summary.modification;
 }
 
 }  // namespace
