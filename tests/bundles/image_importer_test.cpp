@@ -16,6 +16,7 @@
 
 #include "base/property_list.h"
 #include "bundle_harness.h"
+#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -40,14 +41,8 @@ std::string field(const std::string& json, const std::string& key) {
 // HEIF.
 TEST(ImageImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Image", "UlvekImageImporterFactory");
-  std::vector<fs::path> images;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "image")) {
-    std::string extension = entry.path().extension().string();
-    if (extension == ".jpg" || extension == ".png" || extension == ".tif" || extension == ".heic" ||
-        extension == ".avif")
-      images.push_back(entry.path());
-  }
-  std::sort(images.begin(), images.end());
+  const std::vector<fs::path> images =
+      testing::filesOf(testing::dataPath() / "image", {".jpg", ".png", ".tif", ".heic", ".avif"});
   ASSERT_GE(images.size(), 8u);
   for (const fs::path& image : images) {
     SCOPED_TRACE(image.filename().string());

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bundle_harness.h"
+#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -36,12 +37,8 @@ std::string field(const std::string& json, const std::string& key) {
 // Vorbis and Opus, and MP4: tags, lyrics, and durations known to the sample.
 TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
   Bundle bundle("Media", "UlvekMediaImporterFactory");
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "media")) {
-    std::string name = entry.path().filename().string();
-    if (!name.ends_with(".json") && !name.ends_with(".py")) files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
+  const std::vector<fs::path> files = testing::filesOf(
+      testing::dataPath() / "media", {".flac", ".m4a", ".mp3", ".ogg", ".opus", ".wav"});
   ASSERT_GE(files.size(), 9u);
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.filename().string());

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "fixture_files.h"
 #include "test_support.h"
 #include "text/string_utilities.h"
 #include "word_bag.h"
@@ -49,10 +50,7 @@ std::string joined(const std::optional<TextList>& value) {
 }
 
 TEST(EPUBReader, Books) {
-  std::vector<fs::path> books;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "epub"))
-    if (entry.path().extension() == ".epub") books.push_back(entry.path());
-  std::sort(books.begin(), books.end());
+  const std::vector<fs::path> books = testing::filesOf(testing::dataPath() / "epub", {".epub"});
   ASSERT_GE(books.size(), 6u);
   // What the reader answers, and what only the book's own metadata keeps.
   struct Field {
