@@ -7,13 +7,11 @@ import json
 import os
 import sys
 import shutil
-import struct
 import zipfile
-import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
-from fixture_images import png  # noqa: E402
+from fixture_tools import png  # noqa: E402
 
 
 def info(version, kind="net.daringfireball.markdown"):
