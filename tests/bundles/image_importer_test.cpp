@@ -16,6 +16,7 @@
 
 #include "base/property_list.h"
 #include "bundle_harness.h"
+#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -25,29 +26,13 @@ using testing::Bundle;
 using testing::BundleAttributes;
 namespace fs = std::filesystem;
 
-// A flat field of the expected answer, as text ("" when absent).
-std::string field(const std::string& json, const std::string& key) {
-  std::string needle = "\"" + key + "\": ";
-  std::size_t at = json.find(needle);
-  if (at == std::string::npos) return "";
-  at += needle.size();
-  if (json[at] == '"') return json.substr(at + 1, json.find('"', at + 1) - at - 1);
-  return json.substr(at, json.find_first_of(",\n}", at) - at);
-}
-
 // XMP over IPTC over EXIF, and each alone; dates with and without offsets; places north-east and
 // south-west, above and below the sea; camera settings and pixel sizes; in JPEG, PNG, TIFF and
 // HEIF.
 TEST(ImageImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Image", "UlvekImageImporterFactory");
-  std::vector<fs::path> images;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "image")) {
-    std::string extension = entry.path().extension().string();
-    if (extension == ".jpg" || extension == ".png" || extension == ".tif" || extension == ".heic" ||
-        extension == ".avif")
-      images.push_back(entry.path());
-  }
-  std::sort(images.begin(), images.end());
+  const std::vector<fs::path> images =
+      testing::filesOf(testing::dataPath() / "image", {".jpg", ".png", ".tif", ".heic", ".avif"});
   ASSERT_GE(images.size(), 8u);
   for (const fs::path& image : images) {
     SCOPED_TRACE(image.filename().string());
@@ -78,19 +63,20 @@ TEST(ImageImporter, CorpusSizesDatesAndPlaces) {
       if (name.starts_with("damaged-")) continue;  // answering at all is the test
       // Exiv2 gives a HEIF file's largest image size, exiftool its primary item's (often cropped).
       bool heif = std::string(format) == "heic";
-      if (std::string width = field(answer, "width");
+      if (std::string width = testing::expectedField(answer, "width");
           !width.empty() && !heif && values.contains("kMDItemPixelWidth")) {
         EXPECT_EQ(testing::numberOf(values, "kMDItemPixelWidth"), std::stod(width));
         EXPECT_EQ(testing::numberOf(values, "kMDItemPixelHeight"),
-                  std::stod(field(answer, "height")));
+                  std::stod(testing::expectedField(answer, "height")));
         ++compared;
       }
-      if (std::string latitude = field(answer, "gps_latitude"); !latitude.empty()) {
+      if (std::string latitude = testing::expectedField(answer, "gps_latitude");
+          !latitude.empty()) {
         EXPECT_NEAR(testing::numberOf(values, "kMDItemLatitude"), std::stod(latitude), 1e-3);
       }
       // Exiv2 does not join extended XMP split over several JPEG segments.
       bool extendedXMP = name.find("ExtendedXMP") != std::string::npos;
-      if (std::string title = field(answer, "title");
+      if (std::string title = testing::expectedField(answer, "title");
           !title.empty() && !extendedXMP && title.find('\\') == std::string::npos) {
         EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), title);
       }

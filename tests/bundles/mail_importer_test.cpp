@@ -13,6 +13,7 @@
 
 #include "base/base64.h"
 #include "bundle_harness.h"
+#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -44,12 +45,8 @@ std::string member(const nlohmann::json& object, const char* key) {
 // each readable kind, and Apple Mail's .emlx.
 TEST(MailImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Mail", "UlvekMailImporterFactory");
-  std::vector<fs::path> messages;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "mail")) {
-    std::string extension = entry.path().extension().string();
-    if (extension == ".eml" || extension == ".emlx") messages.push_back(entry.path());
-  }
-  std::sort(messages.begin(), messages.end());
+  const std::vector<fs::path> messages =
+      testing::filesOf(testing::dataPath() / "mail", {".eml", ".emlx"});
   ASSERT_GE(messages.size(), 7u);
   for (const fs::path& message : messages) {
     SCOPED_TRACE(message.filename().string());

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bundle_harness.h"
+#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -21,27 +22,12 @@ using testing::Bundle;
 using testing::BundleAttributes;
 namespace fs = std::filesystem;
 
-// A flat field of the expected answer, as text ("" when absent).
-std::string field(const std::string& json, const std::string& key) {
-  std::string needle = "\"" + key + "\": ";
-  std::size_t at = json.find(needle);
-  if (at == std::string::npos) return "";
-  at += needle.size();
-  if (json[at] == '"') return json.substr(at + 1, json.find('"', at + 1) - at - 1);
-  std::string bare = json.substr(at, json.find_first_of(",\n}", at) - at);
-  return bare == "null" ? "" : bare;
-}
-
 // ID3v2.4, ID3v2.3 and ID3v1 over silent MPEG frames, FLAC, WAV with RIFF INFO or ID3v2, Ogg
 // Vorbis and Opus, and MP4: tags, lyrics, and durations known to the sample.
 TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
   Bundle bundle("Media", "UlvekMediaImporterFactory");
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "media")) {
-    std::string name = entry.path().filename().string();
-    if (!name.ends_with(".json") && !name.ends_with(".py")) files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
+  const std::vector<fs::path> files = testing::filesOf(
+      testing::dataPath() / "media", {".flac", ".m4a", ".mp3", ".ogg", ".opus", ".wav"});
   ASSERT_GE(files.size(), 9u);
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.filename().string());
@@ -66,14 +52,14 @@ TEST(MediaImporter, CorpusTagsAndDurations) {
       std::string answer = expect.substr(0, expect.find("\"mutagen\""));
       BundleAttributes values = bundle.import(entry.path().string());
       if (name.starts_with("damaged-")) continue;  // answering at all is the test
-      std::string title = field(answer, "title");
+      std::string title = testing::expectedField(answer, "title");
       // TagLib drops the whole ID3v2 tag when one frame is malformed; mutagen skips the frame.
       bool badFrame = name.find("bad-") != std::string::npos;
       if (!title.empty() && !badFrame && title.find('\\') == std::string::npos) {
         EXPECT_EQ(testing::stringOf(values, "kMDItemTitle"), title);
         ++titles;
       }
-      std::string duration = field(answer, "duration_s");
+      std::string duration = testing::expectedField(answer, "duration_s");
       // TagLib measures Ogg from the first audio page's granule position, mutagen from zero;
       // for these short test files the two differ by most of the file.
       bool ogg = std::string(format) == "ogg";

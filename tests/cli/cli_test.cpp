@@ -87,6 +87,18 @@ class CommandLineTest : public ::testing::Test {
   testing::TemporaryFolder folder_;
 };
 
+// The lines' "path" values in order.
+std::vector<std::string> pathsOf(const std::string& lines) {
+  std::vector<std::string> paths;
+  std::istringstream stream(lines);
+  for (std::string line; std::getline(stream, line);) {
+    constexpr std::string_view kStart = "{\"path\":\"";
+    if (!line.starts_with(kStart)) continue;
+    paths.push_back(line.substr(kStart.size(), line.find('"', kStart.size()) - kStart.size()));
+  }
+  return paths;
+}
+
 const std::string kTaggedJson =
     R"({"path":"tagged.txt","URL":"https://example.com/x","Tags":["Red","Blue"],)"
     R"("SpotlightComment":"Note \"1\""})"
@@ -259,64 +271,17 @@ TEST_F(CommandLineTest, ImportReadsScansByOCR) {
   }
 }
 
-TEST_F(CommandLineTest, ImportWalksFoldersWithoutFollowingLinks) {
-  testing::ProgramOutput output = run({"import", "tree"});
-  EXPECT_EQ(output.status, 0) << output.err;
-  std::istringstream stream(output.out);
-  int lines = 0;
-  for (std::string line; std::getline(stream, line); ++lines)
-    EXPECT_TRUE(line.starts_with("{\"path\":\"tree/")) << line;
-  EXPECT_EQ(lines, 4) << output.out;
-  EXPECT_EQ(output.out.find("must not be imported"), std::string::npos);
-  EXPECT_NE(output.err.find("ulvekbot: import: 4 files, 37 bytes, "), std::string::npos);
-  EXPECT_NE(output.err.find(": 4 read, 0 without text by nature, 0 failed\n"), std::string::npos)
-      << output.err;
-  EXPECT_NE(output.err.find("ulvekbot: import: 3 links in folders skipped (-L follows them)\n"),
-            std::string::npos)
-      << output.err;
-}
-
-// Each line names the type the import went by, which the content decides where the name lies.
-TEST_F(CommandLineTest, ImportLinesNameTheContentType) {
-  folder_.write("letter.txt", "{\\rtf1\\ansi Dear reader}");
-  folder_.write("page", "<!DOCTYPE html><title>Page</title><p>Body</p>");
-  check({
-      {{"import", "letter.txt", "page"},
-       0,
-       "{\"path\":\"letter.txt\",\"Title\":\"letter.txt\",\"Text\":\"Dear reader\","
-       "\"FileSize\":24,\"ContentType\":\"public.rtf\",\"MIMEType\":\"text/rtf\"}\n"
-       "{\"path\":\"page\",\"Title\":\"Page\",\"Text\":\"Page\\n\\nBody\\n\\n\",\"FileSize\":45,"
-       "\"ContentType\":\"public.html\",\"MIMEType\":\"text/html\"}\n",
-       "ulvekbot: import: 2 files"},
-  });
-}
-
-// A folder that is one document, an unpacked book among them, is one line of a walk.
-TEST_F(CommandLineTest, DocumentFoldersAreOneItem) {
-  folder_.write("shelf/Book.epub/mimetype", "application/epub+zip");
-  folder_.write("shelf/Book.epub/META-INF/container.xml", "<container/>");
-  folder_.write("shelf/Book.epub/OEBPS/one.xhtml", "<html/>");
-  folder_.write("shelf/Notes.rtfd/TXT.rtf", "{\\rtf1 notes}");
-  folder_.write("shelf/loose/a.txt", "a");
-  testing::ProgramOutput output = run({"import", "shelf"});
-  EXPECT_EQ(output.status, 0) << output.err;
-  std::vector<std::string> paths;
-  std::istringstream stream(output.out);
-  for (std::string line; std::getline(stream, line);)
-    paths.push_back(line.substr(0, line.find(',')));
-  std::sort(paths.begin(), paths.end());
-  EXPECT_EQ(paths, (std::vector<std::string>{"{\"path\":\"shelf/Book.epub\"",
-                                             "{\"path\":\"shelf/Notes.rtfd\"",
-                                             "{\"path\":\"shelf/loose/a.txt\""}));
-}
-
-// What `classify` names for a document folder is the reader `import` reads it with.
-TEST_F(CommandLineTest, ClassifyNamesTheReaderOfDocumentFolders) {
+// What `classify` names for a document folder is the reader `import` reads it with, and a walk
+// takes each such folder, an unpacked book among them, as one item.
+TEST_F(CommandLineTest, DocumentFoldersAreOneItemOfTheirReader) {
   folder_.write("docs/Plan.oo3/contents.xml", "<?xml version=\"1.0\"?><outline>Buy</outline>");
   folder_.write("docs/Talk.chatlog/log.xml", "<chat>Hi</chat>");
   folder_.write("docs/Book.epub/mimetype", "application/epub+zip");
   folder_.write("docs/Book.epub/META-INF/container.xml", "<container/>");
+  folder_.write("docs/Book.epub/OEBPS/one.xhtml", "<html/>");
   folder_.write("docs/Notes.textbundle/text.md", "Notes");
+  folder_.write("docs/Notes.rtfd/TXT.rtf", "{\\rtf1 notes}");
+  folder_.write("docs/loose/a.txt", "a");
   struct Row {
     std::string name;
     std::string decision;  // the end of its line of `classify`
@@ -337,6 +302,13 @@ TEST_F(CommandLineTest, ClassifyNamesTheReaderOfDocumentFolders) {
     EXPECT_EQ(imported.status, 0) << imported.err;
     EXPECT_NE(imported.out.find(row.imported), std::string::npos) << imported.out;
   }
+  testing::ProgramOutput walked = run({"import", "docs"});
+  EXPECT_EQ(walked.status, 0) << walked.err;
+  std::vector<std::string> paths = pathsOf(walked.out);
+  std::sort(paths.begin(), paths.end());
+  EXPECT_EQ(paths,
+            (std::vector<std::string>{"docs/Book.epub", "docs/Notes.rtfd", "docs/Notes.textbundle",
+                                      "docs/Plan.oo3", "docs/Talk.chatlog", "docs/loose/a.txt"}));
 }
 
 // Every registry row, as a table and as JSON lines.
@@ -353,18 +325,6 @@ TEST_F(CommandLineTest, FormatsListsTheRegistry) {
             formats().size());
   EXPECT_NE(json.out.find(R"("signatures":["^%PDF-"])"), std::string::npos);
   EXPECT_EQ(run({"formats", "--bogus"}).status, 2);
-}
-
-// The lines' "path" values in order.
-std::vector<std::string> pathsOf(const std::string& lines) {
-  std::vector<std::string> paths;
-  std::istringstream stream(lines);
-  for (std::string line; std::getline(stream, line);) {
-    constexpr std::string_view kStart = "{\"path\":\"";
-    if (!line.starts_with(kStart)) continue;
-    paths.push_back(line.substr(kStart.size(), line.find('"', kStart.size()) - kStart.size()));
-  }
-  return paths;
 }
 
 // Whatever is wrong with the command line is said on standard error, with nothing on standard
@@ -482,8 +442,6 @@ TEST_F(CommandLineTest, HelpOfEveryCommand) {
   }
 }
 
-// Paths to import from standard input or a file, one a line or NUL-terminated, in order, among
-// the paths named.
 // A small import starts fast: libraries that only some files or commands need are loaded when
 // first used (sd-bus by `call`, libmagic to look into a file, ICU's charset detector for text
 // without a name for its encoding), and then work.
@@ -506,6 +464,8 @@ TEST_F(CommandLineTest, LoadsWhatOnlySomeRunsNeedWhenFirstUsed) {
   EXPECT_NE(sniffed.out.find("com.adobe.pdf"), std::string::npos) << sniffed.out << sniffed.err;
 }
 
+// Paths to import from standard input or a file, one a line or NUL-terminated, in order, among
+// the paths named.
 TEST_F(CommandLineTest, PathLists) {
   folder_.write("lines.txt", "tree/a.txt\n\ntree/sub/b.csv\n");
   folder_.write("nul.list", std::string("tree/a.txt\0tree/sub/deeper/c.html\0", 35));
@@ -547,6 +507,9 @@ TEST_F(CommandLineTest, PathLists) {
 // texts without splitting a character, -q leaves only errors on standard error.
 TEST_F(CommandLineTest, WhatImportPrints) {
   folder_.write("summer.txt", "\xC3\xA9t\xC3\xA9");  // "été"
+  // The type each line names is the one the content decides where the name lies.
+  folder_.write("letter.txt", "{\\rtf1\\ansi Dear reader}");
+  folder_.write("page", "<!DOCTYPE html><title>Page</title><p>Body</p>");
   // A book the reader logs a line about.
   const std::string damaged = (testing::dataPath() / "epub/damaged-missing-opf.epub").string();
   struct OutputRow {
@@ -590,6 +553,14 @@ TEST_F(CommandLineTest, WhatImportPrints) {
        "\falpha\f",
        "ulvekbot: import: missing: not-found: No such file or directory\n"},
       {"unwritable file", {"-o", "nowhere/out.txt", "tree/a.txt"}, 1, "", "nowhere/out.txt"},
+      {"content types by content",
+       {"letter.txt", "page"},
+       0,
+       "{\"path\":\"letter.txt\",\"Title\":\"letter.txt\",\"Text\":\"Dear reader\","
+       "\"FileSize\":24,\"ContentType\":\"public.rtf\",\"MIMEType\":\"text/rtf\"}\n"
+       "{\"path\":\"page\",\"Title\":\"Page\",\"Text\":\"Page\\n\\nBody\\n\\n\",\"FileSize\":45,"
+       "\"ContentType\":\"public.html\",\"MIMEType\":\"text/html\"}\n",
+       "ulvekbot: import: 2 files"},
   };
   for (const OutputRow& row : rows) {
     SCOPED_TRACE(row.name);
@@ -661,9 +632,14 @@ TEST_F(CommandLineTest, FolderWalkOptions) {
     std::vector<std::string> arguments;
     std::vector<std::string> paths;
     const char* errorPart;
+    const char* summary = nullptr;  // the summary's counts
   };
   const WalkRow rows[] = {
-      {"everything", {"tree"}, all, "3 links in folders skipped (-L follows them)"},
+      {"everything",
+       {"tree"},
+       all,
+       "ulvekbot: import: 3 links in folders skipped (-L follows them)\n",
+       "4 files, 37 bytes: 4 read, 0 without text by nature, 0 failed"},
       {"not recursive", {"--no-recursive", "tree"}, {"tree/a.txt", "tree/empty.txt"}, "2 links"},
       {"depth 0", {"--max-depth=0", "tree"}, {"tree/a.txt", "tree/empty.txt"}, "2 links"},
       {"depth 1",
@@ -702,6 +678,7 @@ TEST_F(CommandLineTest, FolderWalkOptions) {
     } else {
       EXPECT_EQ(output.err, "");
     }
+    if (row.summary) EXPECT_EQ(summaryCounts(output.err), row.summary);
   }
 }
 

@@ -132,14 +132,17 @@ TEST(CopyReaderOutput, FollowsTheReadersConvention) {
 }
 
 // Each key an importer writes, from its attribute dictionary to the result, over a title the
-// caller stored before.
+// caller stored before; and what the PDF importer writes for PDF data: title, subject as the
+// description, one author, keywords only as a list, dates as they are.
 TEST(CopyReaderOutput, ImporterAttributesReachTheirKeys) {
   const Date created{86400LL * 1000000}, modified{2 * 86400LL * 1000000};
+  constexpr Date kTemplateDate{1039443960LL * 1000000};
   const PropertyArray two{u"a", u"b"};
   struct Row {
     const char* name;
     PropertyDictionary attributes;
     PropertyDictionary expected;  // the whole result
+    bool pdf = false;             // from the PDF importer
   };
   const std::vector<Row> rows = {
       {"subject before headline and description, as the title",
@@ -205,29 +208,7 @@ TEST(CopyReaderOutput, ImporterAttributesReachTheirKeys) {
         {"kMDItemCopyright", PropertyValue(std::int64_t{3})},
         {"kMDItemContentCreationDate", u"yesterday"}},
        {{"Title", u"file"}}},
-  };
-  for (const Row& row : rows) {
-    ImportResult result;
-    result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
-    PropertyDictionary attributes = row.attributes;
-    attributes["kMDItemTextContent"] = PropertyValue(u"text");
-    ReaderOutput output = spotlightOutput(attributes);
-    EXPECT_EQ(MIMETypeHelper::copyReaderOutput(output, result), u"text") << row.name;
-    EXPECT_EQ(result.values(), row.expected) << row.name;
-  }
-}
-
-// What the PDF importer writes for PDF data: title, subject as the description, one author,
-// keywords only as a list, dates as they are.
-TEST(CopyReaderOutput, PDFDocumentAttributes) {
-  constexpr Date kTemplateDate{1039443960LL * 1000000};
-  struct Row {
-    const char* name;
-    PropertyDictionary attributes;
-    PropertyDictionary expected;  // the whole result
-  };
-  const std::vector<Row> rows = {
-      {"each key",
+      {"PDF: each key",
        {{"kMDItemTitle", u"T"},
         {"kMDItemDescription", u"About"},
         {"kMDItemAuthors", PropertyArray{u"Ann", u"Bo"}},
@@ -238,16 +219,20 @@ TEST(CopyReaderOutput, PDFDocumentAttributes) {
         {"Description", u"About"},
         {"Author", u"Ann"},
         {"Keywords", u"x y z"},
-        {"Creation", kTemplateDate}}},
-      {"keywords as one string are not stored",
+        {"Creation", kTemplateDate}},
+       true},
+      {"PDF: keywords as one string are not stored",
        {{"kMDItemKeywords", u"x y z"}},
-       {{"Title", u"file"}}},
+       {{"Title", u"file"}},
+       true},
   };
   for (const Row& row : rows) {
     ImportResult result;
     result.putIfPresent(ImportKey::Title, PropertyValue(u"file"));
-    ReaderOutput output = pdfDocumentOutput(row.attributes);
-    MIMETypeHelper::copyReaderOutput(output, result);
+    PropertyDictionary attributes = row.attributes;
+    attributes["kMDItemTextContent"] = PropertyValue(u"text");
+    ReaderOutput output = row.pdf ? pdfDocumentOutput(attributes) : spotlightOutput(attributes);
+    EXPECT_EQ(MIMETypeHelper::copyReaderOutput(output, result), u"text") << row.name;
     EXPECT_EQ(result.values(), row.expected) << row.name;
   }
 }

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "fixture_files.h"
 #include "import/mime_type_helper.h"
 #include "test_support.h"
 #include "word_bag.h"
@@ -76,13 +77,8 @@ TEST_F(PDFImportTest, CorpusTextAndAttributes) {
 // attributes; null for one that must be absent, dates in seconds since 1970).
 TEST_F(PDFImportTest, FixturesGiveTheirTextAndAttributes) {
   MIMETypeHelper helper;
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "pdf")) {
-    std::string extension = entry.path().extension().string();
-    if (extension == ".pdf" || extension == ".ps" || extension == ".eps")
-      files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
+  const std::vector<fs::path> files =
+      testing::filesOf(testing::dataPath() / "pdf", {".pdf", ".ps", ".eps"});
   ASSERT_GE(files.size(), 6u);
   for (const fs::path& file : files) {
     SCOPED_TRACE(file.filename().string());

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "html_page_expectation.h"
 #include "test_support.h"
 #include "text/character_tables.h"
 #include "text/encodings.h"
@@ -124,56 +125,9 @@ std::span<const std::uint8_t> bytesOf(const std::string& bytes) {
 
 // ---- Our own pages ----------------------------------------------------------------------------
 
-// NAME.expect: "encoding: N", "title: T" and one "meta NAME: VALUE" per meta attribute, then a
-// line "---" and the import text.
-struct PageExpectation {
-  StringEncoding encoding = 0;
-  std::string title;
-  std::map<std::string, std::string> meta;
-  std::string text;
-};
-
-PageExpectation readExpectation(const std::filesystem::path& path) {
-  PageExpectation expected;
-  std::istringstream in(testing::readFile(path));
-  for (std::string line; std::getline(in, line) && line != "---";) {
-    const std::size_t colon = line.find(": ");
-    if (colon == std::string::npos) continue;
-    const std::string key = line.substr(0, colon), value = line.substr(colon + 2);
-    if (key == "encoding")
-      expected.encoding = std::stoull(value, nullptr, 0);
-    else if (key == "title")
-      expected.title = value;
-    else if (key.starts_with("meta "))
-      expected.meta[key.substr(5)] = value;
-  }
-  std::ostringstream text;
-  text << in.rdbuf();
-  expected.text = text.str();
-  return expected;
-}
-
-std::string trimmedEnd(std::string text) {
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.pop_back();
-  return text;
-}
-
-struct Page {
-  std::string name;
-  std::filesystem::path path;
-  std::string bytes;
-};
-
-std::vector<Page> ownPages() {
-  std::vector<Page> pages;
-  for (const auto& entry : std::filesystem::directory_iterator(testing::dataPath() / "html"))
-    if (entry.path().extension() == ".html")
-      pages.push_back(
-          {entry.path().filename().string(), entry.path(), testing::readFile(entry.path())});
-  std::sort(pages.begin(), pages.end(),
-            [](const Page& a, const Page& b) { return a.name < b.name; });
-  return pages;
-}
+using testing::ownPages;
+using testing::Page;
+using testing::trimmedEnd;
 
 // Each page, read as the import reads a file, gives the encoding, title, meta attributes and text
 // written beside it.
@@ -182,11 +136,8 @@ TEST(HtmlPages, GiveTheirExpectedAnswers) {
   const std::vector<Page> pages = ownPages();
   for (const Page& page : pages) {
     SCOPED_TRACE(page.name);
-    std::filesystem::path expectPath = page.path;
-    expectPath.replace_extension(".expect");
-    ASSERT_TRUE(std::filesystem::exists(expectPath));
-    const PageExpectation expected = readExpectation(expectPath);
-
+    const testing::PageExpectation& expected = page.expected;
+    ASSERT_NE(expected.encoding, 0u) << "no encoding in its .expect";
     StringEncoding used = 0;
     auto source = markupSourceOfFile(page.path.string(), kISOLatin1StringEncoding, &used);
     ASSERT_TRUE(source);

@@ -9,29 +9,11 @@
 import json
 import pathlib
 import struct
+import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-
-
-def resource_fork(resources):
-    """A classic resource fork of (type, id, bytes): header, data at 256, then the map."""
-    types = []
-    for kind, _, _ in resources:
-        if kind not in types:
-            types.append(kind)
-    data, references = b"", b""
-    type_list = struct.pack(">H", len(types) - 1)
-    for kind in types:
-        mine = [(rid, body) for k, rid, body in resources if k == kind]
-        type_list += kind.encode() + struct.pack(">HH", len(mine) - 1,
-                                                 2 + 8 * len(types) + len(references))
-        for rid, body in mine:
-            references += struct.pack(">hHII", rid, 0xFFFF, len(data), 0)
-            data += struct.pack(">I", len(body)) + body
-    resource_map = (bytes(24) + struct.pack(">HH", 28, 28 + len(type_list) + len(references))
-                    + type_list + references)
-    header = struct.pack(">IIII", 256, 256 + len(data), len(data), len(resource_map))
-    return header + bytes(240) + data + resource_map
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import apple_double, finder_info, resource_fork  # noqa: E402
 
 
 def styl(runs):
@@ -40,19 +22,6 @@ def styl(runs):
     for offset, font, face, size, (r, g, b) in runs:
         out += struct.pack(">IhhHBBHHHH", offset, 16, 12, font, face, 0, size, r, g, b)
     return out
-
-
-def finder_info(kind, creator):
-    return (kind + creator).encode() + bytes(24)
-
-
-def apple_double(entries):
-    table = struct.pack(">II16sH", 0x00051607, 0x00020000, bytes(16), len(entries))
-    offset, body = 26 + 12 * len(entries), b""
-    for entry_id, data in entries:
-        table += struct.pack(">III", entry_id, offset + len(body), len(data))
-        body += data
-    return table + body
 
 
 def crc16(data):

@@ -5,45 +5,23 @@
 # NAME.epub gets NAME.epub.expect.json: the metadata and text the reader gives (text null for an
 # encrypted book).
 
-import json
 import os
-import struct
-import zipfile
-import zlib
+import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.dirname(HERE))
+from fixture_tools import png, write_json, write_zip  # noqa: E402
+
 STAMP = (2024, 5, 1, 12, 0, 0)
-
-
-def png(width, height, pixel):
-    """A small PNG; pixel(x, y) gives each point's colour."""
-
-    def chunk(kind, data):
-        body = kind + data
-        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
-
-    rows = b"".join(b"\0" + b"".join(bytes(pixel(x, y)) for x in range(width))
-                    for y in range(height))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
 
 
 def write_book(name, members):
     """The mimetype member first and stored, as readers expect; fixed times everywhere."""
-    with zipfile.ZipFile(os.path.join(HERE, name), "w") as book:
-        for member, data in members:
-            entry = zipfile.ZipInfo(member, date_time=STAMP)
-            entry.create_system = 3
-            entry.external_attr = 0o100644 << 16
-            if member != "mimetype":
-                entry.compress_type = zipfile.ZIP_DEFLATED
-            book.writestr(entry, data.encode() if isinstance(data, str) else data)
+    write_zip(os.path.join(HERE, name), members, STAMP, deflate=True, mode=0o100644)
 
 
 def expect(name, answer):
-    with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
-        json.dump(answer, file, ensure_ascii=False, indent=1, sort_keys=True)
-        file.write("\n")
+    write_json(os.path.join(HERE, name + ".expect.json"), answer, sort_keys=True)
 
 
 def container(opf):

@@ -6,13 +6,15 @@
 # 12.57 for the committed files). Each NAME has NAME.expect.json beside it: the attributes the
 # Image importer writes, by their kMDItem names (dates in seconds since 1970, null for absent).
 
-import json
 import pathlib
 import struct
 import subprocess
+import sys
 import zlib
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import box, full_box, png, png_chunk, write_json  # noqa: E402
 
 
 # --- JPEG: 8-bit greyscale, baseline, every 8x8 block one flat grey so only DC values are coded.
@@ -75,21 +77,7 @@ def jpeg(width, height, grey):
             + segment(0xDA, b"\x01\x01\x00\x00\x3f\x00") + bytes(scan) + b"\xff\xd9")
 
 
-# --- PNG: 8-bit RGB, no filtering.
-
-def png(width, height, colour, text=b""):
-    rows = b"".join(b"\x00" + b"".join(bytes(colour(x, y)) for x in range(width))
-                    for y in range(height))
-    return (b"\x89PNG\r\n\x1a\n"
-            + png_chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) + text
-            + png_chunk(b"IDAT", zlib.compress(rows, 9)) + png_chunk(b"IEND", b""))
-
-
-def png_chunk(kind, data):
-    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-
-# Text chunks as image editors write them: tEXt in ISO Latin 1, zTXt compressed, iTXt in UTF-8.
+# --- PNG (fixture_tools.png), with text chunks as image editors write them: tEXt in ISO Latin 1, zTXt compressed, iTXt in UTF-8.
 def png_text(keyword, text, kind=b"tEXt"):
     key = keyword.encode("latin-1") + b"\0"
     if kind == b"tEXt":
@@ -129,15 +117,6 @@ def tiff(width, height, grey):
 
 # --- HEIF: the boxes that describe one HEVC image item and an Exif item. The image item holds no
 # coded picture (HEVC cannot be written here), so this is a file for reading metadata only.
-
-def box(kind, *parts):
-    payload = b"".join(parts)
-    return struct.pack(">I", 8 + len(payload)) + kind + payload
-
-
-def full_box(kind, version_flags, *parts):
-    return box(kind, struct.pack(">I", version_flags), *parts)
-
 
 def heif(width, height, avif=False):
     picture = bytes(16)
@@ -182,8 +161,7 @@ def write(name, data, arguments, expected):
     (HERE / name).write_bytes(data)
     if arguments:
         exiftool(name, arguments)
-    (HERE / (name + ".expect.json")).write_text(
-        json.dumps(expected, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+    write_json(HERE / (name + ".expect.json"), expected)
 
 
 # A JPEG with the same fields in XMP, IPTC and EXIF, each with its own value and no IPTC digest

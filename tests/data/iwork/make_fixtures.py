@@ -10,10 +10,12 @@ import json
 import pathlib
 import shutil
 import struct
-import zipfile
+import sys
 import zlib
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import write_zip as write_any_zip  # noqa: E402
 NAMESPACES = ('xmlns:sf="http://developer.apple.com/namespaces/sf" '
               'xmlns:sfa="http://developer.apple.com/namespaces/sfa"')
 VERSION = "92008102400"  # the version string of the '09 applications
@@ -34,12 +36,7 @@ def gzipped(data):
 
 
 def write_zip(path, members):
-    with zipfile.ZipFile(path, "w", zipfile.ZIP_STORED) as archive:
-        for name, data in members:
-            info = zipfile.ZipInfo(name, date_time=(2009, 6, 1, 12, 0, 0))
-            info.create_system = 3
-            info.external_attr = 0o644 << 16
-            archive.writestr(info, data)
+    write_any_zip(path, members, (2009, 6, 1, 12, 0, 0))
 
 
 def write_package(path, members):

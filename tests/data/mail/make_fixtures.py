@@ -8,23 +8,21 @@
 
 import base64
 import io
-import json
 import pathlib
 import plistlib
 import quopri
-import struct
-import zipfile
-import zlib
+import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import png, write_json, write_zip  # noqa: E402
 SURVEY_PDF = HERE.parent / "pdf" / "survey.pdf"
 SURVEY_TEXT = (HERE.parent / "pdf" / "survey.pdf.txt").read_text(encoding="utf-8")
 
 
 def write(name, message, expected):
     (HERE / name).write_bytes(message)
-    (HERE / (name + ".expect.json")).write_text(
-        json.dumps(expected, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+    write_json(HERE / (name + ".expect.json"), expected)
 
 
 def crlf(text):
@@ -47,19 +45,12 @@ def encoded_word(charset, text, encoding="B"):
 def stored_zip(members):
     """A zip file with fixed dates and stored members, the same bytes on every run."""
     buffer = io.BytesIO()
-    with zipfile.ZipFile(buffer, "w", zipfile.ZIP_STORED) as archive:
-        for name, data in members:
-            info = zipfile.ZipInfo(name, date_time=(2021, 5, 1, 12, 0, 0))
-            archive.writestr(info, data)
+    write_zip(buffer, members, (2021, 5, 1, 12, 0, 0), mode=0)
     return buffer.getvalue()
 
 
 def png_1x1():
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(
-            ">I", zlib.crc32(kind + data))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 1, 1, 8, 0, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(b"\x00\x80", 9)) + chunk(b"IEND", b""))
+    return png(1, 1, (0x80,), colour_type=0)
 
 
 # 1: a plain message, UTF-8 in 8 bits, recipients in To and Cc.

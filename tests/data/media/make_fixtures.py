@@ -7,17 +7,18 @@
 # their kMDItem names (durations in seconds, null for an attribute that must be absent).
 
 import hashlib
-import json
 import pathlib
 import struct
+import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import box, full_box, write_json  # noqa: E402
 
 
 def write(name, data, expected):
     (HERE / name).write_bytes(data)
-    (HERE / (name + ".expect.json")).write_text(
-        json.dumps(expected, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+    write_json(HERE / (name + ".expect.json"), expected)
 
 
 # --- MPEG audio: Layer III frames with zero side information, which decode to silence.
@@ -385,15 +386,6 @@ write("echo.opus", ogg_opus([
 
 # --- MP4 audio (.m4a): the boxes a tag reader walks, with iTunes-style items. It declares AAC
 # audio of 2.75 s in its media header but holds no samples (its sample tables are empty).
-
-def box(kind, *parts):
-    payload = b"".join(parts)
-    return struct.pack(">I", 8 + len(payload)) + kind + payload
-
-
-def full_box(kind, version_flags, *parts):
-    return box(kind, struct.pack(">I", version_flags), *parts)
-
 
 MATRIX = struct.pack(">9I", 0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000)
 

@@ -6,11 +6,13 @@
 # and NAME.txt (its text, pages in order, each ending in a line feed) beside it.
 
 import hashlib
-import json
 import pathlib
 import struct
+import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import write_json  # noqa: E402
 
 # Standard security handler padding.
 PADDING = bytes.fromhex(
@@ -153,8 +155,7 @@ def write_pdf(name, pages, info, security=None):
 
 
 def expect(name, attributes, pages):
-    (HERE / (name + ".expect.json")).write_text(
-        json.dumps(attributes, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+    write_json(HERE / (name + ".expect.json"), attributes)
     text = "".join("\n".join(t for _, t in lines) + "\n" for lines in pages if lines)
     (HERE / (name + ".txt")).write_text(text, encoding="utf-8")
 

@@ -7,13 +7,11 @@ import json
 import os
 import sys
 import shutil
-import struct
 import zipfile
-import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
-from fixture_images import png  # noqa: E402
+from fixture_tools import png, write_json  # noqa: E402
 
 
 def info(version, kind="net.daringfireball.markdown"):
@@ -114,9 +112,7 @@ def pack(path, bundle, files):
 
 
 def expect(name, text):
-    with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
-        json.dump({"text": text}, file, ensure_ascii=False, indent=1)
-        file.write("\n")
+    write_json(os.path.join(HERE, name + ".expect.json"), {"text": text})
 
 
 def main():

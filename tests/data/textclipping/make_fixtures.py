@@ -5,52 +5,19 @@
 # "._NAME". Each NAME gets NAME.expect.json: the text and the document type the reader gives, or
 # "readable": false.
 
-import json
 import os
 import sys
 import plistlib
 import struct
-import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
-from fixture_images import png  # noqa: E402
+from fixture_tools import apple_double, png, resource_fork, write_fixtures  # noqa: E402
 
 
-def resource_fork(resources):
-    """A classic resource fork: header, data at 256, then the map (28-byte header, type list,
-    reference lists). Types keep the order in which they first appear."""
-    types = []
-    for kind, _, _ in resources:
-        if kind not in types:
-            types.append(kind)
-    data = b""
-    type_list = struct.pack(">H", len(types) - 1)
-    references = b""
-    for kind in types:
-        own = [(rid, body) for k, rid, body in resources if k == kind]
-        type_list += kind + struct.pack(">HH", len(own) - 1, 2 + 8 * len(types) + len(references))
-        for rid, body in own:
-            # No name; attributes 0 in the byte before the 24-bit data offset.
-            references += struct.pack(">hHII", rid, 0xFFFF, len(data), 0)
-            data += struct.pack(">I", len(body)) + body
-    resource_map = (bytes(24) + struct.pack(">HH", 28, 28 + len(type_list) + len(references))
-                    + type_list + references)
-    header = struct.pack(">IIII", 256, 256 + len(data), len(data), len(resource_map))
-    return header + bytes(256 - 16) + data + resource_map
-
-
-def apple_double(resources_fork, file_type=b"clpt", creator=b"MACS"):
-    """Finder info (entry 9) and resource fork (entry 2), as macOS writes beside a file."""
-    finder = file_type + creator + bytes(24)
-    entries = [(9, finder), (2, resources_fork)]
-    table = struct.pack(">II", 0x00051607, 0x00020000) + bytes(16) + struct.pack(">H", len(entries))
-    offset = len(table) + 12 * len(entries)
-    contents = b""
-    for entry_id, body in entries:
-        table += struct.pack(">III", entry_id, offset + len(contents), len(body))
-        contents += body
-    return table + contents
+def companion(fork):
+    """Finder info and resource fork, as macOS writes them beside a clipping."""
+    return apple_double([(9, b"clptMACS" + bytes(24)), (2, fork)])
 
 
 def styl(runs):
@@ -88,7 +55,7 @@ def data_fork(name, types, expected, fmt=plistlib.FMT_BINARY):
 
 
 def resources(name, forks, expected):
-    FIXTURES.append((name, b"", apple_double(resource_fork(forks)), expected))
+    FIXTURES.append((name, b"", companion(resource_fork(forks)), expected))
 
 
 # Property lists in the data fork, richest kind first: flat RTFD, RTF, UTF-16, UTF-8, Mac Roman.
@@ -159,37 +126,25 @@ resources("rsrc-rtf-info.textClipping", [
 FIXTURES.append(("damaged-rtf-then-text.textClipping",
                   plistlib.dumps({"UTI-Data": {"public.utf8-plain-text": "data fork loses"}},
                                  fmt=plistlib.FMT_BINARY),
-                  apple_double(resource_fork([(b"RTF ", 256, b"no RTF at all"),
+                  companion(resource_fork([(b"RTF ", 256, b"no RTF at all"),
                                               (b"TEXT", 256, b"TEXT that must not be used")])),
                   {"readable": False}))
 # A fork without text resources leaves the data fork to answer.
 FIXTURES.append(("plist-beside-drag-fork.textClipping",
                  plistlib.dumps({"UTI-Data": {"public.utf8-plain-text": "From the data fork."}},
                                 fmt=plistlib.FMT_BINARY),
-                 apple_double(resource_fork([(b"drag", 128, bytes(16))])),
+                 companion(resource_fork([(b"drag", 128, bytes(16))])),
                  {"text": "From the data fork.", "documentType": "NSPlainText"}))
 
 # A companion whose map points past its end, a data fork that is no property list, and an empty
 # clipping with no companion.
 broken = bytearray(resource_fork([(b"TEXT", 256, b"lost")]))
 struct.pack_into(">I", broken, 4, 0x7FFFFF00)
-FIXTURES.append(("damaged-bad-map.textClipping", b"", apple_double(bytes(broken)),
+FIXTURES.append(("damaged-bad-map.textClipping", b"", companion(bytes(broken)),
                  {"readable": False}))
 FIXTURES.append(("damaged-junk.textClipping", b"bplist00junk", None, {"readable": False}))
 FIXTURES.append(("damaged-empty-no-fork.textClipping", b"", None, {"readable": False}))
 
 
-def main():
-    for name, data, companion, expected in FIXTURES:
-        with open(os.path.join(HERE, name), "wb") as file:
-            file.write(data)
-        if companion is not None:
-            with open(os.path.join(HERE, "._" + name), "wb") as file:
-                file.write(companion)
-        with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
-            json.dump(expected, file, ensure_ascii=False, indent=1, sort_keys=True)
-            file.write("\n")
-
-
 if __name__ == "__main__":
-    main()
+    write_fixtures(HERE, FIXTURES)

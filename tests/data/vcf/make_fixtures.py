@@ -5,15 +5,12 @@
 # "readable": false for a file without a card.
 
 import base64
-import json
 import os
 import sys
-import struct
-import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
-from fixture_images import png  # noqa: E402
+from fixture_tools import png, write_fixtures  # noqa: E402
 
 
 def folded(head, data, width=74, indent="  "):
@@ -217,14 +214,5 @@ fixture("damaged-truncated-qp.vcf", (
 fixture("damaged-no-card.vcf", b"NAME: not a card at all\r\nEND:VCARD\r\n", {"readable": False})
 
 
-def main():
-    for name, data, expected in FIXTURES:
-        with open(os.path.join(HERE, name), "wb") as file:
-            file.write(data)
-        with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
-            json.dump(expected, file, ensure_ascii=False, indent=1, sort_keys=True)
-            file.write("\n")
-
-
 if __name__ == "__main__":
-    main()
+    write_fixtures(HERE, FIXTURES)

@@ -4,16 +4,13 @@
 # NAME.webarchive.expect.json: the searchable text, the page's title, base URL and description
 # (absent when the main resource is no page), or "readable": false.
 
-import json
 import os
 import sys
 import plistlib
-import struct
-import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
-from fixture_images import png  # noqa: E402
+from fixture_tools import png, write_fixtures  # noqa: E402
 
 
 def resource(data, mime, url, encoding="UTF-8"):
@@ -145,14 +142,5 @@ whole = plistlib.dumps(archive(resource(page("Cut", "<p>cut off</p>").encode(), 
 FIXTURES.append(("damaged-truncated.webarchive", whole[:len(whole) // 2], {"readable": False}))
 
 
-def main():
-    for name, data, expected in FIXTURES:
-        with open(os.path.join(HERE, name), "wb") as file:
-            file.write(data)
-        with open(os.path.join(HERE, name + ".expect.json"), "w", encoding="utf-8") as file:
-            json.dump(expected, file, ensure_ascii=False, indent=1, sort_keys=True)
-            file.write("\n")
-
-
 if __name__ == "__main__":
-    main()
+    write_fixtures(HERE, FIXTURES)

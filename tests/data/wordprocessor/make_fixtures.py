@@ -13,12 +13,13 @@ import datetime
 import json
 import math
 import struct
-import zipfile
-import zlib
+import sys
 from pathlib import Path
 from xml.sax.saxutils import escape
 
 HERE = Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+from fixture_tools import png, write_zip as write_any_zip  # noqa: E402
 
 # ---- What the documents say ------------------------------------------------------------------
 
@@ -92,13 +93,7 @@ def write_expectation(path, text, attributes):
 def write_zip(path, members):
     """members: (name, bytes or str). Members are stored, not deflated, so that the bytes do not
     depend on the zlib at hand."""
-    with zipfile.ZipFile(path, "w") as archive:
-        for name, data in members:
-            info = zipfile.ZipInfo(name, (2024, 1, 2, 3, 4, 4))
-            info.compress_type = zipfile.ZIP_STORED
-            info.create_system = 3
-            info.external_attr = 0o644 << 16
-            archive.writestr(info, data.encode("utf-8") if isinstance(data, str) else data)
+    write_any_zip(path, members, (2024, 1, 2, 3, 4, 4))
 
 
 # ---- Office Open XML -------------------------------------------------------------------------
@@ -870,12 +865,7 @@ RTFD_TEXT = ("Seed Exchange Ledger\nEnvelopes for \u201crunner\u201d beans cost 
 
 def tiny_png():
     """A one-pixel PNG, the attachment an RTFD carries beside its text."""
-    def chunk(kind, data):
-        return (struct.pack(">I", len(data)) + kind + data
-                + struct.pack(">I", zlib.crc32(kind + data) & 0xFFFFFFFF))
-    header = struct.pack(">IIBBBBB", 1, 1, 8, 0, 0, 0, 0)
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header)
-            + chunk(b"IDAT", zlib.compress(b"\x00\x80", 9)) + chunk(b"IEND", b""))
+    return png(1, 1, (0x80,), colour_type=0)
 
 
 def write_rtf(folder):

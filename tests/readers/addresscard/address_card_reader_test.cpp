@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "fixture_files.h"
 #include "readers/addresscard/address_card_reader.h"
 #include "readers/addresscard/person.h"
 #include "readers/addresscard/postal_address.h"
@@ -264,10 +265,7 @@ TEST(PostalAddress, FollowsTheCountry) {
 
 // The cards of tests/data/vcf (made by make_fixtures.py there), each against its .expect.json.
 TEST(AddressCardReader, ReadsCards) {
-  std::vector<fs::path> cards;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "vcf"))
-    if (entry.path().extension() == ".vcf") cards.push_back(entry.path());
-  std::sort(cards.begin(), cards.end());
+  const std::vector<fs::path> cards = testing::filesOf(testing::dataPath() / "vcf", {".vcf"});
   ASSERT_GE(cards.size(), 7u);
   auto strings = [](const std::optional<TextList>& value) {
     std::vector<std::string> list;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/deadline.h"
+#include "fixture_files.h"
 #include "reader_output_printer.h"
 #include "readers/doc/word_document_reader.h"
 #include "readers/doc/word_document_text.h"
@@ -518,10 +519,7 @@ std::string metaString(const nlohmann::json& meta, const char* key) {
 TEST(WordDocumentReader, CorpusTextAndAttributes) {
   ULVEK_REQUIRE_CORPUS();
   fs::path folder = testing::corpusPath() / "docs/doc";
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder))
-    if (entry.path().extension() == ".doc") files.push_back(entry.path());
-  std::sort(files.begin(), files.end());
+  const std::vector<fs::path> files = testing::filesOf(folder, {".doc"});
   int documents = 0;
   double sum = 0;
   testing::CapturedLog log;

@@ -408,6 +408,8 @@ TEST_F(EPUBNavigationTest, CorpusHtmlAndRichText) {
   }
 }
 
+// Covers named by a property, a meta element or the guide, in books built here and the
+// project's own.
 TEST_F(EPUBNavigationTest, Covers) {
   const std::string jpeg = "\xFF\xD8\xFF\xE0" + std::string("\0\x10JFIF\0", 7) + "rest";
   const std::string png = "\x89PNG\r\n\x1A\n" + std::string(8, '\0') + "rest";
@@ -427,8 +429,9 @@ TEST_F(EPUBNavigationTest, Covers) {
     std::string path;
     std::string member;  // empty: no cover
     std::string mimeType;
-    std::string bytes;
+    std::string bytes;  // the cover's bytes, or their start where `size` is given
     const char* logPart = nullptr;
+    std::size_t size = 0;
   };
   const Row rows[] = {
       {"cover-image property",
@@ -458,6 +461,13 @@ TEST_F(EPUBNavigationTest, Covers) {
                  "", {}),
        "", "", ""},
       {"no cover", coverBook("none.epub", "", "", "", {}), "", "", ""},
+      // The project's books.
+      {"cover-image property of a book", dataBook("northern-coast-epub3.epub"),
+       "EPUB/images/cover.png", "image/png", png.substr(0, 8), nullptr, 116},
+      {"cover meta of a book", dataBook("net-loft-epub2.epub"), "OPS/CoverDesign.png", "image/png",
+       png.substr(0, 8), nullptr, 407},
+      {"book without a cover", dataBook("field-notes-epub2.epub"), "", "", ""},
+      {"book without a cover, EPUB 3", dataBook("harbour-lights-epub3.epub"), "", "", ""},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -469,41 +479,14 @@ TEST_F(EPUBNavigationTest, Covers) {
       ASSERT_TRUE(cover);
       EXPECT_EQ(cover->member, row.member);
       EXPECT_EQ(cover->mimeType, row.mimeType);
-      EXPECT_EQ(std::string(cover->bytes.begin(), cover->bytes.end()), row.bytes);
+      EXPECT_EQ(cover->bytes.size(), row.size ? row.size : row.bytes.size());
+      EXPECT_TRUE(std::string(cover->bytes.begin(), cover->bytes.end()).starts_with(row.bytes));
     }
     if (row.logPart) {
       EXPECT_TRUE(log.contains(row.logPart));
     }
   }
   EXPECT_FALSE(EPUBParser::coverForFile(""));
-}
-
-TEST_F(EPUBNavigationTest, CoversOfBooks) {
-  const std::string png = "\x89PNG\r\n\x1A\n";
-  struct Row {
-    const char* book;
-    std::string member;  // empty: no cover
-    std::size_t size;
-  };
-  const Row rows[] = {
-      {"northern-coast-epub3.epub", "EPUB/images/cover.png", 116},  // cover-image property
-      {"net-loft-epub2.epub", "OPS/CoverDesign.png", 407},          // cover meta
-      {"field-notes-epub2.epub", "", 0},
-      {"harbour-lights-epub3.epub", "", 0},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.book);
-    std::optional<EPUBCover> cover = EPUBParser::coverForFile(dataBook(row.book));
-    if (row.member.empty()) {
-      EXPECT_FALSE(cover);
-      continue;
-    }
-    ASSERT_TRUE(cover);
-    EXPECT_EQ(cover->member, row.member);
-    EXPECT_EQ(cover->mimeType, "image/png");
-    EXPECT_EQ(cover->bytes.size(), row.size);
-    EXPECT_EQ(std::string(cover->bytes.begin(), cover->bytes.begin() + 8), png);
-  }
 }
 
 TEST_F(EPUBNavigationTest, CorpusCovers) {

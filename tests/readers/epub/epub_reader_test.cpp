@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "fixture_files.h"
 #include "test_support.h"
 #include "text/string_utilities.h"
 #include "word_bag.h"
@@ -49,52 +50,35 @@ std::string joined(const std::optional<TextList>& value) {
 }
 
 TEST(EPUBReader, Books) {
-  std::vector<fs::path> books;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "epub"))
-    if (entry.path().extension() == ".epub") books.push_back(entry.path());
-  std::sort(books.begin(), books.end());
+  const std::vector<fs::path> books = testing::filesOf(testing::dataPath() / "epub", {".epub"});
   ASSERT_GE(books.size(), 6u);
-  // What the reader answers, and what only the book's own metadata keeps.
-  struct Field {
-    const char* expected;
-    std::string (*read)(const ReaderOutput& output, const EPUBParser& book);
-  };
-  const Field fields[] = {
-      {"title", [](const ReaderOutput& output, const EPUBParser&) { return joined(output.title); }},
-      {"authors",
-       [](const ReaderOutput& output, const EPUBParser&) { return joined(output.authors); }},
-      {"contributors",
-       [](const ReaderOutput&, const EPUBParser& book) {
-         return text(book.metaData(), "kMDItemContributors");
-       }},
-      {"editors", [](const ReaderOutput&,
-                     const EPUBParser& book) { return text(book.metaData(), "kMDItemEditors"); }},
-      {"publishers",
-       [](const ReaderOutput&, const EPUBParser& book) {
-         return text(book.metaData(), "kMDItemPublishers");
-       }},
-      {"keywords",
-       [](const ReaderOutput& output, const EPUBParser&) { return joined(output.keywords); }},
-      {"description",
-       [](const ReaderOutput& output, const EPUBParser&) { return joined(output.description); }},
-      {"copyright",
-       [](const ReaderOutput& output, const EPUBParser&) { return joined(output.copyright); }},
-  };
   for (const fs::path& path : books) {
     SCOPED_TRACE(path.filename().string());
     auto expect = nlohmann::json::parse(testing::readFile(path.string() + ".expect.json"));
     testing::CapturedLog log;
     std::optional<ReaderOutput> output = epubReader().read(ReaderSource::file(path.string()));
     ASSERT_TRUE(output);
+    // What the reader answers, and what only the book's own metadata keeps.
     EPUBParser book(path.string());
-    for (const Field& field : fields) {
+    const PropertyDictionary& meta = book.metaData();
+    const std::pair<const char*, std::string> fields[] = {
+        {"title", joined(output->title)},
+        {"authors", joined(output->authors)},
+        {"contributors", text(meta, "kMDItemContributors")},
+        {"editors", text(meta, "kMDItemEditors")},
+        {"publishers", text(meta, "kMDItemPublishers")},
+        {"keywords", joined(output->keywords)},
+        {"description", joined(output->description)},
+        {"copyright", joined(output->copyright)},
+    };
+    for (const auto& [key, read] : fields) {
       std::string expected = "(none)";
-      if (auto value = expect.find(field.expected); value != expect.end()) {
+      if (auto value = expect.find(key); value != expect.end()) {
         expected.clear();
         for (const auto& item : value->is_array() ? *value : nlohmann::json::array({*value}))
           expected += (expected.empty() ? "" : "|") + item.get<std::string>();
       }
-      EXPECT_EQ(field.read(*output, book), expected) << field.expected;
+      EXPECT_EQ(read, expected) << key;
     }
     if (expect["text"].is_null()) {
       EXPECT_FALSE(output->text);

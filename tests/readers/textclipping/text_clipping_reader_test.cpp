@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "fixture_files.h"
 #include "fork_test_files.h"
 #include "platform/resource_fork.h"
 #include "platform/type_codes.h"
@@ -24,13 +25,8 @@ namespace fs = std::filesystem;
 // The clippings of tests/data/textclipping (made by make_fixtures.py there), each against its
 // .expect.json: text and document type and nothing else, or no answer.
 TEST(TextClippingReader, ReadsClippings) {
-  std::vector<fs::path> clippings;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "textclipping")) {
-    std::string name = entry.path().filename().string();
-    if (name.ends_with(".textClipping") && !name.starts_with("._"))
-      clippings.push_back(entry.path());
-  }
-  std::sort(clippings.begin(), clippings.end());
+  const std::vector<fs::path> clippings =
+      testing::filesOf(testing::dataPath() / "textclipping", {".textClipping"});
   ASSERT_GE(clippings.size(), 17u);
   for (const fs::path& path : clippings) {
     SCOPED_TRACE(path.filename().string());

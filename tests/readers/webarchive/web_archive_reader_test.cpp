@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/property_list.h"
+#include "fixture_files.h"
 #include "reader_output_printer.h"
 #include "readers/webarchive/web_archive.h"
 #include "readers/webarchive/web_archive_reader.h"
@@ -267,10 +268,8 @@ TEST(WebArchiveReader, AnswersHTMLMetaAttributes) {
 // The archives of tests/data/webarchive (made by make_fixtures.py there), each against its
 // .expect.json.
 TEST(WebArchiveReader, ReadsArchives) {
-  std::vector<fs::path> archives;
-  for (const auto& entry : fs::directory_iterator(testing::dataPath() / "webarchive"))
-    if (entry.path().extension() == ".webarchive") archives.push_back(entry.path());
-  std::sort(archives.begin(), archives.end());
+  const std::vector<fs::path> archives =
+      testing::filesOf(testing::dataPath() / "webarchive", {".webarchive"});
   ASSERT_GE(archives.size(), 7u);
   for (const fs::path& path : archives) {
     SCOPED_TRACE(path.filename().string());
