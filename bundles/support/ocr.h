@@ -42,6 +42,12 @@ std::string languagesForLocale(const std::string& locale,
 // languagesForLocale of this process's locale (LC_ALL, LC_MESSAGES, LANG) and installed models.
 std::string defaultLanguages();
 
+// Clockwise quarter turns that make `picture`, scanned at `dpi`, upright, by Leptonica's count
+// of the ascenders and descenders of its lines: a few hundredths of a second a page, against
+// seconds for reading it. Nothing when the count is not plain, as for pictures of little or no
+// Latin text.
+std::optional<int> turnsBySight(Pix* picture, int dpi);
+
 struct Reading {
   std::string text;       // without trailing line ends
   int words = 0;          // words Tesseract found
@@ -83,7 +89,8 @@ class Engine {
   struct Api;
   Api* api_ = nullptr;
   std::string languages_;
-  bool turnedLast_ = false;  // the last page read had to be turned upright
+  // The last page read had to be turned upright, and this page's lines were not plain to see.
+  bool turnedLast_ = false;
 };
 
 // Pictures bigger than this are not decoded: a declared size that no scan has is a decompression
