@@ -138,6 +138,8 @@ std::optional<int> turnsBySight(Pix* page, int dpi) {
   // Turned a quarter clockwise, lines whose tops were to the left have them up.
   PixPointer quarter(pixRotate90(binary.get(), 1));
   if (!quarter || pixUpDownDetect(quarter.get(), &left, 0, 0, 0) != 0) return std::nullopt;
+  // Too few letters to count either way.
+  if (up == 0 || left == 0) return std::nullopt;
   l_int32 orientation = L_TEXT_ORIENT_UNKNOWN;
   makeOrientDecision(up, left, kLeastSightConfidence, kLeastSightRatio, &orientation, 0);
   switch (orientation) {
