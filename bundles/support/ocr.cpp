@@ -246,6 +246,13 @@ Reading Engine::read(Pix* picture, std::optional<Clock::time_point> deadline) {
 }
 
 Reading Engine::recognize(std::optional<Clock::time_point> deadline) {
+  passes_ = 0;
+  Reading reading = recognizeUpright(deadline);
+  reading.passes = passes_;
+  return reading;
+}
+
+Reading Engine::recognizeUpright(std::optional<Clock::time_point> deadline) {
   tesseract::TessBaseAPI& api = api_->tesseract;
   Pix* input = api.GetInputImage();
   PixPointer page(input ? pixClone(input) : nullptr);
@@ -314,6 +321,7 @@ Reading Engine::recognizeOnce(std::optional<Clock::time_point> deadline) {
     }
     monitor.set_deadline_msecs(static_cast<int>(std::min<long long>(left.count(), 1 << 30)));
   }
+  ++passes_;
   if (api.Recognize(&monitor) != 0 || (deadline && Clock::now() >= *deadline)) {
     reading.timedOut = deadline && Clock::now() >= *deadline;
     return reading;

@@ -53,6 +53,7 @@ struct Reading {
   int words = 0;          // words Tesseract found
   double confidence = 0;  // their mean confidence, 0 to 100
   bool timedOut = false;  // stopped at the deadline; the text is then empty
+  int passes = 0;         // times Tesseract read the page: more than one when turned after a pass
 };
 
 // An engine with a language's models loaded. One engine is for one thread at a time.
@@ -81,6 +82,7 @@ class Engine {
   Engine() = default;
   static std::unique_ptr<Engine> load(const std::string& languages);
   Reading recognize(std::optional<Clock::time_point> deadline);
+  Reading recognizeUpright(std::optional<Clock::time_point> deadline);
   Reading recognizeOnce(std::optional<Clock::time_point> deadline);
   // Clockwise quarter turns that make the picture set upright, by the orientation model: 0
   // when it is upright, or the model is missing or unsure.
@@ -91,6 +93,7 @@ class Engine {
   std::string languages_;
   // The last page read had to be turned upright, and this page's lines were not plain to see.
   bool turnedLast_ = false;
+  int passes_ = 0;  // of the page being read
 };
 
 // Pictures bigger than this are not decoded: a declared size that no scan has is a decompression
