@@ -115,13 +115,13 @@ constexpr double kUprightConfidence = 70;
 constexpr float kLeastTurnConfidence = 7;
 
 // Leptonica's count of ascenders against descenders tells which way lines of Latin text run.
-// Its confidences measured on letter pages at 150 to 300 dpi: upright text 9 to 52, the same
-// pages on their side 2 to 6 against 9 to 52 across; a typewriter page with little of either
-// 10 against 9, and a photo 0. Below these a page is left to Tesseract.
+// Measured on pages at 150 to 300 dpi, its confidence along the lines is 9 to 52 and across them
+// 1 to 6; a typewriter page's is 10 against 9, a photo's or a label's nothing. A page is turned
+// by sight only when the count along is at least this and this many times the count across.
 constexpr float kLeastSightConfidence = 8;
 constexpr float kLeastSightRatio = 3;
-// Upright text answers this at once, lines on their side far less: the quarter turned count is
-// then not needed.
+// Upright text answers this at once, lines on their side far less: the count across is then not
+// needed.
 constexpr float kSurelyUpright = 12;
 // The counts are made for 150 to 300 dpi; finer pages are halved first.
 constexpr int kFinestSightDpi = 400;

@@ -91,7 +91,8 @@ class Engine {
   struct Api;
   Api* api_ = nullptr;
   std::string languages_;
-  // The last page read had to be turned upright, and this page's lines were not plain to see.
+  // The last page read had to be turned upright: a page whose lines are not plain to see is
+  // then asked of the orientation model first.
   bool turnedLast_ = false;
   int passes_ = 0;  // of the page being read
 };
