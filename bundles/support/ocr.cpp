@@ -115,14 +115,13 @@ constexpr double kUprightConfidence = 70;
 constexpr float kLeastTurnConfidence = 7;
 
 // Leptonica's count of ascenders against descenders tells which way lines of Latin text run.
-// Measured on pages at 150 to 300 dpi, its confidence along the lines is 9 to 52 and across them
-// 1 to 6; a typewriter page's is 10 against 9, a photo's or a label's nothing. A page is turned
-// by sight only when the count along is at least this and this many times the count across.
+// Measured on pages at 150 to 300 dpi, its confidence along the lines is 9 to 52 (a typewriter
+// page's 10), across them 1 to 6 (the typewriter page's 9), and nothing for a photo or a label.
+// A page is taken as upright when its count as it stands is at least this, and turned by sight
+// only when the count one of the other three ways is at least this and this many times the count
+// across that way.
 constexpr float kLeastSightConfidence = 8;
 constexpr float kLeastSightRatio = 3;
-// Upright text answers this at once, lines on their side far less: the count across is then not
-// needed.
-constexpr float kSurelyUpright = 12;
 // The counts are made for 150 to 300 dpi; finer pages are halved first.
 constexpr int kFinestSightDpi = 400;
 
@@ -134,7 +133,7 @@ std::optional<int> turnsBySight(Pix* page, int dpi) {
   if (!binary) return std::nullopt;
   l_float32 up = 0, left = 0;
   if (pixUpDownDetect(binary.get(), &up, 0, 0, 0) != 0) return std::nullopt;
-  if (up >= kSurelyUpright) return 0;
+  if (up >= kLeastSightConfidence) return 0;
   // Turned a quarter clockwise, lines whose tops were to the left have them up.
   PixPointer quarter(pixRotate90(binary.get(), 1));
   if (!quarter || pixUpDownDetect(quarter.get(), &left, 0, 0, 0) != 0) return std::nullopt;
@@ -143,8 +142,6 @@ std::optional<int> turnsBySight(Pix* page, int dpi) {
   l_int32 orientation = L_TEXT_ORIENT_UNKNOWN;
   makeOrientDecision(up, left, kLeastSightConfidence, kLeastSightRatio, &orientation, 0);
   switch (orientation) {
-    case L_TEXT_ORIENT_UP:
-      return 0;
     case L_TEXT_ORIENT_LEFT:
       return 1;
     case L_TEXT_ORIENT_DOWN:
