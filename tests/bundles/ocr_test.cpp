@@ -264,7 +264,9 @@ TEST(OCR, SeesWhichWayPagesOfTextLie) {
       {"page.jpg", 1, 200, 3},
       {"skewed.png", 2, 200, 2},
       // Finer than the counts are made for: halved first.
+      {"page-600dpi.png", 0, 600, 0},
       {"page-600dpi.png", 1, 600, 3},
+      {"page-600dpi.png", 2, 600, 2},
       {"label.png", 0, 200, std::nullopt},
       {"label.png", 1, 200, std::nullopt},
       {"label.png", 2, 200, std::nullopt},
