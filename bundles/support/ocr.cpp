@@ -115,17 +115,17 @@ constexpr double kUprightConfidence = 70;
 constexpr float kLeastTurnConfidence = 7;
 
 // Leptonica's count of ascenders against descenders tells which way lines of Latin text run.
-// Measured on pages at 150 to 300 dpi, its confidence along the lines is 9 to 52 (a typewriter
-// page's 10), across them 1 to 6 (the typewriter page's 9), and nothing for a photo or a label.
-// A page is taken as upright when its count as it stands is at least this, and turned by sight
-// only when the count one of the other three ways is at least this and this many times the count
-// across that way.
+// Measured on pages at 150 to 300 dpi, its confidence along the lines is 9 to 52, across them 1
+// to 6, and nothing for a photo or a label; but a typewriter page's is 10 along against 9 across.
+// A page is taken to lie one way when its count that way is at least this and this many times
+// the count across.
 constexpr float kLeastSightConfidence = 8;
 constexpr float kLeastSightRatio = 3;
 // The counts are made for 150 to 300 dpi; finer pages are halved first.
 constexpr int kFinestSightDpi = 400;
-// Whether a page is upright is as plain at half of 300 dpi, for a quarter of the cost: there
-// upright pages count 8.5 to 17, pages on their side at most 5.
+// Whether a page is upright is plainer at half of 300 dpi, for a quarter of the cost: there
+// upright pages count 8.5 to 17 as they stand, and pages on their side at most 5 (the typewriter
+// page 2).
 constexpr int kCoarsestSightDpi = 150;
 
 std::optional<int> turnsBySight(Pix* page, int dpi) {
@@ -141,7 +141,6 @@ std::optional<int> turnsBySight(Pix* page, int dpi) {
       return 0;
   }
   if (pixUpDownDetect(binary.get(), &up, 0, 0, 0) != 0) return std::nullopt;
-  if (up >= kLeastSightConfidence) return 0;
   // Turned a quarter clockwise, lines whose tops were to the left have them up.
   PixPointer quarter(pixRotate90(binary.get(), 1));
   if (!quarter || pixUpDownDetect(quarter.get(), &left, 0, 0, 0) != 0) return std::nullopt;
@@ -150,6 +149,8 @@ std::optional<int> turnsBySight(Pix* page, int dpi) {
   l_int32 orientation = L_TEXT_ORIENT_UNKNOWN;
   makeOrientDecision(up, left, kLeastSightConfidence, kLeastSightRatio, &orientation, 0);
   switch (orientation) {
+    case L_TEXT_ORIENT_UP:
+      return 0;
     case L_TEXT_ORIENT_LEFT:
       return 1;
     case L_TEXT_ORIENT_DOWN:
