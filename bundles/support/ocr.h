@@ -42,11 +42,18 @@ std::string languagesForLocale(const std::string& locale,
 // languagesForLocale of this process's locale (LC_ALL, LC_MESSAGES, LANG) and installed models.
 std::string defaultLanguages();
 
+// Clockwise quarter turns that make `picture`, scanned at `dpi`, upright, by Leptonica's count
+// of the ascenders and descenders of its lines: a few hundredths of a second a page, against
+// seconds for reading it. Nothing when the count is not plain, as for pictures of little or no
+// Latin text.
+std::optional<int> turnsBySight(Pix* picture, int dpi);
+
 struct Reading {
   std::string text;       // without trailing line ends
   int words = 0;          // words Tesseract found
   double confidence = 0;  // their mean confidence, 0 to 100
   bool timedOut = false;  // stopped at the deadline; the text is then empty
+  int passes = 0;         // times Tesseract read the page: more than one when turned after a pass
 };
 
 // An engine with a language's models loaded. One engine is for one thread at a time.
@@ -75,6 +82,7 @@ class Engine {
   Engine() = default;
   static std::unique_ptr<Engine> load(const std::string& languages);
   Reading recognize(std::optional<Clock::time_point> deadline);
+  Reading recognizeUpright(std::optional<Clock::time_point> deadline);
   Reading recognizeOnce(std::optional<Clock::time_point> deadline);
   // Clockwise quarter turns that make the picture set upright, by the orientation model: 0
   // when it is upright, or the model is missing or unsure.
@@ -83,7 +91,10 @@ class Engine {
   struct Api;
   Api* api_ = nullptr;
   std::string languages_;
-  bool turnedLast_ = false;  // the last page read had to be turned upright
+  // The last page read had to be turned upright: a page whose lines are not plain to see is
+  // then asked of the orientation model first.
+  bool turnedLast_ = false;
+  int passes_ = 0;  // of the page being read
 };
 
 // Pictures bigger than this are not decoded: a declared size that no scan has is a decompression

@@ -3,13 +3,14 @@
 #
 # Pages of our own text are written as PostScript and rendered by Ghostscript (Debian's
 # ghostscript) into what a scanner or a phone gives: image-only PDF files at 300, 200 and
-# 150 dpi, a PNG, a JPEG, a two-page TIFF, pages turned by 90 and 180 degrees and one skewed by
-# two. A PDF with a page of real text and a page of scan, scans under a text layer (an invisible
-# one of a failed OCR, an invisible one of good text, a visible one), a picture without text and
-# two hostile images are written byte by byte here. A phone's HEIC and AVIF pictures of a page, a
-# HEIC photo without text and two hostile HEIC files are encoded by heif-enc (Debian's
-# libheif-examples). NAME.txt beside each holds the words it shows, pages in order (empty for the
-# pictures without text). Every run writes the same bytes.
+# 150 dpi, PNG files at 200 and 600 dpi, a JPEG, a two-page TIFF, pages turned by 90, 180 and
+# 270 degrees and one skewed by two, and a label of four words. A PDF with a page of real text and
+# a page of scan, scans under a text layer (an invisible one of a failed OCR, an invisible one of
+# good text, a visible one), a picture without text and two hostile images are written byte by
+# byte here. A phone's HEIC and AVIF pictures of a page, a HEIC photo without text and two hostile
+# HEIC files are encoded by heif-enc (Debian's libheif-examples). NAME.txt beside each holds the
+# words it shows, pages in order (empty for the pictures without text). Every run writes the same
+# bytes.
 
 import hashlib
 import pathlib
@@ -80,6 +81,8 @@ def postscript(pages, turn=0):
     for lines in pages:
         if turn == 90:
             sheet, place = (HEIGHT, WIDTH), f"{HEIGHT} 0 translate 90 rotate"
+        elif turn == 270:
+            sheet, place = (HEIGHT, WIDTH), f"0 {WIDTH} translate 270 rotate"
         elif turn == 180:
             sheet, place = (WIDTH, HEIGHT), f"{WIDTH} {HEIGHT} translate 180 rotate"
         elif turn:
@@ -375,6 +378,10 @@ def main():
         ("scan-150dpi.pdf", [two], "pdfimage8", 150, 0),
         ("turned-90.pdf", [three], "pdfimage8", 200, 90),
         ("turned-180.pdf", [one], "pdfimage8", 200, 180),
+        ("turned-270.pdf", [two], "pdfimage8", 200, 270),
+        ("page-600dpi.png", [one], "pnggray", 600, 0),
+        # A label: too few letters to tell which way it lies.
+        ("label.png", [["Notice to all mariners"]], "pnggray", 200, 0),
         ("skewed.png", [two], "pnggray", 200, 2),
         ("page.png", [three], "pnggray", 200, 0),
         ("page.jpg", [one], "jpeggray", 200, 0),
