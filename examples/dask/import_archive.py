@@ -21,7 +21,6 @@ import collections
 import datetime
 import hashlib
 import json
-import math
 import os
 import sys
 import time
@@ -122,39 +121,56 @@ def merge(summaries):
 
 
 # Kinds whose files may hold scans, read by OCR at seconds a page where most files take
-# milliseconds: PDF, PostScript and every picture.
-SLOW_KINDS = {"com.adobe.pdf", "com.adobe.postscript", "public.image"}
+# milliseconds, slowest first: documents of many pages, then single pictures.
+SLOW_KINDS = ({"com.adobe.pdf", "com.adobe.postscript", "public.tiff"}, {"public.image"})
 
 
-def slow_extensions():
-    """The extensions of every known kind that is, or conforms to, one of SLOW_KINDS."""
+def slowness_by_extension():
+    """The rank in SLOW_KINDS of every extension of a kind that is, or conforms to, one of
+    them; the first rank it reaches."""
     import ulvekbot
 
     known = {kind["identifier"]: kind for kind in ulvekbot.formats()}
 
-    def slow(identifier, seen=()):
-        if identifier in SLOW_KINDS:
+    def reaches(identifier, kinds, seen=()):
+        if identifier in kinds:
             return True
         kind = known.get(identifier)
         return kind is not None and identifier not in seen and any(
-            slow(parent, (*seen, identifier)) for parent in kind["conformsTo"])
+            reaches(parent, kinds, (*seen, identifier)) for parent in kind["conformsTo"])
 
-    return {"." + extension.lower() for identifier, kind in known.items() if slow(identifier)
-            for extension in kind["extensions"]}
-
-
-def slow_first(paths):
-    """The paths that may be slow first, each kind in its own order: a long scan left for the
-    end would run alone while the other workers wait."""
-    slow = slow_extensions()
-    return sorted(paths, key=lambda path: os.path.splitext(path)[1].lower() not in slow)
+    ranks = {}
+    for rank, kinds in enumerate(SLOW_KINDS):
+        for identifier, kind in known.items():
+            if reaches(identifier, kinds):
+                for extension in kind["extensions"]:
+                    ranks.setdefault("." + extension.lower(), rank)
+    return ranks
 
 
-def partitions_for(count, threads, size):
+def dealt(paths, count):
+    """The paths dealt out to `count` partitions like cards."""
+    count = max(1, min(count, len(paths)))
+    return [paths[first::count] for first in range(count)]
+
+
+def hands_for(paths, threads, size):
+    """The partitions to import, those that may be slow first. Files that may hold scans go in
+    small partitions (a few files a partition, of at most 64 a worker thread), so that a long
+    scan starts early and alone while the other workers go on; the others in 16 a thread. With
+    `size`, every partition holds that many files."""
     if size:
-        return max(1, math.ceil(count / size))
-    # Many partitions a thread, so that the workers share out the slow ones as they go.
-    return max(1, min(count, 16 * threads))
+        return [paths[first:first + size] for first in range(0, len(paths), size)]
+    ranks = slowness_by_extension()
+    rank = {path: ranks.get(os.path.splitext(path)[1].lower(), len(SLOW_KINDS)) for path in paths}
+    slow = sorted((path for path in paths if rank[path] < len(SLOW_KINDS)), key=rank.get)
+    others = [path for path in paths if rank[path] == len(SLOW_KINDS)]
+    return [hand for hand in dealt(slow, 64 * threads) + dealt(others, 16 * threads) if hand]
+
+
+def import_hand(hands, out_dir, run):
+    """import_partition over the one hand of paths each of these partitions holds."""
+    return import_partition([path for hand in hands for path in hand], out_dir, run)
 
 
 def run(args):
@@ -181,10 +197,9 @@ def run(args):
         summaries = []
         importing = time.monotonic()
         if todo:
-            bag = dask.bag.from_sequence(
-                slow_first(todo),
-                npartitions=partitions_for(len(todo), threads, args.partition_size))
-            summaries = bag.map_partitions(import_partition, os.path.abspath(args.out),
+            hands = hands_for(todo, threads, args.partition_size)
+            bag = dask.bag.from_sequence(hands, npartitions=len(hands))
+            summaries = bag.map_partitions(import_hand, os.path.abspath(args.out),
                                            runid).compute()
         importing = time.monotonic() - importing
     finally:
@@ -231,7 +246,8 @@ def main(argv=None):
     parser.add_argument("--threads-per-worker", type=int, default=1, metavar="N",
                         help="threads, and so cores, of each local worker (default: 1)")
     parser.add_argument("--partition-size", type=int, default=0, metavar="FILES",
-                        help="files a partition (default: sixteen partitions a worker thread)")
+                        help="files a partition (default: files that may hold scans a few a "
+                        "partition, the others sixteen partitions a worker thread)")
     args = parser.parse_args(argv)
     if args.local_workers < 1 or args.threads_per_worker < 1:
         parser.error("--local-workers and --threads-per-worker take a number above 0")

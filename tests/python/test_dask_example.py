@@ -59,3 +59,19 @@ def test_a_local_cluster_answers_the_command_line_and_resumes():
         assert again.startswith(f"{lost} files") and f"{len(expected) - lost} skipped" in again
         rerun = example(DATA, "--out", out, "--local-workers", "2")
         assert rerun.startswith("0 files") and f"{len(expected)} skipped" in rerun
+
+
+def test_partitions_start_with_the_files_that_may_hold_scans():
+    sys.path.insert(0, os.path.dirname(EXAMPLE))
+    import import_archive
+
+    paths = [f"/a/{i}.txt" for i in range(100)] + ["/a/scan.pdf", "/a/photo.jpg", "/a/b.tiff"]
+    for threads, size in ((1, 0), (4, 0), (2, 7)):
+        hands = import_archive.hands_for(paths, threads, size)
+        assert sorted(path for hand in hands for path in hand) == sorted(paths)
+        if size:
+            assert all(len(hand) <= size for hand in hands)
+            continue
+        # Documents of many pages first, then pictures, each in a partition of its own here.
+        assert hands[:3] == [["/a/scan.pdf"], ["/a/b.tiff"], ["/a/photo.jpg"]]
+        assert len(hands) == 3 + min(100, 16 * threads)
