@@ -8,8 +8,9 @@
    start is left out).
 2. The mixed folder of real documents ($ULVEK_CORPUS_DIR/docs, or --corpus) through
    import_tree with 1 and 2 jobs, and through examples/dask/import_archive.py on a local
-   cluster of 1 and 2 worker processes (its import time, without the cluster's start); beside
-   them `ulvekbot import -j 1` and `-j 2` over the same folder.
+   cluster of 1 and 2 worker processes of one thread, and of one worker of 2 threads (its import
+   time, without the cluster's start); beside them `ulvekbot import -j 1` and `-j 2` over the
+   same folder.
 """
 
 import argparse
