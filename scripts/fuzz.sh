@@ -9,6 +9,9 @@ seconds=${1:-0}
 CC=clang CXX=clang++ scripts/setup.sh build-fuzz -DULVEK_FUZZ=ON -DULVEK_BENCH=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
+# Leaks inside libraries that no caller can free are told apart from ours.
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp
+
 for source in tests/fuzz/*_fuzz.cpp; do
   name=$(basename "$source" .cpp)
   seeds=tests/fuzz/${name}_seeds
