@@ -158,13 +158,14 @@ def hands_for(paths, threads, size):
     """The partitions to import, those that may be slow first. Files that may hold scans go in
     small partitions (a few files a partition, of at most 64 a worker thread), so that a long
     scan starts early and alone while the other workers go on; the others in 16 a thread. With
-    `size`, every partition holds that many files."""
-    if size:
-        return [paths[first:first + size] for first in range(0, len(paths), size)]
+    `size`, every partition holds that many files, those that may be slow still first."""
     ranks = slowness_by_extension()
     rank = {path: ranks.get(os.path.splitext(path)[1].lower(), len(SLOW_KINDS)) for path in paths}
     slow = sorted((path for path in paths if rank[path] < len(SLOW_KINDS)), key=rank.get)
     others = [path for path in paths if rank[path] == len(SLOW_KINDS)]
+    if size:
+        ordered = slow + others
+        return [ordered[first:first + size] for first in range(0, len(ordered), size)]
     return [hand for hand in dealt(slow, 64 * threads) + dealt(others, 16 * threads) if hand]
 
 
