@@ -260,32 +260,59 @@ TEST(SandboxProgramTest, FindsProgramsOnThePath) {
 }
 
 TEST(SandboxLimitsTest, WorkerLimitsAndTheTimeOfOneCall) {
-  int report[2];
-  ASSERT_EQ(::pipe(report), 0);
-  pid_t child = ::fork();
-  if (child == 0) {
-    sandbox::limitWorkerResources(16, 100);
-    sandbox::limitProcessorTimeFor(5);
-    rlimit limits[4]{};
-    ::getrlimit(RLIMIT_CORE, &limits[0]);
-    ::getrlimit(RLIMIT_FSIZE, &limits[1]);
-    ::getrlimit(RLIMIT_CPU, &limits[2]);
-    ::getrlimit(RLIMIT_NPROC, &limits[3]);
-    (void)!::write(report[1], limits, sizeof limits);
-    ::_exit(0);
+  // Root is never held to a number of tasks, so its limit stays; any other user gets one. As
+  // root the other row runs as nobody.
+  constexpr uid_t kNobody = 65534;
+  struct Row {
+    const char* user;
+    bool asNobody;
+    bool tasksLimited;
+  };
+  std::vector<Row> rows;
+  if (::getuid() == 0) {
+    rows.push_back({"root", false, false});
+    rows.push_back({"nobody", true, true});
+  } else {
+    rows.push_back({"this user", false, true});
   }
-  ::close(report[1]);
-  rlimit limits[4]{};
-  ASSERT_EQ(::read(report[0], limits, sizeof limits), static_cast<ssize_t>(sizeof limits));
-  ::close(report[0]);
-  ::waitpid(child, nullptr, 0);
-  EXPECT_EQ(limits[0].rlim_max, 0u);
-  EXPECT_EQ(limits[1].rlim_cur, 16u << 20);
-  EXPECT_EQ(limits[2].rlim_max, 100u);
-  // The call's share: what was used (under a second here) plus five seconds, rounded up.
-  EXPECT_GE(limits[2].rlim_cur, 6u);
-  EXPECT_LE(limits[2].rlim_cur, 8u);
-  EXPECT_NE(limits[3].rlim_cur, RLIM_INFINITY);
+  rlimit tasksBefore{};
+  ::getrlimit(RLIMIT_NPROC, &tasksBefore);
+  for (const Row& row : rows) {
+    int report[2];
+    ASSERT_EQ(::pipe(report), 0);
+    pid_t child = ::fork();
+    if (child == 0) {
+      if (row.asNobody && ::setresuid(kNobody, kNobody, kNobody) != 0) ::_exit(1);
+      sandbox::limitWorkerResources(16, 100);
+      sandbox::limitProcessorTimeFor(5);
+      rlimit limits[4]{};
+      ::getrlimit(RLIMIT_CORE, &limits[0]);
+      ::getrlimit(RLIMIT_FSIZE, &limits[1]);
+      ::getrlimit(RLIMIT_CPU, &limits[2]);
+      ::getrlimit(RLIMIT_NPROC, &limits[3]);
+      (void)!::write(report[1], limits, sizeof limits);
+      ::_exit(0);
+    }
+    ::close(report[1]);
+    rlimit limits[4]{};
+    ASSERT_EQ(::read(report[0], limits, sizeof limits), static_cast<ssize_t>(sizeof limits))
+        << row.user;
+    ::close(report[0]);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(limits[0].rlim_max, 0u) << row.user;
+    EXPECT_EQ(limits[1].rlim_cur, 16u << 20) << row.user;
+    EXPECT_EQ(limits[2].rlim_max, 100u) << row.user;
+    // The call's share: what was used (under a second here) plus five seconds, rounded up.
+    EXPECT_GE(limits[2].rlim_cur, 6u) << row.user;
+    EXPECT_LE(limits[2].rlim_cur, 8u) << row.user;
+    if (row.tasksLimited) {
+      // The user's tasks now and 64 more: this one at least.
+      EXPECT_NE(limits[3].rlim_cur, RLIM_INFINITY) << row.user;
+      EXPECT_GE(limits[3].rlim_cur, 65u) << row.user;
+    } else {
+      EXPECT_EQ(limits[3].rlim_cur, tasksBefore.rlim_cur) << row.user;
+    }
+  }
 }
 
 }  // namespace
