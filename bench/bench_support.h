@@ -95,10 +95,12 @@ inline void printComparisonHeader() {
               "per file", "peer ms", "", "one proc.", "peer ms", "");
 }
 
+// `options` go to ulvekbot import.
 inline void printComparison(const std::string& kind, const std::vector<std::string>& paths,
-                            const std::vector<Peer>& peers) {
-  double oursPerFile = milliseconds(eachFile(paths, kUlvekbot + " import"));
-  double oursOneProcess = milliseconds(kUlvekbot + " import" + joined(paths));
+                            const std::vector<Peer>& peers, const std::string& options = "") {
+  const std::string import = kUlvekbot + " import" + (options.empty() ? "" : " " + options);
+  double oursPerFile = milliseconds(eachFile(paths, import));
+  double oursOneProcess = milliseconds(import + joined(paths));
   for (const Peer& peer : peers) {
     double theirsPerFile = milliseconds(peer.perFile(paths));
     double theirsBatch = peer.batch ? milliseconds(peer.batch(paths)) : -1;

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix and checks that what was installed works on its own:
-# the CLI finds its bundled importers and its OLE2 module, the public headers stand alone, the
-# C++, C and Python example clients build against the installed library alone and drive the
-# installed daemon, and the bus starts the daemon on demand from the installed
+# the CLI finds its bundled importers, their OCR module and its OLE2 module, the public headers
+# stand alone, the C++, C and Python example clients build against the installed library alone
+# and drive the installed daemon, and the bus starts the daemon on demand from the installed
 # service file.
 #   scripts/check-install.sh [BUILD_DIR]
 set -euo pipefail
@@ -25,6 +25,10 @@ grep -q "$prefix/lib/ulvekbot/Importers/PDF.mdimporter" <<<"$importers" ||
 imported=$("$prefix/bin/ulvekbot" import tests/data/pdf/survey.pdf 2>/dev/null)
 grep -q '"Title":"Harbour Survey – Spring Round"' <<<"$imported" ||
   fail "installed ulvekbot reads no title from a PDF"
+# A scanned page is read through the OCR module the installed PDF importer loads from its bundle.
+imported=$("$prefix/bin/ulvekbot" import --text tests/data/ocr/mixed.pdf 2>&1)
+grep -q 'Ferry timetable notice' <<<"$imported" ||
+  fail "installed ulvekbot reads no scanned page: $imported"
 # Word documents go through the OLE2 module, loaded from the installed lib/ulvekbot.
 imported=$("$prefix/bin/ulvekbot" import tests/data/wordprocessor/doc/ledger.doc 2>&1)
 grep -q '"Title":"Seed Exchange Ledger' <<<"$imported" ||

@@ -17,7 +17,7 @@
 
 #include "importer_plugin.h"
 #include "iptc_digest.h"
-#include "ocr.h"
+#include "ocr_module.h"
 #include "png_text.h"
 
 namespace {
@@ -210,7 +210,9 @@ void readText(Attributes& out, const std::string& contentType, const char* path)
   namespace ocr = ulvek::plugin::ocr;
   ocr::Settings settings = ocr::settingsOf(out);
   if (!settings.enabled || !readableForText(contentType)) return;
-  ocr::PictureText text = ocr::readPicture(path, settings, readingDeadline(out, settings));
+  const ocr::Module* engine = ocr::module();
+  if (!engine) return;
+  ocr::PictureText text = engine->readPicture(path, settings, readingDeadline(out, settings));
   if (text.text.empty()) return;
   out.string("kMDItemTextContent", text.text);
   out.string(ulvek::plugin::kTextSource, "ocr");

@@ -25,7 +25,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,7 +35,7 @@
 #include <vector>
 
 #include "importer_plugin.h"
-#include "ocr.h"
+#include "ocr_module.h"
 #include "platform/open_beneath.h"
 #include "platform/sandbox.h"
 #include "poppler_text.h"
@@ -201,7 +203,8 @@ bool isBlank(const poppler::image& image) {
 
 // Tesseract's reading of one page rendered in grey at `dpi` (less for pages too big for it);
 // nothing for a blank page or one not read before `deadline`.
-std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engine, int dpi,
+std::optional<std::string> recognizePage(poppler::page& page,
+                                         const std::function<ocr::Engine*()>& engine, int dpi,
                                          Clock::time_point deadline, bool& late) {
   poppler::rectf box = page.page_rect(poppler::crop_box);
   double pixels = box.width() / 72.0 * dpi * box.height() / 72.0 * dpi;
@@ -214,9 +217,11 @@ std::optional<std::string> recognizePage(poppler::page& page, ocr::Engine& engin
   renderer.set_render_hint(poppler::page_renderer::text_antialiasing, true);
   poppler::image image = renderer.render_page(&page, dpi, dpi);
   if (!image.is_valid() || isBlank(image)) return std::nullopt;
-  ocr::Reading reading =
-      engine.read(reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
-                  image.height(), image.bytes_per_row(), dpi, deadline);
+  ocr::Engine* reader = engine();
+  if (!reader) return std::nullopt;
+  ocr::Reading reading = ocr::module()->readPixels(
+      *reader, reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
+      image.height(), image.bytes_per_row(), dpi, deadline);
   late = reading.timedOut;
   if (late || reading.text.empty()) return std::nullopt;
   return reading.text;
@@ -255,8 +260,15 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;
   const unsigned threads =
       std::min<unsigned>(threadsAllowed, static_cast<unsigned>(scanned.size()));
-  std::vector<ocr::Engine*> engines = ocr::Engine::several(languages, threads);
-  if (engines.empty()) return 0;
+  // The engines are loaded when a page first shows something to read: blank pages load no model.
+  std::once_flag loading;
+  std::vector<ocr::Engine*> engines;
+  auto engineOf = [&](std::size_t thread) -> ocr::Engine* {
+    std::call_once(loading, [&] {
+      if (const ocr::Module* loaded = ocr::module()) engines = loaded->several(languages, threads);
+    });
+    return thread < engines.size() ? engines[thread] : nullptr;
+  };
 
   struct PageReading {
     std::optional<std::string> text;
@@ -265,26 +277,37 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
   };
   std::vector<PageReading> readings(scanned.size());
   std::atomic<std::size_t> next{0};
-  auto readPages = [&](poppler::document& own, ocr::Engine& engine) {
+  auto readPages = [&](poppler::document& own, std::size_t thread) {
     for (std::size_t at; (at = next.fetch_add(1)) < scanned.size();) {
       std::unique_ptr<poppler::page> page(own.create_page(static_cast<int>(scanned[at])));
       if (!page) continue;
       PageReading& reading = readings[at];
+      bool engineless = false;
+      reading.text = recognizePage(
+          *page,
+          [&] {
+            ocr::Engine* engine = engineOf(thread);
+            engineless = !engine;
+            return engine;
+          },
+          settings.resolution, deadline, reading.late);
+      // Without a model nothing more is read here; a thread left without an engine of its own
+      // (memory ran out after the first) leaves its page as the text layer had it.
+      if (engineless) return;
       reading.tried = true;
-      reading.text = recognizePage(*page, engine, settings.resolution, deadline, reading.late);
       // Pages after a late one would be left out anyway.
       if (reading.late) next = scanned.size();
     }
   };
   {
     std::vector<std::jthread> helpers;
-    for (std::size_t t = 1; t < engines.size(); ++t)
+    for (std::size_t t = 1; t < threads; ++t)
       helpers.emplace_back([&, t] {
         // poppler's documents are not shared between threads.
         std::unique_ptr<poppler::document> own(poppler::document::load_from_file(path));
-        if (own && !own->is_locked()) readPages(*own, *engines[t]);
+        if (own && !own->is_locked()) readPages(*own, t);
       });
-    readPages(document, *engines.front());
+    readPages(document, 0);
   }
 
   // Every page before the first late one was taken before it, and read.

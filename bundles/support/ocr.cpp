@@ -4,7 +4,6 @@
 #include <libheif/heif.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/ocrclass.h>
-#include <unicode/locid.h>
 
 #include <algorithm>
 #include <cmath>
@@ -20,23 +19,6 @@ namespace ulvek::plugin::ocr {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Where Debian's tesseract-ocr-* packages put the models.
-constexpr const char* kDebianModels = "/usr/share/tesseract-ocr/5/tessdata";
-// Tesseract's own folder of models that are no language.
-constexpr const char* kOrientationModel = "osd";
-
-std::optional<double> number(const std::optional<std::string>& text) {
-  if (!text || text->empty()) return std::nullopt;
-  char* end = nullptr;
-  double value = std::strtod(text->c_str(), &end);
-  if (*end || !std::isfinite(value)) return std::nullopt;
-  return value;
-}
-
-bool yes(const std::optional<std::string>& text) {
-  return text && (*text == "1" || *text == "true" || *text == "YES" || *text == "yes");
-}
 
 std::string trimmed(std::string text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ' || text.back() == '\f'))
@@ -56,57 +38,6 @@ using PixPointer = OwnedPix;
 }  // namespace
 
 void PixFree::operator()(Pix* pix) const { pixDestroy(&pix); }
-
-Settings settingsOf(const Attributes& attributes) {
-  Settings settings;
-  settings.enabled = !yes(attributes.setting("DisableOCR"));
-  if (auto languages = attributes.setting("OCRLanguages")) settings.languages = *languages;
-  if (auto dpi = number(attributes.setting("OCRResolution")); dpi && *dpi >= 50 && *dpi <= 1200)
-    settings.resolution = static_cast<int>(*dpi);
-  if (auto seconds = number(attributes.setting("OCRTimeLimit")); seconds && *seconds > 0)
-    settings.timeLimit = std::chrono::duration<double>(*seconds);
-  return settings;
-}
-
-std::string modelFolder() {
-  if (const char* prefix = std::getenv("TESSDATA_PREFIX"); prefix && *prefix) return prefix;
-  return kDebianModels;
-}
-
-std::vector<std::string> installedLanguages(const std::string& folder) {
-  std::vector<std::string> languages;
-  std::error_code error;
-  for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator();
-       it.increment(error)) {
-    if (it->path().extension() != ".traineddata") continue;
-    std::string name = it->path().stem().string();
-    if (name != kOrientationModel && name != "equ") languages.push_back(name);
-  }
-  std::sort(languages.begin(), languages.end());
-  return languages;
-}
-
-std::string languagesForLocale(const std::string& locale,
-                               const std::vector<std::string>& installed) {
-  std::string language = locale.substr(0, locale.find_first_of("_.@"));
-  if (language.empty() || language == "C" || language == "POSIX") return "eng";
-  // Tesseract names its models by the three-letter codes ICU knows ("deu", "fra").
-  std::string code = icu::Locale(language.c_str()).getISO3Language();
-  if (code.empty() || code == "eng") return "eng";
-  if (std::find(installed.begin(), installed.end(), code) == installed.end()) return "eng";
-  return code + "+eng";
-}
-
-std::string defaultLanguages() {
-  std::string locale;
-  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    if (const char* value = std::getenv(name); value && *value) {
-      locale = value;
-      break;
-    }
-  }
-  return languagesForLocale(locale, installedLanguages(modelFolder()));
-}
 
 // Text read upright scores far above this; the same page on its side or upside down, below
 // 40. Only doubtful readings pay for orientation detection, a fifth of a second a page.
@@ -557,11 +488,6 @@ PictureText readPicture(const std::string& path, const Settings& settings,
   }
   if (engine && result.pages > 0) logReading(path, result.pages, engine->languages());
   return result;
-}
-
-void logReading(const std::string& path, int pages, const std::string& languages) {
-  std::fprintf(stderr, "OCR: %s (%d %s, language %s)\n", path.c_str(), pages,
-               pages == 1 ? "page" : "pages", languages.c_str());
 }
 
 }  // namespace ulvek::plugin::ocr

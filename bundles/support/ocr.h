@@ -33,6 +33,8 @@ Settings settingsOf(const Attributes& attributes);
 
 // The folder Tesseract reads its models from: $TESSDATA_PREFIX, else Debian's.
 std::string modelFolder();
+// Tesseract's model of which way pages lie, in that folder beside the languages'.
+inline constexpr const char* kOrientationModel = "osd";
 // The languages with a model in `folder` ("eng", "deu", ...), sorted; "osd" is not one.
 std::vector<std::string> installedLanguages(const std::string& folder);
 // The installed language of `locale` ("de_DE.UTF-8") and English, "deu+eng"; "eng" when the

@@ -1,6 +1,8 @@
 // The PDF importer through the SDK: pages shared out to threads give the text one thread gives,
-// and a host's time limit ends the reading with the pages read so far.
+// a host's time limit ends the reading with the pages read so far, and OCR is loaded only for
+// pages to read.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -98,6 +100,34 @@ TEST(PDFImporter, PostScriptDatesAreTheDocumentsOwn) {
     EXPECT_EQ(testing::stringOf(values, "kMDItemTextContent"), "Dated in its header\n");
     EXPECT_EQ(testing::numberOf(values, "kMDItemContentCreationDate"), row.creation);
     EXPECT_EQ(testing::numberOf(values, "kMDItemContentModificationDate"), -1e300);
+  }
+}
+
+// Tesseract and the libraries below it load with OCR.so, only when a page is to be read: a
+// document of text and a blank page cost none of it. One process, so the rows run in order.
+TEST(OCR, TheModuleWaitsForAPageToRead) {
+  auto tesseractLoaded = [] {
+    void* handle = dlopen("libtesseract.so.5", RTLD_LAZY | RTLD_NOLOAD);
+    if (handle) dlclose(handle);
+    return handle != nullptr;
+  };
+  struct Row {
+    const char* fixture;
+    bool loaded;
+    const char* text;  // begins the text
+  };
+  const Row rows[] = {
+      {"pdf/survey.pdf", false, ""},
+      {"pdf/logbook.pdf", false, "Logbook entry one"},  // its second page is blank
+      {"ocr/mixed.pdf", true, "Ferry timetable notice"},
+  };
+  ASSERT_FALSE(tesseractLoaded());
+  testing::Bundle pdf("PDF", "UlvekPDFImporterFactory");
+  for (const Row& row : rows) {
+    testing::BundleAttributes values = pdf.import((testing::dataPath() / row.fixture).string());
+    EXPECT_EQ(tesseractLoaded(), row.loaded) << row.fixture;
+    EXPECT_TRUE(testing::stringOf(values, "kMDItemTextContent").starts_with(row.text))
+        << row.fixture;
   }
 }
 

@@ -1,6 +1,7 @@
 // The HEIF and AVIF decoder that OCR reads pictures through (the Image importer's fuzz target
 // leaves OCR out): the declared size, libheif's boxes and codecs, the grey copy and its scaling.
 #include "../../bundles/support/ocr.cpp"
+#include "../../bundles/support/ocr_settings.cpp"
 #include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 

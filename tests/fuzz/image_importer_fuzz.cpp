@@ -4,7 +4,8 @@
 #include "../../bundles/Image/image_importer.cpp"
 #include "../../bundles/Image/iptc_digest.cpp"
 #include "../../bundles/Image/png_text.cpp"
-#include "../../bundles/support/ocr.cpp"
+#include "../../bundles/support/ocr_module.cpp"
+#include "../../bundles/support/ocr_settings.cpp"
 #include "fuzz_support.h"
 #include "importer_fuzz_support.h"
 
