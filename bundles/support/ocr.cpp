@@ -4,6 +4,7 @@
 #include <libheif/heif.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/ocrclass.h>
+#include <tesseract/pageiterator.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <vector>
 
@@ -457,6 +459,45 @@ int pageCount(const std::string& path, int format) {
 
 }  // namespace
 
+// Pictures above this many pixels are halved before their layout is analysed.
+constexpr long long kHalvedForLayout = 4'000'000;
+
+bool showsText(Pix* picture) {
+  struct Layout {
+    Layout() {
+      api.SetVariable("debug_file", "/dev/null");
+      api.InitForAnalysePage();
+      api.SetPageSegMode(tesseract::PSM_AUTO);
+    }
+    std::mutex mutex;
+    tesseract::TessBaseAPI api;
+  };
+  static Layout layout;
+  int dpi = pixGetXRes(picture);
+  if (dpi < 70 || dpi > 1200) dpi = 300;
+  // Blocks of text are as plain in a big picture halved, at a quarter of the cost: a letter page
+  // at 300 dpi, or a phone's photo of one, is looked at in 0.1 s instead of 0.5.
+  OwnedPix halved;
+  if (static_cast<long long>(pixGetWidth(picture)) * pixGetHeight(picture) > kHalvedForLayout) {
+    halved.reset(pixScale(picture, 0.5, 0.5));
+    if (halved) {
+      picture = halved.get();
+      dpi /= 2;
+    }
+  }
+  std::lock_guard lock(layout.mutex);
+  layout.api.SetImage(picture);
+  layout.api.SetSourceResolution(dpi);
+  bool text = false;
+  if (std::unique_ptr<tesseract::PageIterator> blocks(layout.api.AnalyseLayout()); blocks) {
+    do {
+      text = PTIsTextType(blocks->BlockType());
+    } while (!text && blocks->Next(tesseract::RIL_BLOCK));
+  }
+  layout.api.Clear();
+  return text;
+}
+
 PictureText readPicture(const std::string& path, const Settings& settings,
                         std::optional<Clock::time_point> deadline) {
   PictureText result;
@@ -471,6 +512,7 @@ PictureText readPicture(const std::string& path, const Settings& settings,
     PixPointer pix = heif ? decodeHeif(path) : decodePage(path, format, page);
     if (!pix) break;
     result.decoded = true;
+    if (!showsText(pix.get())) continue;
     if (!engine)
       engine = Engine::forLanguages(settings.languages.empty() ? defaultLanguages()
                                                                : settings.languages);

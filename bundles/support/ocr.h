@@ -50,6 +50,12 @@ std::string defaultLanguages();
 // Latin text.
 std::optional<int> turnsBySight(Pix* picture, int dpi);
 
+// Whether Tesseract's layout analysis, which needs no model, finds a block of text in `picture`
+// (of any depth). Photos show none, and so are never read: a worker given only photos loads no
+// model. A tenth of a second for a big picture, against half a second for loading a model and
+// more for reading.
+bool showsText(Pix* picture);
+
 struct Reading {
   std::string text;       // without trailing line ends
   int words = 0;          // words Tesseract found

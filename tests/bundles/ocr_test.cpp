@@ -146,7 +146,8 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
     const char* says;  // in the log; null: no OCR at all
   };
   const std::vector<Row> rows = {
-      {"photo.png", {}, false, "OCR: "},
+      // Tesseract's layout analysis finds no text in a photo, so it is never read.
+      {"photo.png", {}, false, nullptr},
       {"text-layer.pdf", {}, true, nullptr},
       // A scan's invisible layer of good text, and visible text of signs on a scan, are kept.
       {"good-layer.pdf", {}, true, nullptr},
@@ -155,7 +156,7 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
       {"page.png", {{"DisableOCR", "1"}}, false, nullptr},
       {"hostile-huge.png", {}, false, "100000 x 100000 pixels is too big to read"},
       {"hostile-truncated.tif", {}, false, ""},
-      {"photo.heic", {}, false, "OCR: "},
+      {"photo.heic", {}, false, nullptr},
       {"hostile-huge.heic", {}, false, "20000 x 20000 pixels is too big to read"},
       // Exiv2 already gives up on its metadata.
       {"hostile-truncated.heic", {}, false, ""},
@@ -248,30 +249,31 @@ PixPointer turnedFixture(const std::string& name, int quarters) {
 }
 
 // Which way a picture lies is seen only where its lines are plain: never a turn for a label, a
-// photo or a blank page.
-TEST(OCR, SeesWhichWayPagesOfTextLie) {
+// photo or a blank page. Text is seen whichever way it lies, and never in a photo or a blank page.
+TEST(OCR, SeesWhetherAndWhichWayPicturesShowText) {
   struct Row {
     const char* name;
     int quarters;  // turned clockwise
     int dpi;
     std::optional<int> seen;
+    bool text;  // shows a block of text to Tesseract's layout analysis
   };
   const std::vector<Row> rows = {
-      {"page.png", 0, 200, 0},
-      {"page.png", 1, 200, 3},
-      {"page.png", 2, 200, 2},
-      {"page.png", 3, 200, 1},
-      {"page.jpg", 1, 200, 3},
-      {"skewed.png", 2, 200, 2},
+      {"page.png", 0, 200, 0, true},
+      {"page.png", 1, 200, 3, true},
+      {"page.png", 2, 200, 2, true},
+      {"page.png", 3, 200, 1, true},
+      {"page.jpg", 1, 200, 3, true},
+      {"skewed.png", 2, 200, 2, true},
       // Finer than the counts are made for: halved first.
-      {"page-600dpi.png", 0, 600, 0},
-      {"page-600dpi.png", 1, 600, 3},
-      {"page-600dpi.png", 2, 600, 2},
-      {"label.png", 0, 200, std::nullopt},
-      {"label.png", 1, 200, std::nullopt},
-      {"label.png", 2, 200, std::nullopt},
-      {"photo.png", 0, 200, std::nullopt},
-      {"blank", 0, 300, std::nullopt},
+      {"page-600dpi.png", 0, 600, 0, true},
+      {"page-600dpi.png", 1, 600, 3, true},
+      {"page-600dpi.png", 2, 600, 2, true},
+      {"label.png", 0, 200, std::nullopt, true},
+      {"label.png", 1, 200, std::nullopt, true},
+      {"label.png", 2, 200, std::nullopt, true},
+      {"photo.png", 0, 200, std::nullopt, false},
+      {"blank", 0, 300, std::nullopt, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.name) + " turned " + std::to_string(row.quarters));
@@ -280,6 +282,7 @@ TEST(OCR, SeesWhichWayPagesOfTextLie) {
     ASSERT_NE(pix, nullptr);
     if (row.name == std::string("blank")) pixSetAll(pix.get());
     EXPECT_EQ(plugin::ocr::turnsBySight(pix.get(), row.dpi), row.seen);
+    EXPECT_EQ(plugin::ocr::showsText(pix.get()), row.text);
   }
 }
 
