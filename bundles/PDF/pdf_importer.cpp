@@ -25,7 +25,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -201,11 +200,14 @@ bool isBlank(const poppler::image& image) {
   return true;
 }
 
-// Tesseract's reading of one page rendered in grey at `dpi` (less for pages too big for it);
-// nothing for a blank page or one not read before `deadline`.
-std::optional<std::string> recognizePage(poppler::page& page,
-                                         const std::function<ocr::Engine*()>& engine, int dpi,
-                                         Clock::time_point deadline, bool& late) {
+// A page rendered in grey for Tesseract, at the resolution it was rendered at.
+struct RenderedPage {
+  poppler::image image;
+  int dpi = 0;
+};
+
+// `page` in grey at `dpi` (less for pages too big for it); nothing for a blank page.
+std::optional<RenderedPage> renderForReading(poppler::page& page, int dpi) {
   poppler::rectf box = page.page_rect(poppler::crop_box);
   double pixels = box.width() / 72.0 * dpi * box.height() / 72.0 * dpi;
   if (pixels > double(kMostPagePixels))
@@ -217,11 +219,17 @@ std::optional<std::string> recognizePage(poppler::page& page,
   renderer.set_render_hint(poppler::page_renderer::text_antialiasing, true);
   poppler::image image = renderer.render_page(&page, dpi, dpi);
   if (!image.is_valid() || isBlank(image)) return std::nullopt;
-  ocr::Engine* reader = engine();
-  if (!reader) return std::nullopt;
+  return RenderedPage{std::move(image), dpi};
+}
+
+// Tesseract's reading of a rendered page; nothing where it reads nothing or not before
+// `deadline`.
+std::optional<std::string> recognizePage(const RenderedPage& page, ocr::Engine& engine,
+                                         Clock::time_point deadline, bool& late) {
+  const poppler::image& image = page.image;
   ocr::Reading reading = ocr::module()->readPixels(
-      *reader, reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
-      image.height(), image.bytes_per_row(), dpi, deadline);
+      engine, reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
+      image.height(), image.bytes_per_row(), page.dpi, deadline);
   late = reading.timedOut;
   if (late || reading.text.empty()) return std::nullopt;
   return reading.text;
@@ -282,18 +290,13 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
       std::unique_ptr<poppler::page> page(own.create_page(static_cast<int>(scanned[at])));
       if (!page) continue;
       PageReading& reading = readings[at];
-      bool engineless = false;
-      reading.text = recognizePage(
-          *page,
-          [&] {
-            ocr::Engine* engine = engineOf(thread);
-            engineless = !engine;
-            return engine;
-          },
-          settings.resolution, deadline, reading.late);
-      // Without a model nothing more is read here; a thread left without an engine of its own
-      // (memory ran out after the first) leaves its page as the text layer had it.
-      if (engineless) return;
+      if (std::optional<RenderedPage> rendered = renderForReading(*page, settings.resolution)) {
+        ocr::Engine* engine = engineOf(thread);
+        // Without a model nothing more is read here; a thread left without an engine of its own
+        // (memory ran out after the first) leaves its page as the text layer had it.
+        if (!engine) return;
+        reading.text = recognizePage(*rendered, *engine, deadline, reading.late);
+      }
       reading.tried = true;
       // Pages after a late one would be left out anyway.
       if (reading.late) next = scanned.size();
