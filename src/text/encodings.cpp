@@ -355,6 +355,12 @@ std::optional<TextString> convertUTF8(std::span<const std::uint8_t> bytes, bool 
 std::optional<TextString> convertStrictly(std::span<const std::uint8_t> bytes,
                                           CFStringEncoding encoding) {
   if (encoding == kCFEncodingUTF8) return convertUTF8(bytes, true);
+  // Plain ASCII, the commonest text of all, needs no converter loaded from ICU's data.
+  if (encoding == kCFEncodingASCII) {
+    if (std::any_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte >= 0x80; }))
+      return std::nullopt;
+    return TextString(bytes.begin(), bytes.end());
+  }
   Converter converter = openConverter(encoding, bytes);
   if (!converter) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;

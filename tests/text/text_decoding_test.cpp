@@ -44,6 +44,8 @@ TEST(PlainTextDecoding, GivenEncodingIsExactDetectionReportsItsChoice) {
   const std::vector<std::tuple<const char*, std::string, StringEncoding, Text, StringEncoding>>
       rows = {
           {"latin 1 given as utf-8: no fallback", "caf\xE9", kU8, std::nullopt, kU8},
+          {"ascii given", "tide\x7F\x1A", kAscii, u"tide\x7F\x1A", kAscii},
+          {"latin 1 given as ascii: no fallback", "caf\xE9", kAscii, std::nullopt, kAscii},
           {"utf-8 detected", czech, kDetect, cz, kU8},
           {"zero asks for detection", czech, 0, cz, kU8},
           {"0xFFFFFFF0 asks for detection", czech, kKamenickyStringEncoding, cz, kU8},
