@@ -173,16 +173,30 @@ class BibTeXScanner {
         break;
       }
       if (name.empty() || value.find(name) == TextString::npos) continue;
-      value = stringByReplacingString(value, name, replacement);
+      if (!replaceUpToTheLimit(value, name, replacement)) reportGrowth();
       expanded_ += value.size();
-      if (value.size() > kMaxValueLength) {
-        reportGrowth();
-        value.resize(kMaxValueLength);
-      }
     }
     value = stringByReplacingString(value, u"''", u"\"");
     value = stringByReplacingString(value, u"``", u"\"");
     return collapsedWhite(value);
+  }
+
+  // Replaces `name` in `value`, stopping at kMaxValueLength: a long macro named many times in a
+  // long value would otherwise make billions of units before any cut. False when it cut.
+  static bool replaceUpToTheLimit(TextString& value, TextView name, TextView replacement) {
+    TextString result;
+    std::size_t start = 0;
+    for (std::size_t found; (found = value.find(name, start)) != TextString::npos;) {
+      result.append(value, start, found - start);
+      result.append(replacement);
+      start = found + name.size();
+      if (result.size() > kMaxValueLength) break;
+    }
+    if (result.size() <= kMaxValueLength) result.append(value, start);
+    const bool whole = result.size() <= kMaxValueLength;
+    if (!whole) result.resize(kMaxValueLength);
+    value = std::move(result);
+    return whole;
   }
 
   void reportGrowth() {

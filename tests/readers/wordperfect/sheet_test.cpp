@@ -225,6 +225,13 @@ TEST(BibTeX, HostileInput) {
   EXPECT_LE(entries[0].at(u"t").size(), std::size_t{1} << 16);
   EXPECT_TRUE(log.contains("macros expand too far"));
 
+  // A long macro named in every unit of a long value: cut as it grows, not after.
+  std::u16string wide = u"@string{q = {" + std::u16string(60000, u'x') + u"}}@a{k, t = {" +
+                        std::u16string(60000, u'q') + u"}}";
+  entries = BibTeXEntriesNamed(wide, std::nullopt);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].at(u"t"), std::u16string(std::size_t{1} << 16, u'x'));
+
   // Many values under a growing macro stop being expanded once the expansion budget is spent.
   std::u16string many = u"@string{0 = {00}}@string{1 = {0 0 0 0}}";
   for (int i = 0; i < 5000; ++i) many += u"@a{k, t = {" + std::u16string(300, u'1') + u"}}";
