@@ -128,11 +128,8 @@ struct PagedText {
 
 // The text of `document` (loaded from `path`), its pages shared out to `threads` threads, each
 // with a document of its own from `path` (one poppler document is never used by two threads).
-// This thread reads from the first page on, the others from the last page back, until they meet:
-// a document of its own must walk poppler's page tree up to each page it reads, so a helper pays
-// that walk once, at its start, while this thread's walk goes along with its reading. At
-// `deadline` the threads stop and the pages read up to the first page not read are answered.
-// Short documents are read on this thread alone.
+// Pages are taken in order; at `deadline` the threads stop and the pages read up to the first
+// page not read are answered. Short documents are read on this thread alone.
 inline PagedText documentTextInParallel(
     poppler::document& document, const std::string& path, unsigned threads,
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt) {
@@ -140,17 +137,10 @@ inline PagedText documentTextInParallel(
   const int count = document.pages();
   std::vector<std::string> pages(std::max(count, 0));
   std::vector<char> done(pages.size(), 0);
-  // The pages no thread has taken yet: [first, last).
-  std::mutex taking;
-  int first = 0, last = count;
-  auto take = [&](bool fromTheStart) {
-    std::lock_guard lock(taking);
-    if (first >= last) return -1;
-    return fromTheStart ? first++ : --last;
-  };
+  std::atomic<int> next{0};
   std::atomic<bool> late{false};
-  auto readPages = [&](poppler::document& own, bool fromTheStart) {
-    for (int index; (index = take(fromTheStart)) >= 0;) {
+  auto readPages = [&](poppler::document& own) {
+    for (int index; (index = next.fetch_add(1)) < count;) {
       if (deadline && std::chrono::steady_clock::now() >= *deadline) {
         late = true;
         return;
@@ -165,10 +155,10 @@ inline PagedText documentTextInParallel(
   for (unsigned i = 0; i < helpers; ++i) {
     running.emplace_back([&] {
       std::unique_ptr<poppler::document> own(poppler::document::load_from_file(path));
-      if (own && !own->is_locked()) readPages(*own, false);
+      if (own && !own->is_locked()) readPages(*own);
     });
   }
-  readPages(document, true);
+  readPages(document);
   for (std::thread& thread : running) thread.join();
   // The pages up to the first one not read: a stopped reading answers a beginning of the text.
   PagedText result;
