@@ -410,6 +410,8 @@ OwnedPix decodeHeif(const std::string& path) {
                                    heif_channel_G, heif_channel_B};
   int width = heif_image_get_width(image.get(), channels[0]);
   int height = heif_image_get_height(image.get(), channels[0]);
+  // A grid's canvas can be far larger than the size its item declares.
+  if (tooBig(path, width, height)) return nullptr;
   for (std::size_t i = 0; i < planes.size(); ++i) {
     Plane& plane = planes[i];
     plane.data = heif_image_get_plane_readonly(image.get(), channels[i], &plane.stride);

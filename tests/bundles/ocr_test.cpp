@@ -158,6 +158,7 @@ TEST(OCR, GivesNoTextWhereThereIsNone) {
       {"hostile-truncated.tif", {}, false, ""},
       {"photo.heic", {}, false, nullptr},
       {"hostile-huge.heic", {}, false, "20000 x 20000 pixels is too big to read"},
+      {"hostile-grid.heic", {}, false, "28009 x 28005 pixels is too big to read"},
       // Exiv2 already gives up on its metadata.
       {"hostile-truncated.heic", {}, false, ""},
       {"scan-150dpi.pdf", {{"OCRLanguages", "xyz"}}, false, "OCR: no model for xyz"},

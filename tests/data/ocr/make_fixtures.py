@@ -8,7 +8,8 @@
 # a page of scan, scans under a text layer (an invisible one of a failed OCR, an invisible one of
 # good text, a visible one), a picture without text and two hostile images are written byte by
 # byte here. A phone's HEIC and AVIF pictures of a page, a HEIC photo without text and two hostile
-# HEIC files are encoded by heif-enc (Debian's libheif-examples). NAME.txt beside each holds the
+# HEIC files are encoded by heif-enc (Debian's libheif-examples); a third hostile one, a grid whose
+# canvas is far larger than its item declares, is written byte by byte (our fuzzer found it). NAME.txt beside each holds the
 # words it shows, pages in order (empty for the pictures without text). Every run writes the same
 # bytes.
 
@@ -274,6 +275,24 @@ def photo(width=480, height=320):
 
 # --- HEIF and AVIF, encoded by libheif from a PNG.
 
+# A HEIC grid item of one 64 x 48 tile (its ispe says 64 x 48) whose grid descriptor asks for a
+# canvas of 28009 x 28005 pixels, which libheif makes before anything is read.
+GRID_CANVAS = bytes.fromhex(
+    "0000001c6674797068656963000000006d696631686569636d696166000001ae6d6574610000000000000021"
+    "68646c72000000000000000070696374000000000000000000000000000000000e7069746d00000000000200"
+    "00001069646174000000006d696d6500000038696c6f630100000044400002000100000000000001d2000100"
+    "0000000000006a00020001000000000000000100000000000000080000003869696e66000000000002000000"
+    "15696e66650200000100010000687663310000000015696e666502000000000200006772696400000000d969"
+    "707270000000b76970636f0000007768766343010408000000000000000000fff000fcfff8f800000f032000"
+    "01001740010c01ffff0408000003009e380000030000ffba0240210001002a4201010408000003009e380000"
+    "030000ff90041020b2dd5c94d73702020604000003000400000300042022000100084401c170306091200000"
+    "0014697370650000000000000040000000400000001469737065000000000000004000000030000000107069"
+    "786900000000030808080000001a69706d610000000000000002000102810200020203840000001a69726566"
+    "000000000000000e64696d67000200010001000000726d646174000000662801af05b81f6c61fa01c2ac51e4"
+    "5d75d75daf7df7df7dee37ffff2276bffffacdf58414938cc691a4691a474fd3f4fd3f4fd3f4fafcfff641cf"
+    "fffe9bfd2ff43f99f89f89f89f89f8af8af8af8af8af8af8af8abc0998ad89621650e5fa714d4c08e559c510")
+
+
 def heif(png_bytes, output, *options):
     """`output` (.heic or .avif, by its suffix) of a PNG's picture."""
     with tempfile.TemporaryDirectory() as folder:
@@ -432,6 +451,7 @@ def main():
         declaring((HERE / "photo.heic").read_bytes(), 20000, 20000))
     page = (HERE / "page.heic").read_bytes()
     (HERE / "hostile-truncated.heic").write_bytes(page[:len(page) // 2])
+    (HERE / "hostile-grid.heic").write_bytes(GRID_CANVAS)
     # A blank sheet of 30 megapixels, which is read scaled down; a green patch coded losslessly
     # in RGB.
     heif(png(6400, 4800, (b"\0" + b"\xf0" * 6400) * 4800), HERE / "blank-big.heic", "-q", "30")
