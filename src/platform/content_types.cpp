@@ -66,17 +66,6 @@ struct TypeIndex {
   mutable std::shared_mutex lock;
 
   TypeIndex() {
-    // Sized once: the index is built at every start of the command line.
-    std::size_t extensions = 0, mimeTypes = 0, typeCodes = 0;
-    for (const Format& source : formats()) {
-      extensions += std::count(source.extensions.begin(), source.extensions.end(), ' ') + 1;
-      mimeTypes += std::count(source.mimeTypes.begin(), source.mimeTypes.end(), ' ') + 1;
-      typeCodes += std::count(source.typeCodes.begin(), source.typeCodes.end(), '\'') / 2;
-    }
-    byIdentifier.reserve(formats().size());
-    byExtension.reserve(extensions);
-    byMIMEType.reserve(mimeTypes);
-    byTypeCode.reserve(typeCodes);
     for (const Format& source : formats()) {
       Row& row = rows.emplace_back();
       row.extensions = words(source.extensions);
