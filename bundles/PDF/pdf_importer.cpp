@@ -373,8 +373,7 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     ocrDeadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve);
   }
   const unsigned threads = ulvek::plugin::pageThreads(out.setting("ImporterThreads"));
-  ulvek::plugin::PagedText text =
-      ulvek::plugin::documentTextInParallel(*document, path, threads, deadline);
+  ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(path, threads, deadline);
   if (!text.complete)
     std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
                  document->pages(), path.c_str());

@@ -2,9 +2,7 @@
 
 // Page text as the PDF and Mail importers take it from poppler, one way for both.
 
-#include <poppler/cpp/poppler-document.h>
 #include <poppler/cpp/poppler-global.h>
-#include <poppler/cpp/poppler-page.h>
 
 #include <sched.h>
 
@@ -20,6 +18,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "page_text.h"
 
 namespace ulvek::plugin {
 
@@ -84,23 +84,12 @@ inline std::string utf8(const poppler::ustring& text) {
   return result;
 }
 
-// One page in reading order, as pdftotext reads by default, without the form feed and line ends
-// it ends with.
-inline std::string pageText(poppler::page& page) {
-  std::string text = utf8(page.text(poppler::rectf(), poppler::page::non_raw_non_physical_layout));
-  while (!text.empty() && (text.back() == '\f' || text.back() == '\n')) text.pop_back();
-  return text;
-}
-
 // The pages' texts, each followed by a line feed; pages without text are left out. Reading stops
 // once `limit` bytes have been gathered.
-inline std::string documentText(poppler::document& document,
-                                std::size_t limit = std::string::npos) {
+inline std::string documentText(PageTextReader& document, std::size_t limit = std::string::npos) {
   std::string text;
   for (int index = 0; index < document.pages() && text.size() < limit; ++index) {
-    std::unique_ptr<poppler::page> page(document.create_page(index));
-    if (!page) continue;
-    std::string onPage = pageText(*page);
+    std::string onPage = document.text(index);
     if (onPage.empty()) continue;
     text += onPage;
     text += '\n';
@@ -126,27 +115,27 @@ struct PagedText {
   bool complete = true;  // every page was read before the deadline
 };
 
-// The text of `document` (loaded from `path`), its pages shared out to `threads` threads, each
-// with a document of its own from `path` (one poppler document is never used by two threads).
+// The text of the document at `path`, its pages shared out to `threads` threads, each with a
+// document of its own (one poppler document is never used by two threads).
 // Pages are taken in order; at `deadline` the threads stop and the pages read up to the first
 // page not read are answered. Short documents are read on this thread alone.
 inline PagedText documentTextInParallel(
-    poppler::document& document, const std::string& path, unsigned threads,
+    const std::string& path, unsigned threads,
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt) {
   constexpr int kPagesPerThread = 16;
-  const int count = document.pages();
+  std::unique_ptr<PageTextReader> document = PageTextReader::fromFile(path);
+  const int count = document ? document->pages() : 0;
   std::vector<std::string> pages(std::max(count, 0));
   std::vector<char> done(pages.size(), 0);
   std::atomic<int> next{0};
   std::atomic<bool> late{false};
-  auto readPages = [&](poppler::document& own) {
+  auto readPages = [&](PageTextReader& own) {
     for (int index; (index = next.fetch_add(1)) < count;) {
       if (deadline && std::chrono::steady_clock::now() >= *deadline) {
         late = true;
         return;
       }
-      if (std::unique_ptr<poppler::page> page(own.create_page(index)); page)
-        pages[index] = pageText(*page);
+      pages[index] = own.text(index);
       done[index] = 1;
     }
   };
@@ -154,11 +143,10 @@ inline PagedText documentTextInParallel(
   std::vector<std::thread> running;
   for (unsigned i = 0; i < helpers; ++i) {
     running.emplace_back([&] {
-      std::unique_ptr<poppler::document> own(poppler::document::load_from_file(path));
-      if (own && !own->is_locked()) readPages(*own);
+      if (std::unique_ptr<PageTextReader> own = PageTextReader::fromFile(path)) readPages(*own);
     });
   }
-  readPages(document);
+  if (document) readPages(*document);
   for (std::thread& thread : running) thread.join();
   // The pages up to the first one not read: a stopped reading answers a beginning of the text.
   PagedText result;

@@ -67,6 +67,47 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
   }
 }
 
+// Right-to-left text comes out in the order it is read, whole: a glyph that stands for several
+// letters (a lam-alef ligature) keeps them in their order, presentation forms become the letters
+// they show, and the direction marks poppler adds for display are left out. Glyphs are drawn
+// left to right, as writers place them; each row is one page.
+TEST(PDFImporter, RightToLeftTextComesOutInReadingOrder) {
+  const std::vector<std::string> toUnicode = {
+      "<61> <0627>",     "<6C> <0644>",     "<6D> <0645>", "<73> <0633>",     "<45> <0625>",
+      "<51> <06440649>", "<4C> <06440627>", "<70> <FEFB>", "<71> <FE8E>",     "<31> <05DD>",
+      "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<6E> <006E>",
+      "<64> <0064>",     "<50> <0050>",     "<44> <0044>", "<46> <0046>",     "<20> <0020>",
+      "<4E> <0644064E>",
+  };
+  struct Row {
+    const char* drawn;  // glyph codes, left to right
+    const char* text;
+  };
+  const Row rows[] = {
+      {"mLs", "سلام"},                   // the ligature inside a word
+      {"QE", "إلى"},                     // lam with alef maksura
+      {"ap", "لاا"},                     // a presentation-form ligature
+      {"q", "ا"},                        // a letter's final form
+      {"1234", "שלום"},                  // Hebrew, one glyph a letter
+      {"xnd", "find"},                   // a left-to-right ligature stays as it is
+      {"PDF mLs", "سلام PDF"},           // an Arabic line with a Latin word at its left end
+      {"PDF xnd mLs", "PDF find سلام"},  // a Latin line ending in an Arabic word
+      {"aN", "لَا"},                      // a ligature with its vowel mark
+  };
+  std::vector<std::string> contents;
+  for (const Row& row : rows)
+    contents.push_back(std::string("BT /F1 24 Tf 72 700 Td (") + row.drawn + ") Tj ET");
+  testing::TemporaryFolder folder;
+  const std::string path = folder.write("arabic.pdf", testing::pdfOfPages(contents, toUnicode));
+  ::setenv("ULVEKBOT_PDF_THREADS", "1", 1);
+  testing::Bundle pdf("PDF", "UlvekPDFImporterFactory");
+  pdf.setSetting("DisableOCR", "1");  // pages of a word or two would be taken for scans
+  std::string expected;
+  for (const Row& row : rows) expected += std::string(row.text) + "\n";
+  EXPECT_EQ(testing::stringOf(pdf.import(path), "kMDItemTextContent"), expected);
+  ::unsetenv("ULVEKBOT_PDF_THREADS");
+}
+
 // PostScript gives the date its header comments name, in the forms writers use, and never the
 // time Ghostscript converted it.
 TEST(PDFImporter, PostScriptDatesAreTheDocumentsOwn) {

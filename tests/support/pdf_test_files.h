@@ -52,20 +52,35 @@ class PdfWriter {
   std::vector<std::size_t> offsets_;
 };
 
-// A PDF of one page a content stream, each drawing with Helvetica as /F1.
-inline std::string pdfOfPages(const std::vector<std::string>& contents) {
+// A PDF of one page a content stream, each drawing with Helvetica as /F1; `toUnicode`, where
+// given, is the body of the font's ToUnicode CMap: "<61> <0627>" lines, one per code.
+inline std::string pdfOfPages(const std::vector<std::string>& contents,
+                              const std::vector<std::string>& toUnicode = {}) {
   PdfWriter pdf;
   std::string kids;
   for (std::size_t i = 0; i < contents.size(); ++i) kids += std::to_string(4 + 2 * i) + " 0 R ";
   pdf.add("<< /Type /Catalog /Pages 2 0 R >>");
   pdf.add("<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(contents.size()) + " >>");
-  pdf.add("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
+  const std::string cmap = std::to_string(4 + 2 * contents.size());
+  pdf.add("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica" +
+          (toUnicode.empty() ? std::string() : " /ToUnicode " + cmap + " 0 R") + " >>");
   for (std::size_t i = 0; i < contents.size(); ++i) {
     pdf.add(
         "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 "
         "0 R >> >> /Contents " +
         std::to_string(5 + 2 * i) + " 0 R >>");
     pdf.add(PdfWriter::stream(contents[i]));
+  }
+  if (!toUnicode.empty()) {
+    std::string body =
+        "/CIDInit /ProcSet findresource begin 12 dict begin begincmap\n"
+        "/CIDSystemInfo << /Registry (Adobe) /Ordering (UCS) /Supplement 0 >> def\n"
+        "/CMapName /Adobe-Identity-UCS def /CMapType 2 def\n"
+        "1 begincodespacerange <00> <FF> endcodespacerange\n" +
+        std::to_string(toUnicode.size()) + " beginbfchar\n";
+    for (const std::string& line : toUnicode) body += line + "\n";
+    body += "endbfchar endcmap CMapName currentdict /CMapResource defineresource pop end end";
+    pdf.add(PdfWriter::stream(body));
   }
   return pdf.finish();
 }
