@@ -1,5 +1,6 @@
 // The PDF importer's reading of text layers: each page of a hostile PDF interpreted by poppler's
-// core to tell invisible text from visible, and the failed-reading rule over hostile UTF-8.
+// core to tell invisible text from visible and to give its text in reading order, and the
+// failed-reading rule over hostile UTF-8.
 #include <unistd.h>
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "page_text.h"
 #include "text_layer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -23,6 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
   const std::vector<std::size_t> pages = {0, 1, 2, 3, 1000000};
   ulvek::fuzzing::check(ulvek::plugin::pdf::onlyInvisibleText(path, pages).size() == pages.size());
+  if (auto reader =
+          ulvek::plugin::PageTextReader::fromBytes(reinterpret_cast<const char*>(data), size)) {
+    for (int index : {0, 1, 2, 3, reader->pages() - 1, 1000000}) (void)reader->text(index);
+  }
   ulvek::plugin::pdf::isFailedReading(std::string_view(reinterpret_cast<const char*>(data), size));
   return 0;
 }
