@@ -71,12 +71,12 @@ void removeDirectionMarks(std::string& text) {
 }
 
 bool isPresentationForm(UChar32 c) {
-  return (c >= 0xFB1D && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFF);
+  return (c >= 0xFB00 && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFF);
 }
 
-// Hebrew and Arabic presentation forms (the shapes a letter takes at the start, middle or end of
-// a word, and ligatures), which fonts without a Unicode map of their own leave: the letters a
-// reader types to search for them.
+// Presentation forms, which fonts map their glyphs to: Latin ligatures ("ﬁ"), and the shapes a
+// Hebrew or Arabic letter takes at the start, middle or end of a word, and their ligatures. A
+// reader searches for the letters they show ("fi").
 void usePlainLetters(std::string& text) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int32_t>(text.size());

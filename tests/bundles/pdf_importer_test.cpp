@@ -68,16 +68,16 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
 }
 
 // Right-to-left text comes out in the order it is read, whole: a glyph that stands for several
-// letters (a lam-alef ligature) keeps them in their order, presentation forms become the letters
-// they show, and the direction marks poppler adds for display are left out. Glyphs are drawn
-// left to right, as writers place them; each row is one page.
-TEST(PDFImporter, RightToLeftTextComesOutInReadingOrder) {
+// letters (a lam-alef ligature) keeps them in their order, presentation forms ("ﻻ", "ﬂ") become
+// the letters they show, and the direction marks poppler adds for display are left out. Glyphs are
+// drawn left to right, as writers place them; each row is one page.
+TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
   const std::vector<std::string> toUnicode = {
       "<61> <0627>",     "<6C> <0644>",     "<6D> <0645>", "<73> <0633>",     "<45> <0625>",
       "<51> <06440649>", "<4C> <06440627>", "<70> <FEFB>", "<71> <FE8E>",     "<31> <05DD>",
-      "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<6E> <006E>",
-      "<64> <0064>",     "<50> <0050>",     "<44> <0044>", "<46> <0046>",     "<20> <0020>",
-      "<4E> <0644064E>",
+      "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<79> <FB02>",
+      "<6F> <006F>",     "<72> <0072>",     "<6E> <006E>", "<64> <0064>",     "<50> <0050>",
+      "<44> <0044>",     "<46> <0046>",     "<20> <0020>", "<4E> <0644064E>",
   };
   struct Row {
     const char* drawn;  // glyph codes, left to right
@@ -90,6 +90,7 @@ TEST(PDFImporter, RightToLeftTextComesOutInReadingOrder) {
       {"q", "ا"},                        // a letter's final form
       {"1234", "שלום"},                  // Hebrew, one glyph a letter
       {"xnd", "find"},                   // a left-to-right ligature stays as it is
+      {"yoor", "floor"},                 // a Latin ligature's presentation form
       {"PDF mLs", "سلام PDF"},           // an Arabic line with a Latin word at its left end
       {"PDF xnd mLs", "PDF find سلام"},  // a Latin line ending in an Arabic word
       {"aN", "لَا"},                      // a ligature with its vowel mark

@@ -33,7 +33,7 @@ bool processMentioning(const std::string& text) {
   return false;
 }
 
-// pdftotext's text with its Arabic presentation forms as the letters they stand for, as ours is.
+// pdftotext's text with its presentation forms ("ﬁ", "ﻻ") as the letters they show, as ours is.
 TextString plainLetters(const std::string& utf8) {
   UErrorCode status = U_ZERO_ERROR;
   const icu::Normalizer2* nfkc = icu::Normalizer2::getNFKCInstance(status);
@@ -42,7 +42,7 @@ TextString plainLetters(const std::string& utf8) {
   for (int32_t at = 0; at < text.length();) {
     UChar32 c = text.char32At(at);
     at += U16_LENGTH(c);
-    bool form = (c >= 0xFB1D && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFF);
+    bool form = (c >= 0xFB00 && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFF);
     plain += form ? nfkc->normalize(icu::UnicodeString(c), status) : icu::UnicodeString(c);
   }
   return TextString(reinterpret_cast<const char16_t*>(plain.getBuffer()),
