@@ -2,6 +2,8 @@
 
 #include "page_text.h"
 
+#include <poppler/GfxFont.h>
+#include <poppler/GfxState.h>
 #include <poppler/GlobalParams.h>
 #include <poppler/PDFDoc.h>
 #include <poppler/Stream.h>
@@ -14,7 +16,9 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <cmath>
+#include <optional>
+#include <vector>
 
 namespace ulvek::plugin {
 namespace {
@@ -28,17 +32,126 @@ bool isLeftToRight(Unicode c) {
   return u_charDirection(static_cast<UChar32>(c)) == U_LEFT_TO_RIGHT;
 }
 
+bool isNonspacingMark(Unicode c) {
+  return u_charType(static_cast<UChar32>(c)) == U_NON_SPACING_MARK;
+}
+
 // poppler spreads the characters of one glyph left to right over its width, then reads a
 // right-to-left run from its right end: a lam-alef ligature, "لا", would come out "ال", and
 // "إلى" as "إىل". Such a glyph's characters are handed to poppler backwards, so that they come
 // out as the document wrote them.
+//
+// Writers that lay out right-to-left text with HarfBuzz (LibreOffice among them) draw a mark
+// such as shadda before the letter it sits on, often raised or lowered on a baseline of its own;
+// poppler then makes it a word of its own ("الح ّية"). A mark glyph is therefore held back, and
+// given to the right-to-left letter drawn next where that letter lies under it ("الحيّة");
+// otherwise it is drawn where it was, before the next glyph. A span's ActualText, which such
+// writers give a ligature with its marks, is handed over backwards like a glyph's characters.
 class LogicalOrderText : public TextOutputDev {
  public:
   explicit LogicalOrderText(std::string& out) : TextOutputDev(&append, &out, false, 0, false) {}
 
+  void startPage(int page, GfxState* state, XRef* xref) override {
+    held_.reset();
+    TextOutputDev::startPage(page, state, xref);
+  }
+  void updateFont(GfxState* state) override {
+    // Writers set the font again before each positioned glyph; only another font draws the mark.
+    if (held_ && state->getFont().get() != held_->font) drawHeld(state);
+    TextOutputDev::updateFont(state);
+  }
+  void restoreState(GfxState* state) override {
+    drawHeld(state);
+    TextOutputDev::restoreState(state);
+  }
+  void endTextObject(GfxState* state) override { drawHeld(state); }
+  void beginActualText(GfxState* state, const GooString* text) override {
+    drawHeld(state);
+    std::optional<GooString> backwards = reversedIfRightToLeft(*text);
+    TextOutputDev::beginActualText(state, backwards ? &*backwards : text);
+  }
+  void endActualText(GfxState* state) override {
+    drawHeld(state);
+    TextOutputDev::endActualText(state);
+  }
+
   void drawChar(GfxState* state, double x, double y, double dx, double dy, double originX,
                 double originY, CharCode code, int bytes, const Unicode* u, int length) override {
-    std::array<Unicode, 8> reversed;
+    if (length > 0 && std::all_of(u, u + length, isNonspacingMark)) {
+      drawHeld(state);
+      held_ = Glyph{x, y, dx, dy, originX, originY, code, bytes, {u, u + length}, nullptr};
+      held_->font = state->getFont().get();
+      return;
+    }
+    if (held_ && carries(*held_, x, dx, u, length)) {
+      std::vector<Unicode> letters(u, u + length);
+      letters.insert(letters.end(), held_->text.begin(), held_->text.end());
+      held_.reset();
+      draw(state, x, y, dx, dy, originX, originY, code, bytes, letters.data(),
+           static_cast<int>(letters.size()));
+      return;
+    }
+    drawHeld(state);
+    draw(state, x, y, dx, dy, originX, originY, code, bytes, u, length);
+  }
+
+ private:
+  struct Glyph {
+    double x, y, dx, dy, originX, originY;
+    CharCode code;
+    int bytes;
+    std::vector<Unicode> text;
+    const GfxFont* font;  // compared only
+  };
+
+  // Whether the letter drawn at `x` with advance `dx` is the one under `mark`.
+  static bool carries(const Glyph& mark, double x, double dx, const Unicode* u, int length) {
+    if (std::none_of(u, u + length, isRightToLeft) || std::any_of(u, u + length, isLeftToRight))
+      return false;
+    const double width = std::abs(dx);
+    return mark.x >= x - width && mark.x <= x + width * 1.1;
+  }
+
+  // A UTF-16 text string (with its byte order mark) of right-to-left characters, backwards.
+  static std::optional<GooString> reversedIfRightToLeft(const GooString& text) {
+    const std::string& bytes = text.toStr();
+    const bool big = bytes.starts_with("\xFE\xFF"), little = bytes.starts_with("\xFF\xFE");
+    if ((!big && !little) || bytes.size() % 2 != 0) return std::nullopt;
+    std::u16string units;
+    for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
+      const auto high = static_cast<unsigned char>(bytes[big ? at : at + 1]);
+      const auto low = static_cast<unsigned char>(bytes[big ? at + 1 : at]);
+      units.push_back(static_cast<char16_t>(high << 8 | low));
+    }
+    icu::UnicodeString characters(false, units.data(), static_cast<int32_t>(units.size()));
+    std::vector<Unicode> letters;
+    for (int32_t at = 0; at < characters.length(); at += U16_LENGTH(characters.char32At(at)))
+      letters.push_back(static_cast<Unicode>(characters.char32At(at)));
+    if (letters.size() < 2 || std::none_of(letters.begin(), letters.end(), isRightToLeft) ||
+        std::any_of(letters.begin(), letters.end(), isLeftToRight))
+      return std::nullopt;
+    icu::UnicodeString reversed;
+    for (auto letter = letters.rbegin(); letter != letters.rend(); ++letter)
+      reversed.append(static_cast<UChar32>(*letter));
+    std::string out = "\xFE\xFF";
+    for (int32_t at = 0; at < reversed.length(); ++at) {
+      out += static_cast<char>(reversed.charAt(at) >> 8);
+      out += static_cast<char>(reversed.charAt(at) & 0xFF);
+    }
+    return GooString(std::move(out));
+  }
+
+  void drawHeld(GfxState* state) {
+    if (!held_) return;
+    Glyph mark = std::move(*held_);
+    held_.reset();
+    draw(state, mark.x, mark.y, mark.dx, mark.dy, mark.originX, mark.originY, mark.code, mark.bytes,
+         mark.text.data(), static_cast<int>(mark.text.size()));
+  }
+
+  void draw(GfxState* state, double x, double y, double dx, double dy, double originX,
+            double originY, CharCode code, int bytes, const Unicode* u, int length) {
+    std::array<Unicode, 16> reversed;
     if (length > 1 && static_cast<std::size_t>(length) <= reversed.size() &&
         std::any_of(u, u + length, isRightToLeft) && std::none_of(u, u + length, isLeftToRight)) {
       std::reverse_copy(u, u + length, reversed.begin());
@@ -47,27 +160,35 @@ class LogicalOrderText : public TextOutputDev {
     TextOutputDev::drawChar(state, x, y, dx, dy, originX, originY, code, bytes, u, length);
   }
 
- private:
   static void append(void* out, const char* text, int length) {
     static_cast<std::string*>(out)->append(text, static_cast<std::size_t>(length));
   }
+
+  std::optional<Glyph> held_;
 };
 
 // The embeddings poppler wraps right-to-left runs in (LRE, RLE, PDF): the text is already in
-// logical order, and a search for a word must not meet them.
+// logical order, and a search for a word must not meet them. Where poppler's reordering left no
+// space at a change of direction ("نفس1256"), the marks were all that parted the words, so a
+// space takes their place there.
 void removeDirectionMarks(std::string& text) {
-  constexpr std::string_view kLead = "\xE2\x80";
-  std::size_t kept = 0;
+  auto markAt = [&](std::size_t at) {
+    return at + 2 < text.size() && text[at] == '\xE2' && text[at + 1] == '\x80' &&
+           static_cast<unsigned char>(text[at + 2]) >= 0xAA &&
+           static_cast<unsigned char>(text[at + 2]) <= 0xAC;
+  };
+  auto isSpace = [](char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\f'; };
+  std::string out;
+  out.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {
-    if (text.compare(at, kLead.size(), kLead) == 0 && at + 2 < text.size() &&
-        static_cast<unsigned char>(text[at + 2]) >= 0xAA &&
-        static_cast<unsigned char>(text[at + 2]) <= 0xAC) {
-      at += 3;
+    if (!markAt(at)) {
+      out += text[at++];
       continue;
     }
-    text[kept++] = text[at++];
+    while (markAt(at)) at += 3;
+    if (!out.empty() && !isSpace(out.back()) && at < text.size() && !isSpace(text[at])) out += ' ';
   }
-  text.resize(kept);
+  text = std::move(out);
 }
 
 bool isPresentationForm(UChar32 c) {

@@ -67,37 +67,44 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
   }
 }
 
-// Right-to-left text comes out in the order it is read, whole: a glyph that stands for several
-// letters (a lam-alef ligature) keeps them in their order, presentation forms ("ﻻ", "ﬂ") become
-// the letters they show, and the direction marks poppler adds for display are left out. Glyphs are
-// drawn left to right, as writers place them; each row is one page.
+// Text comes out in the order it is read, whole: a glyph that stands for several letters (a
+// lam-alef ligature) keeps them in their order, and so does a span's ActualText; a mark drawn
+// before its letter on a baseline of its own joins it; presentation forms ("ﻻ", "ﬂ") become
+// the letters they show; and the direction marks poppler adds for display are left out, a
+// space parting the words they parted. Glyphs are drawn left to right, as writers place them;
+// each row is one page.
 TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
   const std::vector<std::string> toUnicode = {
       "<61> <0627>",     "<6C> <0644>",     "<6D> <0645>", "<73> <0633>",     "<45> <0625>",
       "<51> <06440649>", "<4C> <06440627>", "<70> <FEFB>", "<71> <FE8E>",     "<31> <05DD>",
       "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<79> <FB02>",
       "<6F> <006F>",     "<72> <0072>",     "<6E> <006E>", "<64> <0064>",     "<50> <0050>",
-      "<44> <0044>",     "<46> <0046>",     "<20> <0020>", "<4E> <0644064E>",
+      "<44> <0044>",     "<46> <0046>",     "<20> <0020>", "<4E> <0644064E>", "<53> <0651>",
+      "<6B> <0643>",     "<77> <0648>",
   };
+  auto line = [](const std::string& codes) { return "72 700 Td (" + codes + ") Tj"; };
   struct Row {
-    const char* drawn;  // glyph codes, left to right
+    std::string drawn;  // the text object's operators
     const char* text;
   };
   const Row rows[] = {
-      {"mLs", "سلام"},                   // the ligature inside a word
-      {"QE", "إلى"},                     // lam with alef maksura
-      {"ap", "لاا"},                     // a presentation-form ligature
-      {"q", "ا"},                        // a letter's final form
-      {"1234", "שלום"},                  // Hebrew, one glyph a letter
-      {"xnd", "find"},                   // a left-to-right ligature stays as it is
-      {"yoor", "floor"},                 // a Latin ligature's presentation form
-      {"PDF mLs", "سلام PDF"},           // an Arabic line with a Latin word at its left end
-      {"PDF xnd mLs", "PDF find سلام"},  // a Latin line ending in an Arabic word
-      {"aN", "لَا"},                      // a ligature with its vowel mark
+      {line("mLs"), "سلام"},                   // the ligature inside a word
+      {line("QE"), "إلى"},                     // lam with alef maksura
+      {line("ap"), "لاا"},                     // a presentation-form ligature
+      {line("q"), "ا"},                        // a letter's final form
+      {line("1234"), "שלום"},                  // Hebrew, one glyph a letter
+      {line("xnd"), "find"},                   // a left-to-right ligature stays as it is
+      {line("yoor"), "floor"},                 // a Latin ligature's presentation form
+      {line("PDF mLs"), "سلام PDF"},           // an Arabic line with a Latin word at its left end
+      {line("PDF xnd mLs"), "PDF find سلام"},  // a Latin line ending in an Arabic word
+      {line("PDFw"), "PDF و"},                 // a change of direction without a space
+      {line("aN"), "لَا"},                      // a ligature with its vowel mark
+      // shadda raised above the lam it is drawn before ("كلّ")
+      {"1 0 0 1 74 704 Tm (S) Tj 1 0 0 1 72 700 Tm (lk) Tj", "كلّ"},
+      {"72 700 Td /Span << /ActualText <FEFF0644064B0627> >> BDC (L) Tj EMC", "لًا"},
   };
   std::vector<std::string> contents;
-  for (const Row& row : rows)
-    contents.push_back(std::string("BT /F1 24 Tf 72 700 Td (") + row.drawn + ") Tj ET");
+  for (const Row& row : rows) contents.push_back("BT /F1 24 Tf " + row.drawn + " ET");
   testing::TemporaryFolder folder;
   const std::string path = folder.write("arabic.pdf", testing::pdfOfPages(contents, toUnicode));
   ::setenv("ULVEKBOT_PDF_THREADS", "1", 1);

@@ -95,16 +95,18 @@ TEST_F(PDFImportTest, CorpusTextAndAttributes) {
     // ligatures also come out backwards; the mean holds.
     EXPECT_GE(f1, hasRightToLeftOrHanScript(expected) ? 0.7 : 0.9);
     if (meta.contains("title") && meta["title"].is_string() &&
-        !meta["title"].get<std::string>().empty())
+        !meta["title"].get<std::string>().empty()) {
       EXPECT_EQ(toUtf8(*result.string(ImportKey::Title)), meta["title"].get<std::string>());
+    }
   }
   std::printf("pdf: %d files, mean word-bag F1 against pdftotext %.4f\n", compared, sum / compared);
   EXPECT_GT(compared, 20);
   EXPECT_GE(sum / compared, 0.97);
 }
 
-// Arabic words that pdftotext gives with their ligatures backwards ("اإلنتاجية") or in
-// presentation forms ("اﳋﻄﻮط") come out as they are written.
+// Arabic words that pdftotext gives with their ligatures backwards ("اإلنتاجية"), in
+// presentation forms ("اﳋﻄﻮط"), or parted from their marks ("الح ّية") come out as they are
+// written.
 TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
   ULVEK_REQUIRE_CORPUS();
   struct Row {
@@ -112,8 +114,9 @@ TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
     std::vector<std::string> words;
   };
   const Row rows[] = {
-      {"made-rtl.pdf", {"إلى", "لاختبار", "الآن", "للأغذية", "احتمالات"}},
-      {"docling-right_to_left_01.pdf", {"الإنتاجية", "المشكلات", "خلال", "الأدوات"}},
+      {"made-rtl.pdf", {"إلى", "لاختبار", "الآن", "للأغذية", "احتمالات", "الحيّة", "أوّلًا"}},
+      {"docling-right_to_left_01.pdf", {"الإنتاجية", "المشكلات", "خلال", "الأدوات", "R و Python"}},
+      {"made-multilingual.pdf", {"عموماً", "نفس 1256"}},
       {"pdfjs-ArabicCIDTrueType.pdf", {"انواع", "الخطوط", "العربية"}},
   };
   MIMETypeHelper helper;
