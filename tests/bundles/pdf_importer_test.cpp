@@ -1,6 +1,6 @@
 // The PDF importer through the SDK: pages shared out to threads give the text one thread gives,
-// a host's time limit ends the reading with the pages read so far, and OCR is loaded only for
-// pages to read.
+// a host's time limit ends the reading with the pages read so far, right-to-left text and
+// ligatures come out as written, and OCR is loaded only for pages to read.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
