@@ -116,9 +116,9 @@ struct PagedText {
 };
 
 // The text of the document at `path`, its pages shared out to `threads` threads, each with a
-// document of its own (one poppler document is never used by two threads).
-// Pages are taken in order; at `deadline` the threads stop and the pages read up to the first
-// page not read are answered. Short documents are read on this thread alone.
+// document of its own (one poppler document is never used by two threads). Pages are taken in
+// order; at `deadline` the threads stop and the pages read up to the first page not read are
+// answered. Short documents are read on this thread alone.
 inline PagedText documentTextInParallel(
     const std::string& path, unsigned threads,
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt) {
