@@ -3,6 +3,7 @@
 // Shared by the benchmarks that time whole processes: corpus files, shell quoting, best-of-three
 // timing of a command, and like-with-like comparisons with a peer.
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,7 +17,7 @@ namespace ulvek::bench {
 
 namespace fs = std::filesystem;
 
-inline const fs::path kCorpus = fs::path(ULVEK_CORPUS_DIR) / "docs";
+inline const fs::path kCorpus = fs::absolute(fs::path(ULVEK_CORPUS_DIR) / "docs");
 inline const std::string kUlvekbot = std::string(ULVEK_BINARY_DIR) + "/src/ulvekbot";
 
 inline std::string shellQuoted(const std::string& text) {
@@ -61,9 +62,26 @@ inline std::string joined(const std::vector<std::string>& paths) {
   return list;
 }
 
-// One process per file, as these tools take one document each.
-inline std::string eachFile(const std::vector<std::string>& paths, const std::string& tool) {
-  std::string script = "for f in" + joined(paths) + "; do " + tool + " \"$f\"; done";
+// Where per-file commands run: some tools drop files into their working folder (unrtf's
+// pictures), and the corpus is read-only.
+inline const fs::path& scratchFolder() {
+  struct Folder {
+    fs::path path = fs::temp_directory_path() / ("ulvek-bench-" + std::to_string(::getpid()));
+    Folder() { fs::create_directories(path); }
+    ~Folder() {
+      std::error_code ignored;
+      fs::remove_all(path, ignored);
+    }
+  };
+  static const Folder folder;
+  return folder.path;
+}
+
+// One process per file, as these tools take one document each; `after` follows the file's name.
+inline std::string eachFile(const std::vector<std::string>& paths, const std::string& tool,
+                            const std::string& after = "") {
+  std::string script = "cd " + shellQuoted(scratchFolder().string()) + " && for f in" +
+                       joined(paths) + "; do " + tool + " \"$f\"" + after + "; done";
   return "sh -c " + shellQuoted(script);
 }
 

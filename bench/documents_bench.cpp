@@ -32,7 +32,9 @@ int main() {
   const Kind kinds[] = {
       {"docx",
        {"docx"},
-       {{"docx2txt", [](const std::vector<std::string>& p) { return eachFile(p, "docx2txt"); }},
+       {{"docx2txt",
+         // Given a file alone, docx2txt writes its text beside it.
+         [](const std::vector<std::string>& p) { return eachFile(p, "docx2txt", " -"); }},
         {"pandoc",
          [](const std::vector<std::string>& p) { return eachFile(p, "pandoc -t plain"); }}},
        ".docx"},
