@@ -10,6 +10,7 @@
 #include <poppler/TextOutputDev.h>
 #include <poppler/goo/GooString.h>
 #include <unicode/normalizer2.h>
+#include <unicode/ubidi.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
@@ -17,7 +18,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace ulvek::plugin {
@@ -167,26 +170,168 @@ class LogicalOrderText : public TextOutputDev {
   std::optional<Glyph> held_;
 };
 
-// The embeddings poppler wraps right-to-left runs in (LRE, RLE, PDF): the text is already in
-// logical order, and a search for a word must not meet them. Where poppler's reordering left no
-// space at a change of direction ("نفس1256"), the marks were all that parted the words, so a
-// space takes their place there.
-void removeDirectionMarks(std::string& text) {
-  auto markAt = [&](std::size_t at) {
-    return at + 2 < text.size() && text[at] == '\xE2' && text[at + 1] == '\x80' &&
-           static_cast<unsigned char>(text[at + 2]) >= 0xAA &&
-           static_cast<unsigned char>(text[at + 2]) <= 0xAC;
+bool isEmbedding(UChar32 c) { return c >= 0x202A && c <= 0x202C; }  // LRE, RLE, PDF
+
+bool hasEmbedding(std::string_view utf8) {
+  for (std::size_t at = utf8.find("\xE2\x80"); at != std::string_view::npos;
+       at = utf8.find("\xE2\x80", at + 1)) {
+    if (at + 2 < utf8.size() && utf8[at + 2] >= '\xAA' && utf8[at + 2] <= '\xAC') return true;
+  }
+  return false;
+}
+
+// A line as poppler writes it: the runs of the direction that is not the page's main one
+// wrapped in embeddings (LRE or RLE ... PDF), each in the order it is read, and the runs laid out
+// in the page's direction. The line as it stands on the page, left to right, is got back by
+// reversing what the right-to-left embeddings reversed.
+class EmbeddedLine {
+ public:
+  explicit EmbeddedLine(const icu::UnicodeString& line) {
+    std::vector<std::size_t> open{0};
+    runs_.push_back({false, {}});
+    for (int32_t at = 0; at < line.length();) {
+      const UChar32 c = line.char32At(at);
+      at += U16_LENGTH(c);
+      if (c == 0x202A || c == 0x202B) {
+        runs_.push_back({c == 0x202B, {}});
+        runs_[open.back()].parts.push_back({{}, runs_.size() - 1});
+        open.push_back(runs_.size() - 1);
+      } else if (c == 0x202C) {
+        if (open.size() > 1) open.pop_back();
+      } else {
+        std::vector<Part>& parts = runs_[open.back()].parts;
+        if (parts.empty() || parts.back().run != 0) parts.push_back({});
+        parts.back().text.append(c);
+      }
+    }
+  }
+
+  icu::UnicodeString leftToRight() const {
+    icu::UnicodeString out;
+    append(0, out);
+    return out;
+  }
+
+ private:
+  struct Part {
+    icu::UnicodeString text;
+    std::size_t run = 0;  // an embedded run, or 0 for text
   };
-  auto isSpace = [](char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\f'; };
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    if (!markAt(at)) {
-      out += text[at++];
+  struct Run {
+    bool rightToLeft;
+    std::vector<Part> parts;
+  };
+
+  void append(std::size_t run, icu::UnicodeString& out) const {
+    const Run& r = runs_[run];
+    auto one = [&](const Part& part) {
+      if (part.run != 0) return append(part.run, out);
+      if (!r.rightToLeft) return void(out.append(part.text));
+      icu::UnicodeString backwards(part.text);
+      out.append(backwards.reverse());
+    };
+    if (r.rightToLeft)
+      std::for_each(r.parts.rbegin(), r.parts.rend(), one);
+    else
+      std::for_each(r.parts.begin(), r.parts.end(), one);
+  }
+
+  std::vector<Run> runs_;
+};
+
+// poppler sometimes loses the space where the direction changes ("وPython"); the embeddings
+// are then all that part the words. Between a letter or digit and another, a space goes in,
+// outside both runs: after the embeddings that close, before the ones that open.
+icu::UnicodeString withSpacesAtDirectionChanges(const icu::UnicodeString& line) {
+  icu::UnicodeString out;
+  for (int32_t at = 0; at < line.length();) {
+    const UChar32 c = line.char32At(at);
+    if (!isEmbedding(c)) {
+      out.append(c);
+      at += U16_LENGTH(c);
       continue;
     }
-    while (markAt(at)) at += 3;
-    if (!out.empty() && !isSpace(out.back()) && at < text.size() && !isSpace(text[at])) out += ' ';
+    int32_t end = at;
+    while (end < line.length() && isEmbedding(line.charAt(end))) ++end;
+    int32_t opening = at;
+    while (opening < end && line.charAt(opening) == 0x202C) ++opening;
+    const UChar32 before = out.isEmpty() ? 0 : out.char32At(out.length() - 1);
+    const UChar32 after = end < line.length() ? line.char32At(end) : 0;
+    out.append(line, at, opening - at);
+    if (u_isalnum(before) && u_isalnum(after)) out.append(u' ');
+    out.append(line, opening, end - opening);
+    at = end;
+  }
+  return out;
+}
+
+// Letters of `text` that read left to right, less those that read right to left.
+int32_t leftToRightLead(std::string_view text) {
+  int32_t lead = 0;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+  const auto length = static_cast<int32_t>(text.size());
+  for (int32_t at = 0; at < length;) {
+    UChar32 c;
+    U8_NEXT(bytes, at, length, c);
+    if (c < 0) continue;
+    if (isLeftToRight(static_cast<Unicode>(c))) ++lead;
+    if (isRightToLeft(static_cast<Unicode>(c))) --lead;
+  }
+  return lead;
+}
+
+// `line` (as it stands, left to right) in the order it is read, by ICU's bidirectional
+// algorithm run in reverse; numbers read as left-to-right text, as poppler took them.
+icu::UnicodeString readingOrder(const icu::UnicodeString& line, bool rightToLeft) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<UBiDi, decltype(&ubidi_close)> bidi(ubidi_open(), ubidi_close);
+  ubidi_setReorderingMode(bidi.get(), UBIDI_REORDER_INVERSE_NUMBERS_AS_L);
+  ubidi_setPara(bidi.get(), line.getBuffer(), line.length(), rightToLeft ? 1 : 0, nullptr, &status);
+  icu::UnicodeString out;
+  const int32_t capacity = line.length() * 2 + 8;
+  const int32_t length = ubidi_writeReordered(bidi.get(), out.getBuffer(capacity), capacity,
+                                              UBIDI_REMOVE_BIDI_CONTROLS, &status);
+  out.releaseBuffer(U_SUCCESS(status) ? length : 0);
+  if (U_FAILURE(status)) return line;
+  // Neutral characters settle on either side of a change of direction: no run of spaces.
+  for (int32_t at = out.indexOf(u"  "); at >= 0; at = out.indexOf(u"  ", at)) out.remove(at, 1);
+  return out;
+}
+
+// poppler lays the runs of a line out in the page's main direction and wraps the others in
+// embeddings for display: an Arabic or Hebrew paragraph on a mostly Latin page came out with its
+// runs left to right ("1256-ويندوز" for "ويندوز-1256"), and spaces and commas fell on the wrong
+// side of a run ("بالسرطان ،علينا"). Lines with embeddings are therefore put back as they stand on
+// the page and read again by ICU, right to left in a paragraph (lines up to an empty one) with more
+// letters that read that way. The embeddings go.
+void putLinesInReadingOrder(std::string& text) {
+  if (!hasEmbedding(text)) return;
+  std::vector<std::string_view> lines;
+  for (std::size_t start = 0; start <= text.size();) {
+    std::size_t end = std::min(text.find('\n', start), text.size());
+    lines.emplace_back(text.data() + start, end - start);
+    start = end + 1;
+  }
+  std::vector<bool> rightToLeft(lines.size(), false);
+  for (std::size_t first = 0; first < lines.size();) {
+    std::size_t last = first;
+    int32_t lead = 0;
+    while (last < lines.size() && !lines[last].empty()) lead += leftToRightLead(lines[last++]);
+    std::fill(rightToLeft.begin() + first, rightToLeft.begin() + last, lead < 0);
+    first = last + 1;
+  }
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t index = 0; index < lines.size(); ++index) {
+    if (index > 0) out += '\n';
+    std::string_view line = lines[index];
+    if (!hasEmbedding(line)) {
+      out.append(line);
+      continue;
+    }
+    icu::UnicodeString embedded = withSpacesAtDirectionChanges(icu::UnicodeString::fromUTF8(
+        icu::StringPiece(line.data(), static_cast<int32_t>(line.size()))));
+    readingOrder(EmbeddedLine(embedded).leftToRight(), rightToLeft[index]).toUTF8String(out);
   }
   text = std::move(out);
 }
@@ -267,7 +412,7 @@ std::string PageTextReader::text(int index) {
     if (!output.isOk()) return text;
     document_->displayPage(&output, index + 1, 72, 72, 0, false, true, false);
   }
-  removeDirectionMarks(text);
+  putLinesInReadingOrder(text);
   usePlainLetters(text);
   while (!text.empty() && (text.back() == '\f' || text.back() == '\n')) text.pop_back();
   return text;

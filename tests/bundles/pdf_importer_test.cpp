@@ -70,8 +70,9 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
 // Text comes out in the order it is read, whole: a glyph that stands for several letters (a
 // lam-alef ligature) keeps them in their order, and so does a span's ActualText; a mark drawn
 // before its letter on a baseline of its own joins it; presentation forms ("ﻻ", "ﬂ") become
-// the letters they show; and the direction marks poppler adds for display are left out, a
-// space parting the words they parted. Glyphs are drawn left to right, as writers place them;
+// the letters they show; the runs of a right-to-left paragraph read right to left even on a
+// page of Latin text; and the direction marks poppler adds for display are left out, a space
+// parting the words they parted. Glyphs are drawn left to right, as writers place them;
 // each row is one page.
 TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
   const std::vector<std::string> toUnicode = {
@@ -98,7 +99,10 @@ TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
       {line("PDF mLs"), "سلام PDF"},           // an Arabic line with a Latin word at its left end
       {line("PDF xnd mLs"), "PDF find سلام"},  // a Latin line ending in an Arabic word
       {line("PDFw"), "PDF و"},                 // a change of direction without a space
-      {line("aN"), "لَا"},                      // a ligature with its vowel mark
+      // an Arabic paragraph below a Latin one: its runs read right to left
+      {line("PDF xnd PDF xnd PDF") + " ET BT /F1 24 Tf 72 500 Td (xnd mLs PDF mLs) Tj",
+       "PDF find PDF find PDF\n\nسلام PDF سلام find"},
+      {line("aN"), "لَا"},  // a ligature with its vowel mark
       // shadda raised above the lam it is drawn before ("كلّ")
       {"1 0 0 1 74 704 Tm (S) Tj 1 0 0 1 72 700 Tm (lk) Tj", "كلّ"},
       {"72 700 Td /Span << /ActualText <FEFF0644064B0627> >> BDC (L) Tj EMC", "لًا"},

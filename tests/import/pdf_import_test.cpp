@@ -104,9 +104,9 @@ TEST_F(PDFImportTest, CorpusTextAndAttributes) {
   EXPECT_GE(sum / compared, 0.97);
 }
 
-// Arabic words that pdftotext gives with their ligatures backwards ("اإلنتاجية"), in
-// presentation forms ("اﳋﻄﻮط"), or parted from their marks ("الح ّية") come out as they are
-// written.
+// Arabic and Hebrew that pdftotext gives with ligatures backwards ("اإلنتاجية"), in presentation
+// forms ("اﳋﻄﻮط"), parted from their marks ("الح ّية"), or with the runs of a line in the
+// wrong order ("1256-ويندوز") come out as they are written.
 TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
   ULVEK_REQUIRE_CORPUS();
   struct Row {
@@ -114,9 +114,14 @@ TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
     std::vector<std::string> words;
   };
   const Row rows[] = {
-      {"made-rtl.pdf", {"إلى", "لاختبار", "الآن", "للأغذية", "احتمالات", "الحيّة", "أوّلًا"}},
+      {"made-rtl.pdf",
+       {"إلى", "لاختبار", "الآن", "للأغذية", "احتمالات", "الحيّة", "أوّلًا، لنتخيّل",
+        "(المني، السداة"}},
       {"docling-right_to_left_01.pdf", {"الإنتاجية", "المشكلات", "خلال", "الأدوات", "R و Python"}},
-      {"made-multilingual.pdf", {"عموماً", "نفس 1256"}},
+      // An Arabic and a Hebrew paragraph on a page of mostly Latin, Greek and Cyrillic text.
+      {"made-multilingual.pdf",
+       {"عموماً", "ويندوز-1256 هي صفحة كود", "(ראשי תיבות של 8-bit Unicode",
+        "ה-IETF מעדיף בבירור את UTF-8"}},
       {"pdfjs-ArabicCIDTrueType.pdf", {"انواع", "الخطوط", "العربية"}},
   };
   MIMETypeHelper helper;
