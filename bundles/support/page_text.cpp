@@ -13,6 +13,7 @@
 #include <unicode/ubidi.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/uscript.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -368,6 +369,85 @@ void usePlainLetters(std::string& text) {
   text = std::move(out);
 }
 
+// Chinese and Japanese are written without spaces, and a line may break inside a word: the
+// characters at either end of such a break, ideographs, kana and their punctuation.
+bool isUnspacedScript(UChar32 c) {
+  UErrorCode status = U_ZERO_ERROR;
+  const UScriptCode script = uscript_getScript(c, &status);
+  if (script == USCRIPT_HAN || script == USCRIPT_HIRAGANA || script == USCRIPT_KATAKANA)
+    return true;
+  const auto block = static_cast<UBlockCode>(ublock_getCode(c));
+  return block == UBLOCK_CJK_SYMBOLS_AND_PUNCTUATION ||
+         block == UBLOCK_HALFWIDTH_AND_FULLWIDTH_FORMS;
+}
+
+// How wide `line` is set, in half-width columns.
+int32_t columns(std::string_view line) {
+  int32_t width = 0;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(line.data());
+  const auto length = static_cast<int32_t>(line.size());
+  for (int32_t at = 0; at < length;) {
+    UChar32 c;
+    U8_NEXT(bytes, at, length, c);
+    const auto east = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
+    width += east == U_EA_WIDE || east == U_EA_FULLWIDTH ? 2 : 1;
+  }
+  return width;
+}
+
+UChar32 firstCharacter(std::string_view line) {
+  if (line.empty()) return 0;
+  UChar32 c;
+  int32_t at = 0;
+  U8_NEXT(reinterpret_cast<const uint8_t*>(line.data()), at, static_cast<int32_t>(line.size()), c);
+  return c;
+}
+
+UChar32 lastCharacter(std::string_view line) {
+  if (line.empty()) return 0;
+  UChar32 c;
+  auto at = static_cast<int32_t>(line.size());
+  U8_PREV(reinterpret_cast<const uint8_t*>(line.data()), 0, at, c);
+  return c;
+}
+
+// A paragraph of Chinese or Japanese comes out one line a printed line, as pdftotext gives it,
+// and a word cut by the line's end cannot be found ("住みにく" / "い"). A line that runs to
+// the block's full width and ends and is followed by such characters is the middle of a
+// paragraph: the next line is joined to it, without a space. Shorter lines end paragraphs
+// (and headings); Korean, which has spaces, keeps its lines.
+void joinWrappedLines(std::string& text) {
+  std::vector<std::string_view> lines;
+  for (std::size_t start = 0; start <= text.size();) {
+    std::size_t end = std::min(text.find('\n', start), text.size());
+    lines.emplace_back(text.data() + start, end - start);
+    start = end + 1;
+  }
+  std::vector<bool> joined(lines.size(), false);  // joined to the line after it
+  bool any = false;
+  for (std::size_t first = 0; first < lines.size();) {
+    std::size_t last = first;
+    int32_t widest = 0;
+    while (last < lines.size() && !lines[last].empty())
+      widest = std::max(widest, columns(lines[last++]));
+    for (std::size_t at = first; at + 1 < last; ++at) {
+      joined[at] = isUnspacedScript(lastCharacter(lines[at])) &&
+                   isUnspacedScript(firstCharacter(lines[at + 1])) &&
+                   columns(lines[at]) * 10 >= widest * 9;
+      any = any || joined[at];
+    }
+    first = last + 1;
+  }
+  if (!any) return;
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t index = 0; index < lines.size(); ++index) {
+    out.append(lines[index]);
+    if (index + 1 < lines.size() && !joined[index]) out += '\n';
+  }
+  text = std::move(out);
+}
+
 std::unique_ptr<PDFDoc> checked(std::unique_ptr<PDFDoc> document) {
   if (!document->isOk()) return nullptr;
   return document;
@@ -414,6 +494,7 @@ std::string PageTextReader::text(int index) {
   }
   putLinesInReadingOrder(text);
   usePlainLetters(text);
+  joinWrappedLines(text);
   while (!text.empty() && (text.back() == '\f' || text.back() == '\n')) text.pop_back();
   return text;
 }

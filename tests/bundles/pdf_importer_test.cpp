@@ -71,9 +71,9 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
 // lam-alef ligature) keeps them in their order, and so does a span's ActualText; a mark drawn
 // before its letter on a baseline of its own joins it; presentation forms ("ﻻ", "ﬂ") become
 // the letters they show; the runs of a right-to-left paragraph read right to left even on a
-// page of Latin text; and the direction marks poppler adds for display are left out, a space
-// parting the words they parted. Glyphs are drawn left to right, as writers place them;
-// each row is one page.
+// page of Latin text; the direction marks poppler adds for display are left out, a space
+// parting the words they parted; and a Chinese or Japanese paragraph is not cut at its lines.
+// Glyphs are drawn left to right, as writers place them; each row is one page.
 TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
   const std::vector<std::string> toUnicode = {
       "<61> <0627>",     "<6C> <0644>",     "<6D> <0645>", "<73> <0633>",     "<45> <0625>",
@@ -81,7 +81,7 @@ TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
       "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<79> <FB02>",
       "<6F> <006F>",     "<72> <0072>",     "<6E> <006E>", "<64> <0064>",     "<50> <0050>",
       "<44> <0044>",     "<46> <0046>",     "<20> <0020>", "<4E> <0644064E>", "<53> <0651>",
-      "<6B> <0643>",     "<77> <0648>",
+      "<6B> <0643>",     "<77> <0648>",     "<68> <6F22>", "<7A> <5B57>",     "<4B> <D55C>",
   };
   auto line = [](const std::string& codes) { return "72 700 Td (" + codes + ") Tj"; };
   struct Row {
@@ -106,6 +106,11 @@ TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
       // shadda raised above the lam it is drawn before ("كلّ")
       {"1 0 0 1 74 704 Tm (S) Tj 1 0 0 1 72 700 Tm (lk) Tj", "كلّ"},
       {"72 700 Td /Span << /ActualText <FEFF0644064B0627> >> BDC (L) Tj EMC", "لًا"},
+      // Chinese and Japanese lines that run to the full width go on to the next line; Korean,
+      // which has spaces, keeps its lines
+      {"72 700 Td (hzhzhzhz) Tj 0 -28 Td (hzhz) Tj 0 -28 Td (zhzhzhzh) Tj 0 -28 Td (zh) Tj",
+       "漢字漢字漢字漢字漢字漢字\n字漢字漢字漢字漢字漢"},
+      {"72 700 Td (KKKK KKKK) Tj 0 -28 Td (KKKK KKKK) Tj", "한한한한 한한한한\n한한한한 한한한한"},
   };
   std::vector<std::string> contents;
   for (const Row& row : rows) contents.push_back("BT /F1 24 Tf " + row.drawn + " ET");

@@ -106,8 +106,9 @@ TEST_F(PDFImportTest, CorpusTextAndAttributes) {
 
 // Arabic and Hebrew that pdftotext gives with ligatures backwards ("اإلنتاجية"), in presentation
 // forms ("اﳋﻄﻮط"), parted from their marks ("الح ّية"), or with the runs of a line in the
-// wrong order ("1256-ويندوز") come out as they are written.
-TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
+// wrong order ("1256-ويندوز"), and Japanese it cuts at the end of each line ("住みにく" / "い"),
+// come out as they are written.
+TEST_F(PDFImportTest, CorpusWordsComeOutWhole) {
   ULVEK_REQUIRE_CORPUS();
   struct Row {
     const char* file;
@@ -123,6 +124,7 @@ TEST_F(PDFImportTest, CorpusArabicWordsComeOutWhole) {
        {"عموماً", "ويندوز-1256 هي صفحة كود", "(ראשי תיבות של 8-bit Unicode",
         "ה-IETF מעדיף בבירור את UTF-8"}},
       {"pdfjs-ArabicCIDTrueType.pdf", {"انواع", "الخطوط", "العربية"}},
+      {"made-cjk.pdf", {"とかくに人の世は住みにくい。", "詩が生れて、画が出来る。"}},
   };
   MIMETypeHelper helper;
   for (const Row& row : rows) {
