@@ -188,17 +188,26 @@ bool hasEmbedding(std::string_view utf8) {
 class EmbeddedLine {
  public:
   explicit EmbeddedLine(const icu::UnicodeString& line) {
+    // poppler nests two deep; a document's own characters can nest thousands deep, which
+    // reading them back must not follow.
+    constexpr std::size_t kDeepest = 16;
     std::vector<std::size_t> open{0};
+    std::size_t ignored = 0;
     runs_.push_back({false, {}});
     for (int32_t at = 0; at < line.length();) {
       const UChar32 c = line.char32At(at);
       at += U16_LENGTH(c);
-      if (c == 0x202A || c == 0x202B) {
+      if ((c == 0x202A || c == 0x202B) && (ignored > 0 || open.size() > kDeepest)) {
+        ++ignored;
+      } else if (c == 0x202A || c == 0x202B) {
         runs_.push_back({c == 0x202B, {}});
         runs_[open.back()].parts.push_back({{}, runs_.size() - 1});
         open.push_back(runs_.size() - 1);
       } else if (c == 0x202C) {
-        if (open.size() > 1) open.pop_back();
+        if (ignored > 0)
+          --ignored;
+        else if (open.size() > 1)
+          open.pop_back();
       } else {
         std::vector<Part>& parts = runs_[open.back()].parts;
         if (parts.empty() || parts.back().run != 0) parts.push_back({});

@@ -76,12 +76,37 @@ TEST(PDFImporter, TheHostsTimeLimitEndsReadingWithWhatWasRead) {
 // Glyphs are drawn left to right, as writers place them; each row is one page.
 TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
   const std::vector<std::string> toUnicode = {
-      "<61> <0627>",     "<6C> <0644>",     "<6D> <0645>", "<73> <0633>",     "<45> <0625>",
-      "<51> <06440649>", "<4C> <06440627>", "<70> <FEFB>", "<71> <FE8E>",     "<31> <05DD>",
-      "<32> <05D5>",     "<33> <05DC>",     "<34> <05E9>", "<78> <00660069>", "<79> <FB02>",
-      "<6F> <006F>",     "<72> <0072>",     "<6E> <006E>", "<64> <0064>",     "<50> <0050>",
-      "<44> <0044>",     "<46> <0046>",     "<20> <0020>", "<4E> <0644064E>", "<53> <0651>",
-      "<6B> <0643>",     "<77> <0648>",     "<68> <6F22>", "<7A> <5B57>",     "<4B> <D55C>",
+      "<61> <0627>",
+      "<6C> <0644>",
+      "<6D> <0645>",
+      "<73> <0633>",
+      "<45> <0625>",
+      "<51> <06440649>",
+      "<4C> <06440627>",
+      "<70> <FEFB>",
+      "<71> <FE8E>",
+      "<31> <05DD>",
+      "<32> <05D5>",
+      "<33> <05DC>",
+      "<34> <05E9>",
+      "<78> <00660069>",
+      "<79> <FB02>",
+      "<6F> <006F>",
+      "<72> <0072>",
+      "<6E> <006E>",
+      "<64> <0064>",
+      "<50> <0050>",
+      "<44> <0044>",
+      "<46> <0046>",
+      "<20> <0020>",
+      "<4E> <0644064E>",
+      "<53> <0651>",
+      "<6B> <0643>",
+      "<77> <0648>",
+      "<68> <6F22>",
+      "<7A> <5B57>",
+      "<4B> <D55C>",
+      "<65> <202A202A202A202A202A202A202A202A>",
   };
   auto line = [](const std::string& codes) { return "72 700 Td (" + codes + ") Tj"; };
   struct Row {
@@ -111,6 +136,8 @@ TEST(PDFImporter, TextComesOutInReadingOrderAsLetters) {
       {"72 700 Td (hzhzhzhz) Tj 0 -28 Td (hzhz) Tj 0 -28 Td (zhzhzhzh) Tj 0 -28 Td (zh) Tj",
        "漢字漢字漢字漢字漢字漢字\n字漢字漢字漢字漢字漢"},
       {"72 700 Td (KKKK KKKK) Tj 0 -28 Td (KKKK KKKK) Tj", "한한한한 한한한한\n한한한한 한한한한"},
+      // a document's own embeddings, nested 96,000 deep on one line, are read flat
+      {"/F1 0.1 Tf 10 700 Td (b" + std::string(12000, 'e') + ") Tj", "b"},
   };
   std::vector<std::string> contents;
   for (const Row& row : rows) contents.push_back("BT /F1 24 Tf " + row.drawn + " ET");
