@@ -275,18 +275,25 @@ icu::UnicodeString withSpacesAtDirectionChanges(const icu::UnicodeString& line) 
   return out;
 }
 
-// Letters of `text` that read left to right, less those that read right to left.
-int32_t leftToRightLead(std::string_view text) {
-  int32_t lead = 0;
+// Calls `each` with every character of UTF-8 `text`; ill-formed bytes are passed over.
+template <typename Each>
+void forEachCharacter(std::string_view text, Each each) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int32_t>(text.size());
   for (int32_t at = 0; at < length;) {
     UChar32 c;
     U8_NEXT(bytes, at, length, c);
-    if (c < 0) continue;
+    if (c >= 0) each(c);
+  }
+}
+
+// Letters of `text` that read left to right, less those that read right to left.
+int32_t leftToRightLead(std::string_view text) {
+  int32_t lead = 0;
+  forEachCharacter(text, [&](UChar32 c) {
     if (isLeftToRight(static_cast<Unicode>(c))) ++lead;
     if (isRightToLeft(static_cast<Unicode>(c))) --lead;
-  }
+  });
   return lead;
 }
 
@@ -393,14 +400,10 @@ bool isUnspacedScript(UChar32 c) {
 // How wide `line` is set, in half-width columns.
 int32_t columns(std::string_view line) {
   int32_t width = 0;
-  const auto* bytes = reinterpret_cast<const uint8_t*>(line.data());
-  const auto length = static_cast<int32_t>(line.size());
-  for (int32_t at = 0; at < length;) {
-    UChar32 c;
-    U8_NEXT(bytes, at, length, c);
+  forEachCharacter(line, [&](UChar32 c) {
     const auto east = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
     width += east == U_EA_WIDE || east == U_EA_FULLWIDTH ? 2 : 1;
-  }
+  });
   return width;
 }
 
