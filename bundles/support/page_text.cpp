@@ -424,10 +424,10 @@ UChar32 lastCharacter(std::string_view line) {
 }
 
 // A paragraph of Chinese or Japanese comes out one line a printed line, as pdftotext gives it,
-// and a word cut by the line's end cannot be found ("住みにく" / "い"). A line that runs to
-// the block's full width and ends and is followed by such characters is the middle of a
-// paragraph: the next line is joined to it, without a space. Shorter lines end paragraphs
-// (and headings); Korean, which has spaces, keeps its lines.
+// and a word cut by the line's end cannot be found ("住みにく" / "い"). A line that runs to its
+// block's full width, ends in such a character and is followed by a line that begins with one
+// is the middle of a paragraph: the next line is joined to it, without a space. Shorter lines
+// end paragraphs (and headings); Korean, which has spaces, keeps its lines.
 void joinWrappedLines(std::string& text) {
   std::vector<std::string_view> lines;
   for (std::size_t start = 0; start <= text.size();) {
