@@ -127,16 +127,14 @@ class LogicalOrderText : public TextOutputDev {
       const auto low = static_cast<unsigned char>(bytes[big ? at + 1 : at]);
       units.push_back(static_cast<char16_t>(high << 8 | low));
     }
-    icu::UnicodeString characters(false, units.data(), static_cast<int32_t>(units.size()));
-    std::vector<Unicode> letters;
-    for (int32_t at = 0; at < characters.length(); at += U16_LENGTH(characters.char32At(at)))
-      letters.push_back(static_cast<Unicode>(characters.char32At(at)));
-    if (letters.size() < 2 || std::none_of(letters.begin(), letters.end(), isRightToLeft) ||
-        std::any_of(letters.begin(), letters.end(), isLeftToRight))
-      return std::nullopt;
-    icu::UnicodeString reversed;
-    for (auto letter = letters.rbegin(); letter != letters.rend(); ++letter)
-      reversed.append(static_cast<UChar32>(*letter));
+    icu::UnicodeString reversed(units.data(), static_cast<int32_t>(units.size()));
+    bool right = false, left = false;
+    for (int32_t at = 0; at < reversed.length(); at += U16_LENGTH(reversed.char32At(at))) {
+      right = right || isRightToLeft(static_cast<Unicode>(reversed.char32At(at)));
+      left = left || isLeftToRight(static_cast<Unicode>(reversed.char32At(at)));
+    }
+    if (reversed.countChar32() < 2 || !right || left) return std::nullopt;
+    reversed.reverse();
     std::string out = "\xFE\xFF";
     for (int32_t at = 0; at < reversed.length(); ++at) {
       out += static_cast<char>(reversed.charAt(at) >> 8);
@@ -275,6 +273,36 @@ icu::UnicodeString withSpacesAtDirectionChanges(const icu::UnicodeString& line) 
   return out;
 }
 
+// The lines of a page, and its paragraphs: runs of lines up to an empty one, as [first, last).
+struct PageLines {
+  explicit PageLines(std::string_view text) {
+    for (std::size_t start = 0; start <= text.size();) {
+      std::size_t end = std::min(text.find('\n', start), text.size());
+      lines.push_back(text.substr(start, end - start));
+      start = end + 1;
+    }
+    for (std::size_t first = 0; first < lines.size();) {
+      std::size_t last = first;
+      while (last < lines.size() && !lines[last].empty()) ++last;
+      if (last > first) paragraphs.emplace_back(first, last);
+      first = last + 1;
+    }
+  }
+
+  // The lines joined again, with a line feed after each but the last, none where `joined`.
+  std::string text(const std::vector<bool>& joined) const {
+    std::string out;
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+      out.append(lines[index]);
+      if (index + 1 < lines.size() && !joined[index]) out += '\n';
+    }
+    return out;
+  }
+
+  std::vector<std::string_view> lines;
+  std::vector<std::pair<std::size_t, std::size_t>> paragraphs;
+};
+
 // Calls `each` with every character of UTF-8 `text`; ill-formed bytes are passed over.
 template <typename Each>
 void forEachCharacter(std::string_view text, Each each) {
@@ -323,19 +351,13 @@ icu::UnicodeString readingOrder(const icu::UnicodeString& line, bool rightToLeft
 // letters that read that way. The embeddings go.
 void putLinesInReadingOrder(std::string& text) {
   if (!hasEmbedding(text)) return;
-  std::vector<std::string_view> lines;
-  for (std::size_t start = 0; start <= text.size();) {
-    std::size_t end = std::min(text.find('\n', start), text.size());
-    lines.emplace_back(text.data() + start, end - start);
-    start = end + 1;
-  }
+  const PageLines page(text);
+  const std::vector<std::string_view>& lines = page.lines;
   std::vector<bool> rightToLeft(lines.size(), false);
-  for (std::size_t first = 0; first < lines.size();) {
-    std::size_t last = first;
+  for (auto [first, last] : page.paragraphs) {
     int32_t lead = 0;
-    while (last < lines.size() && !lines[last].empty()) lead += leftToRightLead(lines[last++]);
+    for (std::size_t at = first; at < last; ++at) lead += leftToRightLead(lines[at]);
     std::fill(rightToLeft.begin() + first, rightToLeft.begin() + last, lead < 0);
-    first = last + 1;
   }
   std::string out;
   out.reserve(text.size());
@@ -361,6 +383,8 @@ bool isPresentationForm(UChar32 c) {
 // Hebrew or Arabic letter takes at the start, middle or end of a word, and their ligatures. A
 // reader searches for the letters they show ("fi").
 void usePlainLetters(std::string& text) {
+  // Every presentation form begins with the byte EF in UTF-8; most pages have none.
+  if (text.find('\xEF') == std::string::npos) return;
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int32_t>(text.size());
   UErrorCode status = U_ZERO_ERROR;
@@ -429,35 +453,26 @@ UChar32 lastCharacter(std::string_view line) {
 // is the middle of a paragraph: the next line is joined to it, without a space. Shorter lines
 // end paragraphs (and headings); Korean, which has spaces, keeps its lines.
 void joinWrappedLines(std::string& text) {
-  std::vector<std::string_view> lines;
-  for (std::size_t start = 0; start <= text.size();) {
-    std::size_t end = std::min(text.find('\n', start), text.size());
-    lines.emplace_back(text.data() + start, end - start);
-    start = end + 1;
-  }
+  const PageLines page(text);
+  const std::vector<std::string_view>& lines = page.lines;
   std::vector<bool> joined(lines.size(), false);  // joined to the line after it
   bool any = false;
-  for (std::size_t first = 0; first < lines.size();) {
-    std::size_t last = first;
-    int32_t widest = 0;
-    while (last < lines.size() && !lines[last].empty())
-      widest = std::max(widest, columns(lines[last++]));
+  for (auto [first, last] : page.paragraphs) {
+    // Widths are measured only where a line could go on: most pages have no such line.
+    int32_t widest = -1;
     for (std::size_t at = first; at + 1 < last; ++at) {
-      joined[at] = isUnspacedScript(lastCharacter(lines[at])) &&
-                   isUnspacedScript(firstCharacter(lines[at + 1])) &&
-                   columns(lines[at]) * 10 >= widest * 9;
+      if (!isUnspacedScript(lastCharacter(lines[at])) ||
+          !isUnspacedScript(firstCharacter(lines[at + 1])))
+        continue;
+      if (widest < 0) {
+        for (std::size_t line = first; line < last; ++line)
+          widest = std::max(widest, columns(lines[line]));
+      }
+      joined[at] = columns(lines[at]) * 10 >= widest * 9;
       any = any || joined[at];
     }
-    first = last + 1;
   }
-  if (!any) return;
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t index = 0; index < lines.size(); ++index) {
-    out.append(lines[index]);
-    if (index + 1 < lines.size() && !joined[index]) out += '\n';
-  }
-  text = std::move(out);
+  if (any) text = page.text(joined);
 }
 
 std::unique_ptr<PDFDoc> checked(std::unique_ptr<PDFDoc> document) {
