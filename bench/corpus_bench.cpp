@@ -146,37 +146,54 @@ void runCommandLines(const std::vector<std::string>& paths, double megabytes, st
       comparison(perFileNoOCR.seconds, tracker.seconds).c_str());
 }
 
-void runDaemon(const std::vector<std::string>& paths, double megabytes, std::size_t cores) {
-  // The daemon with a request per core, on a private bus; each client imports every file.
-  Run daemonOne, daemonInTurn, daemonTogether;
-  {
-    ulvek::testing::PrivateBus bus;
-    const std::string log = fs::temp_directory_path() / "ulvek-corpus-bench.log";
-    ulvek::testing::ChildProcess daemon = ulvek::testing::ChildProcess::start(
-        {ulvek::testing::builtProgram("ulvekbotd64"), "--jobs", std::to_string(cores)}, "", log);
-    auto client = ulvek::testing::ServiceClient::connect(nullptr);
-    if (client && client->waitForService(std::chrono::seconds(10))) {
-      daemonSeconds(paths, 1, true);  // the worker and the caches warm
-      daemonOne.seconds = daemonSeconds(paths, 1, true);
-      daemonInTurn.seconds = daemonSeconds(paths, 2, true);
-      daemonTogether.seconds = daemonSeconds(paths, 2, false);
-      const double peak =
-          std::stod(ulvek::sandbox::processStatusField(daemon.pid(), "VmHWM").value_or("-1024"));
-      daemonOne.peakMegabytes = daemonInTurn.peakMegabytes = daemonTogether.peakMegabytes =
-          peak / 1024;
-    }
-    daemon.stop();
-    fs::remove(log);
+struct DaemonRuns {
+  Run one, inTurn, together;
+};
+
+// The daemon with a request per core, on a private bus; each client imports every file.
+DaemonRuns daemonRuns(const std::vector<std::string>& paths, std::size_t cores) {
+  DaemonRuns runs;
+  ulvek::testing::PrivateBus bus;
+  const std::string log = fs::temp_directory_path() / "ulvek-corpus-bench.log";
+  ulvek::testing::ChildProcess daemon = ulvek::testing::ChildProcess::start(
+      {ulvek::testing::builtProgram("ulvekbotd64"), "--jobs", std::to_string(cores)}, "", log);
+  auto client = ulvek::testing::ServiceClient::connect(nullptr);
+  if (client && client->waitForService(std::chrono::seconds(10))) {
+    daemonSeconds(paths, 1, true);  // the worker and the caches warm
+    runs.one.seconds = daemonSeconds(paths, 1, true);
+    runs.inTurn.seconds = daemonSeconds(paths, 2, true);
+    runs.together.seconds = daemonSeconds(paths, 2, false);
+    const double peak =
+        std::stod(ulvek::sandbox::processStatusField(daemon.pid(), "VmHWM").value_or("-1024"));
+    runs.one.peakMegabytes = runs.inTurn.peakMegabytes = runs.together.peakMegabytes = peak / 1024;
   }
-  printRow(("daemon --jobs " + std::to_string(cores) + ", one client").c_str(), paths.size(),
-           megabytes, daemonOne);
-  printRow("daemon, two clients in turn (both imports)", 2 * paths.size(), 2 * megabytes,
-           daemonInTurn);
-  printRow("daemon, two clients at once (both imports)", 2 * paths.size(), 2 * megabytes,
-           daemonTogether);
-  if (daemonTogether.seconds > 0)
-    std::printf("\ntwo clients at once against the same requests in turn: %.2fx sooner\n",
-                daemonInTurn.seconds / daemonTogether.seconds);
+  daemon.stop();
+  fs::remove(log);
+  return runs;
+}
+
+void printDaemonRuns(const char* way, std::size_t files, double megabytes, std::size_t cores,
+                     const DaemonRuns& runs) {
+  std::printf("\n%s:\n", way);
+  printRow(("daemon --jobs " + std::to_string(cores) + ", one client").c_str(), files, megabytes,
+           runs.one);
+  printRow("daemon, two clients in turn (both imports)", 2 * files, 2 * megabytes, runs.inTurn);
+  printRow("daemon, two clients at once (both imports)", 2 * files, 2 * megabytes, runs.together);
+  if (runs.together.seconds > 0)
+    std::printf("two clients at once against the same requests in turn: %.2fx sooner\n",
+                runs.inTurn.seconds / runs.together.seconds);
+}
+
+void runDaemon(const std::vector<std::string>& paths, double megabytes, std::size_t cores) {
+  // A request alone spreads a document's pages and scans over every core, so requests in turn
+  // already use more than one: the second round keeps each request to one core, which shows what
+  // serving requests at once adds by itself.
+  printDaemonRuns("each request on every core it is granted (the default)", paths.size(), megabytes,
+                  cores, daemonRuns(paths, cores));
+  ::setenv("ULVEKBOT_PDF_THREADS", "1", 1);
+  printDaemonRuns("each request on one core (ULVEKBOT_PDF_THREADS=1)", paths.size(), megabytes,
+                  cores, daemonRuns(paths, cores));
+  ::unsetenv("ULVEKBOT_PDF_THREADS");
 }
 
 }  // namespace
