@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 packages=(
   build-essential cmake ninja-build pkg-config ccache
   libcli11-dev libicu-dev libuchardet-dev zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
-  libpoppler-cpp-dev libpoppler-private-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
+  libpoppler-private-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
   libseccomp-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
   libtesseract-dev libleptonica-dev libheif-dev tesseract-ocr-eng tesseract-ocr-osd
   scdoc

@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <gmime/gmime.h>
-#include <poppler/cpp/poppler-document.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -106,12 +105,8 @@ std::string lowercaseExtension(const char* name) {
 }
 
 std::string pdfText(const std::string& bytes) {
-  // poppler-cpp's document sets poppler up (its messages, UTF-8) and tells a locked one.
-  std::vector<char> data(bytes.begin(), bytes.end());
-  std::unique_ptr<poppler::document> document(poppler::document::load_from_data(&data));
-  if (!document || document->is_locked()) return {};
-  auto reader = ulvek::plugin::PageTextReader::fromBytes(bytes.data(), bytes.size());
-  return reader ? ulvek::plugin::documentText(*reader, kMaxAttachmentText) : std::string();
+  auto document = ulvek::plugin::PdfDocument::fromBytes(bytes.data(), bytes.size());
+  return document ? ulvek::plugin::documentText(*document, kMaxAttachmentText) : std::string();
 }
 
 std::string htmlToText(const std::string& html);

@@ -6,10 +6,6 @@
 // read by Tesseract, within a time budget of their own.
 
 #include <fcntl.h>
-#include <poppler/cpp/poppler-document.h>
-#include <poppler/cpp/poppler-global.h>
-#include <poppler/cpp/poppler-page-renderer.h>
-#include <poppler/cpp/poppler-page.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
@@ -45,7 +41,8 @@ extern char** environ;
 namespace {
 
 using ulvek::plugin::Attributes;
-using ulvek::plugin::utf8;
+using ulvek::plugin::GreyPage;
+using ulvek::plugin::PdfDocument;
 namespace fs = std::filesystem;
 
 // Ghostscript may take this long for one document; a PostScript loop must not hang the worker.
@@ -59,8 +56,7 @@ using Seconds = std::chrono::duration<double>;
 namespace ocr = ulvek::plugin::ocr;
 
 // Document information as people read it: without the line ends some writers leave around it.
-std::string info(const poppler::ustring& text) {
-  std::string result = utf8(text);
+std::string info(std::string result) {
   std::size_t end = result.find_last_not_of(" \t\r\n");
   result.erase(end == std::string::npos ? 0 : end + 1);
   result.erase(0, result.find_first_not_of(" \t\r\n"));
@@ -190,11 +186,10 @@ std::size_t letters(const std::string& text) {
 }
 
 // A rendered page with nothing dark on it is blank: no reason to read it.
-bool isBlank(const poppler::image& image) {
-  const char* data = image.const_data();
-  for (int y = 0; y < image.height(); ++y) {
-    const auto* row = reinterpret_cast<const unsigned char*>(data + y * image.bytes_per_row());
-    for (int x = 0; x < image.width(); ++x)
+bool isBlank(const GreyPage& image) {
+  for (int y = 0; y < image.height; ++y) {
+    const unsigned char* row = image.pixels.data() + std::size_t(y) * image.rowBytes;
+    for (int x = 0; x < image.width; ++x)
       if (row[x] < 128) return false;
   }
   return true;
@@ -202,34 +197,31 @@ bool isBlank(const poppler::image& image) {
 
 // A page rendered in grey for Tesseract, at the resolution it was rendered at.
 struct RenderedPage {
-  poppler::image image;
+  GreyPage image;
   int dpi = 0;
 };
 
-// `page` in grey at `dpi` (less for pages too big for it); nothing for a blank page.
-std::optional<RenderedPage> renderForReading(poppler::page& page, int dpi) {
-  poppler::rectf box = page.page_rect(poppler::crop_box);
-  double pixels = box.width() / 72.0 * dpi * box.height() / 72.0 * dpi;
+// Page `index` of `document` in grey at `dpi` (less for pages too big for it); nothing for a
+// blank page.
+std::optional<RenderedPage> renderForReading(PdfDocument& document, int index, int dpi) {
+  std::optional<ulvek::plugin::PageSize> box = document.cropBox(index);
+  if (!box) return std::nullopt;
+  double pixels = box->width / 72.0 * dpi * box->height / 72.0 * dpi;
   if (pixels > double(kMostPagePixels))
     dpi = static_cast<int>(dpi * std::sqrt(kMostPagePixels / pixels));
   if (dpi < 10) return std::nullopt;
-  poppler::page_renderer renderer;
-  renderer.set_image_format(poppler::image::format_gray8);
-  renderer.set_render_hint(poppler::page_renderer::antialiasing, true);
-  renderer.set_render_hint(poppler::page_renderer::text_antialiasing, true);
-  poppler::image image = renderer.render_page(&page, dpi, dpi);
-  if (!image.is_valid() || isBlank(image)) return std::nullopt;
-  return RenderedPage{std::move(image), dpi};
+  std::optional<GreyPage> image = document.grey(index, dpi);
+  if (!image || isBlank(*image)) return std::nullopt;
+  return RenderedPage{std::move(*image), dpi};
 }
 
 // Tesseract's reading of a rendered page; nothing where it reads nothing or not before
 // `deadline`.
 std::optional<std::string> recognizePage(const RenderedPage& page, ocr::Engine& engine,
                                          Clock::time_point deadline, bool& late) {
-  const poppler::image& image = page.image;
+  const GreyPage& image = page.image;
   ocr::Reading reading = ocr::module()->readPixels(
-      engine, reinterpret_cast<const unsigned char*>(image.const_data()), image.width(),
-      image.height(), image.bytes_per_row(), page.dpi, deadline);
+      engine, image.pixels.data(), image.width, image.height, image.rowBytes, page.dpi, deadline);
   late = reading.timedOut;
   if (late || reading.text.empty()) return std::nullopt;
   return reading.text;
@@ -259,7 +251,7 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, cons
 // to an engine and a poppler document a thread; what is read replaces a failed layer's text,
 // which stays where OCR reads nothing. The pages after the first one not read in time are left
 // out, as a stopped reading answers a beginning of the text. Answers the pages recognised.
-int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText& text,
+int recognizeScannedPages(PdfDocument& document, ulvek::plugin::PagedText& text,
                           const ocr::Settings& settings, unsigned threadsAllowed,
                           Clock::time_point deadline, const std::string& path) {
   const std::vector<std::size_t> scanned = scannedPages(text, path, deadline);
@@ -285,12 +277,12 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
   };
   std::vector<PageReading> readings(scanned.size());
   std::atomic<std::size_t> next{0};
-  auto readPages = [&](poppler::document& own, std::size_t thread) {
+  auto readPages = [&](PdfDocument& own, std::size_t thread) {
     for (std::size_t at; (at = next.fetch_add(1)) < scanned.size();) {
-      std::unique_ptr<poppler::page> page(own.create_page(static_cast<int>(scanned[at])));
-      if (!page) continue;
       PageReading& reading = readings[at];
-      if (std::optional<RenderedPage> rendered = renderForReading(*page, settings.resolution)) {
+      const int index = static_cast<int>(scanned[at]);
+      if (std::optional<RenderedPage> rendered =
+              renderForReading(own, index, settings.resolution)) {
         ocr::Engine* engine = engineOf(thread);
         // Without a model nothing more is read here; a thread left without an engine of its own
         // (memory ran out after the first) leaves its page as the text layer had it.
@@ -307,8 +299,7 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
     for (std::size_t t = 1; t < threads; ++t)
       helpers.emplace_back([&, t] {
         // poppler's documents are not shared between threads.
-        std::unique_ptr<poppler::document> own(poppler::document::load_from_file(path));
-        if (own && !own->is_locked()) readPages(*own, t);
+        if (std::unique_ptr<PdfDocument> own = PdfDocument::fromFile(path)) readPages(*own, t);
       });
     readPages(document, 0);
   }
@@ -337,28 +328,30 @@ int recognizeScannedPages(poppler::document& document, ulvek::plugin::PagedText&
 // Reads the document information; `ownDates` false leaves out the dates of a PDF that was made
 // here from another document, which are only the time of the conversion.
 bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
-  std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
-  if (!document) return false;
-  if (document->is_encrypted()) out.string("kMDItemSecurityMethod", "Password Encrypted");
+  PdfDocument::Opening opening;
+  std::unique_ptr<PdfDocument> document = PdfDocument::fromFile(path, &opening);
   // An owner password alone still lets anyone read; a user password keeps the text closed.
-  // unlock answers whether the document is still locked.
-  if (document->is_locked() && document->unlock("", "")) return true;
-  out.string("kMDItemTitle", info(document->get_title()));
-  std::string author = info(document->get_author());
+  if (opening == PdfDocument::Opening::locked) {
+    out.string("kMDItemSecurityMethod", "Password Encrypted");
+    return true;
+  }
+  if (!document) return false;
+  if (document->encrypted()) out.string("kMDItemSecurityMethod", "Password Encrypted");
+  const ulvek::plugin::DocumentInfo about = document->info();
+  out.string("kMDItemTitle", info(about.title));
+  std::string author = info(about.author);
   if (!author.empty()) out.strings("kMDItemAuthors", {author});
-  out.string("kMDItemDescription", info(document->get_subject()));
-  out.strings("kMDItemKeywords", keywords(info(document->get_keywords())));
-  out.string("kMDItemCreator", info(document->get_creator()));
-  out.string("kMDItemProducer", info(document->get_producer()));
-  if (time_t created = document->get_creation_date_t(); ownDates && created > 0)
-    out.date("kMDItemContentCreationDate", double(created));
-  if (time_t modified = document->get_modification_date_t(); ownDates && modified > 0)
-    out.date("kMDItemContentModificationDate", double(modified));
+  out.string("kMDItemDescription", info(about.subject));
+  out.strings("kMDItemKeywords", keywords(info(about.keywords)));
+  out.string("kMDItemCreator", info(about.creator));
+  out.string("kMDItemProducer", info(about.producer));
+  if (ownDates && about.created > 0) out.date("kMDItemContentCreationDate", double(about.created));
+  if (ownDates && about.modified > 0)
+    out.date("kMDItemContentModificationDate", double(about.modified));
   out.integer("kMDItemNumberOfPages", document->pages());
-  if (std::unique_ptr<poppler::page> first(document->create_page(0)); first) {
-    poppler::rectf box = first->page_rect(poppler::media_box);
-    out.number("kMDItemPageWidth", box.width());
-    out.number("kMDItemPageHeight", box.height());
+  if (std::optional<ulvek::plugin::PageSize> box = document->mediaBox(0)) {
+    out.number("kMDItemPageWidth", box->width);
+    out.number("kMDItemPageHeight", box->height);
   }
   // What the host allows, less a share for sending the answer (at least 50 ms, which a busy
   // machine may take to schedule the worker at all): a stopped reading still answers. The host
@@ -373,7 +366,8 @@ bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
     ocrDeadline = started + std::chrono::duration_cast<Clock::duration>(*left - reserve);
   }
   const unsigned threads = ulvek::plugin::pageThreads(out.setting("ImporterThreads"));
-  ulvek::plugin::PagedText text = ulvek::plugin::documentTextInParallel(path, threads, deadline);
+  ulvek::plugin::PagedText text =
+      ulvek::plugin::documentTextInParallel(*document, path, threads, deadline);
   if (!text.complete)
     std::fprintf(stderr, "time limit reached after %d of %d pages of %s\n", text.pagesRead,
                  document->pages(), path.c_str());
@@ -435,7 +429,7 @@ std::optional<time_t> postScriptCreationDate(const std::string& path) {
     *value = value->substr(1, value->size() - 2);
 
   if (value->starts_with("D:")) {
-    time_t date = poppler::convert_date_t(*value);
+    time_t date = ulvek::plugin::pdfDate(*value);
     return date > 0 ? std::optional(date) : std::nullopt;
   }
   for (const char* format : {"%a %b %d %H:%M:%S %Y", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S",

@@ -1,15 +1,14 @@
-// Whether a page's text is all invisible, seen by poppler's own content stream interpreter: the
-// render mode is not in poppler-cpp's API. poppler's core API changes between versions; its use
-// is kept to this file.
+// Whether a page's text is all invisible, seen by poppler's own content stream interpreter, which
+// tells the render mode.
 
 #include <poppler/GfxState.h>
-#include <poppler/GlobalParams.h>
 #include <poppler/OutputDev.h>
 #include <poppler/PDFDoc.h>
 #include <poppler/goo/GooString.h>
 
 #include <memory>
 
+#include "pdf_document.h"
 #include "text_layer.h"
 
 namespace ulvek::plugin::pdf {
@@ -49,9 +48,7 @@ class GlyphCounter : public OutputDev {
 std::vector<bool> onlyInvisibleText(const std::string& path, const std::vector<std::size_t>& pages,
                                     std::optional<std::chrono::steady_clock::time_point> deadline) {
   std::vector<bool> answers(pages.size(), false);
-  // poppler-cpp sets up poppler's globals while one of its documents is open, as the caller's is;
-  // on its own this file sets them up itself.
-  if (!globalParams) globalParams = std::make_unique<GlobalParams>();
+  ulvek::plugin::usePoppler();
   PDFDoc document(std::make_unique<GooString>(path));
   if (!document.isOk()) return answers;
   for (std::size_t at = 0; at < pages.size(); ++at) {

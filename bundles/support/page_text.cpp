@@ -1,6 +1,7 @@
-// poppler's core API changes between versions; its text output is used in this file alone.
+// A PDF page's text, through poppler's core text output; its API changes between versions, and only
+// this file uses it.
 
-#include "page_text.h"
+#include "pdf_document.h"
 
 #include <poppler/GfxFont.h>
 #include <poppler/GfxState.h>
@@ -475,43 +476,9 @@ void joinWrappedLines(std::string& text) {
   if (any) text = page.text(joined);
 }
 
-std::unique_ptr<PDFDoc> checked(std::unique_ptr<PDFDoc> document) {
-  if (!document->isOk()) return nullptr;
-  return document;
-}
-
-// poppler-cpp sets poppler's globals up while one of its documents is open, as the importers'
-// are; this file's tests and fuzzer have none.
-void setUpPoppler() {
-  if (globalParams) return;
-  globalParams = std::make_unique<GlobalParams>();
-  globalParams->setTextEncoding("UTF-8");
-}
-
 }  // namespace
 
-PageTextReader::PageTextReader(std::unique_ptr<PDFDoc> document) : document_(std::move(document)) {}
-
-PageTextReader::~PageTextReader() = default;
-
-std::unique_ptr<PageTextReader> PageTextReader::fromFile(const std::string& path) {
-  setUpPoppler();
-  auto document = checked(std::make_unique<PDFDoc>(std::make_unique<GooString>(path)));
-  if (!document) return nullptr;
-  return std::unique_ptr<PageTextReader>(new PageTextReader(std::move(document)));
-}
-
-std::unique_ptr<PageTextReader> PageTextReader::fromBytes(const char* bytes, std::size_t size) {
-  setUpPoppler();
-  auto* stream = new MemStream(bytes, 0, static_cast<Goffset>(size), Object(objNull));
-  auto document = checked(std::make_unique<PDFDoc>(stream));
-  if (!document) return nullptr;
-  return std::unique_ptr<PageTextReader>(new PageTextReader(std::move(document)));
-}
-
-int PageTextReader::pages() const { return document_->getNumPages(); }
-
-std::string PageTextReader::text(int index) {
+std::string PdfDocument::text(int index) {
   std::string text;
   if (index < 0 || index >= pages()) return text;
   {

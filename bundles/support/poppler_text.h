@@ -2,7 +2,7 @@
 
 // Page text as the PDF and Mail importers take it from poppler, one way for both.
 
-#include <poppler/cpp/poppler-global.h>
+#include <poppler/Error.h>
 
 #include <sched.h>
 
@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "page_text.h"
+#include "pdf_document.h"
 
 namespace ulvek::plugin {
 
@@ -40,7 +40,7 @@ class PopplerMessages {
       messages.held_.clear();
       messages.count_ = 0;
     }
-    poppler::set_debug_error_function(&PopplerMessages::hold, &messages);
+    setErrorCallback(&PopplerMessages::hold);
   }
 
   // Writes what was held (`tell`), or forgets it.
@@ -64,10 +64,12 @@ class PopplerMessages {
     return messages;
   }
 
-  static void hold(const std::string& text, void* closure) {
-    auto* messages = static_cast<PopplerMessages*>(closure);
-    std::lock_guard lock(messages->mutex_);
-    if (messages->count_++ < kMost) messages->held_.push_back(text);
+  static void hold(ErrorCategory, Goffset position, const char* message) {
+    PopplerMessages& messages = instance();
+    std::lock_guard lock(messages.mutex_);
+    if (messages.count_++ >= kMost) return;
+    messages.held_.push_back(position >= 0 ? "error (" + std::to_string(position) + "): " + message
+                                           : std::string("error: ") + message);
   }
 
   std::mutex mutex_;
@@ -76,17 +78,9 @@ class PopplerMessages {
   std::size_t count_ = 0;
 };
 
-// poppler's UTF-8, without the NUL units some strings end in.
-inline std::string utf8(const poppler::ustring& text) {
-  poppler::byte_array bytes = text.to_utf8();
-  std::string result(bytes.begin(), bytes.end());
-  while (!result.empty() && result.back() == '\0') result.pop_back();
-  return result;
-}
-
 // The pages' texts, each followed by a line feed; pages without text are left out. Reading stops
 // once `limit` bytes have been gathered.
-inline std::string documentText(PageTextReader& document, std::size_t limit = std::string::npos) {
+inline std::string documentText(PdfDocument& document, std::size_t limit = std::string::npos) {
   std::string text;
   for (int index = 0; index < document.pages() && text.size() < limit; ++index) {
     std::string onPage = document.text(index);
@@ -115,21 +109,21 @@ struct PagedText {
   bool complete = true;  // every page was read before the deadline
 };
 
-// The text of the document at `path`, its pages shared out to `threads` threads, each with a
-// document of its own (one poppler document is never used by two threads). Pages are taken in
-// order; at `deadline` the threads stop and the pages read up to the first page not read are
-// answered. Short documents are read on this thread alone.
+// The text of `document`, opened from `path`, its pages shared out to `threads` threads: this one
+// with `document`, the others each with a document of its own opened from `path` (one poppler
+// document is never used by two threads). Pages are taken in order; at `deadline` the threads
+// stop and the pages read up to the first page not read are answered. Short documents are read
+// on this thread alone.
 inline PagedText documentTextInParallel(
-    const std::string& path, unsigned threads,
+    PdfDocument& document, const std::string& path, unsigned threads,
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt) {
   constexpr int kPagesPerThread = 16;
-  std::unique_ptr<PageTextReader> document = PageTextReader::fromFile(path);
-  const int count = document ? document->pages() : 0;
+  const int count = document.pages();
   std::vector<std::string> pages(std::max(count, 0));
   std::vector<char> done(pages.size(), 0);
   std::atomic<int> next{0};
   std::atomic<bool> late{false};
-  auto readPages = [&](PageTextReader& own) {
+  auto readPages = [&](PdfDocument& own) {
     for (int index; (index = next.fetch_add(1)) < count;) {
       if (deadline && std::chrono::steady_clock::now() >= *deadline) {
         late = true;
@@ -143,10 +137,10 @@ inline PagedText documentTextInParallel(
   std::vector<std::thread> running;
   for (unsigned i = 0; i < helpers; ++i) {
     running.emplace_back([&] {
-      if (std::unique_ptr<PageTextReader> own = PageTextReader::fromFile(path)) readPages(*own);
+      if (std::unique_ptr<PdfDocument> own = PdfDocument::fromFile(path)) readPages(*own);
     });
   }
-  if (document) readPages(*document);
+  readPages(document);
   for (std::thread& thread : running) thread.join();
   // The pages up to the first one not read: a stopped reading answers a beginning of the text.
   PagedText result;

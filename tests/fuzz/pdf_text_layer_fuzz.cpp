@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
-#include "page_text.h"
+#include "pdf_document.h"
 #include "text_layer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::vector<std::size_t> pages = {0, 1, 2, 3, 1000000};
   ulvek::fuzzing::check(ulvek::plugin::pdf::onlyInvisibleText(path, pages).size() == pages.size());
   if (auto reader =
-          ulvek::plugin::PageTextReader::fromBytes(reinterpret_cast<const char*>(data), size)) {
+          ulvek::plugin::PdfDocument::fromBytes(reinterpret_cast<const char*>(data), size)) {
     for (int index : {0, 1, 2, 3, reader->pages() - 1, 1000000}) (void)reader->text(index);
   }
   ulvek::plugin::pdf::isFailedReading(std::string_view(reinterpret_cast<const char*>(data), size));

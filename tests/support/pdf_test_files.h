@@ -34,7 +34,8 @@ class PdfWriter {
   }
   std::size_t size() const { return out_.size(); }
 
-  std::string finish() {
+  // `trailer` is more of the trailer dictionary ("/Info 3 0 R").
+  std::string finish(const std::string& trailer = "") {
     std::size_t xref = out_.size();
     out_ += "xref\n0 " + std::to_string(offsets_.size() + 1) + "\n0000000000 65535 f \n";
     for (std::size_t offset : offsets_) {
@@ -42,8 +43,8 @@ class PdfWriter {
       std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
       out_ += line;
     }
-    out_ += "trailer\n<< /Size " + std::to_string(offsets_.size() + 1) +
-            " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+    out_ += "trailer\n<< /Size " + std::to_string(offsets_.size() + 1) + " /Root 1 0 R " + trailer +
+            " >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
     return std::move(out_);
   }
 
