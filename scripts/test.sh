@@ -8,8 +8,8 @@
 # lines say which happened.
 #
 # `scripts/test.sh tsan` instead builds the programs and the tests of threaded work (the service,
-# the importer host, imports and the command line's -j) under ThreadSanitizer in build-tsan/ and
-# runs them; any race reported fails the run.
+# the importer host, imports, the command line's -j and a PDF's page threads) under ThreadSanitizer
+# in build-tsan/ and runs them; any race reported fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
@@ -17,7 +17,7 @@ jobs=$(nproc)
 if [[ ${1:-} == tsan ]]; then
   tsan_tests=(request_pool_test concurrent_requests_test dbus_service_test worker_pool_test
     metadata_importer_test concurrent_import_test file_import_test directory_import_test
-    ordered_jobs_test cli_test)
+    ordered_jobs_test cli_test pdf_importer_test)
   ULVEK_BUILD_TARGETS="ulvekbot ulvekbotd64 ulvekbot-importer-worker test_importer_plugin
     ClassicMacImporter ImageImporter MailImporter MediaImporter OfficeImporter PDFImporter
     iWorkImporter WordImporter ${tsan_tests[*]}" scripts/setup.sh build-tsan -DULVEK_TSAN=ON -DULVEK_BENCH=OFF
@@ -34,6 +34,8 @@ if [[ ${1:-} == tsan ]]; then
     # crashing plug-in whose worker reports the crash at length.
     dbus_service_test) filter='-*LargeText*:*LargeMetadata*' ;;
     metadata_importer_test) filter='-*MisbehavingPlugIns*' ;;
+    # A PDF's pages shared out to threads, and stopped at a time limit.
+    pdf_importer_test) filter='*Threads*:*TimeLimit*' ;;
     esac
     echo "== $test"
     "build-tsan/tests/$test" --gtest_filter="$filter" --gtest_brief=1
