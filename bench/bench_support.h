@@ -106,11 +106,11 @@ struct Peer {
 };
 
 // Like with like, side by side: ulvekbot one process per file against the peer one process per
-// file, then one ulvekbot process for all files against the peer's batch mode. The one-process
-// time of ulvekbot is never compared with a per-file time.
+// file, then one ulvekbot process for all files (with -j 1, and with every core) against the
+// peer's batch mode. The one-process times of ulvekbot are never compared with a per-file time.
 inline void printComparisonHeader() {
-  std::printf("%-12s %5s %-13s | %-10s %10s %-26s | %-10s %10s %s\n", "kind", "files", "peer",
-              "per file", "peer ms", "", "one proc.", "peer ms", "");
+  std::printf("%-12s %5s %-13s | %-10s %10s %-26s | %-10s %-10s %10s %s\n", "kind", "files", "peer",
+              "per file", "peer ms", "", "-j 1", "all cores", "peer ms", "");
 }
 
 // `options` go to ulvekbot import.
@@ -118,18 +118,20 @@ inline void printComparison(const std::string& kind, const std::vector<std::stri
                             const std::vector<Peer>& peers, const std::string& options = "") {
   const std::string import = kUlvekbot + " import" + (options.empty() ? "" : " " + options);
   double oursPerFile = milliseconds(eachFile(paths, import));
+  double oursOneJob = milliseconds(import + " -j 1" + joined(paths));
   double oursOneProcess = milliseconds(import + joined(paths));
   for (const Peer& peer : peers) {
     double theirsPerFile = milliseconds(peer.perFile(paths));
     double theirsBatch = peer.batch ? milliseconds(peer.batch(paths)) : -1;
-    char perFile[32], batch[32];
+    char perFile[32], oneJob[32], batch[32];
     std::snprintf(perFile, sizeof perFile, "%.1f", oursPerFile);
+    std::snprintf(oneJob, sizeof oneJob, "%.1f", oursOneJob);
     std::snprintf(batch, sizeof batch, "%.1f", oursOneProcess);
     char theirsBatchText[32] = "-";
     if (peer.batch) std::snprintf(theirsBatchText, sizeof theirsBatchText, "%.1f", theirsBatch);
-    std::printf("%-12s %5zu %-13s | %-10s %10.1f %-26s | %-10s %10s %s\n", kind.c_str(),
+    std::printf("%-12s %5zu %-13s | %-10s %10.1f %-26s | %-10s %-10s %10s %s\n", kind.c_str(),
                 paths.size(), peer.name.c_str(), perFile, theirsPerFile,
-                comparison(oursPerFile, theirsPerFile).c_str(), batch, theirsBatchText,
+                comparison(oursPerFile, theirsPerFile).c_str(), oneJob, batch, theirsBatchText,
                 peer.batch ? comparison(oursOneProcess, theirsBatch).c_str() : "(no batch mode)");
   }
 }

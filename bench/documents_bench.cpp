@@ -4,19 +4,69 @@
 // pdftotext for PDF (with OCR and without, as pdftotext reads), pandoc and GNOME's
 // tracker-extract for EPUB. Best of three, side by side: one process per file on both sides,
 // then ulvekbot's one process for all files beside the peer's batch mode (none of these peers
-// has one). Then the peak memory of importing the largest book, beside the size of its text:
-// reading must not grow with the number of chapters.
+// has one). Then the 10,000-page PDF in one process, its pages on one thread and on every core,
+// and what a time limit leaves of its text; and the peak memory of importing the largest book,
+// beside the size of its text: reading must not grow with the number of chapters.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "base/processors.h"
 #include "bench_support.h"
 
 namespace {
 
 using namespace ulvek::bench;
+
+std::uintmax_t sizeOf(const fs::path& path) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  return error ? 0 : size;
+}
+
+// One import process of `path` without OCR (pdftotext reads none), its pages on one thread and on
+// every core (ULVEKBOT_PDF_THREADS), beside pdftotext; then under `--timeout 0.2`, which answers
+// the pages read by then.
+void printLargePDF(const std::string& path) {
+  const std::size_t cores = ulvek::usableCores();
+  const std::string import = kUlvekbot + " import --no-ocr --text " + shellQuoted(path);
+  const fs::path scratch = scratchFolder();
+  auto threads = [&](std::size_t count) {
+    return "ULVEKBOT_PDF_THREADS=" + std::to_string(count) + " " + import;
+  };
+  const double one = milliseconds(threads(1));
+  const double all = milliseconds(threads(cores));
+  const double peer = milliseconds("pdftotext " + shellQuoted(path) + " -");
+  // The same text either way.
+  const fs::path oneText = scratch / "one.txt", allText = scratch / "all.txt";
+  const fs::path cutText = scratch / "cut.txt", cutLog = scratch / "cut.log";
+  std::system((threads(1) + " >" + oneText.string() + " 2>/dev/null").c_str());
+  std::system((threads(cores) + " >" + allText.string() + " 2>/dev/null").c_str());
+  std::ifstream a(oneText, std::ios::binary), b(allText, std::ios::binary);
+  const bool same = std::string(std::istreambuf_iterator<char>(a), {}) ==
+                    std::string(std::istreambuf_iterator<char>(b), {});
+  std::system(
+      (threads(cores) + " --timeout 0.2 >" + cutText.string() + " 2>" + cutLog.string()).c_str());
+  std::string stopped = "no line on stopping";
+  std::ifstream log(cutLog);
+  for (std::string line; std::getline(log, line);)
+    if (line.find("time limit reached") != std::string::npos) stopped = line;
+
+  std::printf("\n%s, %.1f MB, one import process without OCR:\n", fs::path(path).filename().c_str(),
+              sizeOf(path) / 1e6);
+  char faster[32] = "-";
+  if (one > 0 && all > 0) std::snprintf(faster, sizeof faster, "%.2fx sooner", one / all);
+  std::printf("  pages on one thread %.1f ms, on %zu threads %.1f ms: %s, %s text\n", one, cores,
+              all, faster, same ? "the same" : "DIFFERENT");
+  std::printf("  pdftotext %.1f ms: %s\n", peer, comparison(all, peer).c_str());
+  std::printf("  with --timeout 0.2: %.0f%% of the text (%s)\n",
+              sizeOf(allText) ? 100.0 * sizeOf(cutText) / sizeOf(allText) : 0.0, stopped.c_str());
+}
 
 struct Kind {
   const char* name;
@@ -91,6 +141,9 @@ int main() {
         paths.push_back(path);
     if (!paths.empty()) printComparison(kind.name, paths, kind.peers, kind.options);
   }
+  for (const std::string& path : files({"pdf"}))
+    if (path.find("10000-pages") != std::string::npos && path.ends_with(".pdf"))
+      printLargePDF(path);
   // Peak memory of one import of the largest book, in a child of its own.
   std::vector<std::string> books;
   for (const std::string& path : files({"epub"}))
