@@ -144,7 +144,8 @@ std::vector<std::string> importerSearchPath() {
 }
 
 std::optional<PropertyDictionary> bundleInfo(const std::string& bundlePath, std::string* why) {
-  Result<FileBytes> bytes = FileBytes::read(bundlePath + "/Contents/Info.plist", 16 << 20);
+  Result<FileBytes> bytes =
+      FileBytes::read(bundlePath + "/Contents/Info.plist", 16 << 20, FileBytes::Caching::cached);
   if (!bytes) {
     if (why) *why = "Contents/Info.plist: " + bytes.error().localizedDescription;
     return std::nullopt;

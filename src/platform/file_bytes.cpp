@@ -39,7 +39,7 @@ bool readFully(int fd, std::uint8_t* into, std::size_t size, std::size_t& got) {
 
 }  // namespace
 
-Result<FileBytes> FileBytes::read(const std::string& path, std::uint64_t limit) {
+Result<FileBytes> FileBytes::read(const std::string& path, std::uint64_t limit, Caching caching) {
   // The kind is checked before opening: opening a FIFO for reading blocks until a writer comes.
   struct stat info {};
   if (::stat(path.c_str(), &info) != 0) return Error::posix(errno, path);
@@ -74,7 +74,7 @@ Result<FileBytes> FileBytes::read(const std::string& path, std::uint64_t limit) 
   file.data_ = file.owned_.data();
   file.size_ = got;
   // Imports read each file once; keeping it cached would only push out the user's own work.
-  ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
+  if (caching == Caching::uncached) ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
   return file;
 }
 

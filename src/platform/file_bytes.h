@@ -24,10 +24,16 @@ class FileBytes {
   // Files at least this large are mapped instead of read.
   static constexpr std::uint64_t kMapThreshold = 256 * 1024;
 
+  // What a read leaves in the page cache: a document is read once, and keeping it cached would
+  // only push out the user's own work; the service's own files, read by every process that
+  // starts, stay cached.
+  enum class Caching { uncached, cached };
+
   // Only regular files are ever opened: a FIFO, socket, device or folder answers EINVAL
   // (EISDIR for a folder) without being opened, so a pipe can never block a request. A file
   // larger than `limit` answers EFBIG. Symbolic links are followed.
-  static Result<FileBytes> read(const std::string& path, std::uint64_t limit = kNoLimit);
+  static Result<FileBytes> read(const std::string& path, std::uint64_t limit = kNoLimit,
+                                Caching caching = Caching::uncached);
   static FileBytes copyOf(Bytes bytes);
   static FileBytes adopt(std::vector<std::uint8_t> bytes);
 

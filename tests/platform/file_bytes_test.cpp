@@ -1,12 +1,18 @@
 #include "platform/file_bytes.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "test_support.h"
@@ -75,6 +81,44 @@ TEST(FileBytes, OwnedBytesSurviveMoves) {
   target = std::move(FileBytes::read(path).value());
   EXPECT_TRUE(target.isMapped());
   EXPECT_EQ(target.chars().back(), 'm');
+}
+
+// Whether the first page of `path` is in the page cache; nothing where that cannot be told.
+std::optional<bool> firstPageCached(const std::string& path) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  void* mapped = ::mmap(nullptr, 1, PROT_READ, MAP_SHARED, fd, 0);
+  ::close(fd);
+  if (mapped == MAP_FAILED) return std::nullopt;
+  unsigned char resident = 0;
+  const bool told = ::mincore(mapped, 1, &resident) == 0;
+  ::munmap(mapped, 1);
+  if (!told) return std::nullopt;
+  return (resident & 1) != 0;
+}
+
+TEST(FileBytes, DocumentsAreNotKeptInThePageCacheTheServicesOwnFilesAre) {
+  TemporaryFolder folder;
+  struct statfs where {};
+  ASSERT_EQ(::statfs(folder.path().c_str(), &where), 0);
+  // In memory, a file's pages are the file.
+  if (where.f_type == TMPFS_MAGIC) GTEST_SKIP() << "temporary folder on tmpfs";
+  struct Row {
+    FileBytes::Caching caching;
+    bool cachedAfter;
+  };
+  for (const Row& row :
+       {Row{FileBytes::Caching::uncached, false}, Row{FileBytes::Caching::cached, true}}) {
+    SCOPED_TRACE(row.cachedAfter ? "cached" : "uncached");
+    const std::string path = folder.write("page.txt", std::string(100, 'p'));
+    // Written pages are dirty, and only clean ones can be dropped.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::fsync(fd), 0);
+    ::close(fd);
+    ASSERT_TRUE(FileBytes::read(path, FileBytes::kNoLimit, row.caching).ok());
+    EXPECT_EQ(firstPageCached(path), row.cachedAfter);
+  }
 }
 
 }  // namespace
