@@ -328,7 +328,7 @@ int recognizeScannedPages(PdfDocument& document, ulvek::plugin::PagedText& text,
 // Reads the document information; `ownDates` false leaves out the dates of a PDF that was made
 // here from another document, which are only the time of the conversion.
 bool readPDF(Attributes& out, const std::string& path, bool ownDates = true) {
-  PdfDocument::Opening opening;
+  PdfDocument::Opening opening = PdfDocument::Opening::unreadable;
   std::unique_ptr<PdfDocument> document = PdfDocument::fromFile(path, &opening);
   // An owner password alone still lets anyone read; a user password keeps the text closed.
   if (opening == PdfDocument::Opening::locked) {
