@@ -9,7 +9,9 @@
 #include <poppler/PDFDoc.h>
 #include <poppler/Stream.h>
 #include <poppler/TextOutputDev.h>
+#include <poppler/UTF.h>
 #include <poppler/goo/GooString.h>
+#include <poppler/goo/gmem.h>
 #include <unicode/normalizer2.h>
 #include <unicode/ubidi.h>
 #include <unicode/uchar.h>
@@ -119,27 +121,22 @@ class LogicalOrderText : public TextOutputDev {
 
   // A UTF-16 text string (with its byte order mark) of right-to-left characters, backwards.
   static std::optional<GooString> reversedIfRightToLeft(const GooString& text) {
-    const std::string& bytes = text.toStr();
-    const bool big = bytes.starts_with("\xFE\xFF"), little = bytes.starts_with("\xFF\xFE");
-    if ((!big && !little) || bytes.size() % 2 != 0) return std::nullopt;
-    std::u16string units;
-    for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
-      const auto high = static_cast<unsigned char>(bytes[big ? at : at + 1]);
-      const auto low = static_cast<unsigned char>(bytes[big ? at + 1 : at]);
-      units.push_back(static_cast<char16_t>(high << 8 | low));
-    }
-    icu::UnicodeString reversed(units.data(), static_cast<int32_t>(units.size()));
-    bool right = false, left = false;
-    for (int32_t at = 0; at < reversed.length(); at += U16_LENGTH(reversed.char32At(at))) {
-      right = right || isRightToLeft(static_cast<Unicode>(reversed.char32At(at)));
-      left = left || isLeftToRight(static_cast<Unicode>(reversed.char32At(at)));
-    }
-    if (reversed.countChar32() < 2 || !right || left) return std::nullopt;
-    reversed.reverse();
+    if ((!text.hasUnicodeMarker() && !text.hasUnicodeMarkerLE()) || text.getLength() % 2 != 0)
+      return std::nullopt;
+    Unicode* characters = nullptr;
+    const int count = TextStringToUCS4(text.toStr(), &characters);
+    const std::vector<Unicode> letters(characters, characters + count);
+    gfree(characters);
+    if (letters.size() < 2 || std::none_of(letters.begin(), letters.end(), isRightToLeft) ||
+        std::any_of(letters.begin(), letters.end(), isLeftToRight))
+      return std::nullopt;
+    icu::UnicodeString backwards;
+    for (auto c = letters.rbegin(); c != letters.rend(); ++c)
+      backwards.append(static_cast<UChar32>(*c));
     std::string out = "\xFE\xFF";
-    for (int32_t at = 0; at < reversed.length(); ++at) {
-      out += static_cast<char>(reversed.charAt(at) >> 8);
-      out += static_cast<char>(reversed.charAt(at) & 0xFF);
+    for (int32_t at = 0; at < backwards.length(); ++at) {
+      out += static_cast<char>(backwards.charAt(at) >> 8);
+      out += static_cast<char>(backwards.charAt(at) & 0xFF);
     }
     return GooString(std::move(out));
   }

@@ -7,11 +7,13 @@
 #include <poppler/Stream.h>
 #include <poppler/UTF.h>
 #include <poppler/goo/GooString.h>
+#include <poppler/goo/gmem.h>
 #include <poppler/splash/SplashBitmap.h>
 #include <unicode/utf8.h>
 
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 
 #include "pdf_document.h"
 
@@ -20,7 +22,7 @@ namespace {
 
 // A text string of the document (PDFDocEncoding, or UTF-16 after its byte order mark) in UTF-8,
 // without the NULs some writers end it with; what is not a character becomes U+FFFD.
-std::string utf8(const GooString* text) {
+std::string utf8(const std::optional<GooString>& text) {
   std::string result;
   if (!text) return result;
   Unicode* characters = nullptr;
@@ -38,16 +40,17 @@ std::string utf8(const GooString* text) {
   return result;
 }
 
-std::string infoEntry(PDFDoc& document, const char* key) {
-  std::unique_ptr<GooString> value = document.getDocInfoStringEntry(key);
-  return utf8(value.get());
+// The string under `key` of the information dictionary `info`; nothing for anything else.
+std::optional<GooString> infoString(const Object& info, const char* key) {
+  if (!info.isDict()) return std::nullopt;
+  const Object value = info.dictLookup(key);
+  if (!value.isString()) return std::nullopt;
+  return GooString(value.getString()->toStr());
 }
 
-std::time_t infoDate(PDFDoc& document, const char* key) {
-  std::unique_ptr<GooString> value = document.getDocInfoStringEntry(key);
-  if (!value) return 0;
-  const std::time_t date = dateStringToTime(value.get());
-  return date > 0 ? date : 0;
+std::time_t date(const std::optional<GooString>& text) {
+  const std::time_t seconds = text ? dateStringToTime(&*text) : 0;
+  return seconds > 0 ? seconds : 0;
 }
 
 std::unique_ptr<PDFDoc> checked(std::unique_ptr<PDFDoc> document, PdfDocument::Opening* opening) {
@@ -101,23 +104,31 @@ int PdfDocument::pages() const { return document_->getNumPages(); }
 bool PdfDocument::encrypted() const { return document_->isEncrypted(); }
 
 DocumentInfo PdfDocument::info() const {
-  PDFDoc& document = *document_;
-  return {infoEntry(document, "Title"),       infoEntry(document, "Author"),
-          infoEntry(document, "Subject"),     infoEntry(document, "Keywords"),
-          infoEntry(document, "Creator"),     infoEntry(document, "Producer"),
-          infoDate(document, "CreationDate"), infoDate(document, "ModDate")};
+  // Fetched once: each entry asked of the document by name would parse the dictionary again.
+  const Object info = document_->getDocInfo();
+  auto text = [&](const char* key) { return utf8(infoString(info, key)); };
+  return {text("Title"),
+          text("Author"),
+          text("Subject"),
+          text("Keywords"),
+          text("Creator"),
+          text("Producer"),
+          date(infoString(info, "CreationDate")),
+          date(infoString(info, "ModDate"))};
+}
+
+Page* PdfDocument::page(int index) const {
+  return index >= 0 && index < pages() ? document_->getPage(index + 1) : nullptr;
 }
 
 std::optional<PageSize> PdfDocument::mediaBox(int index) const {
-  if (index < 0 || index >= pages()) return std::nullopt;
-  Page* page = document_->getPage(index + 1);
-  return page ? sizeOf(page->getMediaBox()) : std::nullopt;
+  Page* found = page(index);
+  return found ? sizeOf(found->getMediaBox()) : std::nullopt;
 }
 
 std::optional<PageSize> PdfDocument::cropBox(int index) const {
-  if (index < 0 || index >= pages()) return std::nullopt;
-  Page* page = document_->getPage(index + 1);
-  return page ? sizeOf(page->getCropBox()) : std::nullopt;
+  Page* found = page(index);
+  return found ? sizeOf(found->getCropBox()) : std::nullopt;
 }
 
 std::optional<GreyPage> PdfDocument::grey(int index, double dpi) {
@@ -139,10 +150,6 @@ std::optional<GreyPage> PdfDocument::grey(int index, double dpi) {
   return page;
 }
 
-std::time_t pdfDate(const std::string& date) {
-  GooString text(date);
-  const std::time_t seconds = dateStringToTime(&text);
-  return seconds > 0 ? seconds : 0;
-}
+std::time_t pdfDate(const std::string& text) { return date(GooString(text)); }
 
 }  // namespace ulvek::plugin

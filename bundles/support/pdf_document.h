@@ -13,6 +13,7 @@
 #include <vector>
 
 class PDFDoc;
+class Page;
 
 namespace ulvek::plugin {
 
@@ -62,10 +63,11 @@ class PdfDocument {
 
  private:
   explicit PdfDocument(std::unique_ptr<PDFDoc> document);
+  Page* page(int index) const;  // null for a page that is not there
   std::unique_ptr<PDFDoc> document_;
 };
 
 // A PDF date ("D:20190412093000Z") as seconds since 1970, or 0.
-std::time_t pdfDate(const std::string& date);
+std::time_t pdfDate(const std::string& text);
 
 }  // namespace ulvek::plugin
