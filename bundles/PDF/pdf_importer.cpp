@@ -230,7 +230,7 @@ std::optional<std::string> recognizePage(const RenderedPage& page, ocr::Engine& 
 // The pages of `text` to read by OCR, in order: those without text of their own, and those whose
 // only text is an invisible layer that failed. Only pages whose text looks failed are looked at
 // for its visibility, so a document of good text costs nothing more.
-std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, const std::string& path,
+std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, PdfDocument& document,
                                       Clock::time_point deadline) {
   std::vector<std::size_t> scanned, suspect;
   for (std::size_t index = 0; index < text.pages.size(); ++index) {
@@ -240,7 +240,7 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, cons
       suspect.push_back(index);
   }
   if (suspect.empty()) return scanned;
-  std::vector<bool> invisible = ulvek::plugin::pdf::onlyInvisibleText(path, suspect, deadline);
+  std::vector<bool> invisible = ulvek::plugin::pdf::onlyInvisibleText(document, suspect, deadline);
   for (std::size_t at = 0; at < suspect.size(); ++at)
     if (invisible[at]) scanned.push_back(suspect[at]);
   std::sort(scanned.begin(), scanned.end());
@@ -254,7 +254,7 @@ std::vector<std::size_t> scannedPages(const ulvek::plugin::PagedText& text, cons
 int recognizeScannedPages(PdfDocument& document, ulvek::plugin::PagedText& text,
                           const ocr::Settings& settings, unsigned threadsAllowed,
                           Clock::time_point deadline, const std::string& path) {
-  const std::vector<std::size_t> scanned = scannedPages(text, path, deadline);
+  const std::vector<std::size_t> scanned = scannedPages(text, document, deadline);
   if (scanned.empty()) return 0;
   const std::string languages =
       settings.languages.empty() ? ocr::defaultLanguages() : settings.languages;

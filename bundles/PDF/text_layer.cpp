@@ -3,10 +3,6 @@
 
 #include <poppler/GfxState.h>
 #include <poppler/OutputDev.h>
-#include <poppler/PDFDoc.h>
-#include <poppler/goo/GooString.h>
-
-#include <memory>
 
 #include "pdf_document.h"
 #include "text_layer.h"
@@ -45,20 +41,16 @@ class GlyphCounter : public OutputDev {
 
 }  // namespace
 
-std::vector<bool> onlyInvisibleText(const std::string& path, const std::vector<std::size_t>& pages,
+std::vector<bool> onlyInvisibleText(PdfDocument& document, const std::vector<std::size_t>& pages,
                                     std::optional<std::chrono::steady_clock::time_point> deadline) {
   std::vector<bool> answers(pages.size(), false);
-  ulvek::plugin::usePoppler();
-  PDFDoc document(std::make_unique<GooString>(path));
-  if (!document.isOk()) return answers;
   for (std::size_t at = 0; at < pages.size(); ++at) {
-    const int number = static_cast<int>(pages[at]) + 1;
-    if (number > document.getNumPages()) continue;
     GlyphCounter counter;
     counter.deadline = deadline;
     if (GlyphCounter::done(&counter)) break;
-    document.displayPage(&counter, number, 72, 72, 0, false, true, false, &GlyphCounter::done,
-                         &counter);
+    if (pages[at] >= std::size_t(document.pages()) ||
+        !document.display(static_cast<int>(pages[at]), counter, &GlyphCounter::done, &counter))
+      continue;
     // Visible text, or a page stopped at the deadline, which may have some further on.
     if (GlyphCounter::done(&counter)) continue;
     answers[at] = counter.invisible > 0;

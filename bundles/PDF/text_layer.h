@@ -14,6 +14,10 @@
 #include <string_view>
 #include <vector>
 
+namespace ulvek::plugin {
+class PdfDocument;
+}
+
 namespace ulvek::plugin::pdf {
 
 // A page with fewer letters than this has no text layer worth keeping: a scan, perhaps with a
@@ -59,11 +63,11 @@ inline bool isFailedReading(std::string_view text) {
   return alphanumerics < kFewestLetters || alphanumerics * 2 < characters || words * 2 < tokens;
 }
 
-// For each of `pages` (numbered from 0) of the PDF at `path`: whether the page has text and all
-// of it is drawn invisibly (render modes 3 and 7, neither filled nor stroked). False for pages
-// that cannot be read, and for those not looked at before `deadline`.
+// For each of `pages` (numbered from 0) of `document`: whether the page has text and all of it is
+// drawn invisibly (render modes 3 and 7, neither filled nor stroked). False for pages that cannot
+// be read, and for those not looked at before `deadline`.
 std::vector<bool> onlyInvisibleText(
-    const std::string& path, const std::vector<std::size_t>& pages,
+    PdfDocument& document, const std::vector<std::size_t>& pages,
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
 }  // namespace ulvek::plugin::pdf

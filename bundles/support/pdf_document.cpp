@@ -150,6 +150,12 @@ std::optional<GreyPage> PdfDocument::grey(int index, double dpi) {
   return page;
 }
 
+bool PdfDocument::display(int index, OutputDev& device, bool (*stop)(void* data), void* data) {
+  if (index < 0 || index >= pages()) return false;
+  document_->displayPage(&device, index + 1, 72, 72, 0, false, true, false, stop, data);
+  return true;
+}
+
 std::time_t pdfDate(const std::string& text) { return date(GooString(text)); }
 
 }  // namespace ulvek::plugin

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+class OutputDev;
 class PDFDoc;
 class Page;
 
@@ -60,6 +61,10 @@ class PdfDocument {
   // Page `index` as its crop box shows it, at `dpi`, antialiased; nothing where poppler draws
   // nothing.
   std::optional<GreyPage> grey(int index, double dpi);
+  // Interprets page `index` at 72 dpi for `device`, which may end it early through `stop`, asked
+  // with `data` as drawing goes on; false for a page that is not there.
+  bool display(int index, OutputDev& device, bool (*stop)(void* data) = nullptr,
+               void* data = nullptr);
 
  private:
   explicit PdfDocument(std::unique_ptr<PDFDoc> document);

@@ -150,7 +150,9 @@ TEST(PdfDocument, LockedAndUnreadableDocumentsAreToldApart) {
     auto document = PdfDocument::fromBytes(row.bytes.data(), row.bytes.size(), &opening);
     EXPECT_EQ(opening, row.opening);
     EXPECT_EQ(document != nullptr, row.opening == PdfDocument::Opening::opened);
-    if (document) EXPECT_EQ(document->encrypted(), row.encrypted);
+    if (document) {
+      EXPECT_EQ(document->encrypted(), row.encrypted);
+    }
   }
   PdfDocument::Opening opening = PdfDocument::Opening::opened;
   EXPECT_EQ(PdfDocument::fromFile("/nonexistent/ledger.pdf", &opening), nullptr);

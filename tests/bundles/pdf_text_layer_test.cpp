@@ -5,9 +5,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "pdf_document.h"
 #include "pdf_test_files.h"
 #include "test_support.h"
 #include "text_layer.h"
@@ -83,7 +85,9 @@ TEST(PDFTextLayer, InvisibleTextIsToldByItsRenderMode) {
   // One page asked about twice and one beyond the end.
   pages.push_back(3);
   pages.push_back(rows.size());
-  std::vector<bool> answers = onlyInvisibleText(path, pages);
+  std::unique_ptr<plugin::PdfDocument> document = plugin::PdfDocument::fromFile(path);
+  ASSERT_TRUE(document);
+  std::vector<bool> answers = onlyInvisibleText(*document, pages);
   ASSERT_EQ(answers.size(), pages.size());
   for (std::size_t at = 0; at < rows.size(); ++at) {
     SCOPED_TRACE(rows[at].name);
@@ -92,9 +96,7 @@ TEST(PDFTextLayer, InvisibleTextIsToldByItsRenderMode) {
   EXPECT_TRUE(answers[rows.size()]);
   EXPECT_FALSE(answers[rows.size() + 1]);
   // Past the deadline, a page is not looked at.
-  EXPECT_EQ(onlyInvisibleText(path, {3}, std::chrono::steady_clock::now()),
-            std::vector<bool>{false});
-  EXPECT_EQ(onlyInvisibleText((folder.path() / "missing.pdf").string(), {0}),
+  EXPECT_EQ(onlyInvisibleText(*document, {3}, std::chrono::steady_clock::now()),
             std::vector<bool>{false});
 }
 
