@@ -199,6 +199,9 @@ std::optional<Date> dateOf(const DateParts& parts) {
   return Date{seconds * 1000000};
 }
 
+// Far deeper than any writer nests (tables, fields and lists reach a few dozen).
+constexpr std::size_t kDeepestGroups = 1000;
+
 class RTFParser {
  public:
   explicit RTFParser(std::string_view input) : input_(input) {}
@@ -211,15 +214,23 @@ class RTFParser {
       if (c == '{') {
         flushBytes();
         ++at_;
-        Group inner = groups_.back();
-        groups_.push_back(inner);
+        if (groups_.size() < kDeepestGroups)
+          groups_.push_back(Group(groups_.back()));
+        else
+          pastDeepest_.push_back({group().skip, group().skipAround});
         opened_ = true;
         ignorable_ = false;
         destinationStart_ = true;
       } else if (c == '}') {
         flushBytes();
         ++at_;
-        endGroup();
+        if (!pastDeepest_.empty()) {
+          group().skip = pastDeepest_.back().skip;
+          group().skipAround = pastDeepest_.back().skipAround;
+          pastDeepest_.pop_back();
+        } else {
+          endGroup();
+        }
         // The document ends with its outermost group; what follows is not RTF.
         if (groups_.size() == 1 && opened_) break;
       } else if (c == '\\') {
@@ -786,6 +797,13 @@ class RTFParser {
   std::string_view input_;
   std::size_t at_ = 0;
   std::vector<Group> groups_;
+  // Groups opened deeper than kDeepestGroups share the deepest group's state, but for whether
+  // their text is skipped, which each keeps in a byte: a hostile nesting costs little memory.
+  struct Skipping {
+    bool skip : 1;
+    bool skipAround : 1;
+  };
+  std::vector<Skipping> pastDeepest_;
   DocumentText text_;
   ReaderOutput output_{.convention = Convention::AttributedDocument,
                        .documentType = kRTFTextDocumentType};

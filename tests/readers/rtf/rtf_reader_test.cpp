@@ -168,6 +168,11 @@ TEST(RTFReader, FontChangesStayLinearInNesting) {
       {"flat groups", "{\\rtf1 " + repeated("{\\f1 x}", 250000) + "}", repeated("x", 250000)},
       {"deep groups", "{\\rtf1 " + repeated("{", 300000) + repeated("\\f1 y", 340000),
        repeated("y", 340000)},
+      // Past the deepest level kept, groups share the deepest one's state and cost nothing.
+      {"a million levels, and text after them",
+       "{\\rtf1 " + repeated("{", 1000000) + "{\\*\\gen hidden}in" + repeated("}", 1000000) +
+           " out}",
+       "in out"},
       {"inside the font table",
        "{\\rtf1 {\\fonttbl " + repeated("{", 300000) + repeated("\\f1 z", 340000) +
            repeated("}", 300000) + "}ok}",
