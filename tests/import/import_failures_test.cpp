@@ -95,6 +95,10 @@ TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
       {"an archive nothing reads", zip("bundle.zip", {{"a.txt", "x"}}), "unsupported"},
       {"a text too large to read", file("dump.txt", std::string(5 * 1024 * 1024, 'a')),
        "too-large"},
+      {"a Word document that would inflate past the limits",
+       zip("bomb.docx",
+           {{"[Content_Types].xml", "<Types/>"}, {"word/document.xml", std::string(4 << 20, ' ')}}),
+       "too-large"},
   };
   for (const Row& row : rows) EXPECT_EQ(outcomeOf(row.path), row.outcome) << row.name;
 }

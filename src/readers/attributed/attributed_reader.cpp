@@ -55,12 +55,23 @@ class AttributedDocumentReader final : public Reader {
     Bytes content = bytes ? *bytes : Bytes();
     for (const AttributedFormat& format : kFormats) {
       if (!format.looksLike(content, extension)) continue;
-      if (auto output = format.read(source)) return output;
+      // What the format's reader reported goes on to the caller; where it said why it could not
+      // read the document (a member past the size limits), that is the one reason given.
+      std::optional<ReaderOutput> output;
+      std::optional<Failure> why;
+      {
+        FailureScope scope;
+        output = format.read(source);
+        why = scope.failure();
+      }
+      if (why) reportFailure(why->kind, why->message);
+      if (output) return output;
       if (format.plainTextWhenUnread) break;
       // A container that could not be read is no text either: its bytes would be garbage.
-      logFailure(
-          FailureKind::Damaged,
-          "Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
+      if (!why)
+        logFailure(
+            FailureKind::Damaged,
+            "Damaged document: " + std::string(source.isFile() ? source.path() : source.name()));
       return std::nullopt;
     }
     if (!bytes) return std::nullopt;  // a folder no format took

@@ -163,8 +163,9 @@ std::optional<Data> ZipArchive::readCurrent(std::string_view name, const ZipLimi
                   (size > limits.ratioFloor &&
                    size / std::max<std::uint64_t>(info.compressed_size, 1) > limits.maxRatio);
   if (tooLarge) {
-    logLine("Skipped: " + std::string(name) + " in " + archiveName_ + " (" +
-            std::to_string(size / (1024 * 1024)) + " MB inflated)");
+    logFailure(FailureKind::TooLarge, "Skipped: " + std::string(name) + " in " + archiveName_ +
+                                          " (" + std::to_string(size / (1024 * 1024)) +
+                                          " MB inflated)");
     return std::nullopt;
   }
   if (unzOpenCurrentFile(zipFile_) != UNZ_OK) {
@@ -245,9 +246,10 @@ Status writeMember(const std::string& path, const Data& data) {
   return {};
 }
 
-Status refuse(const ZipArchive& archive, const std::string& reason) {
-  logFailure(FailureKind::Damaged,
-             "Unsafe archive: " + archive.archiveName() + " (" + reason + ")");
+// `kind`: TooLarge for what the limits refuse, Damaged for names and links no archive needs.
+Status refuse(const ZipArchive& archive, const std::string& reason,
+              FailureKind kind = FailureKind::Damaged) {
+  logFailure(kind, "Unsafe archive: " + archive.archiveName() + " (" + reason + ")");
   Error error = Error::posix(EPERM, archive.archiveName());
   error.localizedDescription = reason;
   return error;
@@ -258,7 +260,8 @@ Status refuse(const ZipArchive& archive, const std::string& reason) {
 Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
                         const UnpackLimits& limits) {
   std::vector<ZipMember> members = archive.members();
-  if (members.size() > limits.maxMembers) return refuse(archive, "too many members");
+  if (members.size() > limits.maxMembers)
+    return refuse(archive, "too many members", FailureKind::TooLarge);
   std::uint64_t total = 0;
   std::uint64_t budget = std::min(limits.maxTotal, archive.archiveSize() * limits.maxRatio);
   // Everything is checked before anything is written.
@@ -266,7 +269,7 @@ Status unpackZipArchive(ZipArchive& archive, const std::string& destination,
     if (!isSafeMemberName(member.name)) return refuse(archive, "member name " + member.name);
     if (member.isLink) return refuse(archive, "symbolic link " + member.name);
     total += member.size;
-    if (total > budget) return refuse(archive, "inflates past the limit");
+    if (total > budget) return refuse(archive, "inflates past the limit", FailureKind::TooLarge);
   }
   std::uint64_t written = 0;
   std::set<std::string> unpacked;

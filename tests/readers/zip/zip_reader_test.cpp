@@ -4,6 +4,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/failure.h"
 #include "platform/temporary_items.h"
 #include "readers/zip/zip_archive.h"
 #include "test_support.h"
@@ -80,8 +81,11 @@ TEST(ZipArchive, MembersThatInflateTooFarAreNotRead) {
   auto archive = ZipArchive::initWithZipFile(path);
   ASSERT_TRUE(archive);
   CapturedLog log;
+  FailureScope failures;
   EXPECT_EQ(text(archive->dataForNamedFile("zeros")), "(nothing)");
   EXPECT_TRUE(log.contains("Skipped: zeros in "));
+  ASSERT_TRUE(failures.failure());
+  EXPECT_EQ(failures.failure()->kind, FailureKind::TooLarge);
   EXPECT_EQ(text(archive->dataForNamedFile("zeros", {8 << 20, ~0ull})), std::string(3 << 20, '\0'));
   EXPECT_EQ(text(archive->dataForNamedFile("ok", {2})), "(nothing)");
 }
@@ -111,13 +115,14 @@ TEST(ZipArchive, UnpacksSafelyOrNotAtAll) {
     std::string name;
     std::vector<ZipEntry> entries;
     bool unpacks;
+    FailureKind refused = FailureKind::Damaged;  // what the refusal reports
   };
   const Row rows[] = {
       {"ordinary", {{"text.md", "# T"}, {"assets/", ""}, {"assets/a.png", "png"}}, true},
       {"climbs out", {{"ok.txt", "x"}, {"../../escape.txt", "x"}}, false},
       {"absolute", {{"/tmp/ulvekbot-absolute-test", "x"}}, false},
       {"link", {{"link", "/etc/passwd", true}}, false},
-      {"bomb", {{"zeros", std::string(4 << 20, '\0')}}, false},
+      {"bomb", {{"zeros", std::string(4 << 20, '\0')}}, false, FailureKind::TooLarge},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -128,11 +133,14 @@ TEST(ZipArchive, UnpacksSafelyOrNotAtAll) {
     ASSERT_TRUE(archive);
     fs::create_directory(folder.path() / "out");
     CapturedLog log;
+    FailureScope failures;
     Status unpacked = unpackZipArchive(*archive, (folder.path() / "out").string());
     EXPECT_EQ(unpacked.ok(), row.unpacks);
     if (!row.unpacks) {
       EXPECT_TRUE(fs::is_empty(folder.path() / "out"));
       EXPECT_TRUE(log.contains("Unsafe archive: " + path));
+      ASSERT_TRUE(failures.failure());
+      EXPECT_EQ(failures.failure()->kind, row.refused);
     }
   }
   EXPECT_FALSE(fs::exists("/tmp/ulvekbot-absolute-test"));
