@@ -32,6 +32,8 @@ void reportFailure(FailureKind kind, std::string message) {
   if (innermost) innermost->report(kind, std::move(message));
 }
 
+bool failureReported() { return innermost && innermost->failure(); }
+
 void logFailure(FailureKind kind, std::string line) {
   logLine(line, failureKindName(kind));
   reportFailure(kind, std::move(line));

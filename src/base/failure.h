@@ -56,6 +56,9 @@ class FailureScope {
 
 // Reports to the thread's innermost scope; nothing happens outside one.
 void reportFailure(FailureKind kind, std::string message);
+// Whether the thread's innermost scope holds a failure already: a fallback that finds nothing
+// more need not add a reason of its own.
+bool failureReported();
 
 // One log line that is also the failure's message.
 void logFailure(FailureKind kind, std::string line);

@@ -223,7 +223,8 @@ bool MetaDataImporter::getMetaData(PropertyDictionary* attributes, const std::st
   std::string type;
   bool succeeded = false;
   std::vector<ImporterMatch> matches = matchesForFile(path, type);
-  if (matches.empty() && attributes)
+  // After a reader that found the file damaged or too large, that is the reason to give.
+  if (matches.empty() && attributes && !failureReported())
     logFailure(FailureKind::Unsupported,
                "No importer for " + (type.empty() ? std::string("this kind") : type) + ": " + path);
   for (const ImporterMatch& match : matches) {

@@ -103,5 +103,34 @@ TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
   for (const Row& row : rows) EXPECT_EQ(outcomeOf(row.path), row.outcome) << row.name;
 }
 
+// A document its reader could not read falls through to the importers, and none takes it: the
+// reader's reason is the one line logged, not a second one saying no importer reads the kind.
+TEST(ImportFailures, AFailedReaderGivesTheOneReason) {
+  testing::TemporaryFolder folder;
+  struct Row {
+    const char* name;
+    std::vector<testing::ZipEntry> entries;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {"hollow.docx", {{"[Content_Types].xml", "<Types/>"}}, "no document in the package"},
+      {"bomb.docx", {{"word/document.xml", std::string(4 << 20, ' ')}}, "MB inflated"},
+      {"bomb.odt",
+       {{"mimetype", "application/vnd.oasis.opendocument.text", false, true},
+        {"content.xml", std::string(4 << 20, ' ')}},
+       "MB inflated"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string path = (folder.path() / row.name).string();
+    ASSERT_TRUE(testing::writeZip(path, row.entries));
+    testing::CapturedLog log;
+    ImportDetails details;
+    MIMETypeHelper().openFile(path, details);
+    ASSERT_EQ(log.lines().size(), 1u) << (log.lines().empty() ? "" : log.lines().back());
+    EXPECT_NE(log.lines()[0].find(row.reason), std::string::npos) << log.lines()[0];
+  }
+}
+
 }  // namespace
 }  // namespace ulvek
