@@ -65,7 +65,10 @@ class FileImport {
     struct stat info {};
     if (::stat(path_.c_str(), &info) != 0) {
       reportUnreadable(errno);
-    } else if (hasContents(info) && isReadable()) {
+    } else if (!hasContents(info)) {
+      // Its attributes are still answered; there is nothing to read.
+      logFailure(FailureKind::Unsupported, "Not a file or folder: " + path_);
+    } else if (isReadable()) {
       if (plan_.size != 0) {
         std::optional<Route> route = chooseProtected();
         if (route) follow(*route);

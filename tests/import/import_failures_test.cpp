@@ -74,6 +74,11 @@ TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
     fs::permissions(path, fs::perms::all);
     return path;
   };
+  auto fifo = [&](const char* name) {
+    std::string path = (folder.path() / name).string();
+    EXPECT_EQ(::mkfifo(path.c_str(), 0666), 0);
+    return path;
+  };
   const std::string kPage = "<html><title>Tide</title><body>Low water at noon.</body></html>";
   struct Row {
     const char* name;
@@ -93,6 +98,9 @@ TEST(ImportFailures, EachKindIsToldApartFromAFileThatWasRead) {
       {"a WordPerfect file cut short", file("cut.wpd", std::string("\xffWPC\x10\x00", 6)),
        "damaged"},
       {"an archive nothing reads", zip("bundle.zip", {{"a.txt", "x"}}), "unsupported"},
+      // Never opened: that could wait for a writer for ever.
+      {"a named pipe", fifo("pipe.txt"), "unsupported"},
+      {"a device", "/dev/zero", "unsupported"},
       {"a text too large to read", file("dump.txt", std::string(5 * 1024 * 1024, 'a')),
        "too-large"},
       {"a Word document that would inflate past the limits",
