@@ -1,6 +1,7 @@
-// Decoding speed: markup files over the saved pages of the corpus, and plain text with charset
-// detection over the charset corpus, each beside what a user would otherwise run on the same
-// bytes (`iconv`, `uchardet`), in one run, ending with MB/s and the ratios.
+// Decoding speed: markup files over the saved pages of the corpus, plain text with charset
+// detection over the charset corpus, and a large file of no charset at all (random bytes named
+// .txt), each beside what a user would otherwise run on the same bytes (`iconv`, `uchardet`), in
+// one run, ending with MB/s and the ratios.
 //
 // Times are CPU seconds (user + system) so that other load on the machine does not skew the
 // ratios: the thread's own for ulvekbot, the children's for the programs. The programs get many
@@ -15,13 +16,17 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "text/text_decoding.h"
 
 extern char** environ;
@@ -65,6 +70,23 @@ const Corpus& htmlCorpus() {
 
 const Corpus& charsetCorpus() {
   static const Corpus corpus = listFiles(fs::path(ULVEK_CORPUS_DIR) / "charsets", true);
+  return corpus;
+}
+
+// 3 MB of random bytes named .txt, written once and removed at exit: a detector must give up on
+// it as soon as uchardet's own program does.
+const Corpus& binaryFile() {
+  static const std::string path =
+      (fs::temp_directory_path() / ("ulvekbot-bench-" + std::to_string(getpid()) + "-random.txt"))
+          .string();
+  static const Corpus corpus = [] {
+    std::mt19937 random(20261127);
+    std::string bytes(3 << 20, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    std::ofstream(path, std::ios::binary) << bytes;
+    std::atexit([] { fs::remove(path); });
+    return Corpus{{{path, bytes.size()}}, bytes.size()};
+  }();
   return corpus;
 }
 
@@ -161,8 +183,7 @@ void BM_UlvekbotMarkupFiles(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * corpus.bytes));
 }
 
-void BM_UlvekbotPlainTextDetection(benchmark::State& state) {
-  const Corpus& corpus = charsetCorpus();
+void detectAll(benchmark::State& state, const Corpus& corpus) {
   for (auto _ : state) {
     double start = threadCPUSeconds();
     for (const CorpusFile& file : corpus.files) {
@@ -173,6 +194,10 @@ void BM_UlvekbotPlainTextDetection(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * corpus.bytes));
 }
+
+void BM_UlvekbotPlainTextDetection(benchmark::State& state) { detectAll(state, charsetCorpus()); }
+
+void BM_UlvekbotRandomBytes(benchmark::State& state) { detectAll(state, binaryFile()); }
 
 // ---- The programs -----------------------------------------------------------------------------
 
@@ -202,6 +227,10 @@ void BM_UchardetCharsets(benchmark::State& state) {
   runTimed(state, charsetCorpus(), {command({"uchardet"}, pathsOf(charsetCorpus()))});
 }
 
+void BM_UchardetRandomBytes(benchmark::State& state) {
+  runTimed(state, binaryFile(), {command({"uchardet"}, pathsOf(binaryFile()))});
+}
+
 void BM_IconvCharsets(benchmark::State& state) {
   std::vector<std::vector<std::string>> commands;
   for (const auto& [charset, paths] : charsetGroups())
@@ -218,6 +247,8 @@ BENCHMARK(BM_UlvekbotPlainTextDetection)
     ->MinTime(2);
 BENCHMARK(BM_UchardetCharsets)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_IconvCharsets)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_UlvekbotRandomBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_UchardetRandomBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 
 // Prints the usual table, then MB/s of each and the ratios against the programs.
 class RatioReporter : public benchmark::ConsoleReporter {
@@ -264,6 +295,14 @@ class RatioReporter : public benchmark::ConsoleReporter {
         "  ulvekbot %.1f MB/s, uchardet %.1f MB/s (ratio %.2f), uchardet + iconv %.1f MB/s "
         "(ratio %.2f)\n",
         plain, uchardet, ratio(plain, uchardet), bothCharsets, ratio(plain, bothCharsets));
+    // One detection each over the same file, so the rates compare as times.
+    double random = rate("BM_UlvekbotRandomBytes");
+    double uchardetRandom = rate("BM_UchardetRandomBytes");
+    std::printf("Random bytes named .txt, %.1f MB:\n", binaryFile().bytes / 1e6);
+    std::printf("  ulvekbot %.1f MB/s, uchardet %.1f MB/s: %s\n", random, uchardetRandom,
+                random > 0 && uchardetRandom > 0
+                    ? ulvek::bench::comparison(1 / random, 1 / uchardetRandom).c_str()
+                    : "-");
   }
 
  private:

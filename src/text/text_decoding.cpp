@@ -92,9 +92,14 @@ uchardet_t reusableDetector() {
 std::optional<StringEncoding> uchardetEncoding(Bytes bytes) {
   uchardet_t detector = reusableDetector();
   if (!detector) return std::nullopt;
-  if (uchardet_handle_data(detector, reinterpret_cast<const char*>(bytes.data()), bytes.size()) !=
-      0)
-    return std::nullopt;
+  // In pieces, as a stream: once the detector has decided it skips what follows, where one call
+  // would run every prober over the whole file (seconds for a few megabytes of binary).
+  constexpr std::size_t kPiece = 64 * 1024;
+  for (std::size_t at = 0; at < bytes.size(); at += kPiece) {
+    const std::size_t size = std::min(kPiece, bytes.size() - at);
+    if (uchardet_handle_data(detector, reinterpret_cast<const char*>(bytes.data() + at), size) != 0)
+      return std::nullopt;
+  }
   uchardet_data_end(detector);
   const char* answer = uchardet_get_charset(detector);
   if (!answer || !*answer) return std::nullopt;
