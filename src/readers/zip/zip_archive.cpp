@@ -70,10 +70,8 @@ int ZCALLBACK imageError(voidpf, voidpf stream) {
   return image->pos < 0 || image->pos > static_cast<std::int64_t>(image->bytes.size()) ? -1 : 0;
 }
 
-// minizip's case-insensitive comparison folds ASCII letters only; 2 asks for it on Linux.
-constexpr int kCaseSensitive = 1;
-constexpr int kCaseInsensitive = 2;
-// minizip finds no member whose name is longer.
+// Names are compared as minizip compares them, without regard to case in ASCII letters only;
+// it finds no member whose name is longer than this.
 constexpr std::size_t kLongestName = 255;
 
 bool isUnixLink(const unz_file_info& info) {
@@ -125,6 +123,7 @@ ZipArchive::~ZipArchive() {
 
 bool ZipArchive::openZipFile(const std::string& path) {
   if (zipFile_) return false;
+  index_.reset();
   zipFile_ = unzOpen(path.c_str());
   return zipFile_ != nullptr;
 }
@@ -135,13 +134,40 @@ bool ZipArchive::closeZipFile() {
   return true;
 }
 
+const ZipArchive::MemberIndex& ZipArchive::memberIndex() {
+  if (index_) return *index_;
+  index_.emplace();
+  for (int status = unzGoToFirstFile(zipFile_); status == UNZ_OK;
+       status = unzGoToNextFile(zipFile_)) {
+    unz_file_info info{};
+    char name[kLongestName + 1] = {};
+    unz_file_pos position{};
+    if (unzGetCurrentFileInfo(zipFile_, &info, name, sizeof name - 1, nullptr, 0, nullptr, 0) !=
+            UNZ_OK ||
+        unzGetFilePos(zipFile_, &position) != UNZ_OK)
+      break;
+    if (info.size_filename > kLongestName) continue;
+    // As minizip compares names: up to a NUL.
+    std::string found(name);
+    const MemberPosition at{position.pos_in_zip_directory, position.num_of_file};
+    index_->folded.emplace(asciiLowercase(found), at);
+    index_->exact.emplace(std::move(found), at);
+  }
+  return *index_;
+}
+
 bool ZipArchive::testForNamedFile(std::string_view name) {
-  if (!zipFile_) return false;
-  std::string wanted(name);
+  if (!zipFile_ || name.size() > kLongestName) return false;
+  const MemberIndex& index = memberIndex();
   // The exact name first: otherwise "ABC" finds an earlier "abc", and every case variant of a
   // large member inflates it again.
-  return unzLocateFile(zipFile_, wanted.c_str(), kCaseSensitive) == UNZ_OK ||
-         unzLocateFile(zipFile_, wanted.c_str(), kCaseInsensitive) == UNZ_OK;
+  auto found = index.exact.find(std::string(name));
+  if (found == index.exact.end()) {
+    found = index.folded.find(asciiLowercase(name));
+    if (found == index.folded.end()) return false;
+  }
+  unz_file_pos position{found->second.directoryOffset, found->second.number};
+  return unzGoToFilePos(zipFile_, &position) == UNZ_OK;
 }
 
 std::optional<Data> ZipArchive::dataForNamedFile(std::string_view name, const ZipLimits& limits) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "base/property_value.h"
@@ -73,7 +74,20 @@ class ZipArchive {
   bool openImage();
   std::optional<Data> readCurrent(std::string_view name, const ZipLimits& limits);
 
+  // Where each member's entry is in the central directory, by exact name and by name in ASCII
+  // lower case (the first of each): found in one pass, where a search by name walks the whole
+  // directory, which made reading every chapter of a book quadratic in its members.
+  struct MemberPosition {
+    unsigned long directoryOffset = 0;
+    unsigned long number = 0;
+  };
+  struct MemberIndex {
+    std::unordered_map<std::string, MemberPosition> exact, folded;
+  };
+  const MemberIndex& memberIndex();
+
   void* zipFile_ = nullptr;
+  std::optional<MemberIndex> index_;
   std::string archiveName_;
   std::optional<FileBytes> file_;
   Bytes image_;

@@ -30,7 +30,8 @@ TEST(ZipArchive, FindsMembersByExactNameElseWithoutRegardToASCIICase) {
                                        {"First.txt", "first"},
                                        {"FIRST.TXT", "second"},
                                        {"\xC3\x84.txt", "umlaut", false, true},
-                                       {std::string(256, 'n'), "long"}}));
+                                       {std::string(256, 'n'), "long"},
+                                       {std::string(255, 'm'), "longest"}}));
   auto archive = ZipArchive::initWithZipFile(path);
   ASSERT_TRUE(archive);
   struct Row {
@@ -45,6 +46,7 @@ TEST(ZipArchive, FindsMembersByExactNameElseWithoutRegardToASCIICase) {
       {"\xC3\x84.txt", "umlaut"},
       {"\xC3\xA4.txt", "(nothing)"},  // only ASCII letters fold
       {std::string(256, 'n'), "(nothing)"},
+      {std::string(255, 'M'), "longest"},
       {"missing", "(nothing)"},
   };
   for (const Row& row : rows) {
@@ -55,7 +57,7 @@ TEST(ZipArchive, FindsMembersByExactNameElseWithoutRegardToASCIICase) {
                 std::vector<std::string>{"Unable to locate " + row.wanted + " in " + path});
     }
   }
-  EXPECT_EQ(archive->members().size(), 6u);
+  EXPECT_EQ(archive->members().size(), 7u);
   EXPECT_FALSE(archive->openZipFile(path));
   EXPECT_TRUE(archive->closeZipFile());
   EXPECT_FALSE(archive->closeZipFile());
