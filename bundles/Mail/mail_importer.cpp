@@ -1,17 +1,22 @@
-// Mail.mdimporter: e-mail messages (.eml, Apple Mail's .emlx, message/rfc822) read with GMime:
-// subject, senders, recipients, date, and the text of the message with the names of its
-// attachments and the text of those that can be read here: plain text, HTML, PDF (poppler) and
-// word-processor documents (ulvekbot's own readers). HTML goes through ulvekbot's HTML-to-text
-// conversion.
+// Mail.mdimporter: e-mail messages (.eml, Apple Mail's .emlx, message/rfc822) and mailboxes
+// (.mbox, .mbx: messages after "From " lines) read with GMime: subject, senders, recipients, date,
+// and the text of the message with the names of its attachments and the text of those that can
+// be read here: plain text, HTML, PDF (poppler) and word-processor documents (ulvekbot's own
+// readers). HTML goes through ulvekbot's HTML-to-text conversion. A mailbox of several messages
+// answers each one's subject and text, everyone who wrote or was written to, and the dates of
+// the first and the last message.
 
 #include <fcntl.h>
 #include <gmime/gmime.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -42,6 +47,11 @@ constexpr std::size_t kMaxAttachmentText = 1024 * 1024;
 constexpr std::size_t kMaxReadAttachments = 32;
 // Attachments larger than this, decoded, are named but not read.
 constexpr std::size_t kMaxAttachmentBytes = 64 * 1024 * 1024;
+
+// A mailbox's text stops growing here; a mail archive can hold gigabytes.
+constexpr std::size_t kMaxMailboxText = 64 * 1024 * 1024;
+// Everyone a mailbox names, up to this many names and addresses each.
+constexpr std::size_t kMaxPeople = 10000;
 
 struct People {
   std::vector<std::string> names;
@@ -247,14 +257,19 @@ std::string htmlToText(const std::string& html) {
 }
 
 // Apple Mail's .emlx: a line with the message's byte count, the message, then a property list.
-GMimeStream* messageStream(const char* path) {
+// `mailbox` tells whether the file begins with a "From " line, as a mailbox's messages do.
+GMimeStream* messageStream(const char* path, bool& mailbox) {
   GError* error = nullptr;
   GMimeStream* file = g_mime_stream_fs_open(path, O_RDONLY, 0, &error);
   if (error) g_error_free(error);
   if (!file) return nullptr;
+  char head[5] = {};
+  mailbox = g_mime_stream_read(file, head, sizeof head) == sizeof head &&
+            std::memcmp(head, "From ", sizeof head) == 0;
+  g_mime_stream_reset(file);
   std::string name = path;
   bool emlx = name.size() > 5 && (name.ends_with(".emlx") || name.ends_with(".EMLX"));
-  if (!emlx) return file;
+  if (!emlx || mailbox) return file;
   char line[32] = {};
   ssize_t got = g_mime_stream_read(file, line, sizeof line - 1);
   char* end = nullptr;
@@ -270,42 +285,151 @@ GMimeStream* messageStream(const char* path) {
   return message;
 }
 
-bool importMail(Attributes& out, const char*, const char* path) {
-  static bool initialised = (g_mime_init(), true);
-  (void)initialised;
-  ulvek::plugin::PopplerMessages::tellAbout(std::string("PDF attachment in ") + path);
-  Owned<GMimeStream> stream(messageStream(path));
-  if (!stream) return false;
-  Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
-  Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
-  if (!message) return false;
-
-  out.string("kMDItemTitle", firstSubject(message.get()));
+// What one message says, as its attributes give it.
+struct Message {
+  std::string subject;
   People senders, recipients;
-  collect(g_mime_message_get_from(message.get()), senders);
-  collect(g_mime_message_get_to(message.get()), recipients);
-  collect(g_mime_message_get_cc(message.get()), recipients);
-  out.strings("kMDItemAuthors", senders.names);
-  out.strings("kMDItemAuthorEmailAddresses", senders.addresses);
-  out.strings("kMDItemRecipients", recipients.names);
-  out.strings("kMDItemRecipientEmailAddresses", recipients.addresses);
-  if (GDateTime* date = g_mime_message_get_date(message.get()))
-    out.date("kMDItemContentCreationDate", double(g_date_time_to_unix(date)));
+  std::optional<double> date;
+  std::string text;
+};
 
+Message readMessage(GMimeMessage* message) {
+  Message read;
+  read.subject = firstSubject(message);
+  collect(g_mime_message_get_from(message), read.senders);
+  collect(g_mime_message_get_to(message), read.recipients);
+  collect(g_mime_message_get_cc(message), read.recipients);
+  if (GDateTime* date = g_mime_message_get_date(message))
+    read.date = double(g_date_time_to_unix(date));
   Body body;
-  walk(g_mime_message_get_mime_part(message.get()), body);
-  ulvek::plugin::PopplerMessages::finish(true);
+  walk(g_mime_message_get_mime_part(message), body);
   // The inline parts in order (a forwarded message's too): an HTML body nested in related parts
   // counts as much as a plain footer a mailing list added beside it.
-  std::string text;
-  auto append = [&text](const std::string& part) {
+  auto append = [&read](const std::string& part) {
     if (isBlank(part)) return;
-    if (!text.empty()) text += '\n';
-    text += part;
+    if (!read.text.empty()) read.text += '\n';
+    read.text += part;
   };
   for (const std::string& part : body.texts) append(part);
   for (const std::string& name : body.attachments) append(name);
-  out.string("kMDItemTextContent", text);
+  return read;
+}
+
+void answerMessage(Attributes& out, const Message& message) {
+  out.string("kMDItemTitle", message.subject);
+  out.strings("kMDItemAuthors", message.senders.names);
+  out.strings("kMDItemAuthorEmailAddresses", message.senders.addresses);
+  out.strings("kMDItemRecipients", message.recipients.names);
+  out.strings("kMDItemRecipientEmailAddresses", message.recipients.addresses);
+  if (message.date) out.date("kMDItemContentCreationDate", *message.date);
+  out.string("kMDItemTextContent", message.text);
+}
+
+// Several messages: each one's subject and text, a blank line apart; everyone named once, in the
+// order met; the first and the last date. The mailbox's own name stays its title.
+class Mailbox {
+ public:
+  void add(const Message& message) {
+    ++count_;
+    if (text_.size() < kMaxMailboxText) {
+      bool first = true;
+      for (const std::string& part : {message.subject, message.text}) {
+        std::size_t end = part.find_last_not_of(" \t\r\n");
+        if (end == std::string::npos) continue;
+        if (first && !text_.empty()) text_ += '\n';
+        first = false;
+        text_.append(part, 0, end + 1);
+        text_ += '\n';
+      }
+    }
+    addPeople(message.senders, senders_);
+    addPeople(message.recipients, recipients_);
+    if (message.date) {
+      first_ = first_ ? std::min(*first_, *message.date) : *message.date;
+      last_ = last_ ? std::max(*last_, *message.date) : *message.date;
+    }
+  }
+
+  std::size_t count() const { return count_; }
+
+  void answer(Attributes& out) const {
+    out.strings("kMDItemAuthors", senders_.people.names);
+    out.strings("kMDItemAuthorEmailAddresses", senders_.people.addresses);
+    out.strings("kMDItemRecipients", recipients_.people.names);
+    out.strings("kMDItemRecipientEmailAddresses", recipients_.people.addresses);
+    if (first_) out.date("kMDItemContentCreationDate", *first_);
+    if (last_) out.date("kMDItemContentModificationDate", *last_);
+    out.string("kMDItemTextContent", text_.substr(0, kMaxMailboxText));
+  }
+
+ private:
+  struct Everyone {
+    People people;
+    std::set<std::string> names, addresses;
+  };
+
+  static void addPeople(const People& people, Everyone& everyone) {
+    for (const std::string& name : people.names)
+      if (everyone.names.size() < kMaxPeople && everyone.names.insert(name).second)
+        everyone.people.names.push_back(name);
+    for (const std::string& address : people.addresses)
+      if (everyone.addresses.size() < kMaxPeople &&
+          everyone.addresses.insert(ulvek::asciiLowercase(address)).second)
+        everyone.people.addresses.push_back(address);
+  }
+
+  std::size_t count_ = 0;
+  std::string text_;
+  Everyone senders_, recipients_;
+  std::optional<double> first_, last_;
+};
+
+bool importMail(Attributes& out, const char*, const char* path) {
+  static bool initialised = (g_mime_init(), true);
+  (void)initialised;
+  using Clock = std::chrono::steady_clock;
+  ulvek::plugin::PopplerMessages::tellAbout(std::string("PDF attachment in ") + path);
+  bool mailbox = false;
+  Owned<GMimeStream> stream(messageStream(path, mailbox));
+  if (!stream) return false;
+  Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
+  if (!mailbox) {
+    Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
+    if (!message) return false;
+    Message read = readMessage(message.get());
+    ulvek::plugin::PopplerMessages::finish(true);
+    answerMessage(out, read);
+    return true;
+  }
+  // A mailbox is read message by message until the host's time is nearly up; what was read by
+  // then is answered, with a line saying so.
+  g_mime_parser_set_format(parser.get(), GMIME_FORMAT_MBOX);
+  std::optional<Clock::time_point> deadline;
+  if (auto left = out.timeLeft())
+    deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(*left * 0.85);
+  Mailbox messages;
+  std::optional<Message> only;
+  bool late = false;
+  while (!g_mime_parser_eos(parser.get())) {
+    if (deadline && Clock::now() >= *deadline) {
+      late = true;
+      break;
+    }
+    Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
+    if (!message) break;
+    Message read = readMessage(message.get());
+    messages.add(read);
+    if (messages.count() == 1) only = std::move(read);
+  }
+  ulvek::plugin::PopplerMessages::finish(true);
+  if (late)
+    std::fprintf(stderr, "time limit reached after %zu messages of %s\n", messages.count(), path);
+  if (messages.count() == 0) return false;
+  // One message in a mailbox is that message.
+  if (messages.count() == 1 && only)
+    answerMessage(out, *only);
+  else
+    messages.answer(out);
   return true;
 }
 

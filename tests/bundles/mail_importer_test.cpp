@@ -42,12 +42,12 @@ std::string member(const nlohmann::json& object, const char* key) {
 }
 
 // Plain, alternative and HTML-only bodies, encoded headers in several charsets, attachments of
-// each readable kind, and Apple Mail's .emlx.
+// each readable kind, Apple Mail's .emlx, and mailboxes of several messages and of one.
 TEST(MailImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Mail", "UlvekMailImporterFactory");
   const std::vector<fs::path> messages =
-      testing::filesOf(testing::dataPath() / "mail", {".eml", ".emlx"});
-  ASSERT_GE(messages.size(), 7u);
+      testing::filesOf(testing::dataPath() / "mail", {".eml", ".emlx", ".mbox", ".mbx"});
+  ASSERT_GE(messages.size(), 9u);
   for (const fs::path& message : messages) {
     SCOPED_TRACE(message.filename().string());
     testing::expectAttributes(
@@ -96,6 +96,35 @@ TEST(MailImporter, CorpusMessages) {
   EXPECT_GT(subjects, 25);
   EXPECT_GT(senders, 20);
   EXPECT_GT(bodies, 15);
+}
+
+// Every message of the corpus mailboxes, as Python's mailbox module splits them: each sender
+// among the authors, and each plain body's first line in the text.
+TEST(MailImporter, CorpusMailboxes) {
+  ULVEK_REQUIRE_CORPUS();
+  Bundle bundle("Mail", "UlvekMailImporterFactory");
+  int messages = 0;
+  for (const auto& entry : fs::directory_iterator(testing::corpusPath() / "docs" / "mbox")) {
+    std::string name = entry.path().filename().string();
+    if (name.ends_with(".json") || name.starts_with("damaged-")) continue;
+    SCOPED_TRACE(name);
+    auto expect = nlohmann::json::parse(testing::readFile(entry.path().string() + ".expect.json"));
+    BundleAttributes values = bundle.import(entry.path().string());
+    const std::string authors = testing::stringOf(values, "kMDItemAuthorEmailAddresses");
+    const std::string text = words(testing::stringOf(values, "kMDItemTextContent"));
+    for (const auto& message : expect["expected"]["messages"]) {
+      ++messages;
+      for (const auto& address : message["from_addresses"])
+        EXPECT_NE(authors.find(address.get<std::string>()), std::string::npos) << authors;
+      if (member(message, "body_from") != "text/plain") continue;
+      std::string raw = member(message, "body_text");
+      std::size_t start = raw.find_first_not_of("\r\n ");
+      if (start == std::string::npos) continue;
+      std::string line = words(raw.substr(start, raw.find('\n', start) - start));
+      EXPECT_NE(text.find(line.substr(0, 60)), std::string::npos) << line;
+    }
+  }
+  EXPECT_GE(messages, 10);
 }
 
 TEST(MailImporter, HtmlOnlyMessagesAndAttachments) {

@@ -1,5 +1,6 @@
-// Mail.mdimporter's own code: the byte-count line of .emlx files, the walk over the parts and the
-// decoding of encoded words. The first byte picks .eml or .emlx.
+// Mail.mdimporter's own code: the byte-count line of .emlx files, mailboxes (content that begins
+// "From "), the walk over the parts and the decoding of encoded words. The first byte picks .eml
+// or .emlx.
 #include "../../bundles/Mail/mail_importer.cpp"
 #include "fuzz_support.h"
 #include "importer_fuzz_support.h"

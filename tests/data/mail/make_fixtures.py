@@ -346,3 +346,51 @@ write("order.emlx", b"%d\n" % len(EMLX_MESSAGE) + EMLX_MESSAGE + EMLX_PLIST, {
     "kMDItemContentCreationDate": 1616077200,
     "kMDItemTextContent": EMLX_BODY,
 })
+
+# 8: a mailbox: messages after "From " lines, one with a line that begins "From " escaped as
+# ">From ". It answers each message's subject and text, everyone once in the order met, and the
+# first and the last date; its title stays the file's name.
+MAILBOX_MESSAGES = [
+    ("Marta Kowalczyk <marta@allotment.example>", "Jonas Berg <jonas@allotment.example>",
+     "Tue, 06 Jul 2021 09:00:00 +0000", "Shed key",
+     "The shed key is under the third pot.\n>From now on please lock it.\n"),
+    ("Jonas Berg <jonas@allotment.example>", "Marta Kowalczyk <marta@allotment.example>",
+     "Mon, 05 Jul 2021 18:30:00 +0000", "Re: Shed key", "Found it, thank you.\n"),
+    ("Ruth O'Neill <ruth@allotment.example>",
+     "Marta Kowalczyk <MARTA@allotment.example>, tools@allotment.example",
+     "Wed, 07 Jul 2021 07:45:00 +0000", encoded_word("UTF-8", "Gie\u00dfkanne repaired"),
+     "The watering can no longer leaks.\n"),
+]
+mailbox = ""
+for sender, recipients, date, subject, body in MAILBOX_MESSAGES:
+    mailbox += ("From allotment Tue Jul  6 09:00:00 2021\nFrom: %s\nTo: %s\nSubject: %s\n"
+                "Date: %s\nContent-Type: text/plain; charset=utf-8\n\n%s\n"
+                % (sender, recipients, subject, date, body))
+write("shed.mbox", mailbox.encode("utf-8"), {
+    "kMDItemTitle": None,
+    "kMDItemAuthors": ["Marta Kowalczyk", "Jonas Berg", "Ruth O'Neill"],
+    "kMDItemAuthorEmailAddresses":
+        ["marta@allotment.example", "jonas@allotment.example", "ruth@allotment.example"],
+    "kMDItemRecipients": ["Jonas Berg", "Marta Kowalczyk", "tools@allotment.example"],
+    "kMDItemRecipientEmailAddresses":
+        ["jonas@allotment.example", "marta@allotment.example", "tools@allotment.example"],
+    "kMDItemContentCreationDate": 1625509800,
+    "kMDItemContentModificationDate": 1625643900,
+    "kMDItemTextContent": "Shed key\nThe shed key is under the third pot.\n>From now on please "
+                          "lock it.\n\nRe: Shed key\nFound it, thank you.\n\nGie\u00dfkanne "
+                          "repaired\nThe watering can no longer leaks.\n",
+})
+
+# 9: a mailbox of one message (Eudora's .mbx) answers as that message.
+sender, recipients, date, subject, body = MAILBOX_MESSAGES[1]
+write("reply.mbx", ("From allotment Mon Jul  5 18:30:00 2021\nFrom: %s\nTo: %s\nSubject: %s\n"
+                    "Date: %s\n\n%s" % (sender, recipients, subject, date, body)).encode("ascii"), {
+    "kMDItemTitle": "Re: Shed key",
+    "kMDItemAuthors": ["Jonas Berg"],
+    "kMDItemAuthorEmailAddresses": ["jonas@allotment.example"],
+    "kMDItemRecipients": ["Marta Kowalczyk"],
+    "kMDItemRecipientEmailAddresses": ["marta@allotment.example"],
+    "kMDItemContentCreationDate": 1625509800,
+    "kMDItemContentModificationDate": None,
+    "kMDItemTextContent": body,
+})
