@@ -11,6 +11,7 @@ packages=(
   libcli11-dev libicu-dev libuchardet-dev zlib1g-dev libminizip-dev libexpat1-dev libplist-dev
   libpoppler-private-dev ghostscript libsystemd-dev dbus libmagic-dev libgsf-1-dev
   libseccomp-dev libexiv2-dev libtag1-dev libgmime-3.0-dev libfreexl-dev libetonyek-dev libmwaw-dev librevenge-dev
+  libical-dev
   libtesseract-dev libleptonica-dev libheif-dev tesseract-ocr-eng tesseract-ocr-osd
   scdoc
   pybind11-dev python3-dev
