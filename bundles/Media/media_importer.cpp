@@ -6,6 +6,7 @@
 #include <taglib/tag.h>
 #include <taglib/tpropertymap.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -51,7 +52,9 @@ bool importMedia(Attributes& out, const char*, const char* path) {
   if (const TagLib::AudioProperties* audio = file.audioProperties()) {
     if (audio->lengthInMilliseconds() > 0)
       out.number("kMDItemDurationSeconds", audio->lengthInMilliseconds() / 1000.0);
-    if (audio->bitrate() > 0) out.integer("kMDItemAudioBitRate", audio->bitrate() * 1000);
+    // In kbit/s, which a damaged header can make overflow an int once in bit/s.
+    if (audio->bitrate() > 0)
+      out.integer("kMDItemAudioBitRate", std::int64_t{audio->bitrate()} * 1000);
     if (audio->sampleRate() > 0) out.integer("kMDItemAudioSampleRate", audio->sampleRate());
     if (audio->channels() > 0) out.integer("kMDItemAudioChannelCount", audio->channels());
   }
