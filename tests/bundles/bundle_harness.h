@@ -11,11 +11,15 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "fixture_files.h"
+#include "test_support.h"
 
 namespace ulvek::testing {
 
@@ -154,6 +158,18 @@ inline double numberOf(const BundleAttributes& values, const std::string& key) {
   return -1e300;
 }
 
+// A text for comparing word by word: white space runs count as one blank.
+inline std::string words(const std::string& text) {
+  std::string squeezed;
+  for (char c : text) {
+    bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
+    if (space && (squeezed.empty() || squeezed.back() == ' ')) continue;
+    squeezed += space ? ' ' : c;
+  }
+  while (!squeezed.empty() && squeezed.back() == ' ') squeezed.pop_back();
+  return squeezed;
+}
+
 // What an importer wrote against its expected answer (NAME.expect.json): lists and strings
 // exactly (the text through `normalizedText` where given, e.g. to compare it word by word),
 // numbers within `tolerance`, null for an attribute that must be absent.
@@ -187,6 +203,22 @@ inline void expectAttributes(const BundleAttributes& values, const nlohmann::jso
       }
       EXPECT_EQ(wrote, wanted);
     }
+  }
+}
+
+// Each fixture in tests/data/`folder` named with one of `extensions`, at least `fewest` of them,
+// imported by `bundle` and held against the answer beside it (NAME.expect.json).
+inline void expectFixtures(Bundle& bundle, const std::string& folder,
+                           std::initializer_list<std::string_view> extensions, std::size_t fewest,
+                           double tolerance,
+                           std::string (*normalizedText)(const std::string&) = nullptr) {
+  const std::vector<std::filesystem::path> files = filesOf(dataPath() / folder, extensions);
+  ASSERT_GE(files.size(), fewest);
+  for (const std::filesystem::path& file : files) {
+    SCOPED_TRACE(file.filename().string());
+    expectAttributes(bundle.import(file.string()),
+                     nlohmann::json::parse(readFile(file.string() + ".expect.json")), tolerance,
+                     normalizedText);
   }
 }
 

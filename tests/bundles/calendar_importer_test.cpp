@@ -4,13 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "bundle_harness.h"
-#include "fixture_files.h"
 #include "test_support.h"
 
 namespace ulvek {
@@ -18,33 +15,13 @@ namespace {
 
 using testing::Bundle;
 using testing::BundleAttributes;
-namespace fs = std::filesystem;
-
-// Texts compared word by word: white space runs count as one blank.
-std::string words(const std::string& text) {
-  std::string squeezed;
-  for (char c : text) {
-    bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-    if (space && (squeezed.empty() || squeezed.back() == ' ')) continue;
-    squeezed += space ? ' ' : c;
-  }
-  while (!squeezed.empty() && squeezed.back() == ' ') squeezed.pop_back();
-  return squeezed;
-}
+using testing::words;
 
 // An invitation (escapes, folded lines, people, categories) and a whole calendar (its name,
 // several kinds of entry, people and categories met twice, the dates of all entries).
 TEST(CalendarImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Calendar", "UlvekCalendarImporterFactory");
-  const std::vector<fs::path> calendars =
-      testing::filesOf(testing::dataPath() / "calendar", {".ics"});
-  ASSERT_GE(calendars.size(), 2u);
-  for (const fs::path& calendar : calendars) {
-    SCOPED_TRACE(calendar.filename().string());
-    testing::expectAttributes(
-        bundle.import(calendar.string()),
-        nlohmann::json::parse(testing::readFile(calendar.string() + ".expect.json")), 0, words);
-  }
+  testing::expectFixtures(bundle, "calendar", {".ics"}, 2, 0, words);
 }
 
 // Nothing to read answers nothing; what libical cannot parse quickly is cut before it parses.

@@ -31,15 +31,7 @@ namespace fs = std::filesystem;
 // HEIF.
 TEST(ImageImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Image", "UlvekImageImporterFactory");
-  const std::vector<fs::path> images =
-      testing::filesOf(testing::dataPath() / "image", {".jpg", ".png", ".tif", ".heic", ".avif"});
-  ASSERT_GE(images.size(), 8u);
-  for (const fs::path& image : images) {
-    SCOPED_TRACE(image.filename().string());
-    testing::expectAttributes(
-        bundle.import(image.string()),
-        nlohmann::json::parse(testing::readFile(image.string() + ".expect.json")), 1e-6);
-  }
+  testing::expectFixtures(bundle, "image", {".jpg", ".png", ".tif", ".heic", ".avif"}, 8, 1e-6);
 }
 
 TEST(ImageImporter, CorpusSizesDatesAndPlaces) {

@@ -21,19 +21,8 @@ namespace {
 
 using testing::Bundle;
 using testing::BundleAttributes;
+using testing::words;
 namespace fs = std::filesystem;
-
-// Texts compared word by word: white space runs count as one blank.
-std::string words(const std::string& text) {
-  std::string squeezed;
-  for (char c : text) {
-    bool space = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-    if (space && (squeezed.empty() || squeezed.back() == ' ')) continue;
-    squeezed += space ? ' ' : c;
-  }
-  while (!squeezed.empty() && squeezed.back() == ' ') squeezed.pop_back();
-  return squeezed;
-}
 
 // A string member of the expected answer; empty when absent or of another kind.
 std::string member(const nlohmann::json& object, const char* key) {
@@ -45,15 +34,7 @@ std::string member(const nlohmann::json& object, const char* key) {
 // each readable kind, Apple Mail's .emlx, and mailboxes of several messages and of one.
 TEST(MailImporter, FixturesGiveTheirAttributes) {
   Bundle bundle("Mail", "UlvekMailImporterFactory");
-  const std::vector<fs::path> messages =
-      testing::filesOf(testing::dataPath() / "mail", {".eml", ".emlx", ".mbox", ".mbx"});
-  ASSERT_GE(messages.size(), 9u);
-  for (const fs::path& message : messages) {
-    SCOPED_TRACE(message.filename().string());
-    testing::expectAttributes(
-        bundle.import(message.string()),
-        nlohmann::json::parse(testing::readFile(message.string() + ".expect.json")), 0, words);
-  }
+  testing::expectFixtures(bundle, "mail", {".eml", ".emlx", ".mbox", ".mbx"}, 9, 0, words);
 }
 
 TEST(MailImporter, CorpusMessages) {

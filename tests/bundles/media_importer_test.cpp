@@ -26,15 +26,8 @@ namespace fs = std::filesystem;
 // Vorbis and Opus, and MP4: tags, lyrics, and durations known to the sample.
 TEST(MediaImporter, FixturesGiveTheirTagsAndDurations) {
   Bundle bundle("Media", "UlvekMediaImporterFactory");
-  const std::vector<fs::path> files = testing::filesOf(
-      testing::dataPath() / "media", {".flac", ".m4a", ".mp3", ".ogg", ".opus", ".wav"});
-  ASSERT_GE(files.size(), 9u);
-  for (const fs::path& file : files) {
-    SCOPED_TRACE(file.filename().string());
-    testing::expectAttributes(
-        bundle.import(file.string()),
-        nlohmann::json::parse(testing::readFile(file.string() + ".expect.json")), 1e-3);
-  }
+  testing::expectFixtures(bundle, "media", {".flac", ".m4a", ".mp3", ".ogg", ".opus", ".wav"}, 9,
+                          1e-3);
 }
 
 TEST(MediaImporter, CorpusTagsAndDurations) {
