@@ -12,15 +12,17 @@
 #include <iterator>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "base/ascii.h"
 #include "importer_plugin.h"
+#include "unique_strings.h"
 
 namespace {
 
 using ulvek::plugin::Attributes;
+using ulvek::plugin::UniqueStrings;
 
 // Calendars exported whole stay far below this; libical's tree of a larger file could outgrow
 // the worker's memory.
@@ -61,31 +63,10 @@ struct ComponentDeleter {
   void operator()(icalcomponent* component) const { icalcomponent_free(component); }
 };
 
-// Each string once, in the order met; the comparison key may fold case.
-class Unique {
- public:
-  void add(const std::string& value, const std::string& key) {
-    if (!value.empty() && keys_.insert(key).second) values_.push_back(value);
-  }
-  void add(const std::string& value) { add(value, value); }
-  const std::vector<std::string>& values() const { return values_; }
-  bool contains(const std::string& key) const { return keys_.contains(key); }
-
- private:
-  std::set<std::string> keys_;
-  std::vector<std::string> values_;
-};
-
-std::string lowercase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : char(c); });
-  return text;
-}
-
 // "mailto:ann@example.org" → "ann@example.org"; nothing for another kind of address.
 std::string mailbox(const char* address) {
   std::string text = address ? address : "";
-  if (lowercase(text.substr(0, 7)) != "mailto:") return {};
+  if (ulvek::asciiLowercase(text.substr(0, 7)) != "mailto:") return {};
   return text.substr(7);
 }
 
@@ -100,7 +81,7 @@ struct Calendar {
   std::string name;  // X-WR-CALNAME
   std::vector<std::string> summaries;
   std::string text;
-  Unique authors, authorAddresses, recipients, recipientAddresses, keywords;
+  UniqueStrings authors, authorAddresses, recipients, recipientAddresses, keywords;
   std::optional<double> created, modified;
   std::size_t entries = 0;
 
@@ -121,7 +102,7 @@ struct Calendar {
          property; property = icalcomponent_get_next_property(entry, ICAL_CATEGORIES_PROPERTY))
       if (const char* value = icalproperty_get_categories(property); value && *value) {
         lines.emplace_back(value);
-        keywords.add(value, lowercase(value));
+        keywords.add(value, ulvek::asciiLowercase(value));
       }
     people(entry, ICAL_ORGANIZER_PROPERTY, icalproperty_get_organizer, authors, authorAddresses);
     people(entry, ICAL_ATTENDEE_PROPERTY, icalproperty_get_attendee, recipients,
@@ -143,7 +124,8 @@ struct Calendar {
   }
 
   static void people(icalcomponent* entry, icalproperty_kind kind,
-                     const char* (*get)(const icalproperty*), Unique& names, Unique& addresses) {
+                     const char* (*get)(const icalproperty*), UniqueStrings& names,
+                     UniqueStrings& addresses) {
     for (icalproperty* property = icalcomponent_get_first_property(entry, kind); property;
          property = icalcomponent_get_next_property(entry, kind)) {
       std::string address = mailbox(get(property));
@@ -152,9 +134,9 @@ struct Calendar {
       // Without a name the address stands for the person, unless someone named has it.
       if (name && *name)
         names.add(name);
-      else if (!addresses.contains(lowercase(address)))
+      else if (!addresses.contains(ulvek::asciiLowercase(address)))
         names.add(address);
-      addresses.add(address, lowercase(address));
+      addresses.add(address, ulvek::asciiLowercase(address));
     }
   }
 

@@ -16,7 +16,6 @@
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -25,10 +24,12 @@
 #include "poppler_text.h"
 #include "readers/attributed/attributed_reader.h"
 #include "text/html_to_text.h"
+#include "unique_strings.h"
 
 namespace {
 
 using ulvek::plugin::Attributes;
+using ulvek::plugin::UniqueStrings;
 
 template <typename T>
 struct GObjectDeleter {
@@ -353,10 +354,10 @@ class Mailbox {
   std::size_t count() const { return count_; }
 
   void answer(Attributes& out) const {
-    out.strings("kMDItemAuthors", senders_.people.names);
-    out.strings("kMDItemAuthorEmailAddresses", senders_.people.addresses);
-    out.strings("kMDItemRecipients", recipients_.people.names);
-    out.strings("kMDItemRecipientEmailAddresses", recipients_.people.addresses);
+    out.strings("kMDItemAuthors", senders_.names.values());
+    out.strings("kMDItemAuthorEmailAddresses", senders_.addresses.values());
+    out.strings("kMDItemRecipients", recipients_.names.values());
+    out.strings("kMDItemRecipientEmailAddresses", recipients_.addresses.values());
     if (first_) out.date("kMDItemContentCreationDate", *first_);
     if (last_) out.date("kMDItemContentModificationDate", *last_);
     out.string("kMDItemTextContent", text_.substr(0, kMaxMailboxText));
@@ -364,18 +365,13 @@ class Mailbox {
 
  private:
   struct Everyone {
-    People people;
-    std::set<std::string> names, addresses;
+    UniqueStrings names{kMaxPeople}, addresses{kMaxPeople};
   };
 
   static void addPeople(const People& people, Everyone& everyone) {
-    for (const std::string& name : people.names)
-      if (everyone.names.size() < kMaxPeople && everyone.names.insert(name).second)
-        everyone.people.names.push_back(name);
+    for (const std::string& name : people.names) everyone.names.add(name);
     for (const std::string& address : people.addresses)
-      if (everyone.addresses.size() < kMaxPeople &&
-          everyone.addresses.insert(ulvek::asciiLowercase(address)).second)
-        everyone.people.addresses.push_back(address);
+      everyone.addresses.add(address, ulvek::asciiLowercase(address));
   }
 
   std::size_t count_ = 0;
